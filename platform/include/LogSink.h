@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef VARNEX_PLATFORM_LOGSINK_H
+#define VARNEX_PLATFORM_LOGSINK_H
+
+#include <string>
+
+#pragma GCC visibility push(default)
+
+namespace Varnex {
+
+// What a Log object emitted.
+struct LogRecord {
+    int level;               // 1 failure, 2 warning, 3 milestone, 4 trace
+    const char* sourceFile;  // path of the source without its extension
+    int line;
+    const std::string& text;  // whole and unmasked: may hold a session token and control bytes
+};
+
+// Receives every record of the process as it is emitted, whatever the log level. Receive() is
+// called on the thread that logs, by several threads at once, and must not throw. A record that
+// Receive() itself logs is written as usual but not given to sinks again.
+class LogSink {
+public:
+    virtual ~LogSink() = default;
+    virtual void Receive(const LogRecord& record) = 0;
+};
+
+// Adds and removes a sink; the caller keeps owning it. Once RemoveLogSink has returned, no thread
+// is inside its Receive() any more; not to be called from within Receive().
+void AddLogSink(LogSink* sink);
+void RemoveLogSink(LogSink* sink);
+
+// Records above `level` are not written. Default: 2, or what VARNEX_LOG_LEVEL says (0 to 4).
+// Sinks are not affected.
+void SetLogLevel(int level);
+
+// Records are appended to this file instead of standard error; an empty path means standard error
+// again. Default: standard error, or what VARNEX_LOG_FILE says. A new file is made with mode 0600.
+// Returns false, with the reason in `error`, when the file cannot be opened; the earlier
+// destination then stays.
+bool SetLogFile(const std::string& path, std::string& error);
+
+// `text` as the log writes it to a terminal or a file: secrets masked (the value after
+// "X-Auth-Token:" and "Authorization:", a JSON member "Password", the password in
+// scheme://user:password@), control bytes written as \xNN. For hosts that print texts of a BMC.
+std::string MaskedForDisplay(const std::string& text);
+
+}  // namespace Varnex
+
+#pragma GCC visibility pop
+
+#endif

@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef VARNEX_PLATFORM_FILE_CLIENT_H
+#define VARNEX_PLATFORM_FILE_CLIENT_H
+
+#include <curl/curl.h>
+
+#include <list>
+#include <memory>
+#include <new>
+#include <string>
+#include <system_error>
+#include <utility>
+
+#include "Uri.h"
+
+#pragma GCC visibility push(default)
+
+namespace curlcpp {
+
+// One extra option of libcurl that a caller gives along with a transfer. Option number 0 means
+// "no option" and must never reach libcurl.
+class option_trait_base {
+public:
+    virtual ~option_trait_base() = default;
+
+    virtual CURLoption option() const noexcept = 0;
+
+    // Sets the option on `handle`. What it points to is owned by this object, which has to outlive
+    // the transfer. Returns libcurl's code; CURLE_OK without a call for option number 0.
+    virtual CURLcode apply(CURL* handle) const = 0;
+};
+
+// An option whose value libcurl takes as it is: a long, a pointer, a curl_off_t.
+template <typename T, CURLoption Option>
+class option_traits : public option_trait_base {
+public:
+    explicit option_traits(T value) : m_value(value) {}
+
+    const T& value() const noexcept { return m_value; }
+    CURLoption option() const noexcept override { return Option; }
+    CURLcode apply(CURL* handle) const override {
+        if constexpr (static_cast<int>(Option) == 0) {
+            (void)handle;
+            return CURLE_OK;
+        } else {
+            return curl_easy_setopt(handle, Option, m_value);
+        }
+    }
+
+private:
+    T m_value;
+};
+
+// A list of lines, for instance whole header lines for CURLOPT_HTTPHEADER.
+template <CURLoption Option>
+class option_traits<std::list<std::string>, Option> : public option_trait_base {
+public:
+    explicit option_traits(std::list<std::string> value) : m_value(std::move(value)) {
+        for (const std::string& line : m_value) {
+            curl_slist* longer = curl_slist_append(m_lines.get(), line.c_str());
+            if (longer == nullptr) throw std::bad_alloc();
+            (void)m_lines.release();  // now part of `longer`
+            m_lines.reset(longer);
+        }
+    }
+
+    const std::list<std::string>& value() const noexcept { return m_value; }
+    CURLoption option() const noexcept override { return Option; }
+    CURLcode apply(CURL* handle) const override {
+        return curl_easy_setopt(handle, Option, m_lines.get());
+    }
+
+private:
+    struct FreeLines {
+        void operator()(curl_slist* lines) const noexcept { curl_slist_free_all(lines); }
+    };
+    std::list<std::string> m_value;
+    std::unique_ptr<curl_slist, FreeLines> m_lines;
+};
+
+}  // namespace curlcpp
+
+// Files of a BMC. Blocks until the work is done; any number of threads at the same time.
+//
+// An implementer guarantees:
+//   - memory that does not grow with the size of a file;
+//   - a local file appears under its final name only when it is complete; a transfer that failed
+//     or was stopped leaves nothing behind;
+//   - a transfer that stalls ends by itself;
+//   - no secret in the text of an error code, in a log or in the process list;
+//   - an answer that is not the file (HTTP status 400 or more) is an error.
+//
+// Errors: category "varnex.transfer" with libcurl's number and a text for the operator, or
+// std::generic_category() with errno where the local file system is at fault.
+class file_client {
+public:
+    // Names in the folder that `uri` names, in the server's order, without "." and ".." and
+    // without any name that is not one plain path component. SFTP.
+    static std::error_code ls_directory(const Uri& uri, std::list<std::string>& names);
+
+    // Downloads the file that `uri` names to `localPath`, which an existing file is replaced at.
+    // HTTPS and SFTP.
+    static std::error_code download(const Uri& uri, const std::string& localPath,
+                                    const curlcpp::option_trait_base& option);
+};
+
+#pragma GCC visibility pop
+
+#endif
