@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef VARNEX_TESTS_FAKEFILES_H
+#define VARNEX_TESTS_FAKEFILES_H
+
+#include <cstdint>
+#include <list>
+#include <string>
+#include <system_error>
+#include <vector>
+
+namespace fakes {
+
+struct Download {
+    std::string scheme;
+    std::string host;
+    std::uint16_t port;
+    std::string user;
+    std::string password;
+    std::string path;
+    std::string localPath;
+    int option;                          // number of the extra option
+    std::list<std::string> headerLines;  // of CURLOPT_HTTPHEADER
+};
+
+// The files of a BMC. Transfers nothing; answers with what the test says, else with success.
+class FakeFiles {
+public:
+    FakeFiles();
+    ~FakeFiles();
+    FakeFiles(const FakeFiles&) = delete;
+    FakeFiles& operator=(const FakeFiles&) = delete;
+
+    void NextDownloadFails(const std::error_code& error);
+
+    std::vector<Download> Downloads() const;
+};
+
+}  // namespace fakes
+
+#endif
