@@ -1,0 +1,136 @@
+# SPDX-License-Identifier: Apache-2.0
+# shellcheck shell=bash
+# The stages of ./test and tools/pre-submit, and how they are told to the one who waits. Sourced.
+
+# shellcheck source=lib.sh
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+peers="$root/build/peers"
+began=$SECONDS
+stage_name="the start"
+results=()  # JUnit files of the test runs so far
+
+# stage NAME COMMAND...: the first stage that fails ends the run.
+stage() {
+    stage_name="$1"
+    local stage_began=$SECONDS
+    printf '\n==== %s\n' "$stage_name"
+    "${@:2}"
+    printf '==== %s: done in %s\n' "$stage_name" "$(minutes $((SECONDS - stage_began)))"
+}
+
+begin() {
+    cd "$root"
+    trap closing_line EXIT
+    clear_network_environment
+    use_ccache
+    mkdir -p build
+}
+
+# Last words, whatever happened.
+closing_line() {
+    local status=$?
+    printf '\n'
+    if [[ $status -ne 0 ]]; then
+        say "FAILED in the stage \"$stage_name\" after $(minutes $((SECONDS - began)))."
+        exit 1
+    fi
+    [[ ${#results[@]} -eq 0 ]] || /usr/bin/python3 "$root/tools/sum-up" "${results[@]}"
+    [[ -z ${no_leak_check-} ]] ||
+        say "NOT CHECKED for leaks: this machine forbids ptrace, which the leak sanitizer needs."
+    say "PASSED in $(minutes $((SECONDS - began)))."
+}
+
+stage_packages() { "$root/tools/setup" "$@"; }
+
+stage_peers() { "$root/tools/fetch-peers" "$peers"; }
+
+configure() { cmake --preset "$1" -DVARNEX_PEERS="$peers/root" >"build/$1.log" 2>&1 || {
+    tail -n 40 "build/$1.log"
+    return 1
+}; }
+
+# build PRESET [TARGET...]
+build() {
+    local targets=()
+    [[ $# -eq 1 ]] || targets=(--target "${@:2}")
+    configure "$1"
+    cmake --build --preset "$1" -j "$jobs" "${targets[@]}"
+}
+
+# run_tests PRESET NAME ARGUMENT...: ctest, keeping what it found for the closing line.
+run_tests() {
+    local found="$root/build/$2.xml"
+    results+=("$found")
+    "${launcher[@]}" ctest --preset "$1" -j "$jobs" --no-tests=error --output-junit "$found" "${@:3}"
+}
+launcher=()
+
+# Comments, includes, layout, scripts: seconds, so before anything is compiled.
+stage_tree() {
+    configure asan
+    run_tests asan tree -L '^tree$'
+}
+
+# The leak sanitizer traces its own process; some containers forbid that, and then every program
+# ends with its complaint. That is said once and not hidden.
+probe_leak_sanitizer() {
+    local probe="$root/build/leak-probe" said
+    echo 'int main() { return 0; }' |
+        g++ -x c++ -fsanitize=address -o "$probe" - || die "g++ lacks its sanitizers"
+    if said="$("$probe" 2>&1)"; then return; fi
+    [[ $said == *ptrace* || $said == *"LeakSanitizer has encountered a fatal error"* ]] ||
+        die "a sanitized program does not run here: $said"
+    no_leak_check=1
+    export ASAN_OPTIONS="${ASAN_OPTIONS:+$ASAN_OPTIONS:}detect_leaks=0"
+    say "Leaks are not looked for: this machine forbids ptrace."
+}
+
+stage_sanitized_build() { build asan; }
+
+stage_sanitized_tests() {
+    probe_leak_sanitizer
+    run_tests asan asan -LE '^(tree|package)$'
+}
+
+# What a user installs is not instrumented: so neither is what these look at.
+stage_release() {
+    build release kemffdc varnex_ffdc varnex_benchmarks
+    run_tests release package -L '^package$'
+}
+
+stage_benchmarks() {
+    "$root/bench/run" --quick --build "$root/build/release" --peers "$peers/root"
+}
+
+stage_clang() { build tidy; }
+
+stage_tidy() {
+    configure tidy
+    run-clang-tidy -quiet -p build/tidy -j "$jobs" "^$root/(src|platform|cli)/.*\.cpp$" \
+        >build/clang-tidy.log 2>&1 || {
+        grep -E 'warning:|error:' build/clang-tidy.log | sort -u
+        return 1
+    }
+}
+
+# Some kernels randomise addresses more than g++ 12's thread sanitizer can stand.
+probe_thread_sanitizer() {
+    local probe="$root/build/thread-probe"
+    echo 'int main() { return 0; }' | g++ -x c++ -fsanitize=thread -o "$probe" -
+    for _ in 1 2 3 4 5 6 7 8; do
+        "$probe" 2>/dev/null || { launcher=(setarch -R) && return; }
+    done
+}
+
+stage_thread_sanitizer() {
+    build tsan
+    probe_thread_sanitizer
+    run_tests tsan tsan -LE '^(tree|package)$'
+    launcher=()
+}
+
+stage_fuzz() {
+    build fuzz
+    "$root/fuzz/run" "$root/build/fuzz" 20
+}
