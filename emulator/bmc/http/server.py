@@ -1,0 +1,233 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Serves one web service: records each request, asks the script, then the service, and sends."""
+
+from __future__ import annotations
+
+import asyncio
+import logging
+import socket
+import ssl
+import time
+from typing import Any, Iterator, Mapping
+
+from aiohttp import web
+from aiohttp.web_protocol import RequestHandler
+
+from bmc.http.bodies import BytesBody, Chunk
+from bmc.http.messages import Reply, Request, WebService
+from bmc.http.script import Answer, Script
+from bmc.record import RequestRecord, decoded, header_map
+
+_LOG = logging.getLogger("emulated-bmc")
+_LARGEST_REQUEST = 16 * 1024 * 1024
+_LONGEST_LINE = 64 * 1024
+_SEND_BUFFER = 4 * 1024 * 1024  # bytes; a whole chunk leaves with one system call
+_FLUSH_SECONDS = 10.0  # how long a cut answer may take to reach a slow reader
+
+
+class WebServer:
+    """One listening port in front of one service."""
+
+    def __init__(self, service: WebService, script: Script, record: RequestRecord) -> None:
+        self._service = service
+        self._script = script
+        self._record = record
+
+    async def start(self, listener: socket.socket, context: ssl.SSLContext | None) -> None:
+        """Serves on `listener` until the process ends."""
+        handler = web.Server(
+            self._serve,
+            access_log=None,
+            max_line_size=_LONGEST_LINE,
+            max_field_size=_LONGEST_LINE,
+            max_headers=_LONGEST_LINE,
+        )
+        loop = asyncio.get_running_loop()
+        await loop.create_server(handler, sock=listener, ssl=context, backlog=128)
+
+    async def _serve(self, raw: web.BaseRequest) -> web.StreamResponse:
+        request = await _received(raw)
+        self._note(request)
+        answer = self._script.next(request.method, request.path)
+        if answer.delay:
+            await asyncio.sleep(answer.delay)
+        if answer.hang:
+            return await _hang(raw)
+        reply = await self._reply(request, answer)
+        _apply_headers(reply, answer.headers)
+        try:
+            return await _send(raw, reply, answer)
+        except ConnectionError:
+            return _abandoned(raw)
+
+    def _note(self, request: Request) -> None:
+        self._record.add(self._service.name, {
+            "method": request.method,
+            "path": request.path,
+            "query": request.query,
+            "headers": dict(request.headers),
+            "body": decoded(request.body),
+        })
+
+    async def _reply(self, request: Request, answer: Answer) -> Reply:
+        if answer.is_own:
+            return await self._own_reply(request, answer.wishes)
+        if answer.body is None:
+            return self._service.empty_answer(request, answer.status or 200)
+        return Reply(answer.status or 200, {"Content-Type": answer.content_type}, answer.body)
+
+    async def _own_reply(self, request: Request, wishes: Mapping[str, Any]) -> Reply:
+        if len(request.body) > _LARGEST_REQUEST:
+            return self._service.empty_answer(request, 413)
+        try:
+            return await self._service.answer(request, wishes)
+        except Exception:  # a defect of the emulator: say so here and keep the BMC alive
+            _LOG.exception("no answer to %s %s", request.method, request.path)
+            return self._service.empty_answer(request, 500)
+
+
+def listen(address: str, port: int) -> socket.socket:
+    """A listening socket; port 0 takes a free one."""
+    family = socket.AF_INET6 if ":" in address else socket.AF_INET
+    listener = socket.socket(family, socket.SOCK_STREAM)
+    try:
+        listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+        listener.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, _SEND_BUFFER)
+        listener.bind(socket.getaddrinfo(address, port, family, socket.SOCK_STREAM)[0][4])
+        listener.listen(128)
+    except OSError:
+        listener.close()
+        raise
+    listener.setblocking(False)
+    return listener
+
+
+async def _received(raw: web.BaseRequest) -> Request:
+    """The whole request; of a too large body a little more than what is refused is kept."""
+    if (raw.headers.get("Expect") or "").lower() == "100-continue":
+        await raw.writer.write(b"HTTP/1.1 100 Continue\r\n\r\n")
+    body = bytearray()
+    async for data in raw.content.iter_any():
+        if len(body) <= _LARGEST_REQUEST:
+            body += data
+    path, _, query = raw.raw_path.partition("?")
+    return Request(raw.method, path, query, header_map(raw.raw_headers), bytes(body))
+
+
+def _apply_headers(reply: Reply, changes: Mapping[str, str | None]) -> None:
+    """Sets, replaces and (null) removes headers, whatever the spelling."""
+    for name, value in changes.items():
+        for old in [known for known in reply.headers if known.lower() == name.lower()]:
+            del reply.headers[old]
+        if value is not None:
+            reply.headers[name] = value
+
+
+class _Response(web.StreamResponse):
+    """A response without the headers that a scenario removed, also those the framework adds."""
+
+    def __init__(self, reply: Reply, removed: list[str]) -> None:
+        super().__init__(status=reply.status, headers=reply.headers)
+        self._removed = removed
+
+    async def _prepare_headers(self) -> None:
+        await super()._prepare_headers()
+        for name in self._removed:
+            self.headers.pop(name, None)
+
+
+async def _send(raw: web.BaseRequest, reply: Reply, answer: Answer) -> web.StreamResponse:
+    removed = [name.lower() for name, value in answer.headers.items() if value is None]
+    response = _Response(reply, [name for name in removed if name != "content-length"])
+    own_length = response.headers.get("Content-Length")
+    if own_length is None and "content-length" not in removed:
+        response.headers["Content-Length"] = str(reply.body.size)
+    response.headers.setdefault("Server", "Tavrin-BMC")
+    if own_length is not None and own_length != str(reply.body.size):
+        response.force_close()  # a length that lies: the end of the connection is the end
+    await response.prepare(raw)
+    if raw.method == "HEAD" or reply.status in (204, 304):
+        reply.body = BytesBody()
+    await _send_body(raw, response, reply, answer)
+    return response
+
+
+async def _send_body(
+    raw: web.BaseRequest, response: web.StreamResponse, reply: Reply, answer: Answer
+) -> None:
+    stops = [n for n in (answer.cut_after, answer.hang_after) if n is not None]
+    for chunk in _paced(reply.body.chunks(), stops[0] if stops else None, answer.rate):
+        if isinstance(chunk, float):
+            await asyncio.sleep(chunk)
+        else:
+            await response.write(chunk)
+    if answer.hang_after is not None:
+        await _flush(raw)
+        await _hang(raw)
+    if answer.cut_after is not None:
+        await _flush(raw)
+        _cut(raw)
+    else:
+        await response.write_eof()
+
+
+def _paced(chunks: Iterator[Chunk], limit: int | None, rate: int | None) -> Iterator[Chunk | float]:
+    """Chunks up to `limit` bytes; a float among them is a pause in seconds that keeps the rate."""
+    start, sent = time.monotonic(), 0
+    piece = max(1, rate // 10) if rate else None
+    for chunk in chunks:
+        for part in _pieces(chunk, piece):
+            if limit is not None:
+                part = part[: limit - sent]
+            if len(part):
+                yield part
+            sent += len(part)
+            if limit is not None and sent >= limit:
+                return
+            if rate:
+                yield max(0.0, start + sent / rate - time.monotonic())
+
+
+def _pieces(chunk: Chunk, size: int | None) -> Iterator[Chunk]:
+    if size is None:
+        yield chunk
+        return
+    for start in range(0, len(chunk), size):
+        yield chunk[start : start + size]
+
+
+async def _hang(raw: web.BaseRequest) -> web.StreamResponse:
+    """Stays silent until the client has had enough."""
+    while raw.transport is not None and not raw.transport.is_closing():
+        await asyncio.sleep(0.05)
+    return _abandoned(raw)
+
+
+def _abandoned(raw: web.BaseRequest) -> web.StreamResponse:
+    """What the framework wants back although nobody is left to read it."""
+    _cut(raw)
+    return web.Response()
+
+
+async def _flush(raw: web.BaseRequest) -> None:
+    """Waits until the bytes written so far are with the kernel, so that a cut loses none of them."""
+    deadline = time.monotonic() + _FLUSH_SECONDS
+    while _unsent(raw) and time.monotonic() < deadline:
+        await asyncio.sleep(0.002)
+
+
+def _unsent(raw: web.BaseRequest) -> int:
+    transport = raw.transport
+    if transport is None or transport.is_closing():
+        return 0
+    count = transport.get_write_buffer_size()
+    below = getattr(getattr(transport, "_ssl_protocol", None), "_transport", None)
+    return count + (below.get_write_buffer_size() if below is not None else 0)
+
+
+def _cut(raw: web.BaseRequest) -> None:
+    """Ends the connection at once: no TLS goodbye, as when a cable is pulled."""
+    protocol: RequestHandler = raw.protocol
+    protocol.force_close()
+    if raw.transport is not None:
+        raw.transport.abort()

@@ -1,0 +1,47 @@
+# SPDX-License-Identifier: Apache-2.0
+"""How long the BMC lives: until its standard input closes or a signal comes, and not a second more."""
+
+from __future__ import annotations
+
+import os
+import shutil
+import signal
+import sys
+import threading
+from pathlib import Path
+from typing import Callable
+
+
+class Lifetime:
+    """Ends the process from wherever it stands: open transfers are dropped, not waited for."""
+
+    def __init__(self, temporary_folder: Path | None) -> None:
+        self._folder = temporary_folder
+        self._once = threading.Lock()
+        self._before: list[Callable[[], None]] = []
+
+    def before_end(self, action: Callable[[], None]) -> None:
+        self._before.append(action)
+
+    def watch(self) -> None:
+        """Starts to listen for the end."""
+        for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
+            signal.signal(number, lambda *_: self.end(0))
+        threading.Thread(target=self._wait_for_input_end, daemon=True).start()
+
+    def _wait_for_input_end(self) -> None:
+        try:
+            while os.read(sys.stdin.fileno(), 4096):
+                pass
+        except (OSError, ValueError):
+            pass  # never opened, or gone: nobody is there either
+        self.end(0)
+
+    def end(self, code: int) -> None:
+        """Does not return. A second caller waits for the first one's exit."""
+        self._once.acquire()
+        for action in self._before:
+            action()
+        if self._folder is not None:
+            shutil.rmtree(self._folder, ignore_errors=True)
+        os._exit(code)

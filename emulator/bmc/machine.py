@@ -1,0 +1,109 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The server around the BMC: identity, parts, sensors, events. Drawn once, from a seed.
+
+The Redfish service shows it and the archive contains it, so both tell the same story.
+"""
+
+from __future__ import annotations
+
+import datetime
+import random
+import uuid
+from dataclasses import dataclass
+from typing import Any, Iterator
+
+MODEL = "TX-2200"
+FIXED_TIME = datetime.datetime(2024, 3, 1, 12, 0, 0, tzinfo=datetime.timezone.utc)
+
+_EVENTS = (
+    ("OK", "Power supply {n} is present."),
+    ("OK", "The host was powered on."),
+    ("OK", "User admin logged in from 192.0.2.{n}."),
+    ("OK", "Fan {n} returned to its normal speed."),
+    ("Warning", "Fan {n} runs below its lower non-critical threshold."),
+    ("Warning", "Correctable ECC errors on DIMM {n} reached the logging limit."),
+    ("Warning", "Inlet temperature is {n} degrees above its warning limit."),
+    ("Critical", "Power supply {n} lost its input."),
+    ("Critical", "Machine check on processor {p}, bank {n}."),
+    ("Critical", "PCIe device in slot {n} reported an uncorrectable error."),
+)
+
+
+@dataclass(frozen=True)
+class Event:
+    number: int
+    time: datetime.datetime
+    severity: str
+    text: str
+
+
+class Machine:
+    """One server. The same seed makes the same server, to the byte and to the second."""
+
+    def __init__(self, seed: int | None) -> None:
+        self.random = random.Random(seed)
+        now = datetime.datetime.now(datetime.timezone.utc).replace(microsecond=0)
+        self.now = now if seed is None else FIXED_TIME
+        self.serial = "TV" + "".join(self.random.choices("0123456789ABCDEFGHJKLMNPRSTUVWXYZ", k=8))
+        self.uuid = str(uuid.UUID(int=self.random.getrandbits(128), version=4))
+        self.mac = ":".join(["02"] + [f"{self.random.randrange(256):02x}" for _ in range(5)])
+        self.processors = [self._processor(n) for n in range(2)]
+        self.memory = [self._dimm(n) for n in range(1, 9)]
+        self.temperatures = self._sensors(("Inlet", "CPU 1", "CPU 2", "DIMM 1-4", "DIMM 5-8", "Exhaust"), 24, 68)
+        self.fans = self._sensors([f"Fan {n}" for n in range(1, 7)], 3200, 7400)
+        self.watts = self.random.randrange(180, 420)
+        self.events = self._events(240)
+
+    def _processor(self, number: int) -> dict[str, Any]:
+        return {
+            "Id": str(number + 1),
+            "Socket": f"CPU {number + 1}",
+            "Cores": 16,
+            "Threads": 32,
+            "MaxSpeedMHz": 3600,
+            "MicrocodeId": f"0x{self.random.getrandbits(28):08x}",
+        }
+
+    def _dimm(self, number: int) -> dict[str, Any]:
+        return {
+            "Id": str(number),
+            "DeviceLocator": f"DIMM {number}",
+            "CapacityMiB": 32768,
+            "OperatingSpeedMhz": 4800,
+            "SerialNumber": f"{self.random.getrandbits(32):08X}",
+        }
+
+    def _sensors(self, names: Any, low: int, high: int) -> list[dict[str, Any]]:
+        return [{"Name": name, "Reading": self.random.randrange(low, high)} for name in names]
+
+    def _events(self, count: int) -> list[Event]:
+        time = self.now - datetime.timedelta(days=60)
+        step = 60 * 86400 // (count + 1)
+        events = []
+        for number in range(1, count + 1):
+            time += datetime.timedelta(seconds=self.random.randrange(1, step))
+            severity, text = self.random.choices(_EVENTS, weights=(6, 4, 9, 5, 3, 3, 2, 1, 1, 1))[0]
+            text = text.format(n=self.random.randrange(1, 9), p=self.random.randrange(1, 3))
+            events.append(Event(number, time, severity, text))
+        return events
+
+    def console_lines(self, count: int) -> Iterator[str]:
+        """The host's serial console, as the BMC kept it."""
+        units = ("kernel", "systemd[1]", "mce", "edac", "nvme nvme0", "ipmi_si", "EXT4-fs (sda2)")
+        seconds = 0.0
+        for _ in range(count):
+            seconds += self.random.random() * 7
+            code = self.random.getrandbits(32)
+            yield f"[{seconds:12.6f}] {self.random.choice(units)}: status {code:#010x} reported"
+
+    def registers(self, processor: int, count: int) -> Iterator[str]:
+        """A register dump of one processor."""
+        yield f"processor {processor + 1}  microcode {self.processors[processor]['MicrocodeId']}"
+        for number in range(count):
+            value = self.random.getrandbits(64)
+            yield f"msr {0x400 + number:#06x}  {value:#018x}  {value & 0xffff:016b}"
+
+
+def iso(time: datetime.datetime) -> str:
+    """2024-03-01T12:00:00Z, the form that Redfish wants."""
+    return time.astimezone(datetime.timezone.utc).strftime("%Y-%m-%dT%H:%M:%SZ")

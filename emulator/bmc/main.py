@@ -1,0 +1,138 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Puts the BMC together, says that it is ready, and serves."""
+
+from __future__ import annotations
+
+import argparse
+import asyncio
+import ipaddress
+import json
+import logging
+import os
+import sys
+import tempfile
+from pathlib import Path
+from typing import Any
+
+from bmc.archive import FULL, Archive, ArchiveError, make_archives
+from bmc.certificate import make_certificate
+from bmc.http.script import Script
+from bmc.http.server import WebServer, listen
+from bmc.lifetime import Lifetime
+from bmc.machine import Machine
+from bmc.record import RequestRecord
+from bmc.redfish.service import RedfishService
+from bmc.redfish.settings import read_redfish
+from bmc.scenario import Scenario, ScenarioError, load
+from bmc.upload import stop_uploads
+
+SECTIONS = {"redfish": read_redfish}
+_BAD_START, _USAGE = 1, 2
+
+
+def main(arguments: list[str]) -> int:
+    """Runs until standard input closes. 1: cannot start; 2: bad option or scenario."""
+    logging.basicConfig(format="%(name)s: %(message)s", level=logging.WARNING)
+    for noisy in ("asyncio", "aiohttp.server"):  # what clients do wrong is no news here
+        logging.getLogger(noisy).setLevel(logging.CRITICAL + 1)
+    options = _options(arguments)
+    try:
+        scenario = load(options.scenario, SECTIONS)
+    except ScenarioError as error:
+        return _complain(str(error), _USAGE)
+    folder, temporary = _state_folder(options.state_dir)
+    lifetime = Lifetime(folder if temporary else None)
+    lifetime.before_end(stop_uploads)
+    lifetime.watch()
+    try:
+        asyncio.run(_run(options, scenario, folder))
+    except ArchiveError as error:
+        lifetime.end(_complain(f"{options.scenario}: {error}", _USAGE))
+    except OSError as error:
+        lifetime.end(_complain(str(error), _BAD_START))
+    return 0
+
+
+def _options(arguments: list[str]) -> argparse.Namespace:
+    parser = argparse.ArgumentParser(prog="emulated-bmc", description=__doc__)
+    parser.add_argument("--scenario", type=Path, metavar="FILE", help="what the BMC is to do (YAML)")
+    parser.add_argument("--bind", type=_address, default="127.0.0.1", metavar="ADDRESS")
+    parser.add_argument("--redfish-port", type=_port, default=0, metavar="N", help="0: a free one")
+    parser.add_argument("--redfish-plain", action="store_true", help="HTTP instead of HTTPS")
+    parser.add_argument(
+        "--state-dir", type=Path, metavar="DIR",
+        help="where certificate, archives and requests are kept; default: a folder that goes at the end",
+    )
+    return parser.parse_args(arguments)
+
+
+def _address(text: str) -> str:
+    try:
+        ipaddress.ip_address(text.partition("%")[0])
+    except ValueError:
+        raise argparse.ArgumentTypeError(f"{text!r} is no IPv4 or IPv6 address") from None
+    return text
+
+
+def _port(text: str) -> int:
+    if not text.isdecimal() or int(text) > 65535:
+        raise argparse.ArgumentTypeError(f"{text!r} is no port (0 to 65535)")
+    return int(text)
+
+
+def _state_folder(given: Path | None) -> tuple[Path, bool]:
+    """The folder and whether it is ours to remove."""
+    if given is None:
+        return Path(tempfile.mkdtemp(prefix="emulated-bmc-")), True
+    given.mkdir(parents=True, exist_ok=True)
+    return given.resolve(), False
+
+
+def _complain(text: str, code: int) -> int:
+    print(f"emulated-bmc: {text}", file=sys.stderr, flush=True)
+    return code
+
+
+async def _run(options: argparse.Namespace, scenario: Scenario, folder: Path) -> None:
+    settings = scenario.sections["redfish"]
+    machine = Machine(settings.archive.seed)
+    record = RequestRecord(folder / "requests.jsonl")
+    listener = listen(options.bind, options.redfish_port)
+    certificate = make_certificate(folder, f"bmc-{machine.serial.lower()}", options.bind)
+    archives = make_archives(
+        machine, folder / "archives",
+        settings.archive.size, settings.archive.mini_size, settings.archive.name,
+    )
+    server = WebServer(RedfishService(scenario, machine, archives), Script(settings.answers), record)
+    await server.start(listener, None if options.redfish_plain else certificate.server_context())
+    _say_ready({
+        "schema": 1,
+        "address": options.bind,
+        "user": scenario.user,
+        "password": scenario.password,
+        "redfish": {
+            "port": listener.getsockname()[1],
+            "scheme": "http" if options.redfish_plain else "https",
+            "certificate": str(certificate.path),
+            "sha256": certificate.sha256,
+        },
+        "archive": _described(archives[FULL]),
+        "archives": {kind: _described(archive) for kind, archive in archives.items()},
+        "requests": str(record.path),
+        "pid": os.getpid(),
+    })
+    await asyncio.Event().wait()
+
+
+def _described(archive: Archive) -> dict[str, Any]:
+    return {
+        "name": archive.name,
+        "size": archive.size,
+        "sha256": archive.sha256,
+        "path": archive.remote_path,
+        "file": str(archive.file),
+    }
+
+
+def _say_ready(facts: dict[str, Any]) -> None:
+    print(json.dumps(facts), flush=True)

@@ -1,0 +1,302 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The Redfish service: who may ask, what there is, and the OEM export action."""
+
+from __future__ import annotations
+
+import hashlib
+import json
+import posixpath
+from typing import Any, Callable, Mapping
+from urllib.parse import unquote
+
+from bmc.archive import FULL, MINI, Archive
+from bmc.http.bodies import BytesBody, FileBody
+from bmc.http.messages import Reply, Request
+from bmc.machine import Machine
+from bmc.redfish.errors import RedfishError, error_for_status
+from bmc.redfish.sessions import Session, Sessions
+from bmc.redfish.settings import RedfishSettings
+from bmc.redfish.tasks import ENDED, ExportTask
+from bmc.redfish.tree import (
+    COLLECTIONS, EXPORT, EXPORT_NAME, ROOT, SESSIONS, Document, Tree, collection, resource,
+)
+from bmc.scenario import Scenario
+from bmc.upload import usable_uri
+
+_JSON = "application/json; charset=utf-8"
+_PUBLIC = ("/redfish", ROOT, ROOT + "/odata", ROOT + "/$metadata")
+_LARGEST_TASK_COUNT = 256
+_EXPORT_TYPES = {
+    "InitializationNeeded": bool,
+    "Username": str,
+    "Password": str,
+    "ExportURI": str,
+    "DataCollectionType": str,
+}
+_EXPORT_NEEDS = ("InitializationNeeded", "DataCollectionType")
+
+Handler = Callable[[Request, Mapping[str, Any]], Reply]
+
+
+class RedfishService:
+    """Answers requests. Paths are taken with and without a slash at the end."""
+
+    name = "redfish"
+
+    def __init__(self, scenario: Scenario, machine: Machine, archives: Mapping[str, Archive]) -> None:
+        settings: RedfishSettings = scenario.sections["redfish"]
+        self._role = scenario.role
+        self._archives = archives
+        self._states = settings.task_states
+        self._tree = Tree(machine, settings, scenario.user, scenario.role)
+        self._sessions = Sessions(scenario.user, scenario.password)
+        self._tasks: dict[str, ExportTask] = {}
+        self._last_task = 0
+        self._downloads = {a.remote_path: a for a in archives.values()}
+
+    # --- one request ------------------------------------------------------------------------
+
+    async def answer(self, request: Request, wishes: Mapping[str, Any]) -> Reply:
+        path = request.decoded_path.rstrip("/") or "/"
+        try:
+            self._check_versions(request)
+            self._check_access(request, path)
+            reply = self._dispatch(request, path, wishes)
+        except RedfishError as error:
+            reply = error.reply()
+        reply.headers.setdefault("OData-Version", "4.0")
+        reply.headers.setdefault("Cache-Control", "no-cache")
+        return reply
+
+    def empty_answer(self, request: Request, status: int) -> Reply:
+        if status >= 400:
+            return error_for_status(status, request.path, request.method)
+        return Reply(status, {"Content-Type": _JSON})
+
+    @staticmethod
+    def _check_versions(request: Request) -> None:
+        if (request.header("OData-Version") or "4.0").strip() != "4.0":
+            raise RedfishError("HeaderInvalid", "OData-Version")
+        if any(part.startswith(("$", "%24")) for part in request.query.split("&")):
+            raise RedfishError("QueryNotSupported")
+
+    def _check_access(self, request: Request, path: str) -> None:
+        if path in _PUBLIC and request.method in ("GET", "HEAD"):
+            return
+        if path in (SESSIONS, SESSIONS + "/Members") and request.method == "POST":
+            return  # the credentials are in the body
+        if not self._sessions.admits(request):
+            raise RedfishError("AuthenticationRequired")
+
+    def _dispatch(self, request: Request, path: str, wishes: Mapping[str, Any]) -> Reply:
+        archive = self._download(path)
+        if archive is not None:
+            return self._only(request, {"GET": lambda *_: _archive_reply(archive)}, wishes)
+        handlers = self._handlers(path)
+        if handlers is None:
+            raise RedfishError("ResourceMissingAtURI", request.path)
+        return self._only(request, handlers, wishes)
+
+    @staticmethod
+    def _only(request: Request, handlers: Mapping[str, Handler], wishes: Mapping[str, Any]) -> Reply:
+        """Runs the method's handler; HEAD is a GET whose body is not sent."""
+        allowed = sorted(set(handlers) | ({"HEAD"} if "GET" in handlers else set()))
+        allow = {"Allow": ", ".join(allowed)}
+        method = "GET" if request.method == "HEAD" else request.method
+        if method not in handlers:
+            raise RedfishError("OperationNotAllowed", request.method, headers=allow)
+        try:
+            reply = handlers[method](request, wishes)
+        except RedfishError as error:
+            error.headers.update(allow)
+            raise
+        reply.headers.update(allow)
+        return reply
+
+    def _handlers(self, path: str) -> Mapping[str, Handler] | None:
+        """The methods of a resource; None where there is none."""
+        if path == "/redfish":
+            return _reader({"v1": ROOT + "/"})
+        if path == ROOT + "/odata":
+            return _reader(self._tree.odata())
+        if path == ROOT + "/$metadata":
+            return {"GET": lambda *_: _xml_reply(self._tree.metadata())}
+        if path == EXPORT:
+            return {"POST": self._export}
+        if path == SESSIONS:
+            return {**_reader(self._session_collection()), "POST": self._log_in}
+        if path == SESSIONS + "/Members":
+            return {"POST": self._log_in}
+        if path.startswith(SESSIONS + "/"):
+            return self._session_handlers(path[len(SESSIONS) + 1 :])
+        if path == self._tree.tasks:
+            return _reader(self._task_collection())
+        if path.startswith(self._tree.tasks + "/"):
+            return self._task_handlers(path[len(self._tree.tasks) + 1 :])
+        document = self._tree.documents.get(path)
+        return None if document is None else _reader(document)
+
+    # --- sessions ---------------------------------------------------------------------------
+
+    def _session_collection(self) -> Document:
+        return collection(SESSIONS, "Session", "Session Collection", self._sessions.all())
+
+    def _log_in(self, request: Request, _: Mapping[str, Any]) -> Reply:
+        body = _json_object(request)
+        for name in ("UserName", "Password"):
+            if name not in body:
+                raise RedfishError("PropertyMissing", name)
+            if not isinstance(body[name], str):
+                raise RedfishError("PropertyValueTypeError", name)
+        for name in body:
+            if name not in ("UserName", "Password"):
+                raise RedfishError("PropertyUnknown", name)
+        if not self._sessions.knows(body["UserName"], body["Password"]):
+            raise RedfishError("AuthenticationRequired")
+        session = self._sessions.open(body["UserName"])
+        headers = {"X-Auth-Token": session.token, "Location": f"{SESSIONS}/{session.id}"}
+        return _json_reply(_session_document(session), 201, headers)
+
+    def _session_handlers(self, id_: str) -> Mapping[str, Handler] | None:
+        session = self._sessions.all().get(id_)
+        if session is None:
+            return None
+
+        def log_out(*_: Any) -> Reply:
+            self._sessions.close(id_)
+            return Reply(204)
+
+        return {**_reader(_session_document(session)), "DELETE": log_out}
+
+    # --- tasks ------------------------------------------------------------------------------
+
+    def _task_collection(self) -> Document:
+        return collection(self._tree.tasks, "Task", "Task Collection", self._tasks)
+
+    def _task_handlers(self, name: str) -> Mapping[str, Handler] | None:
+        if name in self._tasks:
+            return {"GET": lambda request, wishes: self._poll(name, request, wishes)}
+        parent, _, last = name.rpartition("/")
+        if last == "Monitor" and parent in self._tasks:
+            return {"GET": lambda request, wishes: self._poll(parent, request, wishes, monitor=True)}
+        return None
+
+    def _poll(
+        self, name: str, request: Request, wishes: Mapping[str, Any], monitor: bool = False
+    ) -> Reply:
+        task = self._tasks[name]
+        if request.method == "GET":
+            task.advance()
+        document = task.document(f"{self._tree.tasks}/{name}", wishes)
+        self._announce(document, task.archive)
+        unfinished = monitor and document.get("TaskState") not in ENDED
+        return _json_reply(document, 202 if unfinished else 200)
+
+    def _announce(self, document: Document, archive: Archive) -> None:
+        """Whatever path a client was told, the archive is found there."""
+        path = document.get("Oem", {}).get("Tavrin", {}).get("FFDCForDownloading", {}).get("Path")
+        if path:
+            self._downloads[_normal(path)] = archive
+
+    def _export(self, request: Request, wishes: Mapping[str, Any]) -> Reply:
+        if self._role == "ReadOnly":
+            raise RedfishError("InsufficientPrivilege")
+        body = _json_object(request)
+        _check_export(body)
+        archive = self._archives[MINI if body["DataCollectionType"] == "Mini-log" else FULL]
+        task = self._new_task(archive, wishes)
+        if body.get("ExportURI"):
+            task.upload_to(body["ExportURI"], body.get("Username", ""), body.get("Password", ""))
+        uri = f"{self._tree.tasks}/{task.id}"
+        headers = {"Location": uri + "/Monitor", "Retry-After": "5"}
+        return _json_reply(task.document(uri, wishes), 202, headers)
+
+    def _new_task(self, archive: Archive, wishes: Mapping[str, Any]) -> ExportTask:
+        """A task under the Id that the scenario wishes, so that it is also found under it."""
+        self._last_task += 1
+        wished = wishes.get("id")
+        id_ = str(self._last_task) if wished is None else wished
+        task = ExportTask(id_, archive, self._states, wishes.get("path", archive.remote_path))
+        while len(self._tasks) >= _LARGEST_TASK_COUNT:
+            del self._tasks[next(iter(self._tasks))]
+        self._tasks[str(id_)] = task
+        return task
+
+    # --- archives ---------------------------------------------------------------------------
+
+    def _download(self, path: str) -> Archive | None:
+        return self._downloads.get(_normal(path))
+
+
+def _normal(path: str) -> str:
+    """Clients write the same path in several ways: escapes, dots, doubled slashes."""
+    return posixpath.normpath("/" + unquote(path).lstrip("/"))
+
+
+def _archive_reply(archive: Archive) -> Reply:
+    headers = {
+        "Content-Type": "application/gzip",
+        "Content-Disposition": f'attachment; filename="{archive.name}"',
+        "ETag": f'"{archive.sha256[:32]}"',
+        "Accept-Ranges": "none",
+    }
+    return Reply(200, headers, FileBody(archive.file))
+
+
+def _reader(document: Document) -> dict[str, Handler]:
+    """GET of a document that is as it is, with its ETag."""
+
+    def read(request: Request, _: Mapping[str, Any]) -> Reply:
+        reply = _json_reply(document)
+        tag = f'"{hashlib.sha256(b"".join(bytes(c) for c in reply.body.chunks())).hexdigest()[:32]}"'
+        if tag in (request.header("If-None-Match") or ""):
+            return Reply(304, {"ETag": tag})
+        reply.headers["ETag"] = tag
+        return reply
+
+    return {"GET": read}
+
+
+def _json_reply(document: Document, status: int = 200, headers: Mapping[str, str] | None = None) -> Reply:
+    body = BytesBody(json.dumps(document, separators=(",", ":")).encode())
+    return Reply(status, {"Content-Type": _JSON, **(headers or {})}, body)
+
+
+def _xml_reply(text: str) -> Reply:
+    return Reply(200, {"Content-Type": "application/xml; charset=utf-8"}, BytesBody(text.encode()))
+
+
+def _session_document(session: Session) -> Document:
+    return resource(
+        f"{SESSIONS}/{session.id}", "Session", "1_5_0", "User Session",
+        UserName=session.user, Password=None, SessionType="Redfish",
+    )
+
+
+def _json_object(request: Request) -> dict[str, Any]:
+    try:
+        body = json.loads(request.body.decode("utf-8"))
+    except (ValueError, RecursionError):
+        raise RedfishError("MalformedJSON") from None
+    if not isinstance(body, dict):
+        raise RedfishError("UnrecognizedRequestBody")
+    return body
+
+
+def _check_export(body: Mapping[str, Any]) -> None:
+    """The parameters' names, types and values."""
+    for name, value in body.items():
+        if name not in _EXPORT_TYPES:
+            raise RedfishError("ActionParameterUnknown", EXPORT_NAME, name)
+        if type(value) is not _EXPORT_TYPES[name]:
+            raise RedfishError("ActionParameterValueTypeError", EXPORT_NAME, name)
+    for name in _EXPORT_NEEDS:
+        if name not in body:
+            raise RedfishError("ActionParameterMissing", EXPORT_NAME, name)
+    kind = body["DataCollectionType"]
+    if kind not in COLLECTIONS:
+        raise RedfishError("ActionParameterValueNotInList", EXPORT_NAME, "DataCollectionType", kind)
+    if body.get("ExportURI") and not usable_uri(body["ExportURI"]):
+        raise RedfishError("ActionParameterValueFormatError", EXPORT_NAME, "ExportURI")
+    if "\0" in body.get("Username", "") + body.get("Password", ""):
+        raise RedfishError("ActionParameterValueFormatError", EXPORT_NAME, "Password")

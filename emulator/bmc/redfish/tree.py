@@ -1,0 +1,334 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The resources of the Redfish service that do not change while it runs, and how they hang together."""
+
+from __future__ import annotations
+
+from typing import Any, Iterable, Mapping
+
+from bmc.machine import MODEL, Machine, iso
+from bmc.redfish import errors
+from bmc.redfish.sessions import SESSION_TIMEOUT
+from bmc.redfish.settings import RedfishSettings
+from bmc.scenario import ROLES
+
+ROOT = "/redfish/v1"
+SESSIONS = ROOT + "/SessionService/Sessions"
+SERVICE_DATA = ROOT + "/Managers/1/Oem/Tavrin/ServiceData"
+EXPORT_NAME = "TavrinServiceData.ExportFFDCData"
+EXPORT = f"{SERVICE_DATA}/Actions/{EXPORT_NAME}"
+COLLECTIONS = ("ProcessorDump", "Mini-log")
+FIRMWARE = "4.20.1183"
+
+_OK = {"State": "Enabled", "Health": "OK"}
+_PRIVILEGES = {
+    "Administrator": ("Login", "ConfigureManager", "ConfigureUsers", "ConfigureSelf", "ConfigureComponents"),
+    "Operator": ("Login", "ConfigureSelf", "ConfigureComponents"),
+    "ReadOnly": ("Login", "ConfigureSelf"),
+}
+
+Document = dict[str, Any]
+
+
+def link(path: str) -> dict[str, str]:
+    return {"@odata.id": path}
+
+
+def collection(path: str, type_: str, name: str, members: Iterable[str]) -> Document:
+    """A collection resource with links to its members."""
+    links = [link(f"{path}/{member}") for member in members]
+    return {
+        "@odata.id": path,
+        "@odata.type": f"#{type_}Collection.{type_}Collection",
+        "Name": name,
+        "Members@odata.count": len(links),
+        "Members": links,
+    }
+
+
+def resource(path: str, type_: str, version: str, name: str, **members: Any) -> Document:
+    """A single resource; its Id is the last piece of its path unless told."""
+    return {
+        "@odata.id": path,
+        "@odata.type": f"#{type_}.v{version}.{type_}",
+        "Id": path.rpartition("/")[2],
+        "Name": name,
+        **members,
+    }
+
+
+class Tree:
+    """All fixed documents by path (without a slash at the end)."""
+
+    def __init__(self, machine: Machine, settings: RedfishSettings, user: str, role: str) -> None:
+        self._machine = machine
+        self._settings = settings
+        self.task_service = ROOT + ("/TaskService" if settings.has_task_service else "/Tasks")
+        self.tasks = self.task_service + "/Tasks"
+        self._documents: dict[str, Document] = {}
+        for part in (
+            self._root(), self._systems(), self._chassis(), self._managers(), self._event_log(),
+            self._services(), self._accounts(user, role), self._registries(),
+        ):
+            self._add(part)
+
+    @property
+    def documents(self) -> Mapping[str, Document]:
+        return self._documents
+
+    def _add(self, documents: Iterable[Document]) -> None:
+        for document in documents:
+            self._documents[document["@odata.id"].rstrip("/")] = document
+
+    def _root(self) -> Iterable[Document]:
+        root = resource(
+            ROOT + "/", "ServiceRoot", "1_13_0", "Root Service",
+            RedfishVersion=self._settings.version,
+            UUID=self._machine.uuid,
+            Vendor="Tavrin",
+            Product=f"{MODEL} Management Controller",
+            ProtocolFeaturesSupported={
+                "ExcerptQuery": False, "FilterQuery": False, "OnlyMemberQuery": False, "SelectQuery": False,
+            },
+            Systems=link(ROOT + "/Systems"),
+            Chassis=link(ROOT + "/Chassis"),
+            Managers=link(ROOT + "/Managers"),
+            SessionService=link(ROOT + "/SessionService"),
+            AccountService=link(ROOT + "/AccountService"),
+            Tasks=link(self.task_service),
+            Registries=link(ROOT + "/Registries"),
+            Links={"Sessions": link(SESSIONS)},
+        )
+        root["Id"] = "RootService"
+        if self._settings.version is None:
+            del root["RedfishVersion"]
+        yield root
+
+    def _systems(self) -> Iterable[Document]:
+        top, machine = ROOT + "/Systems", self._machine
+        yield collection(top, "ComputerSystem", "Computer System Collection", ["1"])
+        yield resource(
+            top + "/1", "ComputerSystem", "1_18_0", "Host",
+            Manufacturer="Tavrin", Model=MODEL, SerialNumber=machine.serial, UUID=machine.uuid,
+            SystemType="Physical", PowerState="On", HostName="host", IndicatorLED="Off",
+            BiosVersion="T2E138K-3.10", Status=_OK,
+            ProcessorSummary={"Count": len(machine.processors), "Status": _OK},
+            MemorySummary={"TotalSystemMemoryGiB": 32 * len(machine.memory), "Status": _OK},
+            Processors=link(top + "/1/Processors"),
+            Memory=link(top + "/1/Memory"),
+            Links={"Chassis": [link(ROOT + "/Chassis/1")], "ManagedBy": [link(ROOT + "/Managers/1")]},
+        )
+        yield collection(
+            top + "/1/Processors", "Processor", "Processors", [p["Id"] for p in machine.processors]
+        )
+        for cpu in machine.processors:
+            yield resource(
+                f"{top}/1/Processors/{cpu['Id']}", "Processor", "1_14_0", cpu["Socket"],
+                Socket=cpu["Socket"], ProcessorType="CPU", ProcessorArchitecture="x86",
+                InstructionSet="x86-64", MaxSpeedMHz=cpu["MaxSpeedMHz"], TotalCores=cpu["Cores"],
+                TotalThreads=cpu["Threads"], ProcessorId={"MicrocodeInfo": cpu["MicrocodeId"]}, Status=_OK,
+            )
+        yield collection(top + "/1/Memory", "Memory", "Memory", [d["Id"] for d in machine.memory])
+        for dimm in machine.memory:
+            details = {name: value for name, value in dimm.items() if name != "Id"}
+            yield resource(
+                f"{top}/1/Memory/{dimm['Id']}", "Memory", "1_14_0", dimm["DeviceLocator"],
+                MemoryType="DRAM", MemoryDeviceType="DDR5", Status=_OK, **details,
+            )
+
+    def _chassis(self) -> Iterable[Document]:
+        top, machine = ROOT + "/Chassis", self._machine
+        yield collection(top, "Chassis", "Chassis Collection", ["1"])
+        yield resource(
+            top + "/1", "Chassis", "1_20_0", "Chassis",
+            ChassisType="RackMount", Manufacturer="Tavrin", Model=MODEL, SerialNumber=machine.serial,
+            PowerState="On", IndicatorLED="Off", Status=_OK,
+            Thermal=link(top + "/1/Thermal"), Power=link(top + "/1/Power"),
+            Links={
+                "ComputerSystems": [link(ROOT + "/Systems/1")], "ManagedBy": [link(ROOT + "/Managers/1")],
+            },
+        )
+        yield resource(
+            top + "/1/Thermal", "Thermal", "1_7_1", "Thermal",
+            Temperatures=self._readings(top + "/1/Thermal#/Temperatures", machine.temperatures, "ReadingCelsius"),
+            Fans=[
+                {**fan, "ReadingUnits": "RPM"}
+                for fan in self._readings(top + "/1/Thermal#/Fans", machine.fans, "Reading")
+            ],
+        )
+        yield resource(
+            top + "/1/Power", "Power", "1_7_1", "Power",
+            PowerControl=[{
+                "@odata.id": top + "/1/Power#/PowerControl/0", "MemberId": "0", "Name": "Server",
+                "PowerConsumedWatts": machine.watts, "PowerCapacityWatts": 1100, "Status": _OK,
+            }],
+        )
+
+    @staticmethod
+    def _readings(top: str, sensors: Iterable[Mapping[str, Any]], member: str) -> list[Document]:
+        return [
+            {
+                "@odata.id": f"{top}/{number}", "MemberId": str(number), "Name": sensor["Name"],
+                member: sensor["Reading"], "Status": _OK,
+            }
+            for number, sensor in enumerate(sensors)
+        ]
+
+    def _managers(self) -> Iterable[Document]:
+        top = ROOT + "/Managers"
+        yield collection(top, "Manager", "Manager Collection", ["1"])
+        yield resource(
+            top + "/1", "Manager", "1_15_0", "Management Controller",
+            ManagerType="BMC", Manufacturer="Tavrin", Model=f"{MODEL} Management Controller",
+            FirmwareVersion=FIRMWARE, UUID=self._machine.uuid, PowerState="On", Status=_OK,
+            ServiceEntryPointUUID=self._machine.uuid,
+            NetworkProtocol=link(top + "/1/NetworkProtocol"),
+            EthernetInterfaces=link(top + "/1/EthernetInterfaces"),
+            LogServices=link(top + "/1/LogServices"),
+            Links={
+                "ManagerForServers": [link(ROOT + "/Systems/1")],
+                "ManagerForChassis": [link(ROOT + "/Chassis/1")],
+            },
+            Oem={"Tavrin": {"@odata.type": "#TavrinManager.v1_0_0.Tavrin", "ServiceData": link(SERVICE_DATA)}},
+        )
+        yield self._service_data()
+        yield resource(
+            top + "/1/NetworkProtocol", "ManagerNetworkProtocol", "1_8_0", "Network Protocols",
+            HostName=f"bmc-{self._machine.serial.lower()}", Status=_OK,
+            HTTPS={"ProtocolEnabled": True, "Port": 443}, IPMI={"ProtocolEnabled": True, "Port": 623},
+            SSH={"ProtocolEnabled": False, "Port": 22},
+        )
+        yield collection(
+            top + "/1/EthernetInterfaces", "EthernetInterface", "Ethernet Interfaces", ["eth0"]
+        )
+        yield resource(
+            top + "/1/EthernetInterfaces/eth0", "EthernetInterface", "1_8_0", "Management Network",
+            MACAddress=self._machine.mac, SpeedMbps=1000, FullDuplex=True, InterfaceEnabled=True,
+            LinkStatus="LinkUp", Status=_OK,
+        )
+
+    @staticmethod
+    def _service_data() -> Document:
+        return resource(
+            SERVICE_DATA, "TavrinServiceData", "1_0_0", "Service Data",
+            Description="Gathers first failure data for the service provider.",
+            Actions={
+                "#" + EXPORT_NAME: {
+                    "target": EXPORT,
+                    "title": "ExportFFDCData",
+                    "DataCollectionType@Redfish.AllowableValues": list(COLLECTIONS),
+                }
+            },
+        )
+
+    def _event_log(self) -> Iterable[Document]:
+        top = ROOT + "/Managers/1/LogServices"
+        yield collection(top, "LogService", "Log Services", ["EventLog"])
+        yield resource(
+            top + "/EventLog", "LogService", "1_3_0", "Event Log",
+            MaxNumberOfRecords=1024, OverWritePolicy="WrapsWhenFull", LogEntryType="Event",
+            Status=_OK, Entries=link(top + "/EventLog/Entries"),
+        )
+        path = top + "/EventLog/Entries"
+        entries = [
+            resource(
+                f"{path}/{event.number}", "LogEntry", "1_11_0", f"Event {event.number}",
+                EntryType="Event", Created=iso(event.time), Severity=event.severity, Message=event.text,
+            )
+            for event in self._machine.events[-40:]
+        ]
+        yield {**collection(path, "LogEntry", "Event Log Entries", [e["Id"] for e in entries]), "Members": entries}
+        yield from entries
+
+    def _services(self) -> Iterable[Document]:
+        yield resource(
+            ROOT + "/SessionService", "SessionService", "1_1_8", "Session Service",
+            ServiceEnabled=True, SessionTimeout=SESSION_TIMEOUT, Status=_OK, Sessions=link(SESSIONS),
+        )
+        task_service = resource(
+            self.task_service, "TaskService", "1_2_0", "Task Service",
+            ServiceEnabled=True, CompletedTaskOverWritePolicy="Oldest",
+            LifeCycleEventOnTaskStateChange=False, Status=_OK, Tasks=link(self.tasks),
+        )
+        yield {**task_service, "Id": "TaskService"}
+
+    @staticmethod
+    def _accounts(user: str, role: str) -> Iterable[Document]:
+        top = ROOT + "/AccountService"
+        yield resource(
+            top, "AccountService", "1_11_0", "Account Service",
+            ServiceEnabled=True, MinPasswordLength=8, Status=_OK,
+            Accounts=link(top + "/Accounts"), Roles=link(top + "/Roles"),
+        )
+        yield collection(top + "/Accounts", "ManagerAccount", "Accounts", ["1"])
+        yield resource(
+            top + "/Accounts/1", "ManagerAccount", "1_9_0", "User Account",
+            UserName=user, Password=None, RoleId=role, Enabled=True, Locked=False,
+            AccountTypes=["Redfish"], Links={"Role": link(f"{top}/Roles/{role}")},
+        )
+        yield collection(top + "/Roles", "Role", "Roles", ROLES)
+        for name in ROLES:
+            yield resource(
+                f"{top}/Roles/{name}", "Role", "1_3_1", f"{name} Role",
+                RoleId=name, IsPredefined=True, AssignedPrivileges=list(_PRIVILEGES[name]),
+            )
+
+    @staticmethod
+    def _registries() -> Iterable[Document]:
+        top = ROOT + "/Registries"
+        versions = {errors.BASE: errors.BASE_VERSION, errors.OEM: errors.OEM_VERSION}
+        yield collection(top, "MessageRegistryFile", "Registries", versions)
+        for name, version in versions.items():
+            uri = f"{top}/{name}/{name}.{version}.json"
+            yield resource(
+                f"{top}/{name}", "MessageRegistryFile", "1_1_3", f"{name} Message Registry File",
+                Registry=f"{name}.{version.rpartition('.')[0]}", Languages=["en"],
+                Location=[{"Language": "en", "Uri": uri}],
+            )
+            yield {
+                "@odata.id": uri,
+                "@odata.type": "#MessageRegistry.v1_4_2.MessageRegistry",
+                "Id": f"{name}.{version}", "Name": f"{name} Message Registry", "Language": "en",
+                "RegistryPrefix": name, "RegistryVersion": version, "OwningEntity": "Tavrin",
+                "Messages": {key: _registry_entry(m) for key, m in errors.MESSAGES[name].items()},
+            }
+
+    def odata(self) -> Document:
+        """The OData service document."""
+        root = self._documents[ROOT]
+        names = [n for n, v in root.items() if isinstance(v, dict) and set(v) == {"@odata.id"}]
+        entries = [{"name": "Service", "url": ROOT + "/"}]
+        entries += [{"name": name, "url": root[name]["@odata.id"]} for name in names]
+        entries.append({"name": "Sessions", "url": SESSIONS})
+        return {
+            "@odata.context": ROOT + "/$metadata",
+            "value": [{**entry, "kind": "Singleton"} for entry in entries],
+        }
+
+    def metadata(self) -> str:
+        """The CSDL document: references to the schemas of all types in use."""
+        types = {d["@odata.type"][1:].rpartition(".")[0] for d in self._documents.values()}
+        types |= {"Task.v1_7_0", "Session.v1_5_0", "TaskCollection", "SessionCollection"}
+        lines = ['<?xml version="1.0" encoding="UTF-8"?>']
+        lines.append('<edmx:Edmx xmlns:edmx="http://docs.oasis-open.org/odata/ns/edmx" Version="4.0">')
+        for family in sorted({name.split(".")[0] for name in types}):
+            lines.append(f'  <edmx:Reference Uri="http://redfish.dmtf.org/schemas/v1/{family}_v1.xml">')
+            for name in sorted(n for n in types | {family} if n.split(".")[0] == family):
+                lines.append(f'    <edmx:Include Namespace="{name}"/>')
+            lines.append("  </edmx:Reference>")
+        lines += [
+            "  <edmx:DataServices>",
+            '    <Schema xmlns="http://docs.oasis-open.org/odata/ns/edm" Namespace="Service">',
+            '      <EntityContainer Name="Service" Extends="ServiceRoot.v1_13_0.ServiceContainer"/>',
+            "    </Schema>",
+            "  </edmx:DataServices>",
+            "</edmx:Edmx>",
+        ]
+        return "\n".join(lines) + "\n"
+
+
+def _registry_entry(message: errors.Message) -> Document:
+    count = max((n for n in range(1, 4) if f"%{n}" in message.text), default=0)
+    return {
+        "Description": message.text, "Message": message.text, "MessageSeverity": message.severity,
+        "NumberOfArgs": count, "ParamTypes": ["string"] * count, "Resolution": message.resolution,
+    }
