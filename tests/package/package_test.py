@@ -1,0 +1,194 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The installed package in the hands of a foreign project.
+
+VARNEX_BUILD names the build folder that is installed, VARNEX_CXX its compiler.
+"""
+
+import hashlib
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+
+import pytest
+
+from emulated_bmc import emulated_bmc
+
+HERE = pathlib.Path(__file__).resolve().parent
+ROOT = HERE.parents[1]
+BUILD = pathlib.Path(os.environ["VARNEX_BUILD"])
+CXX = os.environ.get("VARNEX_CXX", "g++")
+QUICK = "{redfish: {task_states: [Completed]}}"
+STRICT = ["-Wall", "-Wextra", "-Wpedantic", "-Werror"]
+STEERING = re.compile(r"(?i)(.*_proxy|LD_LIBRARY_PATH|PKG_CONFIG_PATH|CMAKE_PREFIX_PATH"
+                      r"|REQUESTS_CA_BUNDLE|CURL_CA_BUNDLE|SSL_CERT_(FILE|DIR)|VARNEX_.*)$")
+ENVIRONMENT = {name: value for name, value in os.environ.items() if not STEERING.match(name)}
+
+
+def run(*command, environment=None, **options):
+    """The finished process; a failure shows what it said."""
+    finished = subprocess.run([str(word) for word in command], capture_output=True, text=True,
+                              timeout=300, check=False, env={**ENVIRONMENT, **(environment or {})},
+                              **options)
+    assert finished.returncode == 0, f"{command}\n{finished.stdout}\n{finished.stderr}"
+    return finished
+
+
+@pytest.fixture(scope="module")
+def prefix(tmp_path_factory):
+    """Where the package lies: not where it was installed, because a prefix may be moved."""
+    folder = tmp_path_factory.mktemp("package")
+    run("cmake", "--install", BUILD, "--prefix", folder / "installed")
+    return (folder / "installed").rename(folder / "moved")
+
+
+def libraries(prefix):
+    return next(prefix.rglob("libvarnexffdc.so")).parent
+
+
+def pkg_config(prefix, *words):
+    path = str(libraries(prefix) / "pkgconfig")
+    said = run("pkg-config", *words, environment={"PKG_CONFIG_PATH": path}).stdout
+    return said.split()
+
+
+def compile_with_pkg_config(prefix, source, program, *more):
+    flags = pkg_config(prefix, "--cflags", "--libs", "varnex-ffdc")
+    run(CXX, *STRICT, source, "-o", program, *flags, f"-Wl,-rpath,{libraries(prefix)}", *more)
+
+
+def collect(host, bmc, archive):
+    run(host, bmc["address"], bmc["redfish"]["port"], bmc["user"], archive,
+        input=bmc["password"] + "\n")
+    assert hashlib.sha256(archive.read_bytes()).hexdigest() == bmc["archives"]["mini"]["sha256"]
+
+
+def exported(library):
+    """One line per symbol: kind, name as the linker sees it, name as a person reads it."""
+    listed = run("nm", "-D", "--defined-only", "--format=posix", library).stdout
+    symbols = [line.split()[:2] for line in listed.splitlines()]
+    readable = run("c++filt", input="\n".join(name for name, _ in symbols)).stdout.splitlines()
+    return sorted(f"{kind} {name}  {plain}"
+                  for (name, kind), plain in zip(symbols, readable, strict=True))
+
+
+def test_a_host_finds_the_package_with_cmake(prefix, tmp_path):
+    run("cmake", "-S", ROOT / "examples", "-B", tmp_path / "out",
+        f"-DCMAKE_PREFIX_PATH={prefix}", f"-DCMAKE_CXX_COMPILER={CXX}")
+    run("cmake", "--build", tmp_path / "out")
+
+    with emulated_bmc(tmp_path, QUICK) as bmc:
+        collect(tmp_path / "out" / "collect", bmc, tmp_path / "ffdc.tar.gz")
+
+
+def test_a_host_finds_the_package_with_pkg_config(prefix, tmp_path):
+    compile_with_pkg_config(prefix, ROOT / "examples" / "collect.cpp", tmp_path / "collect",
+                            "-std=c++11")
+
+    with emulated_bmc(tmp_path, QUICK) as bmc:
+        collect(tmp_path / "collect", bmc, tmp_path / "ffdc.tar.gz")
+
+
+def test_a_host_uses_the_platforms_own_services(prefix, tmp_path):
+    (tmp_path / "CMakeLists.txt").write_text(
+        "cmake_minimum_required(VERSION 3.16)\n"
+        "project(Host LANGUAGES CXX)\n"
+        "find_package(VarnexFfdc 1.0 REQUIRED)\n"
+        f"add_executable(host {HERE}/hosts/masks.cpp)\n"
+        "target_compile_features(host PRIVATE cxx_std_17)\n"
+        "target_link_libraries(host PRIVATE Varnex::platform)\n", encoding="utf-8")
+    run("cmake", "-S", tmp_path, "-B", tmp_path / "out", f"-DCMAKE_PREFIX_PATH={prefix}",
+        f"-DCMAKE_CXX_COMPILER={CXX}")
+    run("cmake", "--build", tmp_path / "out")
+    flags = pkg_config(prefix, "--cflags", "--libs", "varnex-platform")
+    run(CXX, "-std=c++17", HERE / "hosts" / "masks.cpp", "-o", tmp_path / "host", *flags,
+        f"-Wl,-rpath,{libraries(prefix)}")
+
+    assert "secret" not in run(tmp_path / "out" / "host").stdout
+    assert "secret" not in run(tmp_path / "host").stdout
+
+
+def test_only_the_facade_is_exported(prefix):
+    listed = (HERE / "exported-symbols.txt").read_text(encoding="utf-8").splitlines()
+
+    assert exported(libraries(prefix) / "libvarnexffdc.so") == listed
+
+
+@pytest.mark.parametrize("compiler", ["g++", "clang++"])
+def test_public_headers_are_plain_cpp11(prefix, compiler, tmp_path):
+    headers = sorted((prefix / "include" / "varnex").glob("*.h"))
+    assert len(headers) == 5
+
+    for header in headers:
+        source = tmp_path / "alone.cpp"
+        source.write_text(f"#include <varnex/{header.name}>\n", encoding="utf-8")
+        run(compiler, "-std=c++11", *STRICT, "-fsyntax-only", f"-I{prefix}/include", source)
+
+
+@pytest.mark.parametrize("compiler", ["g++", "clang++"])
+def test_platform_headers_stand_alone(prefix, compiler, tmp_path):
+    headers = sorted((prefix / "include" / "varnex" / "platform").glob("*.h"))
+    assert headers
+
+    for header in headers:
+        source = tmp_path / "alone.cpp"
+        source.write_text(f'#include "{header.name}"\n', encoding="utf-8")
+        run(compiler, "-std=c++17", *STRICT, "-fsyntax-only", f"-I{header.parent}", source)
+
+
+def test_a_host_catches_the_json_readers_error_by_its_type(prefix, tmp_path):
+    compile_with_pkg_config(prefix, HERE / "hosts" / "catches_reader_error.cpp",
+                            tmp_path / "host", "-std=c++17")
+    scenario = """
+redfish:
+  answers:
+    "POST *ExportFFDCData": [{status: 202, body: "not json"}]
+"""
+    with emulated_bmc(tmp_path, scenario) as bmc:
+        said = run(tmp_path / "host", bmc["address"], bmc["redfish"]["port"], bmc["user"],
+                   input=bmc["password"] + "\n").stdout
+
+    assert said == "json_parser_error\n"
+
+
+def test_the_tool_runs_from_the_moved_prefix(prefix):
+    assert run(prefix / "bin" / "kemffdc", "--version").stdout.strip()
+
+
+def test_nothing_installed_knows_where_it_was_built(prefix):
+    for file in prefix.rglob("*"):
+        if file.is_file() and not file.is_symlink():
+            content = file.read_bytes()
+            assert str(BUILD).encode() not in content, file
+            assert str(prefix.parent / "installed").encode() not in content, file
+
+
+def test_a_host_brings_its_own_platform_library(prefix, tmp_path):
+    """Same sources, another library behind the platform's headers: nothing of ours is linked."""
+    platform = tmp_path / "libotherplatform.so"
+    run(CXX, "-std=c++17", *STRICT, "-shared", "-fPIC", HERE / "otherplatform" / "platform.cpp",
+        f"-I{prefix}/include/varnex/platform", "-o", platform, "-Wl,-soname,libotherplatform.so")
+    out, other = tmp_path / "out", tmp_path / "other"
+    run("cmake", "-S", ROOT, "-B", out, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug",
+        f"-DVARNEX_PLATFORM={platform}", f"-DCMAKE_CXX_COMPILER={CXX}")
+    run("cmake", "--build", out, "-j2")
+    run("cmake", "--install", out, "--prefix", other)
+    shutil.copy(platform, libraries(other))  # the library looks for it beside itself
+    compile_with_pkg_config(other, ROOT / "examples" / "collect.cpp", tmp_path / "collect")
+
+    with emulated_bmc(tmp_path, QUICK) as bmc:
+        host = run(tmp_path / "collect", bmc["address"], bmc["redfish"]["port"], bmc["user"],
+                   tmp_path / "ffdc.tar.gz", input=bmc["password"] + "\n")
+
+    assert (tmp_path / "ffdc.tar.gz").read_text() == "fetched by another platform\n"
+    assert "other log 4 src/module/kvs/ffdc/ffdc: Calling constructor of KEMFfdc" in host.stderr
+    assert not list(other.rglob("libvarnexplatform*"))
+    assert "libvarnexplatform" not in run("ldd", tmp_path / "collect").stdout
+
+
+def test_the_readme_shows_the_example_that_is_built_here():
+    example = (ROOT / "examples" / "collect.cpp").read_text(encoding="utf-8")
+    shown = example[example.index("#include"):]
+
+    assert f"```cpp\n{shown}```" in (ROOT / "README.md").read_text(encoding="utf-8")
