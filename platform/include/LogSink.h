@@ -40,9 +40,16 @@ void SetLogLevel(int level);
 // destination then stays.
 bool SetLogFile(const std::string& path, std::string& error);
 
+// How a record is written: a pattern of spdlog, of which %v is the text, %l the level's name, %g
+// and %# the source file and line, %t the thread. VARNEX_LOG_FORMAT does the same from outside.
+// An empty pattern means the default, which gives
+//   2026-01-31 12:00:00.000 4711 warning src/common/rest/RedfishClient:42 text
+void SetLogFormat(const std::string& pattern);
+
 // `text` as the log writes it to a terminal or a file: secrets masked (the value after
 // "X-Auth-Token:" and "Authorization:", a JSON member "Password", the password in
-// scheme://user:password@), control bytes written as \xNN. For hosts that print texts of a BMC.
+// scheme://user:password@), control bytes and bytes that are no UTF-8 written as \xNN, line ends
+// too: one text, one line. For hosts that print texts of a BMC.
 std::string MaskedForDisplay(const std::string& text);
 
 }  // namespace Varnex

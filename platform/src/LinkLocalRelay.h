@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef VARNEX_PLATFORM_LINKLOCALRELAY_H
+#define VARNEX_PLATFORM_LINKLOCALRELAY_H
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <memory>
+#include <string>
+#include <thread>
+
+// Owns a file descriptor; -1: none.
+class FileDescriptor {
+public:
+    explicit FileDescriptor(int descriptor) noexcept : m_descriptor(descriptor) {}
+    ~FileDescriptor() {
+        if (IsOpen()) close(m_descriptor);
+    }
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+
+    int Get() const noexcept { return m_descriptor; }
+    bool IsOpen() const noexcept { return m_descriptor >= 0; }
+
+private:
+    int m_descriptor;
+};
+
+// Carries datagrams between 127.0.0.1 and an address that a library cannot be told, which is a
+// link-local one with its scope. One peer on this side: the first one that sends. Nothing is
+// trusted that was not before: the session above authenticates every datagram.
+class LinkLocalRelay {
+public:
+    // Null when a socket or the thread cannot be had.
+    static std::unique_ptr<LinkLocalRelay> Start(const sockaddr& to, socklen_t length);
+    ~LinkLocalRelay();
+
+    LinkLocalRelay(const LinkLocalRelay&) = delete;
+    LinkLocalRelay& operator=(const LinkLocalRelay&) = delete;
+
+    std::string Endpoint() const;  // "127.0.0.1:PORT"
+
+private:
+    LinkLocalRelay();
+    bool Open(const sockaddr& to, socklen_t length);
+    void Carry();
+
+    FileDescriptor m_near;
+    FileDescriptor m_far;
+    FileDescriptor m_stop;
+    std::thread m_thread;
+};
+
+#endif

@@ -1,0 +1,198 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Log.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spdlog/logger.h>
+#include <spdlog/pattern_formatter.h>
+#include <spdlog/sinks/base_sink.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <sstream>
+#include <string>
+
+#include "Listeners.h"
+#include "LogSink.h"
+#include "masking.h"
+
+namespace {
+
+constexpr char kLogSource[] = "platform/src/Log";
+constexpr char kDefaultFormat[] = "%Y-%m-%d %H:%M:%S.%e %t %l %g:%# %v";
+constexpr int kDefaultLevel = 2;
+constexpr int kMostDetailed = 4;
+
+spdlog::level::level_enum SpdlogLevel(int level) {
+    if (level <= 1) return spdlog::level::err;
+    if (level == 2) return spdlog::level::warn;
+    return level == 3 ? spdlog::level::info : spdlog::level::debug;
+}
+
+// A whole record goes out in one write() where the system takes it in one, so that processes that
+// share a file do not mix their lines.
+void WriteWhole(int fd, const char* data, std::size_t size) {
+    constexpr int kPatience = 1000;  // milliseconds for a full pipe that must not block
+    while (size > 0) {
+        const ssize_t written = ::write(fd, data, size);
+        if (written >= 0) {
+            data += written;
+            size -= static_cast<std::size_t>(written);
+        } else if (errno == EAGAIN) {
+            pollfd waiting{fd, POLLOUT, 0};
+            if (::poll(&waiting, 1, kPatience) <= 0) return;
+        } else if (errno != EINTR) {
+            return;
+        }
+    }
+}
+
+// Standard error, or a file of its own.
+class Destination : public spdlog::sinks::base_sink<std::mutex> {
+public:
+    // Takes ownership of `fd`; standard error is only borrowed.
+    void Redirect(int fd) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (m_fd != STDERR_FILENO) ::close(m_fd);
+        m_fd = fd;
+    }
+
+protected:
+    void sink_it_(const spdlog::details::log_msg& record) override {
+        spdlog::memory_buf_t line;
+        formatter_->format(record, line);
+        WriteWhole(m_fd, line.data(), line.size());
+    }
+    void flush_() override {}
+
+private:
+    int m_fd = STDERR_FILENO;
+};
+
+// What the process writes, and where. One of it, never destroyed: destructors that run at the end
+// of the process may still log.
+class Writer {
+public:
+    static Writer& Get() {
+        static Writer& writer = Made();
+        return writer;
+    }
+
+    void Write(int level, const char* sourceFile, int line, const std::string& text) {
+        if (std::max(level, 1) > m_level) return;
+        m_logger.log(spdlog::source_loc(sourceFile, line, ""), SpdlogLevel(level),
+                     ForDisplay(text));
+    }
+
+    void SetLevel(int level) { m_level = std::min(std::max(level, 0), kMostDetailed); }
+
+    bool SetFile(const std::string& path, std::string& error) {
+        int fd = STDERR_FILENO;
+        if (!path.empty()) {
+            fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0600);
+        }
+        if (fd < 0) {
+            error = std::strerror(errno);
+            return false;
+        }
+        m_destination->Redirect(fd);
+        return true;
+    }
+
+    void SetFormat(const std::string& format) {
+        m_destination->set_pattern(format.empty() ? kDefaultFormat : format);
+    }
+
+private:
+    Writer() : m_destination(std::make_shared<Destination>()), m_logger("varnex", m_destination) {
+        m_logger.set_level(spdlog::level::trace);  // m_level decides
+        // A record that cannot be written is lost.
+        m_logger.set_error_handler([](const std::string&) {});
+        SetFormat("");
+    }
+
+    static Writer& Made() {
+        auto& writer = *new Writer;
+        writer.ApplyEnvironment();
+        return writer;
+    }
+
+    static std::string Environment(const char* name) {
+        const char* value = std::getenv(name);
+        return value == nullptr ? std::string() : std::string(value);
+    }
+
+    void ApplyEnvironment() {
+        SetFormat(Environment("VARNEX_LOG_FORMAT"));
+        std::string error;
+        const std::string file = Environment("VARNEX_LOG_FILE");
+        const bool opened = SetFile(file, error);
+        const std::string level = Environment("VARNEX_LOG_LEVEL");
+        const bool goodLevel = level.size() == 1 && level[0] >= '0' && level[0] <= '4';
+        if (goodLevel) SetLevel(level[0] - '0');
+        if (!opened) {
+            Warn(__LINE__, "VARNEX_LOG_FILE: " + file + " cannot be opened: " + error +
+                               "; standard error is used.");
+        }
+        if (!goodLevel && !level.empty()) {
+            Warn(__LINE__,
+                 "VARNEX_LOG_LEVEL: \"" + level + "\" is no number from 0 to 4; level 2 is used.");
+        }
+    }
+
+    void Warn(int line, const std::string& text) { Write(2, kLogSource, line, text); }
+
+    std::atomic<int> m_level{kDefaultLevel};
+    std::shared_ptr<Destination> m_destination;
+    spdlog::logger m_logger;
+};
+
+// Never destroyed, like the writer.
+Listeners<Varnex::LogSink>& Sinks() {
+    static auto& sinks = *new Listeners<Varnex::LogSink>;
+    return sinks;
+}
+
+}  // namespace
+
+struct Log::Impl {
+    int level;
+    std::string sourceFile;
+    int line;
+    std::ostringstream stream;
+};
+
+Log::Log(int level, const char* sourceFile, int line)
+    : m_impl(new Impl{level, sourceFile == nullptr ? "" : sourceFile, line, {}}) {}
+
+Log::~Log() {
+    try {
+        const std::string text = m_impl->stream.str();
+        const char* const source = m_impl->sourceFile.c_str();
+        Writer::Get().Write(m_impl->level, source, m_impl->line, text);
+        const Varnex::LogRecord record{m_impl->level, source, m_impl->line, text};
+        Sinks().ForEach([&](Varnex::LogSink& sink) { sink.Receive(record); });
+    } catch (...) {  // lost, but the statement that logged goes on
+    }
+}
+
+std::ostream& Log::Stream() { return m_impl->stream; }
+
+void Varnex::AddLogSink(LogSink* sink) { Sinks().Add(sink); }
+
+void Varnex::RemoveLogSink(LogSink* sink) { Sinks().Remove(sink); }
+
+void Varnex::SetLogLevel(int level) { Writer::Get().SetLevel(level); }
+
+bool Varnex::SetLogFile(const std::string& path, std::string& error) {
+    return Writer::Get().SetFile(path, error);
+}
+
+void Varnex::SetLogFormat(const std::string& format) { Writer::Get().SetFormat(format); }
+
+std::string Varnex::MaskedForDisplay(const std::string& text) { return ForDisplay(text); }

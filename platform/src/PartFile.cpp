@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "PartFile.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+namespace {
+
+std::error_code Failure(int number) { return {number, std::generic_category()}; }
+
+bool IsFileName(const std::string& name) {
+    return !name.empty() && name != "." && name != ".." && name.find('\0') == std::string::npos;
+}
+
+// Where a file system knows no locks, nobody can hold one.
+bool IsLockedByAnother(int fd) {
+    return ::flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+}
+
+}  // namespace
+
+PartFile::~PartFile() {
+    Discard();
+    if (m_folder >= 0) ::close(m_folder);
+}
+
+std::error_code PartFile::Create(const std::string& path) {
+    if (const std::error_code error = OpenFolder(path)) return error;
+    struct stat target {};
+    if (::fstatat(m_folder, m_name.c_str(), &target, AT_SYMLINK_NOFOLLOW) == 0 &&
+        S_ISDIR(target.st_mode)) {
+        return Failure(EISDIR);
+    }
+    // More than one pass where several start at the same moment; each pass, one of them gets on.
+    constexpr int kPasses = 16;
+    std::error_code error;
+    for (int pass = 0; pass < kPasses; ++pass) {
+        error = OpenNew();
+        if (!error || error.value() != EEXIST) return error;
+        if ((error = RemoveLeftover())) return error;
+    }
+    return Failure(EBUSY);
+}
+
+std::error_code PartFile::OpenFolder(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    m_name = slash == std::string::npos ? path : path.substr(slash + 1);
+    if (!IsFileName(m_name) || path.find('\0') != std::string::npos) return Failure(EINVAL);
+    m_partName = m_name + ".part";
+    const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    m_folder = ::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    return m_folder < 0 ? Failure(errno) : std::error_code();
+}
+
+// EEXIST where another one stands under the name, at once or again.
+std::error_code PartFile::OpenNew() {
+    const int fd =
+        ::openat(m_folder, m_partName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (fd < 0) return Failure(errno);
+    // Between the two calls it looks like a leftover, and somebody may have removed it.
+    if (IsLockedByAnother(fd) || !StandsUnderItsName(fd)) {
+        ::close(fd);
+        return Failure(EEXIST);
+    }
+    m_fd = fd;
+    return {};
+}
+
+std::error_code PartFile::RemoveLeftover() const {
+    const int fd = ::openat(m_folder, m_partName.c_str(),
+                            O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0 && errno == ENOENT) return {};
+    std::error_code error;
+    if (fd >= 0 && IsLockedByAnother(fd)) {
+        error = Failure(EBUSY);
+    } else if ((fd < 0 || StandsUnderItsName(fd)) &&
+               ::unlinkat(m_folder, m_partName.c_str(), 0) != 0 && errno != ENOENT) {
+        error = Failure(errno);
+    }
+    if (fd >= 0) ::close(fd);
+    return error;
+}
+
+bool PartFile::StandsUnderItsName(int fd) const {
+    struct stat opened {};
+    struct stat named {};
+    return ::fstat(fd, &opened) == 0 &&
+           ::fstatat(m_folder, m_partName.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+}
+
+std::error_code PartFile::Append(const char* data, std::size_t size) {
+    while (size > 0) {
+        const ssize_t written = ::write(m_fd, data, size);
+        if (written < 0) {
+            if (errno == EINTR) continue;
+            return Failure(errno);
+        }
+        data += written;
+        size -= static_cast<std::size_t>(written);
+    }
+    return {};
+}
+
+std::error_code PartFile::Commit() {
+    // A second descriptor keeps the lock while the first one is closed, which is when a network
+    // file system reports that it could not keep the data.
+    const int lock = ::fcntl(m_fd, F_DUPFD_CLOEXEC, 0);
+    if (lock < 0) return Failure(errno);
+    const int closed = ::close(m_fd);
+    const int closeError = errno;
+    m_fd = lock;
+    if (closed != 0) return Failure(closeError);
+    if (!StandsUnderItsName(m_fd)) return Failure(ESTALE);  // somebody removed or replaced it
+    if (::renameat(m_folder, m_partName.c_str(), m_folder, m_name.c_str()) != 0) {
+        return Failure(errno);
+    }
+    ::close(m_fd);
+    m_fd = -1;
+    return {};
+}
+
+void PartFile::Discard() {
+    if (m_fd < 0) return;
+    if (StandsUnderItsName(m_fd)) ::unlinkat(m_folder, m_partName.c_str(), 0);
+    ::close(m_fd);
+    m_fd = -1;
+}

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Transfer.h"
+
+#include "Listeners.h"
+#include "transfer_watchers.h"
+
+namespace {
+
+// Never destroyed: a thread may still download while the process ends.
+Listeners<Varnex::TransferWatcher>& Watchers() {
+    static auto& watchers = *new Listeners<Varnex::TransferWatcher>;
+    return watchers;
+}
+
+}  // namespace
+
+void Varnex::AddTransferWatcher(TransferWatcher* watcher) { Watchers().Add(watcher); }
+
+void Varnex::RemoveTransferWatcher(TransferWatcher* watcher) { Watchers().Remove(watcher); }
+
+void transfer_watchers::Started(const std::string& localPath) noexcept {
+    try {
+        Watchers().ForEach([&](Varnex::TransferWatcher& watcher) { watcher.Started(localPath); });
+    } catch (...) {
+    }
+}
+
+bool transfer_watchers::Progress(const std::string& localPath, std::uint64_t bytes,
+                                 std::uint64_t expected) noexcept {
+    try {
+        bool goOn = true;
+        Watchers().ForEach([&](Varnex::TransferWatcher& watcher) {
+            goOn = watcher.Progress({localPath, bytes, expected}) && goOn;
+        });
+        return goOn;
+    } catch (...) {
+        return false;
+    }
+}
+
+void transfer_watchers::Ended(const std::string& localPath, const std::error_code& error) noexcept {
+    try {
+        Watchers().ForEach(
+            [&](Varnex::TransferWatcher& watcher) { watcher.Ended(localPath, error); });
+    } catch (...) {
+    }
+}

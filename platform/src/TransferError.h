@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef VARNEX_PLATFORM_SRC_TRANSFERERROR_H
+#define VARNEX_PLATFORM_SRC_TRANSFERERROR_H
+
+#include <string>
+#include <system_error>
+
+// The errors of file_client, category "varnex.transfer": libcurl's number, or kHttpStatus plus the
+// status of an answer that is not the file.
+//
+// An error code holds a number alone. The text that came with it (libcurl's, masked) is kept per
+// thread: message() gives it on the thread on which the transfer failed until that thread's next
+// failure, and the number's general text everywhere else.
+constexpr int kHttpStatus = 1000;
+
+std::error_code TransferError(int number, const std::string& text);
+
+#endif

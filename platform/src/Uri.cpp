@@ -1,0 +1,162 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Uri.h"
+
+#include <algorithm>
+#include <cstring>
+#include <stdexcept>
+
+#include "Ipmanip.h"
+
+namespace {
+
+// By hand and not by <cctype>: the host's locale must not change an address.
+bool IsLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+bool IsHexDigit(char c) { return IsDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
+bool IsOneOf(char c, const char* set) { return c != '\0' && std::strchr(set, c) != nullptr; }
+
+// RFC 3986: unreserved, and what may stand in a path besides.
+bool IsUnreserved(char c) { return IsLetter(c) || IsDigit(c) || IsOneOf(c, "-._~"); }
+bool StaysInPath(char c) { return IsUnreserved(c) || IsOneOf(c, "!$&'()*+,;=:@/"); }
+
+bool IsEscape(const std::string& text, std::size_t at) {
+    return at + 2 < text.size() && text[at] == '%' && IsHexDigit(text[at + 1]) &&
+           IsHexDigit(text[at + 2]);
+}
+
+void AppendEscaped(std::string& out, char c) {
+    constexpr char kDigits[] = "0123456789ABCDEF";
+    const auto byte = static_cast<unsigned char>(c);
+    out += '%';
+    out += kDigits[byte >> 4];
+    out += kDigits[byte & 0x0F];
+}
+
+std::string EncodedPath(const std::string& path) {
+    std::string out;
+    out.reserve(path.size() + 1);
+    if (path.empty() || path[0] != '/') out += '/';
+    for (std::size_t i = 0; i < path.size(); ++i) {
+        if (StaysInPath(path[i]) || IsEscape(path, i)) {
+            out += path[i];
+        } else {
+            AppendEscaped(out, path[i]);
+        }
+    }
+    return out;
+}
+
+const std::string& CheckedScheme(const std::string& scheme) {
+    const bool good = !scheme.empty() && IsLetter(scheme[0]) &&
+                      std::all_of(scheme.begin(), scheme.end(), [](char c) {
+                          return IsLetter(c) || IsDigit(c) || IsOneOf(c, "+-.");
+                      });
+    if (!good) throw std::invalid_argument("bad scheme \"" + scheme + "\"");
+    return scheme;
+}
+
+const std::string& CheckedPath(const std::string& path) {
+    if (path.find('\0') != std::string::npos) throw std::invalid_argument("NUL byte in the path");
+    return path;
+}
+
+// Bytes from 0x80 on may belong to a name in its own script.
+bool IsInHostNames(char c) {
+    return IsUnreserved(c) || IsOneOf(c, "!$&'()*+,;=") || static_cast<unsigned char>(c) >= 0x80;
+}
+
+// "fe80::1%25eth0" is how a URL writes the scope of "fe80::1%eth0" (RFC 6874). A scope of digits
+// is left as it is: "%251" may be the interface number 251.
+std::string WithPlainScope(const std::string& address) {
+    const std::size_t percent = address.find('%');
+    const bool asInUrl = percent != std::string::npos && address.size() > percent + 3 &&
+                         address.compare(percent, 3, "%25") == 0 && IsLetter(address[percent + 3]);
+    if (!asInUrl) return address;
+    return address.substr(0, percent + 1) + address.substr(percent + 3);
+}
+
+std::string CheckedHost(const std::string& host) {
+    const bool bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
+    const std::string plain = bracketed ? host.substr(1, host.size() - 2) : host;
+    if (Ipmanip::is_ipv6(plain)) return WithPlainScope(plain);
+    if (bracketed || plain.empty() || !std::all_of(plain.begin(), plain.end(), IsInHostNames)) {
+        throw std::invalid_argument("bad host \"" + host + "\"");
+    }
+    return plain;
+}
+
+std::string HostInUrl(const std::string& host) {
+    if (!Ipmanip::is_ipv6(host)) return host;
+    const std::size_t percent = host.find('%');
+    if (percent == std::string::npos) return "[" + host + "]";
+    return "[" + host.substr(0, percent) + "%25" + host.substr(percent + 1) + "]";
+}
+
+}  // namespace
+
+struct Uri::Impl {
+    std::string scheme;
+    std::string host;  // without brackets, scope after a plain "%"
+    std::uint16_t port;
+    std::string user;
+    std::string password;
+    std::string path;
+};
+
+Uri::Uri(const std::string& scheme, const std::string& host, std::uint16_t port,
+         const std::string& user, const std::string& password, const std::string& path)
+    : m_impl(new Impl{CheckedScheme(scheme), CheckedHost(host), port, user, password,
+                      CheckedPath(path)}) {}
+Uri::Uri(const Uri& other) : m_impl(new Impl(*other.m_impl)) {}
+Uri::Uri(Uri&& other) noexcept = default;
+Uri& Uri::operator=(const Uri& other) {
+    if (this != &other) m_impl = std::make_unique<Impl>(*other.m_impl);
+    return *this;
+}
+Uri& Uri::operator=(Uri&& other) noexcept = default;
+Uri::~Uri() = default;
+
+void Uri::set_auth(const std::string& user, const std::string& password) {
+    m_impl->user = user;
+    m_impl->password = password;
+}
+
+void Uri::set_path(const std::string& path) { m_impl->path = CheckedPath(path); }
+
+const std::string& Uri::scheme() const { return m_impl->scheme; }
+const std::string& Uri::host() const { return m_impl->host; }
+std::uint16_t Uri::port() const { return m_impl->port; }
+const std::string& Uri::user() const { return m_impl->user; }
+const std::string& Uri::password() const { return m_impl->password; }
+const std::string& Uri::path() const { return m_impl->path; }
+
+std::string Uri::str() const {
+    return m_impl->scheme + "://" + HostInUrl(m_impl->host) + ":" + std::to_string(m_impl->port) +
+           EncodedPath(m_impl->path);
+}
+
+std::string Uri::join_path(const std::string& folder, const std::string& name) {
+    const std::size_t folderEnd = folder.find_last_not_of('/');
+    const std::size_t nameStart = name.find_first_not_of('/');
+    std::string joined =
+        folderEnd == std::string::npos ? std::string() : folder.substr(0, folderEnd + 1);
+    joined += '/';
+    if (nameStart == std::string::npos) return joined;
+    for (std::size_t i = nameStart; i < name.size(); ++i) {
+        joined += IsEscape(name, i) ? "%25" : std::string(1, name[i]);
+    }
+    return joined;
+}
+
+std::string Uri::encodeURI(const std::string& text) {
+    std::string out;
+    out.reserve(text.size());
+    for (const char c : text) {
+        if (IsUnreserved(c)) {
+            out += c;
+        } else {
+            AppendEscaped(out, c);
+        }
+    }
+    return out;
+}

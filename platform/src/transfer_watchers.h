@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef VARNEX_PLATFORM_SRC_TRANSFER_WATCHERS_H
+#define VARNEX_PLATFORM_SRC_TRANSFER_WATCHERS_H
+
+#include <cstdint>
+#include <string>
+#include <system_error>
+
+// What file_client tells the watchers of Transfer.h. Never throws; a watcher that throws counts
+// as one that stops the download.
+namespace transfer_watchers {
+
+void Started(const std::string& localPath) noexcept;
+
+// False: a watcher wants the download to stop.
+bool Progress(const std::string& localPath, std::uint64_t bytes, std::uint64_t expected) noexcept;
+
+void Ended(const std::string& localPath, const std::error_code& error) noexcept;
+
+}  // namespace transfer_watchers
+
+#endif
