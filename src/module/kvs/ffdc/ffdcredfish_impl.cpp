@@ -257,9 +257,9 @@ int KEMFfdcRedfishImpl::ResetConn(const VarnexConnection::ConnectionInfo& info) 
 }
 
 int KEMFfdcRedfishImpl::Apply() {
+    m_taskUri.clear();
     if (!m_restClient) return kRefused;
 
-    m_taskUri.clear();
     const std::string url = m_baseUrl + kExportAction;
     Rest::Response response;
     if (!Post(url, ExportBody(), response)) return kRefused;
