@@ -18,6 +18,8 @@ from bmc.archive import FULL, Archive, ArchiveError, make_archives
 from bmc.certificate import make_certificate
 from bmc.http.script import Script
 from bmc.http.server import WebServer, listen
+from bmc.ipmi.service import serve as serve_ipmi
+from bmc.ipmi.settings import read_ipmi
 from bmc.lifetime import Lifetime
 from bmc.machine import Machine
 from bmc.record import RequestRecord
@@ -26,7 +28,7 @@ from bmc.redfish.settings import read_redfish
 from bmc.scenario import Scenario, ScenarioError, load
 from bmc.upload import stop_uploads
 
-SECTIONS = {"redfish": read_redfish}
+SECTIONS = {"redfish": read_redfish, "ipmi": read_ipmi}
 _BAD_START, _USAGE = 1, 2
 
 
@@ -58,6 +60,7 @@ def _options(arguments: list[str]) -> argparse.Namespace:
     parser.add_argument("--scenario", type=Path, metavar="FILE", help="what the BMC is to do (YAML)")
     parser.add_argument("--bind", type=_address, default="127.0.0.1", metavar="ADDRESS")
     parser.add_argument("--redfish-port", type=_port, default=0, metavar="N", help="0: a free one")
+    parser.add_argument("--ipmi-port", type=_port, default=0, metavar="N", help="UDP; 0: a free one")
     parser.add_argument("--redfish-plain", action="store_true", help="HTTP instead of HTTPS")
     parser.add_argument(
         "--state-dir", type=Path, metavar="DIR",
@@ -105,6 +108,10 @@ async def _run(options: argparse.Namespace, scenario: Scenario, folder: Path) ->
     )
     server = WebServer(RedfishService(scenario, machine, archives), Script(settings.answers), record)
     await server.start(listener, None if options.redfish_plain else certificate.server_context())
+    ipmi = await serve_ipmi(
+        options.bind, options.ipmi_port, scenario.sections["ipmi"],
+        scenario.user, scenario.password, record,
+    )
     _say_ready({
         "schema": 1,
         "address": options.bind,
@@ -116,6 +123,7 @@ async def _run(options: argparse.Namespace, scenario: Scenario, folder: Path) ->
             "certificate": str(certificate.path),
             "sha256": certificate.sha256,
         },
+        "ipmi": {"port": ipmi.port},
         "archive": _described(archives[FULL]),
         "archives": {kind: _described(archive) for kind, archive in archives.items()},
         "requests": str(record.path),

@@ -1,0 +1,66 @@
+# SPDX-License-Identifier: Apache-2.0
+"""What the BMC answers to commands, whichever way they come in."""
+
+from __future__ import annotations
+
+from dataclasses import replace
+from typing import Any
+
+from bmc.ipmi.settings import COLLECT, CREDENTIAL, OWN, POLL, Command, IpmiAnswer, IpmiSettings
+
+GET_DEVICE_ID: Command = (0x06, 0x01)
+_INVALID_COMMAND = 0xC1
+
+
+class Commands:
+    """The state of the collection and the scripted answers that are left."""
+
+    def __init__(self, settings: IpmiSettings, account: tuple[str, str]) -> None:
+        self._polls = settings.polls
+        self._account = settings.credential or account
+        self._scripted = {command: list(answers) for command, answers in settings.answers.items()}
+        self._polled = 0
+
+    def answer(self, command: Command) -> IpmiAnswer:
+        """The answer to a request, complete: with code and data, or with hang or gone."""
+        scripted = self._next(command)
+        if scripted.hang or scripted.gone:
+            return scripted
+        code, data = scripted.code, scripted.data
+        if scripted.is_own:
+            code, data = self._own(command)
+        return replace(scripted, code=code or 0, data=data or b"")
+
+    def _next(self, command: Command) -> IpmiAnswer:
+        answers = self._scripted.get(command)
+        if not answers:
+            return OWN
+        stays = len(answers) == 1 and answers[0].repeat
+        return answers[0] if stays else answers.pop(0)
+
+    def _own(self, command: Command) -> tuple[int, bytes]:
+        if command == COLLECT:
+            self._polled = 0
+            return 0, b""
+        if command == POLL:
+            self._polled += 1
+            return 0, bytes([0 <= self._polls < self._polled])
+        if command == CREDENTIAL:
+            return 0, b"".join(_length_and_text(text) for text in self._account)
+        if command == GET_DEVICE_ID:  # a BMC of IPMI 2.0, of no manufacturer
+            return 0, bytes([0x20, 0x01, 0x01, 0x00, 0x02, 0x80]) + bytes(5)
+        return _INVALID_COMMAND, b""
+
+
+def _length_and_text(text: str) -> bytes:
+    encoded = text.encode()
+    return bytes([len(encoded)]) + encoded
+
+
+def entry(command: Command, data: bytes, answer: IpmiAnswer, **who: Any) -> dict[str, Any]:
+    """The line of the record for a request and what becomes of it."""
+    outcome = None if answer.hang or answer.gone else answer.code
+    return {
+        "netfn": command[0], "command": command[1], "data": data.hex(), **who,
+        "completion_code": outcome,
+    }

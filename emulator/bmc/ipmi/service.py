@@ -1,0 +1,145 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The UDP port: finds the session of a datagram, answers what needs none."""
+
+from __future__ import annotations
+
+import asyncio
+import struct
+import uuid
+from typing import Any
+
+from pyghmi.ipmi.private import constants
+from pyghmi.ipmi.private.serversession import IpmiServer
+from pyghmi.ipmi.private.session import Session as PyghmiSession
+from pyghmi.ipmi.private.session import _checksum
+
+from bmc.ipmi.commands import Commands, entry
+from bmc.ipmi.session import APPLICATION, Session
+from bmc.ipmi.settings import IpmiSettings
+from bmc.ipmi.suites import SUITES, CipherSuite
+from bmc.record import RequestRecord
+
+_RMCP = b"\x06\x00\xff\x07"
+_OPEN_SESSION = constants.payload_types["rmcpplusopenreq"]
+_GET_CIPHER_SUITES = 0x54
+_SUITE_BYTES = 16  # of the list, per answer
+_LAN_CHANNEL = 1
+_IPMI_2_ONLY = bytes([0, _LAN_CHANNEL, 0x80, 0x04, 0x02, 0, 0, 0, 0])  # with named users
+
+
+class _Socket:
+    """What pyghmi asks of a socket, over a transport of asyncio."""
+
+    def __init__(self, transport: asyncio.DatagramTransport) -> None:
+        self._transport = transport
+
+    def setblocking(self, _blocking: bool) -> None:
+        pass
+
+    def sendto(self, packet: bytes, address: Any) -> None:
+        self._transport.sendto(bytes(packet), address)
+
+
+class IpmiService(IpmiServer, asyncio.DatagramProtocol):
+    """The IPMI service of one BMC, on the event loop: without pyghmi's own sockets and thread."""
+
+    def __init__(
+        self, settings: IpmiSettings, user: str, password: str, record: RequestRecord
+    ) -> None:
+        # Deliberate: IpmiServer's constructor would open a socket and start a thread.
+        self.settings = settings
+        self.passwords = {user.encode(): password.encode()}
+        self.uuid = uuid.uuid4()
+        self.authcap = _IPMI_2_ONLY
+        self.port = 0
+        self._commands = Commands(settings, (user, password))
+        self._record = record
+        self._silent = settings.silent
+        self._sessions: dict[Any, Session] = {}  # by the client's address
+
+    def connection_made(self, transport: Any) -> None:
+        self.serversocket = _Socket(transport)
+        self.port = transport.get_extra_info("sockname")[1]
+
+    def datagram_received(self, data: bytes, addr: Any) -> None:
+        datagram = bytearray(data)
+        if len(datagram) < len(_RMCP) or datagram[:1] + datagram[2:4] != _RMCP[:1] + _RMCP[2:]:
+            return
+        if self._silent:
+            self.record({"event": "ignored", "bytes": len(datagram)})
+            return
+        try:
+            self._take(datagram, addr)
+        except (LookupError, ValueError, struct.error) as error:
+            self.record({"event": "malformed", "why": repr(error)})
+
+    def _take(self, datagram: bytearray, addr: Any) -> None:
+        is_rmcp_plus = datagram[4] == 6
+        if is_rmcp_plus and datagram[5] == _OPEN_SESSION:
+            self._open(bytes(datagram[16:]), addr)
+        elif is_rmcp_plus and (datagram[5] != 0 or any(datagram[6:10])):
+            if addr in self._sessions:
+                self._sessions[addr]._handle_ipmi_packet(datagram, sockaddr=addr)
+        else:
+            self.sessionless_data(datagram, addr)
+
+    def _open(self, request: bytes, addr: Any) -> None:
+        session = Session(None, None, addr, self.serversocket, request, self.uuid, bmc=self)
+        PyghmiSession.bmc_handlers.pop(addr, None)  # its table is process-wide; ours is not
+        if session.suite is None:
+            self.record({"event": "refused", "why": "cipher suite", **session.who})
+        else:
+            self._sessions[addr] = session  # a new session at an old address replaces it
+
+    def send_cipher_suites(
+        self, myaddr: int, mylun: int, clientaddr: int, clientlun: int,
+        clientseq: int, data: bytes, sockaddr: Any,
+    ) -> None:
+        records = b"".join(SUITES[number].record() for number in self.settings.cipher_suites)
+        index = data[22] & 0x3F  # after channel and payload type
+        part = records[_SUITE_BYTES * index:_SUITE_BYTES * (index + 1)]
+        head = bytes([clientaddr, (APPLICATION + 1) << 2 | clientlun])
+        body = bytes([myaddr, clientseq << 2 | mylun, _GET_CIPHER_SUITES, 0, _LAN_CHANNEL]) + part
+        message = head + bytes([_checksum(*head)]) + body + bytes([_checksum(*body)])
+        no_session = b"\x06\x00" + bytes(8)
+        self.serversocket.sendto(
+            _RMCP + no_session + struct.pack("<H", len(message)) + message, sockaddr)
+
+    # For the sessions.
+
+    def record(self, line: dict[str, Any]) -> None:
+        self._record.add("ipmi", line)
+
+    def suite_for(self, algorithms: tuple[int, ...]) -> CipherSuite | None:
+        offered = (SUITES[number] for number in self.settings.cipher_suites)
+        return next((suite for suite in offered if suite.algorithms == algorithms), None)
+
+    def forget(self, session: Session) -> None:
+        if self._sessions.get(session.sockaddr) is session:
+            del self._sessions[session.sockaddr]
+
+    def handle(self, session: Session, asked: tuple[Any, bytes]) -> None:
+        answer = self._commands.answer(asked[0])
+        self.record(entry(*asked, answer, **session.who))
+        self._silent = self._silent or answer.gone
+        if answer.hang or answer.gone:
+            session.pending = None  # asked once more, it is a request of its own
+        elif answer.delay:
+            loop = asyncio.get_running_loop()
+            loop.call_later(answer.delay, self._answer_late, session, asked, answer)
+        else:
+            session.answer(asked, answer.code, answer.data)
+
+    def _answer_late(self, session: Session, asked: tuple[Any, bytes], answer: Any) -> None:
+        if session.pending == asked and not self._silent:
+            session.answer(asked, answer.code, answer.data)
+
+
+async def serve(
+    address: str, port: int, settings: IpmiSettings, user: str, password: str,
+    record: RequestRecord,
+) -> IpmiService:
+    """Serves on `address` and `port` (0: a free one, then in `.port`)."""
+    _, service = await asyncio.get_running_loop().create_datagram_endpoint(
+        lambda: IpmiService(settings, user, password, record), local_addr=(address, port))
+    return service

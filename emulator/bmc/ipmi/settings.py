@@ -1,0 +1,149 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The `ipmi` section of a scenario."""
+
+from __future__ import annotations
+
+from dataclasses import dataclass, field
+from typing import Any, Mapping, Sequence
+
+from bmc.ipmi.suites import SUITES
+from bmc.scenario import Checker, MemberPath
+
+Command = tuple[int, int]  # network function, command
+
+COLLECT: Command = (0x3A, 0x49)
+POLL: Command = (0x3A, 0x4D)
+CREDENTIAL: Command = (0x3A, 0x79)
+
+_NAMES = {"collect": COLLECT, "poll": POLL, "credential": CREDENTIAL}
+_MEMBERS = ("cipher_suites", "privilege", "polls", "credential", "silent", "answers")
+_ANSWER_MEMBERS = ("code", "data", "delay", "hang", "gone", "repeat")
+_LARGEST_DATA = 255
+_LONGEST_DELAY = 3600
+
+
+@dataclass(frozen=True)
+class IpmiAnswer:
+    """One scripted answer. Without code and data it is the BMC's own, sent in this manner."""
+
+    code: int | None = None
+    data: bytes | None = None
+    delay: float = 0
+    hang: bool = False
+    gone: bool = False
+    repeat: bool = False
+
+    @property
+    def is_own(self) -> bool:
+        return self.code is None and self.data is None
+
+
+OWN = IpmiAnswer()
+
+
+@dataclass(frozen=True)
+class IpmiSettings:
+    """What the IPMI service is to be."""
+
+    cipher_suites: Sequence[int] = (3, 17)
+    privilege: int = 4  # the highest that the user may ask for; 4: administrator
+    polls: int = 2  # "finished?" is answered "no" this many times; -1: always
+    credential: tuple[str, str] | None = None  # None: the BMC's own account
+    silent: bool = False
+    answers: Mapping[Command, Sequence[IpmiAnswer]] = field(default_factory=dict)
+
+
+def read_ipmi(check: Checker, value: Any) -> IpmiSettings:
+    """Reads and checks the section."""
+    place = ("ipmi",)
+    entry = check.mapping(value, place, _MEMBERS)
+    return IpmiSettings(
+        cipher_suites=_read_suites(check, entry, place + ("cipher_suites",)),
+        privilege=check.whole(entry.get("privilege", 4), place + ("privilege",), 1, 4),
+        polls=check.whole(entry.get("polls", 2), place + ("polls",), -1, 1 << 31),
+        credential=_read_credential(check, entry, place + ("credential",)),
+        silent=check.flag(entry.get("silent", False), place + ("silent",)),
+        answers=_read_answers(check, entry.get("answers"), place + ("answers",)),
+    )
+
+
+def _read_suites(check: Checker, entry: Mapping[str, Any], place: MemberPath) -> Sequence[int]:
+    suites = check.sequence(entry.get("cipher_suites", [3, 17]), place)
+    for index, suite in enumerate(suites):
+        if suite not in SUITES:
+            check.fail(place + (index,), f"is not one of {', '.join(map(str, SUITES))}")
+    return tuple(suites)
+
+
+def _read_credential(
+    check: Checker, entry: Mapping[str, Any], place: MemberPath
+) -> tuple[str, str] | None:
+    if "credential" not in entry:
+        return None
+    account = check.mapping(entry["credential"], place, ("user", "password"))
+    texts = []
+    for name in ("user", "password"):
+        text = check.text(account.get(name, ""), place + (name,))
+        if len(text.encode()) > 255:
+            check.fail(place + (name,), "has more than the 255 bytes that its length byte can say")
+        texts.append(text)
+    return texts[0], texts[1]
+
+
+def _read_answers(
+    check: Checker, value: Any, place: MemberPath
+) -> dict[Command, list[IpmiAnswer]]:
+    answers: dict[Command, list[IpmiAnswer]] = {}
+    for name, entries in check.mapping(value, place).items():
+        command = _read_command(check, name, place + (name,))
+        if isinstance(entries, dict):
+            entries = [entries]
+        items = check.sequence(entries, place + (name,))
+        if command in answers:
+            check.fail(place + (name,), "the same command is named twice")
+        answers[command] = [
+            _read_answer(check, item, place + (name, n)) for n, item in enumerate(items)
+        ]
+        for n, answer in enumerate(answers[command][:-1]):
+            if answer.repeat:
+                check.fail(place + (name, n, "repeat"), "only the last answer of a list can repeat")
+    return answers
+
+
+def _read_command(check: Checker, name: str, place: MemberPath) -> Command:
+    if name in _NAMES:
+        return _NAMES[name]
+    try:
+        netfn, command = bytes.fromhex(name)
+    except ValueError:
+        known = ", ".join(_NAMES)
+        check.fail(place, f'is no command; known: {known}, or two bytes "3A 49" (function, command)')
+    return netfn, command
+
+
+def _read_answer(check: Checker, value: Any, place: MemberPath) -> IpmiAnswer:
+    if not isinstance(value, dict):
+        check.fail(place, "must be a mapping; {} is the BMC's own answer")
+    entry = check.mapping(value, place, _ANSWER_MEMBERS)
+    silent = [name for name in ("hang", "gone") if entry.get(name)]
+    for name in ("code", "data", "delay"):
+        if silent and name in entry:
+            check.fail(place + (name,), f"{silent[0]} sends no answer")
+    return IpmiAnswer(
+        code=check.whole(entry["code"], place + ("code",), 0, 255) if "code" in entry else None,
+        data=_read_data(check, entry["data"], place + ("data",)) if "data" in entry else None,
+        delay=check.number(entry.get("delay", 0), place + ("delay",), 0, _LONGEST_DELAY),
+        hang=check.flag(entry.get("hang", False), place + ("hang",)),
+        gone=check.flag(entry.get("gone", False), place + ("gone",)),
+        repeat=check.flag(entry.get("repeat", False), place + ("repeat",)),
+    )
+
+
+def _read_data(check: Checker, value: Any, place: MemberPath) -> bytes:
+    try:
+        data = bytes.fromhex(check.text(value, place))
+    except ValueError:
+        check.fail(place, 'must be hexadecimal digits in pairs, for instance "04 72 6f 6f 74"')
+    if len(data) > _LARGEST_DATA:
+        check.fail(place, f"has more than {_LARGEST_DATA} bytes")
+    return data
