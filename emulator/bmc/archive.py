@@ -172,9 +172,12 @@ class _Plan:
         crc, length = zlib.crc32(self.text), len(self.text)
         digest = hashlib.sha256()
         with open(file, "wb", opener=_private) as out, ThreadPoolExecutor(1) as hasher:
+            hashed = hasher.submit(digest.update, b"")
 
             def put(data: bytes) -> None:
-                hasher.submit(digest.update, data)
+                nonlocal hashed
+                hashed.result()  # at most one piece waits
+                hashed = hasher.submit(digest.update, data)
                 out.write(data)
 
             put(self._header() + self.deflated)

@@ -17,7 +17,8 @@ class Lifetime:
 
     def __init__(self, temporary_folder: Path | None) -> None:
         self._folder = temporary_folder
-        self._once = threading.Lock()
+        self._guard = threading.Lock()
+        self._ending: int | None = None  # the thread that ends the process
         self._before: list[Callable[[], None]] = []
 
     def before_end(self, action: Callable[[], None]) -> None:
@@ -38,10 +39,20 @@ class Lifetime:
         self.end(0)
 
     def end(self, code: int) -> None:
-        """Does not return. A second caller waits for the first one's exit."""
-        self._once.acquire()
+        """Does not return, except to itself when a signal interrupts it."""
+        if self._ending == threading.get_ident():
+            return
+        if not self._guard.acquire(blocking=False):
+            threading.Event().wait()  # the other thread is about to end the process
+        self._ending = threading.get_ident()
         for action in self._before:
             action()
-        if self._folder is not None:
-            shutil.rmtree(self._folder, ignore_errors=True)
+        self._remove_folder()
         os._exit(code)
+
+    def _remove_folder(self) -> None:
+        """More than one try: the other thread may still be making the archives."""
+        for _ in range(20):
+            if self._folder is None or not self._folder.exists():
+                return
+            shutil.rmtree(self._folder, ignore_errors=True)

@@ -124,7 +124,7 @@ def load(file: Path | None, readers: Mapping[str, SectionReader]) -> Scenario:
     top = check.mapping(data, (), ("user", "password", "role", *readers))
     return Scenario(
         user=check.text(top.get("user", "admin"), ("user",)),
-        password=check.text(top.get("password", secrets.token_urlsafe(12)), ("password",)),
+        password=check.text(top.get("password", secrets.token_hex(8)), ("password",)),
         role=check.choice(top.get("role", "Administrator"), ("role",), ROLES),
         sections={name: read(check, top.get(name)) for name, read in readers.items()},
     )

@@ -3,14 +3,13 @@
 
 from __future__ import annotations
 
-import mmap
 from dataclasses import dataclass
 from pathlib import Path
 from typing import Iterator, Protocol, Sequence, Union
 
 Chunk = Union[bytes, memoryview]
 
-CHUNK = 256 * 1024
+CHUNK = 128 * 1024  # measured: faster over TLS on loopback than 32 KiB and than 512 KiB
 
 
 class Body(Protocol):
@@ -40,7 +39,7 @@ class BytesBody:
 
 @dataclass(frozen=True)
 class FileBody:
-    """A file, mapped: its pages go from the cache to the TLS layer without a copy of ours."""
+    """A file, read as it is sent."""
 
     path: Path
 
@@ -49,12 +48,9 @@ class FileBody:
         return self.path.stat().st_size
 
     def chunks(self) -> Iterator[Chunk]:
-        if self.size == 0:
-            return
-        with open(self.path, "rb") as file:
-            view = memoryview(mmap.mmap(file.fileno(), 0, access=mmap.ACCESS_READ))
-        for start in range(0, len(view), CHUNK):
-            yield view[start : start + CHUNK]
+        with open(self.path, "rb", buffering=0) as file:
+            while data := file.read(CHUNK):
+                yield data
 
 
 @dataclass(frozen=True)

@@ -7,7 +7,7 @@ import hashlib
 import json
 import posixpath
 from typing import Any, Callable, Mapping
-from urllib.parse import unquote
+from urllib.parse import quote, unquote
 
 from bmc.archive import FULL, MINI, Archive
 from bmc.http.bodies import BytesBody, FileBody
@@ -89,7 +89,7 @@ class RedfishService:
             raise RedfishError("AuthenticationRequired")
 
     def _dispatch(self, request: Request, path: str, wishes: Mapping[str, Any]) -> Reply:
-        archive = self._download(path)
+        archive = self._downloads.get(_normal(request.path))
         if archive is not None:
             return self._only(request, {"GET": lambda *_: _archive_reply(archive)}, wishes)
         handlers = self._handlers(path)
@@ -219,13 +219,8 @@ class RedfishService:
         task = ExportTask(id_, archive, self._states, wishes.get("path", archive.remote_path))
         while len(self._tasks) >= _LARGEST_TASK_COUNT:
             del self._tasks[next(iter(self._tasks))]
-        self._tasks[str(id_)] = task
+        self._tasks[str(id_).rstrip("/")] = task
         return task
-
-    # --- archives ---------------------------------------------------------------------------
-
-    def _download(self, path: str) -> Archive | None:
-        return self._downloads.get(_normal(path))
 
 
 def _normal(path: str) -> str:
@@ -236,7 +231,7 @@ def _normal(path: str) -> str:
 def _archive_reply(archive: Archive) -> Reply:
     headers = {
         "Content-Type": "application/gzip",
-        "Content-Disposition": f'attachment; filename="{archive.name}"',
+        "Content-Disposition": f"attachment; filename*=UTF-8''{quote(archive.name)}",
         "ETag": f'"{archive.sha256[:32]}"',
         "Accept-Ranges": "none",
     }

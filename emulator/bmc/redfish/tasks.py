@@ -25,7 +25,6 @@ class ExportTask:
         self.id = id_
         self.archive = archive
         self.path = path  # where a client finds the archive; None: it is not told
-        self.exported = False
         self.started = self._now()
         self._states = states
         self._step = -1
@@ -33,7 +32,7 @@ class ExportTask:
 
     def upload_to(self, uri: str, user: str, password: str) -> None:
         """Starts the upload, if the task is to complete at all."""
-        self.exported, self.path = True, None
+        self.path = None
         if "Completed" in self._states:
             self._upload = asyncio.create_task(upload(self.archive.file, uri, user, password))
             self._upload.add_done_callback(_report)
