@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef KEMFFDC_ARCHIVE_H
+#define KEMFFDC_ARCHIVE_H
+
+#include <atomic>
+#include <cstdint>
+#include <ctime>
+#include <functional>
+#include <mutex>
+#include <string>
+
+#include "ExitCodes.h"
+
+namespace Kemffdc {
+
+// Name for an archive: host, local time, and the name that the BMC gave its file. Of the BMC's path
+// only the last component counts, and of that only letters, digits, ".", "_", "+" and "-"; so the
+// result is one plain path component without blanks, of at most 200 bytes, that starts with neither
+// a dot nor a dash.
+std::string ArchiveName(const std::string& host, const std::tm& when, const std::string& bmcPath);
+
+// A folder for the archive, and a folder of its own in it for the download. Nothing appears in the
+// output folder before it is complete, and nothing of a failed run stays: the destructor removes
+// what is not delivered, and the output folder too if this object has made it and it is empty.
+class OutputFolder {
+public:
+    OutputFolder() = default;
+    ~OutputFolder();
+
+    OutputFolder(const OutputFolder&) = delete;
+    OutputFolder& operator=(const OutputFolder&) = delete;
+
+    // Makes `folder` where it is missing (its parent must exist), and the working folder in it,
+    // which proves that files can be written there.
+    Outcome Open(const std::string& folder);
+
+    // Path for a download.
+    std::string WorkPath(const std::string& name) const;
+
+    // Moves WorkPath(name) into the output folder. Never replaces anything there: a name that is
+    // taken gets "-2", "-3" ... before its extension. `path` receives the absolute path.
+    Outcome Deliver(const std::string& name, std::string& path);
+
+    // Removes the working folder with all that is in it. Any thread, also while another downloads;
+    // what the other one writes afterwards fails.
+    void Discard();
+
+private:
+    std::mutex m_lock;     // between Open and Discard; later m_folder and m_work do not change
+    std::string m_folder;  // absolute
+    std::string m_work;    // empty until Open has succeeded
+    bool m_made = false;
+    std::atomic<bool> m_delivered{false};
+};
+
+// Size and SHA-256 (lower-case hexadecimal) of a file, read in pieces. Stops with kInterrupted once
+// `stop` returns true.
+Outcome Measure(const std::string& path, const std::function<bool()>& stop, std::uint64_t& size,
+                std::string& sha256);
+
+}  // namespace Kemffdc
+
+#endif

@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Channels.h"
+
+#include "RedfishFlow.h"
+
+namespace Kemffdc {
+namespace {
+
+constexpr Channel kChannels[] = {
+    {"redfish", 443, CollectByRedfish, CheckByRedfish},
+};
+
+}  // namespace
+
+const Channel* FindChannel(const std::string& name) {
+    for (const Channel& channel : kChannels) {
+        if (name == channel.name) return &channel;
+    }
+    return nullptr;
+}
+
+std::vector<std::string> ChannelNames() {
+    std::vector<std::string> names;
+    for (const Channel& channel : kChannels) names.emplace_back(channel.name);
+    return names;
+}
+
+}  // namespace Kemffdc

@@ -1,0 +1,249 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Options.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cctype>
+
+#include "Channels.h"
+#include "ExitCodes.h"
+#include "Ipmanip.h"
+
+namespace Kemffdc {
+namespace {
+
+constexpr char kFooter[] =
+    "Options of the commands: kemffdc collect --help, kemffdc check --help\n"
+    "\n"
+    "Examples:\n"
+    "  kemffdc check --via redfish 192.0.2.10\n"
+    "      Is the BMC there, does it take the password, what is it?\n"
+    "  kemffdc collect --via redfish bmc7.example --user admin --password-file ~/.bmc7\n"
+    "      Gathers the full service data and downloads it into the current folder.\n"
+    "  kemffdc collect --via redfish fe80::1%eth0 --log mini --output /var/ffdc --json\n"
+    "      The logs alone, over IPv6, the result as JSON on standard output.\n"
+    "  kemffdc collect --via redfish 192.0.2.10 --export-uri sftp://192.0.2.1/in/bmc.tar.gz \\\n"
+    "          --export-user ffdc --export-password-file ~/.store\n"
+    "      The BMC itself sends its archive to a file store.\n"
+    "\n"
+    "Passwords come from --password-file (- is standard input), else from the environment variable\n"
+    "KEMFFDC_PASSWORD, else from a prompt where there is a terminal; for the file store from\n"
+    "--export-password-file, else KEMFFDC_EXPORT_PASSWORD, else a prompt if --export-user is given.\n"
+    "Never from an option's value: other users of this machine could read it.\n"
+    "\n"
+    "Exit codes:\n"
+    "  0    archive obtained, or left at the export URI; check: the BMC can be used\n"
+    "  2    usage\n"
+    "  3    could not connect or authenticate\n"
+    "  4    the BMC refused the export\n"
+    "  5    the task failed, was killed or ended in an unknown state\n"
+    "  6    not finished within the tries\n"
+    "  7    download failed\n"
+    "  8    local file trouble\n"
+    "  130  interrupted\n"
+    "\n"
+    "Results go to standard output, progress and reasons to standard error.\n";
+
+// What CLI11 fills in before it is checked as a whole.
+struct Raw {
+    Options options;
+    std::string host;
+    std::string log = "full";
+    int port = 0;
+    int logLevel = -1;
+};
+
+void AddConnectionOptions(CLI::App& app, Raw& raw) {
+    app.add_option("HOST", raw.host, "Name, IPv4 or IPv6 address of the BMC")->required();
+    app.add_option("--via", raw.options.via, "How to reach the BMC")
+        ->required()
+        ->type_name("CHANNEL")
+        ->check(CLI::IsMember(ChannelNames()));
+    app.add_option("--port", raw.port, "Port of the BMC's service [443]")
+        ->type_name("N")
+        ->check(CLI::Range(1, 65535));
+    app.add_option("--user", raw.options.user, "Account on the BMC")
+        ->type_name("NAME")
+        ->capture_default_str();
+    app.add_option("--password-file", raw.options.passwordFile,
+                   "File that holds its password; - is standard input")
+        ->type_name("FILE");
+    app.add_flag("--no-proxy", raw.options.noProxy, "Ignore the environment's proxies");
+    app.add_flag("--json", raw.options.json, "Print the result as one JSON object");
+    app.add_option("--log-level", raw.logLevel,
+                   "Write the library's log: 0 nothing, 1 failures ... 4 everything")
+        ->type_name("N")
+        ->check(CLI::Range(0, 4));
+    app.add_option("--log-file", raw.options.logFile,
+                   "File for that log instead of standard error [level 4]")
+        ->type_name("FILE");
+}
+
+void AddCollectOptions(CLI::App& app, Raw& raw) {
+    app.add_option("--log", raw.log, "Which service data to gather: the logs alone, or all")
+        ->type_name("KIND")
+        ->capture_default_str()
+        ->check(CLI::IsMember({"mini", "full"}));
+    app.add_option("--export-uri", raw.options.exportUri,
+                   "Where the BMC itself is to send the archive: sftp://... or tftp://...")
+        ->type_name("URI");
+    app.add_option("--export-user", raw.options.exportUser, "Account on that file store")
+        ->type_name("NAME");
+    app.add_option("--export-password-file", raw.options.exportPasswordFile,
+                   "File that holds its password; - is standard input")
+        ->type_name("FILE");
+    app.add_option("--tries", raw.options.tries, "How often to ask whether the BMC is done")
+        ->type_name("N")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 1000000));
+    app.add_option("--interval", raw.options.interval, "Seconds between two questions")
+        ->type_name("SECONDS")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 86400));
+    app.add_option("--output", raw.options.output,
+                   "Folder for the archive; made if its parent exists")
+        ->type_name("DIR")
+        ->capture_default_str();
+}
+
+bool HasControl(const std::string& text) {
+    return std::any_of(text.begin(), text.end(),
+                       [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
+}
+
+bool IsHostByte(char c) {
+    return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '.' || c == '-' || c == '_' ||
+           static_cast<unsigned char>(c) >= 0x80;
+}
+
+std::string TakeHost(const std::string& given, Options& options) {
+    const bool bracketed = given.size() > 2 && given.front() == '[' && given.back() == ']';
+    const std::string host = bracketed ? given.substr(1, given.size() - 2) : given;
+    options.host = host;
+    options.ipv6 = Ipmanip::is_ipv6(host);
+    if (options.ipv6) return HasControl(host) ? "HOST holds control bytes." : "";
+    if (bracketed) return "HOST in brackets is not an IPv6 address.";
+    if (host.find("://") != std::string::npos) return "HOST is a name or an address, not a URL.";
+    if (host.find(':') != std::string::npos) {
+        return "HOST is neither a name nor an address. The port is given with --port.";
+    }
+    const bool plain = std::all_of(host.begin(), host.end(), IsHostByte);
+    if (host.empty() || !plain || host.front() == '-') return "HOST is no host name.";
+    return "";
+}
+
+std::string CheckUser(const Options& options) {
+    if (options.user.empty()) return "--user is empty.";
+    if (HasControl(options.user)) return "--user holds control bytes.";
+    // HTTP Basic authentication (RFC 7617) cannot tell where such a name ends.
+    if (options.user.find(':') != std::string::npos) return "--user must not hold a colon.";
+    return "";
+}
+
+std::string CheckExport(const Options& options) {
+    const std::string& uri = options.exportUri;
+    if (uri.empty()) {
+        const bool orphan = !options.exportUser.empty() || !options.exportPasswordFile.empty();
+        return orphan ? "--export-user and --export-password-file need --export-uri." : "";
+    }
+    const std::size_t authority = uri.find("://");
+    if (authority == std::string::npos || authority == 0) {
+        return "--export-uri is no URI: sftp://HOST/PATH or tftp://HOST/PATH.";
+    }
+    if (HasControl(uri) || uri.find(' ') != std::string::npos) {
+        return "--export-uri holds blanks or control bytes; write them as %XX.";
+    }
+    const std::size_t begin = authority + 3;
+    const std::string server = uri.substr(begin, uri.find('/', begin) - begin);
+    const std::string login = server.substr(0, server.rfind('@') + 1);
+    if (login.find(':') != std::string::npos) {
+        return "--export-uri must not hold a password: use --export-user and "
+               "--export-password-file.";
+    }
+    if (HasControl(options.exportUser)) return "--export-user holds control bytes.";
+    if (options.passwordFile == "-" && options.exportPasswordFile == "-") {
+        return "Only one password can come from standard input.";
+    }
+    return "";
+}
+
+// A text for the operator, empty where all is well.
+std::string Complete(Raw& raw) {
+    Options& options = raw.options;
+    options.miniLog = raw.log == "mini";
+    if (raw.logLevel >= 0) options.logLevel = raw.logLevel;
+    options.port = raw.port != 0 ? static_cast<std::uint16_t>(raw.port)
+                                 : FindChannel(options.via)->defaultPort;
+    for (const std::string& fault :
+         {TakeHost(raw.host, options), CheckUser(options), CheckExport(options)}) {
+        if (!fault.empty()) return fault;
+    }
+    return options.output.empty() ? "--output is empty." : "";
+}
+
+Parsed UsageError(const std::string& text) {
+    Parsed parsed;
+    parsed.exitCode = kUsage;
+    parsed.err = "kemffdc: " + text + "\nTry 'kemffdc --help'.\n";
+    return parsed;
+}
+
+Parsed Text(const std::string& text) {
+    Parsed parsed;
+    parsed.out = text;
+    return parsed;
+}
+
+// Names the options alone: what stands beside them may be a password that somebody has tried to
+// give on the command line.
+std::string UnknownArguments(int argc, const char* const* argv, const CLI::App& app) {
+    std::string names;
+    for (int i = 1; i < argc; ++i) {
+        const std::string argument = argv[i];
+        const std::string name = argument.substr(0, argument.find('='));
+        if (name.size() < 2 || name[0] != '-' || app.get_option_no_throw(name) != nullptr) continue;
+        names += (names.empty() ? "" : ", ") + (name[1] == '-' ? name : name.substr(0, 2));
+    }
+    if (names.empty()) return "Too many arguments.";
+    return "Unknown option: " + names + ".";
+}
+
+}  // namespace
+
+Parsed ParseOptions(int argc, const char* const* argv) {
+    Raw raw;
+    CLI::App app("Fetches the service data (FFDC) of a server's BMC.", "kemffdc");
+    app.require_subcommand(1);
+    app.footer(kFooter);
+    app.set_version_flag("--version", "kemffdc " KEMFFDC_VERSION);
+    CLI::App* collect = app.add_subcommand("collect", "Gather the service data and fetch it");
+    CLI::App* check =
+        app.add_subcommand("check", "See whether the BMC can be used; gathers nothing");
+    for (CLI::App* command : {collect, check}) {
+        AddConnectionOptions(*command, raw);
+        command->footer(kFooter);
+    }
+    AddCollectOptions(*collect, raw);
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp&) {
+        const CLI::App* asked = collect->parsed() ? collect : check->parsed() ? check : &app;
+        return Text(asked->help(asked == &app ? "" : "kemffdc"));
+    } catch (const CLI::CallForVersion& version) {
+        return Text(std::string(version.what()) + "\n");
+    } catch (const CLI::ExtrasError&) {
+        return UsageError(UnknownArguments(argc, argv, check->parsed() ? *check : *collect));
+    } catch (const CLI::ParseError& error) {
+        return UsageError(error.what());
+    }
+
+    raw.options.command = collect->parsed() ? Command::kCollect : Command::kCheck;
+    const std::string fault = Complete(raw);
+    if (!fault.empty()) return UsageError(fault);
+    Parsed parsed;
+    parsed.options = raw.options;
+    return parsed;
+}
+
+}  // namespace Kemffdc

@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef KEMFFDC_OPTIONS_H
+#define KEMFFDC_OPTIONS_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace Kemffdc {
+
+enum class Command { kCollect, kCheck };
+
+// What the operator asked for. Holds no password: only where passwords come from.
+struct Options {
+    Command command = Command::kCollect;
+    std::string via;   // name of a channel (Channels.h)
+    std::string host;  // name or address, IPv6 without brackets
+    bool ipv6 = false;
+    std::uint16_t port = 0;
+    std::string user = "admin";
+    std::string passwordFile;  // "-": standard input; empty: environment or prompt
+
+    bool miniLog = false;
+    std::string exportUri;  // empty: the archive is downloaded
+    std::string exportUser;
+    std::string exportPasswordFile;
+    int tries = 120;   // questions for the task's state
+    int interval = 5;  // seconds between them
+    std::string output = ".";
+
+    bool json = false;
+    bool noProxy = false;
+    std::optional<int> logLevel;
+    std::string logFile;
+
+    bool liveProgress = false;  // standard error is a terminal that understands cursor control
+};
+
+// Either options to run with, or the text and the exit code to end with at once.
+struct Parsed {
+    std::optional<Options> options;
+    int exitCode = 0;
+    std::string out;  // for standard output
+    std::string err;  // for standard error; never holds the value of an unknown option
+};
+
+// Touches nothing but its arguments: no file, no environment, no terminal, no network library.
+Parsed ParseOptions(int argc, const char* const* argv);
+
+}  // namespace Kemffdc
+
+#endif

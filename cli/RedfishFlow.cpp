@@ -1,0 +1,179 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "RedfishFlow.h"
+
+#include <varnex/KEMFfdc.h>
+
+#include <exception>
+#include <memory>
+
+#include "Clock.h"
+#include "Context.h"
+#include "GlobalConfig.h"
+#include "RedfishPreflight.h"
+#include "RedfishRecords.h"
+#include "RedfishVerdict.h"
+#include "Text.h"
+#include "Transfer.h"
+
+namespace Kemffdc {
+namespace {
+
+constexpr int kPreflightSeconds = 60;  // for one request, as the library's own
+constexpr int kStartupSeconds = 180;   // the library's default
+
+// Shows the bytes of a download, and stops it when the run is interrupted.
+class DownloadWatch : public Varnex::TransferWatcher {
+public:
+    explicit DownloadWatch(const Context& run) : m_run(run) { Varnex::AddTransferWatcher(this); }
+    ~DownloadWatch() override { Varnex::RemoveTransferWatcher(this); }
+    DownloadWatch(const DownloadWatch&) = delete;
+    DownloadWatch& operator=(const DownloadWatch&) = delete;
+
+    bool Progress(const Varnex::TransferProgress& progress) override {
+        m_run.progress.Bytes(progress.bytes, progress.expected);
+        return !m_run.interrupt.Raised();
+    }
+
+private:
+    const Context& m_run;
+};
+
+Varnex::VarnexConnection::ConnectionInfo ConnectionOf(const Context& run) {
+    Varnex::VarnexConnection::ConnectionInfo conn;
+    conn.host = run.options.host;
+    conn.port = run.options.port;
+    conn.userid = run.options.user;
+    conn.password = run.password.Reveal();
+    conn.connection_ipversion = run.options.ipv6 ? 1 : 0;
+    return conn;
+}
+
+// One BMC, reached through the library.
+class RedfishRun {
+public:
+    explicit RedfishRun(Context& run) : m_run(run), m_listener(run.progress) {}
+
+    // Until the BMC can be asked for an export.
+    Outcome Reach() {
+        bool starting = false;
+        Outcome outcome = Look(starting);
+        if (outcome.Ok()) outcome = Start();
+        // While the BMC was starting, nobody has looked at the credentials.
+        if (outcome.Ok() && starting) outcome = Look(starting);
+        if (outcome.Ok()) outcome = Connect();
+        return outcome;
+    }
+
+    Outcome Export() {
+        m_run.Begin("export");
+        m_listener.Take();
+        int code = -1;
+        std::string thrown;
+        try {
+            code = m_ffdc->Apply();
+        } catch (const std::exception& failure) {
+            thrown = failure.what();
+            if (thrown.empty()) thrown = "no reason given";
+        }
+        return m_run.End(code, JudgeExport(code, thrown, m_listener.Take()));
+    }
+
+    Outcome Wait(std::string& path) {
+        m_run.Begin("gather");
+        m_listener.Take();
+        m_ffdc->SetTrialCount(m_run.options.tries);
+        m_ffdc->SetTrialInterval(m_run.options.interval);
+        const bool exists = m_ffdc->IsFFDCLogExist(path);
+        return m_run.End(exists ? 0 : 1, JudgeWait(exists, path, m_listener.Take(), m_run.options));
+    }
+
+    Outcome Download(const std::string& path) {
+        const std::string name = ArchiveName(m_run.options.host, Clock::LocalTime(), path);
+        m_run.Begin("download");
+        m_listener.Take();
+        int code = 0;
+        {
+            const DownloadWatch watch(m_run);
+            code = m_ffdc->DownloadFFDC(path, m_run.folder.WorkPath(name));
+        }
+        const Outcome outcome = m_run.End(code, JudgeDownload(code, m_listener.Take()));
+        return outcome.Ok() ? Store(name) : outcome;
+    }
+
+private:
+    Outcome Look(bool& starting) {
+        m_run.Begin("preflight");
+        const int configured = GetGlobalConfigValue("REST_ACTION_TIMEOUT", 0);
+        const Preflight found = ProbeRedfish(m_run.options, m_run.password,
+                                             configured > 0 ? configured : kPreflightSeconds);
+        m_run.report.SetFacts(found.facts);
+        starting = found.state == Preflight::State::kStarting;
+        if (starting) m_run.progress.State("BMC is starting (503)");
+        const bool failed = found.state == Preflight::State::kFailed;
+        return m_run.End(static_cast<int>(found.stage),
+                         failed ? Failure(kNotConnected, found.reason) : Outcome{},
+                         starting ? "BMC is starting (503)" : "");
+    }
+
+    // The constructor asks for the BMC's version, and waits while the BMC is starting.
+    Outcome Start() {
+        m_run.Begin("start");
+        const Options& options = m_run.options;
+        const Varnex::KEMFfdcUploadingUri uri{options.exportUri, options.exportUser,
+                                              m_run.exportPassword.Reveal()};
+        const int seconds = GetGlobalConfigValue("REDFISH_STARTUP_WAIT_TIME", kStartupSeconds);
+        m_ffdc = std::make_unique<Varnex::KEMFfdc>(
+            ConnectionOf(m_run), uri,
+            options.miniLog ? Varnex::BMCLOG_MINI_LOG : Varnex::BMCLOG_PROCESSOR_DUMP);
+        return m_run.End(0, JudgeStart(m_listener.Take(), seconds));
+    }
+
+    Outcome Connect() {
+        m_run.Begin("connect");
+        const int code = m_ffdc->Connect();
+        return m_run.End(code, JudgeConnect(code, m_listener.Take()));
+    }
+
+    Outcome Store(const std::string& name) {
+        m_run.Begin("verify");
+        Delivery delivery;
+        Outcome outcome = Measure(
+            m_run.folder.WorkPath(name), [this] { return m_run.interrupt.Raised(); }, delivery.size,
+            delivery.sha256);
+        if (outcome.Ok() && delivery.size == 0) {
+            outcome = Failure(kDownloadFailed,
+                              "The BMC's archive is empty (0 bytes). Run the tool again.");
+        }
+        if (outcome.Ok()) outcome = m_run.folder.Deliver(name, delivery.path);
+        if (outcome.Ok()) m_run.report.SetDelivery(delivery);
+        m_run.report.EndStep(outcome.code, outcome.reason);
+        return outcome;
+    }
+
+    Context& m_run;
+    RedfishListener m_listener;
+    std::unique_ptr<Varnex::KEMFfdc> m_ffdc;
+};
+
+}  // namespace
+
+Outcome CollectByRedfish(Context& run) {
+    RedfishRun redfish(run);
+    Outcome outcome = redfish.Reach();
+    if (!outcome.Ok()) return outcome;
+    outcome = redfish.Export();
+    if (!outcome.Ok()) return outcome;
+    std::string path;
+    outcome = redfish.Wait(path);
+    if (!outcome.Ok()) return outcome;
+
+    if (run.options.exportUri.empty()) return redfish.Download(path);
+    Delivery delivery;
+    delivery.exportUri = path;
+    run.report.SetDelivery(delivery);
+    return {};
+}
+
+Outcome CheckByRedfish(Context& run) { return RedfishRun(run).Reach(); }
+
+}  // namespace Kemffdc

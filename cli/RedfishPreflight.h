@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef KEMFFDC_REDFISHPREFLIGHT_H
+#define KEMFFDC_REDFISHPREFLIGHT_H
+
+#include <string>
+
+#include "HttpsProbe.h"
+#include "Options.h"
+#include "Report.h"
+#include "Secret.h"
+
+namespace Kemffdc {
+
+// What a Redfish service answered before anything was asked of the library.
+struct Preflight {
+    enum class State {
+        kReady,     // takes the credentials
+        kStarting,  // answers 503: to be waited for, by the library
+        kFailed,
+    };
+    State state = State::kFailed;
+    Stage stage = Stage::kDone;  // where it failed
+    std::string reason;          // what was wrong and what to do; kFailed alone
+    BmcFacts facts;
+};
+
+// Resolves, connects, agrees on TLS, reads the service root, and reads the manager with the
+// credentials. Takes at most `seconds` for each of the two or three requests.
+Preflight ProbeRedfish(const Options& options, const Secret& password, int seconds);
+
+}  // namespace Kemffdc
+
+#endif

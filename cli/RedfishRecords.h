@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef KEMFFDC_REDFISHRECORDS_H
+#define KEMFFDC_REDFISHRECORDS_H
+
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "LogSink.h"
+
+namespace Kemffdc {
+
+class Progress;
+
+// What a record of the library's Redfish channel tells beyond the codes of its operations.
+enum class Sign {
+    kStarting,        // answered 503; the library repeats the request
+    kVersionFailed,   // the first question to the service failed
+    kProbed,          // what Connect got, which it mostly calls a success
+    kPostFailed,      // the session or the export was not accepted
+    kExportAnswered,  // text: the answer that should name the task
+    kTaskNamed,       // that answer has an "Id"
+    kPollFailed,      // one question for the task's state failed; not the end yet
+    kTaskNew,
+    kTaskStarting,
+    kTaskRunning,
+    kTaskCompleted,
+    kTaskException,
+    kTaskKilled,
+    kTaskUnreadable,  // the task's answer is not JSON
+    kTaskIsError,     // it is an error answer
+    kTaskWithoutState,
+    kTaskBroken,      // ends the wait; why, told the sign before, if it was not an unknown state
+    kConnectionLost,  // the third failed question; ends the wait
+    kNoArchivePath,
+    kNoToken,
+    kBadUri,          // text: why
+    kTransferFailed,  // text: "CATEGORY:NUMBER words"
+};
+
+struct Finding {
+    Sign sign;
+    int curlCode = 0;
+    int httpCode = 0;
+    std::string text;  // body or text of the record, as the BMC sent it, cut to 1 MiB
+};
+
+// Nothing for records that tell nothing new.
+std::optional<Finding> FindRedfishSign(const Varnex::LogRecord& record);
+
+// The state of the task as the progress line shows it; null for signs that are none.
+const char* TaskStateText(Sign sign);
+
+// Listens to the library while it works: keeps what was found, in order, and shows the BMC's state.
+class RedfishListener : public Varnex::LogSink {
+public:
+    explicit RedfishListener(Progress& progress);
+    ~RedfishListener() override;
+
+    void Receive(const Varnex::LogRecord& record) override;
+
+    // What was found since the last call: the newest 64, where a sign that repeats counts once
+    // (with its newest text).
+    std::vector<Finding> Take();
+
+private:
+    void Keep(Finding finding);
+
+    Progress& m_progress;
+    std::mutex m_lock;
+    std::vector<Finding> m_findings;
+};
+
+}  // namespace Kemffdc
+
+#endif

@@ -1,0 +1,229 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "RedfishVerdict.h"
+
+#include <curl/curl.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+
+#include "BmcJson.h"
+#include "RecordTable.h"
+#include "Text.h"
+
+namespace Kemffdc {
+namespace {
+
+const Finding* Last(const std::vector<Finding>& findings, Sign sign) {
+    const auto found =
+        std::find_if(findings.rbegin(), findings.rend(),
+                     [sign](const Finding& finding) { return finding.sign == sign; });
+    return found == findings.rend() ? nullptr : &*found;
+}
+
+bool Has(const std::vector<Finding>& findings, Sign sign) {
+    return Last(findings, sign) != nullptr;
+}
+
+// "HTTP 400: what the BMC says" or "Timeout was reached".
+std::string Words(const Finding& answer) {
+    if (answer.curlCode != 0) {
+        return curl_easy_strerror(static_cast<CURLcode>(answer.curlCode));
+    }
+    const std::string message = BmcMessage(answer.text);
+    const std::string code = "HTTP " + std::to_string(answer.httpCode);
+    return message.empty() ? code : code + ": " + message;
+}
+
+Outcome WrongCredentials(const std::string& words) {
+    return Failure(kNotConnected, "The BMC does not accept the credentials (" + words +
+                                      "). Check --user and the password.");
+}
+
+// Bytes that may stand in one segment of a path (RFC 3986) unencoded: the library puts the Id into
+// the task's address as it is.
+bool IsSegment(const std::string& id) {
+    if (id.empty() || id == "." || id == "..") return false;
+    return std::all_of(id.begin(), id.end(), [](char c) {
+        return std::isalnum(static_cast<unsigned char>(c)) != 0 ||
+               (c != '\0' && std::strchr("-._~!$&'()*+,;=:@", c) != nullptr);
+    });
+}
+
+// Refuses what is certainly no Id. An answer that this reader cannot follow is left to the
+// library's, which could.
+bool IsUnusableId(const std::string& answer) {
+    const auto object = ReadObject(answer);
+    const boost::json::value* id = object ? object->if_contains("Id") : nullptr;
+    if (id == nullptr) return false;
+    if (const boost::json::string* text = id->if_string()) return !IsSegment(std::string(*text));
+    return !id->is_number();
+}
+
+Outcome TaskFailure(const std::vector<Finding>& findings) {
+    if (Has(findings, Sign::kTaskKilled)) {
+        return Failure(kTaskFailed,
+                       "The BMC killed the task that gathers the service data. Start it again.");
+    }
+    if (Has(findings, Sign::kTaskException)) {
+        return Failure(
+            kTaskFailed,
+            "The task ended with an exception on the BMC: the service data could not be gathered. See the BMC's own log.");
+    }
+    if (const Finding* unreadable = Last(findings, Sign::kTaskUnreadable)) {
+        return Failure(kTaskFailed, "The BMC's answer about the task is not readable JSON (" +
+                                        Clean(unreadable->text) +
+                                        "): the outcome of the task is not known.");
+    }
+    if (Has(findings, Sign::kTaskIsError)) {
+        return Failure(
+            kTaskFailed,
+            "The BMC answers with an error when asked for the task: its outcome is not known.");
+    }
+    if (Has(findings, Sign::kTaskWithoutState)) {
+        return Failure(
+            kTaskFailed,
+            "The BMC's answer about the task holds no TaskState: its outcome is not known.");
+    }
+    return Failure(kTaskFailed, "The task is in a state that is not known; it counts as failed.");
+}
+
+Outcome LostTask(const Finding* failed) {
+    if (failed == nullptr) {
+        return Failure(kTaskFailed, "The task could not be followed: its outcome is not known.");
+    }
+    const Finding& last = *failed;
+    if (last.curlCode != 0) {
+        return Failure(kNotConnected, "The connection to the BMC was lost while it gathered (" +
+                                          Words(last) + "). It may go on gathering.");
+    }
+    if (last.httpCode == 401 || last.httpCode == 403) return WrongCredentials(Words(last));
+    return Failure(kTaskFailed, "The BMC does not tell what became of the task (" + Words(last) +
+                                    "): its outcome is not known.");
+}
+
+// "varnex.transfer:18 words" or "generic:28 words".
+Outcome TransferFailure(const std::string& text) {
+    const std::string category = text.substr(0, text.find(':'));
+    const int number = NumberBehind(text, ":", 0);
+    const std::string words = Clean(RestBehind(text, " "));
+    if (category == "generic") {
+        return Failure(kLocalFile, "The archive cannot be stored: " + words + " (" + category +
+                                       ":" + std::to_string(number) +
+                                       "). Choose another folder with --output, or make room.");
+    }
+    return Failure(kDownloadFailed,
+                   "The archive was gathered but could not be downloaded: " + words + " (" +
+                       Clean(category) + ":" + std::to_string(number) + "). Run the tool again.");
+}
+
+}  // namespace
+
+Outcome JudgeStart(const std::vector<Finding>& findings, int startupSeconds) {
+    const Finding* failed = Last(findings, Sign::kVersionFailed);
+    if (failed == nullptr) return {};
+    if (failed->curlCode == 0 && failed->httpCode == 503) {
+        return Failure(kNotConnected,
+                       "The BMC is still starting (503) after " +
+                           std::to_string(std::max(startupSeconds, 0)) +
+                           " s. Try again later; a BMC that never gets ready needs a reset.");
+    }
+    if (failed->curlCode == 0 && (failed->httpCode == 401 || failed->httpCode == 403)) {
+        return WrongCredentials(Words(*failed));
+    }
+    return Failure(kNotConnected,
+                   "The BMC's Redfish service cannot be used (" + Words(*failed) + ").");
+}
+
+Outcome JudgeConnect(int code, const std::vector<Finding>& findings) {
+    const Finding* probed = Last(findings, Sign::kProbed);
+    if (probed == nullptr) {
+        return Failure(kNotConnected, "The library has no connection to the BMC.");
+    }
+    if (probed->curlCode != 0) {
+        return Failure(kNotConnected,
+                       "The connection to the BMC was lost (" + Words(*probed) + "). Try again.");
+    }
+    if (code != 0 || probed->httpCode == 401 || probed->httpCode == 403) {
+        return WrongCredentials(Words(*probed));
+    }
+    if (probed->httpCode == 503) {
+        return Failure(kNotConnected, "The BMC is still starting (503). Try again later.");
+    }
+    return {};
+}
+
+Outcome JudgeExport(int code, const std::string& thrown, const std::vector<Finding>& findings) {
+    if (!thrown.empty()) {
+        return Failure(kExportRefused,
+                       "The BMC accepted the export, but its answer is not readable JSON (" +
+                           Clean(thrown) + "): there is no task to follow.");
+    }
+    if (code != 0) {
+        const Finding* answer = Last(findings, Sign::kPostFailed);
+        if (answer == nullptr) return Failure(kExportRefused, "The export could not be requested.");
+        if (answer->curlCode != 0) {
+            return Failure(kNotConnected,
+                           "The connection to the BMC was lost while the export was requested (" +
+                               Words(*answer) + "). It may gather all the same.");
+        }
+        if (answer->httpCode == 401) return WrongCredentials(Words(*answer));
+        return Failure(kExportRefused, "The BMC refused the export (" + Words(*answer) + ").");
+    }
+    if (!Has(findings, Sign::kTaskNamed)) {
+        return Failure(kExportRefused, "The BMC accepted the export but named no task to follow.");
+    }
+    const Finding* answer = Last(findings, Sign::kExportAnswered);
+    if (answer != nullptr && IsUnusableId(answer->text)) {
+        return Failure(
+            kExportRefused,
+            "The BMC accepted the export but gave its task an Id that is no name: there is no task to follow.");
+    }
+    return {};
+}
+
+Outcome JudgeWait(bool exists, const std::string& path, const std::vector<Finding>& findings,
+                  const Options& options) {
+    if (exists && path.empty()) {
+        return Failure(kDownloadFailed,
+                       "The task is completed, but the BMC does not tell where the archive lies.");
+    }
+    if (exists) return {};
+    if (Has(findings, Sign::kTaskKilled) || Has(findings, Sign::kTaskBroken)) {
+        return TaskFailure(findings);
+    }
+    const bool everAnswered = Has(findings, Sign::kTaskNew) || Has(findings, Sign::kTaskStarting) ||
+                              Has(findings, Sign::kTaskRunning);
+    if (Has(findings, Sign::kConnectionLost) || !everAnswered) {
+        return LostTask(Last(findings, Sign::kPollFailed));
+    }
+    return Failure(kNotFinished,
+                   "The BMC has not finished gathering after " + std::to_string(options.tries) +
+                       " tries every " + std::to_string(options.interval) +
+                       " s. It goes on; run again with more --tries or a longer --interval.");
+}
+
+Outcome JudgeDownload(int code, const std::vector<Finding>& findings) {
+    if (code == 0) return {};
+    if (const Finding* transfer = Last(findings, Sign::kTransferFailed)) {
+        return TransferFailure(transfer->text);
+    }
+    if (const Finding* refused = Last(findings, Sign::kPostFailed)) {
+        return Failure(kDownloadFailed,
+                       "The archive was gathered, but the BMC opens no session to download it (" +
+                           Words(*refused) + ").");
+    }
+    if (Has(findings, Sign::kNoToken)) {
+        return Failure(
+            kDownloadFailed,
+            "The archive was gathered, but the BMC gave no session token to download it with.");
+    }
+    if (const Finding* uri = Last(findings, Sign::kBadUri)) {
+        return Failure(kDownloadFailed,
+                       "The archive was gathered, but its path on the BMC cannot be used (" +
+                           Clean(uri->text) + ").");
+    }
+    return Failure(kDownloadFailed, "The archive was gathered but could not be downloaded.");
+}
+
+}  // namespace Kemffdc

@@ -1,0 +1,213 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Report.h"
+
+#include <boost/json.hpp>
+#include <cmath>
+#include <ostream>
+
+#include "Text.h"
+
+namespace Kemffdc {
+namespace {
+
+using namespace std::chrono_literals;
+namespace json = boost::json;
+
+constexpr int kSchema = 1;
+constexpr auto kPatience = 200ms;
+constexpr std::size_t kMinSecret = 4;  // masking "a" would make every text unreadable
+
+// Said by check, and only there: collect would not be the place to learn it.
+constexpr char kTrustNote[] =
+    "The certificate is shown, not verified: requests to a BMC go without verification, and "
+    "VARNEX_CA_FILE holds for the download of the archive alone. Compare the SHA-256 with the "
+    "BMC's own.";
+
+// Null in JSON for what is not known.
+json::value TextOrNull(const std::string& text) {
+    if (text.empty()) return nullptr;
+    return json::value(json::string(ValidUtf8(text)));
+}
+
+json::object StepObject(const Step& step) {
+    return {{"name", step.name},
+            {"code", step.code},
+            {"seconds", std::round(step.seconds * 1000) / 1000},
+            {"detail", TextOrNull(step.detail)}};
+}
+
+json::value CertificateValue(const std::optional<Certificate>& certificate) {
+    if (!certificate) return nullptr;
+    return json::object{{"sha256", certificate->sha256},
+                        {"subject", TextOrNull(certificate->subject)},
+                        {"issuer", TextOrNull(certificate->issuer)},
+                        {"not_before", TextOrNull(certificate->notBefore)},
+                        {"not_after", TextOrNull(certificate->notAfter)},
+                        {"valid_now", certificate->validNow},
+                        {"self_signed", certificate->selfSigned},
+                        {"verified", false}};
+}
+
+json::object FactsObject(const BmcFacts& facts) {
+    json::array notes;
+    for (const std::string& note : facts.notes) notes.push_back(TextOrNull(note));
+    return {{"service_version", TextOrNull(facts.serviceVersion)},
+            {"product", TextOrNull(facts.product)},
+            {"vendor", TextOrNull(facts.vendor)},
+            {"model", TextOrNull(facts.model)},
+            {"firmware", TextOrNull(facts.firmware)},
+            {"certificate", CertificateValue(facts.certificate)},
+            {"notes", std::move(notes)}};
+}
+
+void Line(std::ostream& out, const char* label, const std::string& text) {
+    if (!text.empty()) out << label << text << "\n";
+}
+
+}  // namespace
+
+void Report::Hide(const Secret& secret) {
+    std::lock_guard<std::timed_mutex> hold(m_lock);
+    m_secrets.push_back(&secret);
+}
+
+std::string Report::Masked(std::string text) const {
+    for (const Secret* secret : m_secrets) {
+        const std::string& value = secret->Reveal();
+        if (value.size() < kMinSecret) continue;
+        for (std::size_t at = text.find(value); at != std::string::npos;
+             at = text.find(value, at)) {
+            text.replace(at, value.size(), "**********");
+        }
+    }
+    return text;
+}
+
+void Report::BeginStep(const std::string& name) {
+    std::lock_guard<std::timed_mutex> hold(m_lock);
+    m_open = name;
+    m_openSince = std::chrono::steady_clock::now();
+}
+
+void Report::EndStep(int code, const std::string& detail) {
+    std::lock_guard<std::timed_mutex> hold(m_lock);
+    CloseStep(code, detail);
+}
+
+void Report::CloseStep(int code, const std::string& detail) {
+    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - m_openSince;
+    m_steps.push_back({m_open, code, time.count(), Masked(detail)});
+    m_open.clear();
+}
+
+void Report::SetFacts(const BmcFacts& facts) {
+    std::lock_guard<std::timed_mutex> hold(m_lock);
+    m_facts = facts;
+    for (std::string* text : {&m_facts.serviceVersion, &m_facts.product, &m_facts.vendor,
+                              &m_facts.model, &m_facts.firmware}) {
+        *text = Masked(*text);
+    }
+}
+
+void Report::SetDelivery(const Delivery& delivery) {
+    std::lock_guard<std::timed_mutex> hold(m_lock);
+    m_delivery = delivery;
+}
+
+void Report::Write(const Outcome& ending, std::ostream& out, std::ostream& err) {
+    std::unique_lock<std::timed_mutex> hold(m_lock, kPatience);
+    if (!hold.owns_lock()) return;
+    const Outcome outcome{ending.code, Masked(ending.reason)};
+    if (!m_open.empty()) CloseStep(-1, "not ended");
+    if (!outcome.Ok()) {
+        err << "kemffdc: " << outcome.reason << " [exit code " << outcome.code << "]" << std::endl;
+    }
+    if (m_options.json) {
+        WriteJson(outcome, out);
+    } else if (outcome.Ok()) {
+        WriteWords(out);
+    }
+    out.flush();
+}
+
+const char* Report::OutcomeName(ExitCode code) const {
+    switch (code) {
+        case kDone:
+            if (m_options.command == Command::kCheck) return "checked";
+            return m_delivery.exportUri.empty() ? "downloaded" : "exported";
+        case kUsage:
+            return "usage";
+        case kNotConnected:
+            return "not-connected";
+        case kExportRefused:
+            return "export-refused";
+        case kTaskFailed:
+            return "task-failed";
+        case kNotFinished:
+            return "not-finished";
+        case kDownloadFailed:
+            return "download-failed";
+        case kLocalFile:
+            return "local-file";
+        case kInterrupted:
+            return "interrupted";
+    }
+    return "unknown";
+}
+
+void Report::WriteJson(const Outcome& outcome, std::ostream& out) const {
+    json::array steps;
+    for (const Step& step : m_steps) steps.push_back(StepObject(step));
+    const bool downloaded = !m_delivery.path.empty();
+    const json::object object{
+        {"schema", kSchema},
+        {"version", KEMFFDC_VERSION},
+        {"command", m_options.command == Command::kCheck ? "check" : "collect"},
+        {"channel", m_options.via},
+        {"host", TextOrNull(m_options.host)},
+        {"port", m_options.port},
+        {"outcome", OutcomeName(outcome.code)},
+        {"exit_code", static_cast<int>(outcome.code)},
+        {"reason", TextOrNull(outcome.reason)},
+        {"steps", std::move(steps)},
+        {"path", TextOrNull(m_delivery.path)},
+        {"size", downloaded ? json::value(m_delivery.size) : json::value(nullptr)},
+        {"sha256", TextOrNull(m_delivery.sha256)},
+        {"export_uri", TextOrNull(m_delivery.exportUri)},
+        {"bmc", FactsObject(m_facts)}};
+    out << json::serialize(object) << "\n";
+}
+
+void Report::WriteWords(std::ostream& out) const {
+    if (m_options.command == Command::kCheck) {
+        WriteFacts(out);
+        return;
+    }
+    Line(out, "Exported to: ", m_delivery.exportUri);
+    if (m_delivery.path.empty()) return;
+    out << "Archive: " << m_delivery.path << "\n"
+        << "Size:    " << m_delivery.size << " bytes (" << HumanBytes(m_delivery.size) << ")\n"
+        << "SHA-256: " << m_delivery.sha256 << "\n";
+}
+
+void Report::WriteFacts(std::ostream& out) const {
+    out << "BMC:             " << m_options.host << " port " << m_options.port
+        << ", usable through " << m_options.via << "\n";
+    Line(out, "Service version: ", m_facts.serviceVersion);
+    Line(out, "Product:         ", m_facts.product);
+    Line(out, "Vendor:          ", m_facts.vendor);
+    Line(out, "Model:           ", m_facts.model);
+    Line(out, "Firmware:        ", m_facts.firmware);
+    if (m_facts.certificate) {
+        const Certificate& shown = *m_facts.certificate;
+        out << "Certificate:     SHA-256 " << shown.sha256 << "\n";
+        Line(out, "  subject:       ", shown.subject);
+        Line(out, "  issuer:        ", shown.issuer + (shown.selfSigned ? " (self-signed)" : ""));
+        out << "  valid:         " << shown.notBefore << " to " << shown.notAfter
+            << (shown.validNow ? "" : " (NOT VALID NOW)") << "\n";
+        out << "Note: " << kTrustNote << "\n";
+    }
+    for (const std::string& note : m_facts.notes) out << "Note: " << note << "\n";
+}
+
+}  // namespace Kemffdc

@@ -1,0 +1,96 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef KEMFFDC_REPORT_H
+#define KEMFFDC_REPORT_H
+
+#include <chrono>
+#include <cstdint>
+#include <iosfwd>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ExitCodes.h"
+#include "Options.h"
+#include "Secret.h"
+
+namespace Kemffdc {
+
+// The certificate that a BMC showed.
+struct Certificate {
+    std::string sha256;  // of the DER form, upper-case hexadecimal with colons
+    std::string subject;
+    std::string issuer;
+    std::string notBefore;  // UTC, "2026-11-20T20:25:00Z"
+    std::string notAfter;
+    bool validNow = false;  // by this machine's clock
+    bool selfSigned = false;
+};
+
+// What a BMC says of itself. Empty where it does not say; fit for display.
+struct BmcFacts {
+    std::string serviceVersion;  // Redfish: RedfishVersion
+    std::string product;
+    std::string vendor;
+    std::string model;
+    std::string firmware;
+    std::optional<Certificate> certificate;
+    std::vector<std::string> notes;  // what an operator should know, whole sentences
+};
+
+// A step that has ended.
+struct Step {
+    std::string name;
+    int code = 0;  // the library's where the step is one call of it; 0: well
+    double seconds = 0;
+    std::string detail;  // may be empty
+};
+
+// What has been obtained. Both empty until it stands.
+struct Delivery {
+    std::string path;  // absolute, on this machine
+    std::string exportUri;
+    std::uint64_t size = 0;
+    std::string sha256;  // lower-case hexadecimal
+};
+
+// The account of one run, and its two forms at the end: words, or one JSON object. Any thread may
+// call any operation; an ending is written once.
+class Report {
+public:
+    explicit Report(const Options& options) : m_options(options) {}
+
+    // From now on `secret` is masked in every text given to the report: a BMC may send back what
+    // it was sent. Kept by address.
+    void Hide(const Secret& secret);
+
+    void BeginStep(const std::string& name);
+    void EndStep(int code, const std::string& detail = "");
+    void SetFacts(const BmcFacts& facts);
+    void SetDelivery(const Delivery& delivery);
+
+    // Writes the ending: results on `out`, reasons on `err`. Gives up after a moment when another
+    // thread is stuck inside this object.
+    void Write(const Outcome& ending, std::ostream& out, std::ostream& err);
+
+private:
+    std::string Masked(std::string text) const;
+    void CloseStep(int code, const std::string& detail);
+    void WriteJson(const Outcome& outcome, std::ostream& out) const;
+    void WriteWords(std::ostream& out) const;
+    void WriteFacts(std::ostream& out) const;
+    const char* OutcomeName(ExitCode code) const;
+
+    const Options& m_options;
+    std::timed_mutex m_lock;
+    std::vector<const Secret*> m_secrets;
+    std::vector<Step> m_steps;
+    std::string m_open;  // name of the step that has not ended
+    std::chrono::steady_clock::time_point m_openSince;
+    BmcFacts m_facts;
+    Delivery m_delivery;
+};
+
+}  // namespace Kemffdc
+
+#endif

@@ -1,0 +1,152 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Run.h"
+
+#include <curl/curl.h>
+
+#include <cstdlib>
+#include <exception>
+#include <new>
+#include <ostream>
+
+#include "Archive.h"
+#include "Channels.h"
+#include "Context.h"
+#include "Interrupt.h"
+#include "LogSink.h"
+#include "Progress.h"
+#include "Report.h"
+#include "Secret.h"
+#include "Text.h"
+
+namespace Kemffdc {
+namespace {
+
+constexpr int kFileLevel = 4;  // who asks for a file wants to read it all
+
+// Returns whether records of the library will go to standard error.
+Outcome SetUpLog(const Options& options, bool& toTerminal) {
+    const bool fileByEnvironment = std::getenv("VARNEX_LOG_FILE") != nullptr;
+    const bool levelByEnvironment = std::getenv("VARNEX_LOG_LEVEL") != nullptr;
+    const bool toFile = !options.logFile.empty() || fileByEnvironment;
+    toTerminal = !toFile && (options.logLevel.value_or(0) > 0 || levelByEnvironment);
+    if (!options.logFile.empty()) {
+        std::string error;
+        if (!Varnex::SetLogFile(options.logFile, error)) {
+            return Failure(kLocalFile, "Cannot write the log file " + options.logFile + ": " +
+                                           Clean(error) + ".");
+        }
+    }
+    // By default the library's lines stay away: the tool says in words what they mean.
+    if (options.logLevel) {
+        Varnex::SetLogLevel(*options.logLevel);
+    } else if (!levelByEnvironment) {
+        Varnex::SetLogLevel(toFile ? kFileLevel : 0);
+    }
+    return {};
+}
+
+void ForgetProxies() {
+    for (const char* name : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY",
+                             "ftp_proxy", "FTP_PROXY", "HTTP_PROXY"}) {
+        unsetenv(name);
+    }
+}
+
+// Nothing may prompt or read a password that is not needed.
+Outcome ReadPasswords(const Options& options, Secret& password, Secret& exportPassword) {
+    Outcome outcome = ReadSecret(
+        {options.passwordFile, "KEMFFDC_PASSWORD",
+         "Password of " + options.user + " on " + options.host + ": ", "--password-file"},
+        password);
+    if (!outcome.Ok() || options.exportUri.empty()) return outcome;
+    const bool wanted = !options.exportUser.empty() || !options.exportPasswordFile.empty();
+    if (!wanted) return {};
+    return ReadSecret(
+        {options.exportPasswordFile, "KEMFFDC_EXPORT_PASSWORD",
+         "Password of " + options.exportUser + " on the file store: ", "--export-password-file"},
+        exportPassword);
+}
+
+// One run, from the first signal that could interrupt it to its report.
+class Conductor {
+public:
+    Conductor(const Options& options, std::ostream& out, std::ostream& err, bool live)
+        : m_options(options),
+          m_out(out),
+          m_err(err),
+          m_report(options),
+          m_interrupt([this] { Abandon(); }),
+          m_progress(err, live, TerminalColumns) {}
+
+    int Conduct(const Outcome& logSetUp) {
+        Outcome outcome = logSetUp;
+        try {
+            if (outcome.Ok()) outcome = Work();
+        } catch (const std::bad_alloc&) {
+            outcome = Failure(kLocalFile, "Out of memory.");
+        } catch (const std::exception& failure) {
+            outcome = Failure(kNotConnected, "The run failed: " + Clean(failure.what()));
+        }
+        if (m_interrupt.Raised() && !outcome.Ok()) outcome = Interrupted();
+        m_interrupt.ClaimEnding();
+        m_progress.End();
+        m_folder.Discard();
+        m_report.Write(outcome, m_out, m_err);
+        return outcome.code;
+    }
+
+private:
+    Outcome Work() {
+        Outcome outcome = ReadPasswords(m_options, m_password, m_exportPassword);
+        if (!outcome.Ok()) return outcome;
+        m_report.Hide(m_password);
+        m_report.Hide(m_exportPassword);
+
+        const bool downloads =
+            m_options.command == Command::kCollect && m_options.exportUri.empty();
+        if (downloads) outcome = m_folder.Open(m_options.output);
+        if (!outcome.Ok()) return outcome;
+
+        Context context{m_options, m_password, m_exportPassword, m_progress,
+                        m_report,  m_folder,   m_interrupt};
+        const Channel* channel = FindChannel(m_options.via);
+        return m_options.command == Command::kCheck ? channel->check(context)
+                                                    : channel->collect(context);
+    }
+
+    static Outcome Interrupted() {
+        return Failure(kInterrupted, "Interrupted. A BMC that has begun to gather goes on.");
+    }
+
+    // Called while the run is still blocked somewhere; the process ends right after it.
+    void Abandon() {
+        RestoreTerminal();
+        m_progress.End();
+        m_folder.Discard();
+        m_report.Write(Interrupted(), m_out, m_err);
+    }
+
+    const Options& m_options;
+    std::ostream& m_out;
+    std::ostream& m_err;
+    // Before the secrets' users, and destroyed after them.
+    Secret m_password;
+    Secret m_exportPassword;
+    Report m_report;
+    OutputFolder m_folder;
+    Interrupt m_interrupt;  // before any thread is started
+    Progress m_progress;
+};
+
+}  // namespace
+
+int Run(const Options& options, std::ostream& out, std::ostream& err) {
+    if (options.noProxy) ForgetProxies();
+    bool logOnTerminal = false;
+    const Outcome logSetUp = SetUpLog(options, logOnTerminal);
+    Conductor conductor(options, out, err, options.liveProgress && !logOnTerminal);
+    curl_global_init(CURL_GLOBAL_DEFAULT);
+    return conductor.Conduct(logSetUp);
+}
+
+}  // namespace Kemffdc

@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef KEMFFDC_RUN_H
+#define KEMFFDC_RUN_H
+
+#include <iosfwd>
+
+#include "Options.h"
+
+namespace Kemffdc {
+
+// Carries out what `options` say and returns the exit code. Results go to `out`, progress and
+// reasons to `err`. Blocks for as long as the BMC takes; SIGINT, SIGTERM and SIGHUP end the process
+// from within, with exit code 130. Changes the process: the variables that hold passwords, and with
+// noProxy those that name proxies, are removed from its environment; the library's log is set up.
+int Run(const Options& options, std::ostream& out, std::ostream& err);
+
+}  // namespace Kemffdc
+
+#endif

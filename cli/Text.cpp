@@ -1,0 +1,126 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Text.h"
+
+#include <cstdio>
+
+#include "LogSink.h"
+
+namespace Kemffdc {
+namespace {
+
+using Byte = unsigned char;
+
+bool IsContinuation(const std::string& text, std::size_t at) {
+    return at < text.size() && (static_cast<Byte>(text[at]) & 0xC0) == 0x80;
+}
+
+// Length of the well-formed character (RFC 3629) at `at`; 0: there is none.
+std::size_t CharacterLength(const std::string& text, std::size_t at) {
+    const Byte first = static_cast<Byte>(text[at]);
+    if (first < 0x80) return 1;
+    const std::size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
+    if (first < 0xC2 || first > 0xF4) return 0;
+    for (std::size_t i = 1; i < length; ++i) {
+        if (!IsContinuation(text, at + i)) return 0;
+    }
+    const Byte second = static_cast<Byte>(text[at + 1]);
+    const bool overlong = (first == 0xE0 && second < 0xA0) || (first == 0xF0 && second < 0x90);
+    const bool outside = (first == 0xED && second > 0x9F) || (first == 0xF4 && second > 0x8F);
+    return overlong || outside ? 0 : length;
+}
+
+std::uint32_t CodePoint(const std::string& text, std::size_t at, std::size_t length) {
+    constexpr Byte kFirstBits[] = {0, 0x7F, 0x1F, 0x0F, 0x07};
+    std::uint32_t point = static_cast<Byte>(text[at]) & kFirstBits[length];
+    for (std::size_t i = 1; i < length; ++i) {
+        point = (point << 6) | (static_cast<Byte>(text[at + i]) & 0x3FU);
+    }
+    return point;
+}
+
+// Characters that steer a terminal or the order of what is read: C0 and C1 controls, bidirectional
+// marks, line separators.
+bool Steers(std::uint32_t point) {
+    return point < 0x20 || (point >= 0x7F && point < 0xA0) || point == 0x061C ||
+           (point >= 0x200B && point <= 0x200F) || (point >= 0x2028 && point <= 0x202E) ||
+           (point >= 0x2060 && point <= 0x206F) || point == 0xFEFF;
+}
+
+std::string Hidden(std::uint32_t point) {
+    char text[16];
+    std::snprintf(text, sizeof text, point < 0x100 ? "\\x%02X" : "\\u%04X", point);
+    return text;
+}
+
+std::string LineEndsAsBlanks(std::string text) {
+    for (char& c : text) {
+        if (c == '\n' || c == '\r' || c == '\t') c = ' ';
+    }
+    return text;
+}
+
+std::string WithoutSteering(const std::string& text) {
+    std::string clean;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t length = CharacterLength(text, at);  // not 0: the text is valid
+        const std::uint32_t point = CodePoint(text, at, length);
+        clean += Steers(point) ? Hidden(point) : text.substr(at, length);
+        at += length;
+    }
+    return clean;
+}
+
+}  // namespace
+
+std::string ValidUtf8(const std::string& text) {
+    std::string valid;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t length = CharacterLength(text, at);
+        valid += length == 0 ? "\xEF\xBF\xBD" : text.substr(at, length);
+        at += length == 0 ? 1 : length;
+    }
+    return valid;
+}
+
+std::string CutUtf8(const std::string& text, std::size_t bytes) {
+    if (text.size() <= bytes) return text;
+    std::size_t end = bytes;
+    while (end > 0 && IsContinuation(text, end)) --end;
+    return text.substr(0, end);
+}
+
+std::string Clean(const std::string& text, std::size_t limit) {
+    // Masking looks at a bounded part: a BMC may send many megabytes.
+    const std::string part = LineEndsAsBlanks(text.substr(0, 4 * limit + 1024));
+    const std::string clean = WithoutSteering(ValidUtf8(Varnex::MaskedForDisplay(part)));
+    if (clean.size() <= limit) return clean;
+    return CutUtf8(clean, limit) + "...";
+}
+
+std::string HumanBytes(std::uint64_t bytes) {
+    if (bytes < 1024) return std::to_string(bytes) + " B";
+    constexpr const char* kUnits[] = {"KiB", "MiB", "GiB", "TiB"};
+    double value = static_cast<double>(bytes) / 1024;
+    std::size_t unit = 0;
+    while (value >= 1023.95 && unit + 1 < std::size(kUnits)) {
+        value /= 1024;
+        ++unit;
+    }
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f %s", value, kUnits[unit]);
+    return text;
+}
+
+std::string Elapsed(std::chrono::milliseconds time) {
+    const long long seconds = time.count() / 1000;
+    char text[48];
+    if (seconds < 3600) {
+        std::snprintf(text, sizeof text, "%lld:%02lld", seconds / 60, seconds % 60);
+    } else {
+        std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", seconds / 3600, seconds / 60 % 60,
+                      seconds % 60);
+    }
+    return text;
+}
+
+}  // namespace Kemffdc
