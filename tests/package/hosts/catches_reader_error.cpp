@@ -18,7 +18,8 @@ int main(int argc, char** argv) {
 
     Varnex::KEMFfdc ffdc(bmc, Varnex::KEMFfdcUploadingUri(), Varnex::BMCLOG_PROCESSOR_DUMP);
     try {
-        std::cout << "returned " << ffdc.Apply() << '\n';
+        const int result = ffdc.Apply();
+        std::cout << "returned " << result << '\n';
     } catch (const boost::property_tree::json_parser_error&) {
         std::cout << "json_parser_error\n";
     } catch (...) {
