@@ -78,6 +78,64 @@ def test_a_comment_without_a_reason_is_found(tree, comment):
     assert "src/common/x.cpp:2:" in result.stdout
 
 
+LOGGING = """
+constexpr char kLogSource[] = "src/common/x";
+const Step kSteps[] = {{1, "Found \\"Oem\\" here. "}};
+void F() {
+    LOG_LINE(kTrace) << "Trying  " << url  // two blanks
+                     << ", code: " << code;
+    LOG_LINE(level) << (good ? "Went well." : "Went badly.");
+    LOG_LINE(kTrace) << step.text;
+}
+"""
+CATALOGUE = """
+## `src/common/x`
+
+| Level | Text | When |
+|---|---|---|
+| 4 | `Trying  <URL>, code: <number>` | always |
+| 3 | `Went well.` | sometimes |
+| 1 | `Went badly.` | sometimes |
+| 4 | `Found "Oem" here. ` | once |
+"""
+
+
+def test_a_complete_log_catalogue_passes(tree):
+    write(tree, "src/common/x.cpp", LICENCE + LOGGING)
+    write(tree, "docs/log-catalogue.md", CATALOGUE)
+
+    assert run("check-log-catalogue", tree).stdout == ""
+
+
+@pytest.mark.parametrize("old, new", [
+    ("Trying  <", "Trying <"),
+    ("| 4 | `Trying", "| 3 | `Trying"),
+    ("| 3 | `Went well.` | sometimes |\n", ""),
+    ("| 4 | `Found \"Oem\" here. ` | once |\n", ""),
+    ("| 4 | `Found", "| 4 | `Never written` | never |\n| 4 | `Found"),
+    ("here. `", "here.`"),
+])
+def test_a_log_catalogue_that_differs_from_the_sources_is_found(tree, old, new):
+    assert old in CATALOGUE
+    write(tree, "src/common/x.cpp", LICENCE + LOGGING)
+    write(tree, "docs/log-catalogue.md", CATALOGUE.replace(old, new))
+
+    result = run("check-log-catalogue", tree)
+
+    assert result.returncode == 1
+    assert "src/common/x" in result.stdout
+
+
+def test_a_link_to_nowhere_is_found(tree):
+    write(tree, "docs/a.md", "[good](b.md#part), [far](https://192.0.2.1/), [bad](c.md)\n")
+    write(tree, "docs/b.md", "[good](../cli)\n")
+
+    result = run("check-links", tree)
+
+    assert result.returncode == 1
+    assert result.stdout == "docs/a.md: c.md does not exist\n"
+
+
 def test_a_source_without_its_licence_is_found(tree):
     write(tree, "src/common/x.cpp", "int x;\n")
 
