@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef PEGASUS_CIMINSTANCE_H
+#define PEGASUS_CIMINSTANCE_H
+
+#include <Pegasus/Common/Array.h>
+#include <Pegasus/Common/CIMName.h>
+#include <Pegasus/Common/CIMObject.h>
+#include <Pegasus/Common/CIMObjectPath.h>
+#include <Pegasus/Common/CIMProperty.h>
+#include <Pegasus/Common/CIMQualifier.h>
+
+#include <memory>
+
+namespace Pegasus {
+
+// A handle: copies share the instance, clone() makes another. Default-constructed ones throw
+// UninitializedObjectException when used. Properties keep the order in which they were added.
+class CIMInstance {
+public:
+    CIMInstance() = default;
+    CIMInstance(const CIMName& className);
+
+    const CIMName& getClassName() const;
+    // What an enumeration returned has neither host nor namespace in its path.
+    const CIMObjectPath& getPath() const;
+    void setPath(const CIMObjectPath& path);
+
+    CIMInstance& addQualifier(const CIMQualifier& qualifier);
+    Uint32 findQualifier(const CIMName& name) const;
+    CIMConstQualifier getQualifier(Uint32 index) const;
+    Uint32 getQualifierCount() const;
+
+    // Throws AlreadyExistsException: already exists: property "NAME"
+    CIMInstance& addProperty(const CIMProperty& property);
+    // The position, or PEG_NOT_FOUND; ignores case.
+    Uint32 findProperty(const CIMName& name) const;
+    // Throw IndexOutOfBoundsException.
+    CIMProperty getProperty(Uint32 index);
+    CIMConstProperty getProperty(Uint32 index) const;
+    void removeProperty(Uint32 index);
+    Uint32 getPropertyCount() const;
+
+    Boolean isUninitialized() const { return !m_rep; }
+    CIMInstance clone() const;
+    // Class, properties and qualifiers agree, in order, and the paths too.
+    Boolean identical(const CIMInstance& other) const;
+
+private:
+    struct Rep;
+    Rep& Held() const;
+
+    std::shared_ptr<Rep> m_rep;
+};
+
+inline bool operator==(const CIMInstance& a, const CIMInstance& b) { return a.identical(b); }
+
+}  // namespace Pegasus
+
+#endif

@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef PEGASUS_CIMPARAMVALUE_H
+#define PEGASUS_CIMPARAMVALUE_H
+
+#include <Pegasus/Common/CIMValue.h>
+
+namespace Pegasus {
+
+// One parameter of a method: untyped ones go out without their type.
+class CIMParamValue {
+public:
+    CIMParamValue() = default;
+    CIMParamValue(const String& parameterName, const CIMValue& value, Boolean isTyped = true)
+        : m_name(parameterName), m_value(value), m_isTyped(isTyped) {}
+
+    const String& getParameterName() const { return m_name; }
+    const CIMValue& getValue() const { return m_value; }
+    Boolean isTyped() const { return m_isTyped; }
+
+private:
+    String m_name;
+    CIMValue m_value;
+    Boolean m_isTyped = true;
+};
+
+}  // namespace Pegasus
+
+#endif

@@ -1,0 +1,242 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <Pegasus/Common/String.h>
+
+#include <Pegasus/Common/Exception.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <ostream>
+
+#include "Text.h"
+
+namespace Pegasus {
+
+namespace {
+
+const char* NotNull(const char* text) {
+    if (text == nullptr) throw NullPointer();
+    return text;
+}
+
+std::string Hex(unsigned value, int digits) {
+    static constexpr char kDigits[] = "0123456789ABCDEF";
+    std::string text;
+    for (int shift = (digits - 1) * 4; shift >= 0; shift -= 4)
+        text += kDigits[(value >> shift) & 15U];
+    return text;
+}
+
+struct Sequence {
+    std::size_t length;  // 0: no UTF-8
+    char32_t codePoint;
+};
+
+Sequence Decode(std::string_view bytes) {
+    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
+    const unsigned char lead = byte(0);
+    if (lead < 0x80) return {1, lead};
+    const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+    if (lead < 0xC2 || lead > 0xF4 || bytes.size() < length) return {0, 0};
+    char32_t codePoint = lead & (0xFFU >> (length + 1));
+    for (std::size_t i = 1; i < length; ++i) {
+        if ((byte(i) & 0xC0U) != 0x80U) return {0, 0};
+        codePoint = (codePoint << 6U) | (byte(i) & 0x3FU);
+    }
+    static constexpr std::array<char32_t, 5> kLeast = {0, 0, 0x80, 0x800, 0x10000};
+    const bool surrogate = codePoint >= 0xD800 && codePoint <= 0xDFFF;
+    if (codePoint < kLeast[length] || codePoint > 0x10FFFF || surrogate) return {0, 0};
+    return {length, codePoint};
+}
+
+void AppendUnits(std::u16string& units, char32_t codePoint) {
+    if (codePoint < 0x10000) {
+        units += static_cast<char16_t>(codePoint);
+        return;
+    }
+    codePoint -= 0x10000;
+    units += static_cast<char16_t>(0xD800 + (codePoint >> 10U));
+    units += static_cast<char16_t>(0xDC00 + (codePoint & 0x3FFU));
+}
+
+// Where the first byte stands that is no UTF-8, or npos.
+std::size_t Convert(std::string_view bytes, std::u16string& units) {
+    units.reserve(bytes.size());
+    for (std::size_t at = 0; at < bytes.size();) {
+        const Sequence sequence = Decode(bytes.substr(at));
+        if (sequence.length == 0) return at;
+        AppendUnits(units, sequence.codePoint);
+        at += sequence.length;
+    }
+    return std::string_view::npos;
+}
+
+[[noreturn]] void ThrowNotUtf8(std::string_view bytes, std::size_t index) {
+    std::string message = "The byte sequence starting at index " + std::to_string(index) +
+                          " is not valid UTF-8 encoding:";
+    for (const char c : bytes.substr(index, 4)) {
+        message += " 0x" + Hex(static_cast<unsigned char>(c), 2);
+    }
+    throw Exception(String(message.c_str()));
+}
+
+void AppendUtf8(std::string& bytes, char32_t codePoint) {
+    const auto put = [&](char32_t byte) { bytes += static_cast<char>(byte); };
+    if (codePoint < 0x80) {
+        put(codePoint);
+    } else if (codePoint < 0x800) {
+        put(0xC0U | (codePoint >> 6U));
+        put(0x80U | (codePoint & 0x3FU));
+    } else if (codePoint < 0x10000) {
+        put(0xE0U | (codePoint >> 12U));
+        put(0x80U | ((codePoint >> 6U) & 0x3FU));
+        put(0x80U | (codePoint & 0x3FU));
+    } else {
+        put(0xF0U | (codePoint >> 18U));
+        put(0x80U | ((codePoint >> 12U) & 0x3FU));
+        put(0x80U | ((codePoint >> 6U) & 0x3FU));
+        put(0x80U | (codePoint & 0x3FU));
+    }
+}
+
+// The code point at `at`, which moves behind it.
+char32_t NextCodePoint(const std::u16string& units, std::size_t& at) {
+    const char16_t unit = units[at++];
+    if (unit < 0xD800 || unit > 0xDFFF) return unit;
+    const bool pair =
+        unit < 0xDC00 && at < units.size() && units[at] >= 0xDC00 && units[at] <= 0xDFFF;
+    if (!pair) return 0xFFFD;
+    const char16_t low = units[at++];
+    return 0x10000U + (static_cast<char32_t>(unit - 0xD800) << 10U) + (low - 0xDC00U);
+}
+
+int HexDigit(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
+bool StaysPlain(char c) {
+    const bool alphanumeric =
+        (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+    return alphanumeric || (c != '\0' && std::strchr("-_.!~*'()", c) != nullptr);
+}
+
+}  // namespace
+
+const String String::EMPTY;
+
+String::String(const char* text) : String(Internal::FromUtf8(NotNull(text))) {}
+
+String::String(const char* text, Uint32 n) : String(Internal::FromUtf8({NotNull(text), n})) {}
+
+CString String::getCString() const { return CString(Internal::ToUtf8(*this)); }
+
+String& String::append(const String& text) {
+    m_units += text.m_units;
+    return *this;
+}
+
+String String::subString(Uint32 index, Uint32 n) const {
+    if (index > m_units.size()) throw IndexOutOfBoundsException();
+    return StringUnits::Make(m_units.substr(index, n));
+}
+
+Uint32 String::find(const String& text) const {
+    const std::size_t at = m_units.find(text.m_units);
+    return at == std::u16string::npos ? PEG_NOT_FOUND : static_cast<Uint32>(at);
+}
+
+Boolean String::equalNoCase(const String& a, const String& b) {
+    return a.size() == b.size() && Internal::CompareNoCase(a, b) == 0;
+}
+
+bool operator<(const String& a, const String& b) { return StringUnits::Of(a) < StringUnits::Of(b); }
+
+String operator+(const String& a, const String& b) { return String(a).append(b); }
+
+std::ostream& operator<<(std::ostream& out, const String& text) {
+    for (const char16_t unit : StringUnits::Of(text)) {
+        if (unit < 0x100) {
+            out << static_cast<char>(unit);
+        } else {
+            out << "\\x" << Hex(unit, 4);
+        }
+    }
+    return out;
+}
+
+namespace Internal {
+
+String FromUtf8(std::string_view bytes) {
+    std::u16string units;
+    const std::size_t bad = Convert(bytes, units);
+    if (bad != std::string_view::npos) ThrowNotUtf8(bytes, bad);
+    return StringUnits::Make(std::move(units));
+}
+
+String FromPeer(std::string_view bytes) {
+    std::u16string units;
+    if (Convert(bytes, units) != std::string_view::npos) {
+        units.clear();
+        for (const char c : bytes) units += static_cast<char16_t>(static_cast<unsigned char>(c));
+    }
+    return StringUnits::Make(std::move(units));
+}
+
+std::string ToUtf8(const String& text) {
+    const std::u16string& units = StringUnits::Of(text);
+    std::string bytes;
+    bytes.reserve(units.size());
+    for (std::size_t at = 0; at < units.size();) AppendUtf8(bytes, NextCodePoint(units, at));
+    return bytes;
+}
+
+std::string ToLatin1(const String& text) {
+    std::string bytes;
+    for (const char16_t unit : StringUnits::Of(text)) bytes += static_cast<char>(unit & 0xFFU);
+    return bytes;
+}
+
+int CompareNoCase(const String& a, const String& b) {
+    const std::u16string& left = StringUnits::Of(a);
+    const std::u16string& right = StringUnits::Of(b);
+    const std::size_t common = std::min(left.size(), right.size());
+    for (std::size_t i = 0; i < common; ++i) {
+        const int difference = FoldCase(left[i]) - FoldCase(right[i]);
+        if (difference != 0) return difference;
+    }
+    if (left.size() == right.size()) return 0;
+    return left.size() < right.size() ? -1 : 1;
+}
+
+std::string PercentEncode(std::string_view bytes) {
+    std::string text;
+    for (const char c : bytes) {
+        if (StaysPlain(c)) {
+            text += c;
+        } else {
+            text += "%" + Hex(static_cast<unsigned char>(c), 2);
+        }
+    }
+    return text;
+}
+
+std::string PercentDecode(std::string_view text) {
+    std::string bytes;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const bool escape = text[i] == '%' && i + 2 < text.size() && HexDigit(text[i + 1]) >= 0 &&
+                            HexDigit(text[i + 2]) >= 0;
+        if (!escape) {
+            bytes += text[i];
+            continue;
+        }
+        bytes += static_cast<char>(HexDigit(text[i + 1]) * 16 + HexDigit(text[i + 2]));
+        i += 2;
+    }
+    return bytes;
+}
+
+}  // namespace Internal
+}  // namespace Pegasus

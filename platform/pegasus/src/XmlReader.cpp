@@ -1,0 +1,522 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "XmlReader.h"
+
+#include <Pegasus/Client/CIMClientException.h>
+
+#include <charconv>
+#include <limits>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "Text.h"
+#include "XmlDocument.h"
+
+namespace Pegasus::Internal {
+
+namespace {
+
+using pugi::xml_node;
+
+// References as keys of references: real ones have one level.
+constexpr int kMaxReferenceDepth = 16;
+// Each level escapes the one below, which can double it.
+constexpr Uint32 kMaxReferenceKey = 1024 * 1024;
+
+std::string_view Trimmed(std::string_view text) {
+    const std::size_t first = text.find_first_not_of(" \t\r\n");
+    if (first == std::string_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
+}
+
+// Decimal or hexadecimal ("0x1F"), with blanks around; false when it is no such number or does not
+// fit.
+template <class T>
+bool ReadInteger(std::string_view text, T& number) {
+    text = Trimmed(text);
+    const bool negative = !text.empty() && text[0] == '-';
+    if (negative || (!text.empty() && text[0] == '+')) text.remove_prefix(1);
+    const bool hexadecimal =
+        text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+    if (hexadecimal) text.remove_prefix(2);
+    Uint64 magnitude = 0;
+    const char* end = text.data() + text.size();
+    const auto read = std::from_chars(text.data(), end, magnitude, hexadecimal ? 16 : 10);
+    if (read.ec != std::errc() || read.ptr != end) return false;
+    constexpr auto kMax = static_cast<Uint64>(std::numeric_limits<T>::max());
+    const Uint64 limit = !negative ? kMax : std::is_signed_v<T> ? kMax + 1 : 0;
+    if (magnitude > limit) return false;
+    number = static_cast<T>(negative ? Uint64{0} - magnitude : magnitude);
+    return true;
+}
+
+template <class T>
+bool ReadReal(std::string_view text, T& number) {
+    text = Trimmed(text);
+    if (!text.empty() && text[0] == '+') text.remove_prefix(1);
+    if (text.find_first_not_of("0123456789+-.eE") != std::string_view::npos) return false;
+    const char* end = text.data() + text.size();
+    const auto read = std::from_chars(text.data(), end, number);
+    return read.ec == std::errc() && read.ptr == end;
+}
+
+// Reads one answer's document from top to bottom.
+class Reader {
+public:
+    Reader(std::string& document, Uint32 messageId)
+        : m_document(document), m_expectedId(std::to_string(messageId)) {}
+
+    EnumerateInstancesAnswer EnumerateInstances() {
+        const xml_node response = Response("IMETHODRESPONSE");
+        if (m_document.Attribute(response, "NAME") != "EnumerateInstances") {
+            m_document.Fail(response, "Expected IMETHODRESPONSE of EnumerateInstances");
+        }
+        EnumerateInstancesAnswer answer;
+        XmlChildren children(m_document, response);
+        if (const xml_node error = children.If("ERROR")) {
+            answer.error = Error(error);
+        } else if (const xml_node values = children.If("IRETURNVALUE")) {
+            answer.instances = NamedInstances(values);
+        }
+        children.End();
+        RequireMessageId();
+        return answer;
+    }
+
+    InvokeMethodAnswer InvokeMethod() {
+        const xml_node response = Response("METHODRESPONSE");
+        m_document.Attribute(response, "NAME");  // servers spell it as they like
+        InvokeMethodAnswer answer;
+        XmlChildren children(m_document, response);
+        if (const xml_node error = children.If("ERROR")) {
+            answer.error = Error(error);
+        } else {
+            if (const xml_node value = children.If("RETURNVALUE")) {
+                answer.returnValue = ReturnValue(value);
+            }
+            while (const xml_node parameter = children.If("PARAMVALUE")) {
+                answer.outParameters.append(Parameter(parameter));
+            }
+        }
+        children.End();
+        RequireMessageId();
+        return answer;
+    }
+
+private:
+    // Down to the element that holds the result.
+    xml_node Response(const char* name) {
+        const xml_node cim = m_document.Root("CIM");
+        m_document.Attribute(cim, "CIMVERSION");
+        m_document.Attribute(cim, "DTDVERSION");
+        const xml_node message = Only(cim, "MESSAGE");
+        m_id = m_document.Attribute(message, "ID");
+        RequireProtocol(m_document.Attribute(message, "PROTOCOLVERSION"));
+        return Only(Only(message, "SIMPLERSP"), name);
+    }
+
+    xml_node Only(xml_node parent, const char* name) const {
+        XmlChildren children(m_document, parent);
+        const xml_node child = children.Expect(name);
+        children.End();
+        return child;
+    }
+
+    static void RequireProtocol(const std::string& version) {
+        const bool supported = version.size() > 2 && version.compare(0, 2, "1.") == 0 &&
+                               version.find_first_not_of("0123456789", 2) == std::string::npos;
+        if (supported) return;
+        throw CIMClientResponseException(FromPeer("Received unsupported protocol version \"" +
+                                                  version + "\", expected \"1.[0-9]+\""));
+    }
+
+    void RequireMessageId() const {
+        if (m_id == m_expectedId) return;
+        throw CIMClientResponseException(FromPeer("Mismatched response message ID:  Got \"" + m_id +
+                                                  "\", expected \"" + m_expectedId + "\"."));
+    }
+
+    // Code 0 is success all the same.
+    std::optional<CimError> Error(xml_node element) const {
+        Uint32 code = 0;
+        if (!ReadInteger(m_document.Attribute(element, "CODE"), code)) {
+            m_document.Fail(element, "Illegal value for ERROR.CODE attribute");
+        }
+        if (code == CIM_ERR_SUCCESS) return {};
+        String description;
+        if (m_document.Has(element, "DESCRIPTION")) {
+            description =
+                m_document.ToString(element, m_document.Attribute(element, "DESCRIPTION"));
+        }
+        return CimError{static_cast<CIMStatusCode>(code), description};
+    }
+
+    Array<CIMInstance> NamedInstances(xml_node values) const {
+        Array<CIMInstance> instances;
+        XmlChildren children(m_document, values);
+        while (const xml_node named = children.If("VALUE.NAMEDINSTANCE")) {
+            XmlChildren parts(m_document, named);
+            const CIMObjectPath path = InstanceName(parts.Expect("INSTANCENAME"), 0);
+            CIMInstance instance = Instance(parts.Expect("INSTANCE"));
+            parts.End();
+            instance.setPath(path);
+            instances.append(instance);
+        }
+        children.End();
+        return instances;
+    }
+
+    CIMInstance Instance(xml_node element) const {
+        CIMInstance instance(m_document.NameAttribute(element, "CLASSNAME"));
+        XmlChildren children(m_document, element);
+        while (const xml_node qualifier = children.If("QUALIFIER")) {
+            Add(qualifier, instance, &CIMInstance::addQualifier, Qualifier(qualifier));
+        }
+        while (!children.AtEnd()) AddProperty(children, instance);
+        return instance;
+    }
+
+    void AddProperty(XmlChildren& children, CIMInstance& instance) const {
+        if (const xml_node simple = children.If("PROPERTY")) {
+            Add(simple, instance, &CIMInstance::addProperty,
+                Property(simple, Type(simple), "VALUE"));
+        } else if (const xml_node array = children.If("PROPERTY.ARRAY")) {
+            Add(array, instance, &CIMInstance::addProperty,
+                Property(array, Type(array), "VALUE.ARRAY"));
+        } else if (const xml_node reference = children.If("PROPERTY.REFERENCE")) {
+            Add(reference, instance, &CIMInstance::addProperty,
+                Property(reference, CIMTYPE_REFERENCE, "VALUE.REFERENCE"));
+        } else {
+            children.FailExpecting("PROPERTY element");
+        }
+    }
+
+    // A second one of the same name is a fault of the document.
+    template <class Owner, class Item>
+    void Add(xml_node element, Owner& owner, Owner& (Owner::*add)(const Item&),
+             const Item& item) const {
+        try {
+            (owner.*add)(item);
+        } catch (const AlreadyExistsException& twice) {
+            m_document.Fail(element, ToUtf8(twice.getMessage()));
+        }
+    }
+
+    CIMProperty Property(xml_node element, CIMType type, const char* valueElement) const {
+        XmlChildren children(m_document, element);
+        std::vector<CIMQualifier> qualifiers;
+        while (const xml_node qualifier = children.If("QUALIFIER")) {
+            qualifiers.push_back(Qualifier(qualifier));
+        }
+        const bool isArray = std::string_view(valueElement) == "VALUE.ARRAY";
+        CIMValue value(type, isArray);
+        if (const xml_node found = children.If(valueElement)) value = Value(found, type);
+        children.End();
+        CIMProperty property(m_document.NameAttribute(element, "NAME"), value, 0,
+                             OptionalName(element, "REFERENCECLASS"),
+                             OptionalName(element, "CLASSORIGIN"), IsTrue(element, "PROPAGATED"));
+        for (const CIMQualifier& qualifier : qualifiers) {
+            Add(element, property, &CIMProperty::addQualifier, qualifier);
+        }
+        return property;
+    }
+
+    CIMQualifier Qualifier(xml_node element) const {
+        const CIMType type = Type(element);
+        XmlChildren children(m_document, element);
+        CIMValue value(type, false);
+        if (const xml_node simple = children.If("VALUE")) {
+            value = Value(simple, type);
+        } else if (const xml_node array = children.If("VALUE.ARRAY")) {
+            value = Value(array, type);
+        }
+        children.End();
+        return {m_document.NameAttribute(element, "NAME"), value, CIMFlavor::NONE,
+                IsTrue(element, "PROPAGATED")};
+    }
+
+    CIMValue ReturnValue(xml_node element) const {
+        XmlChildren children(m_document, element);
+        CIMValue value;
+        if (const xml_node reference = children.If("VALUE.REFERENCE")) {
+            value = Value(reference, ParameterType(element, CIMTYPE_REFERENCE));
+        } else {
+            value = Value(children.Expect("VALUE"), ParameterType(element, CIMTYPE_STRING));
+        }
+        children.End();
+        return value;
+    }
+
+    CIMParamValue Parameter(xml_node element) const {
+        static constexpr const char* kValues[] = {"VALUE", "VALUE.ARRAY"};
+        static constexpr const char* kReferences[] = {"VALUE.REFERENCE", "VALUE.REFARRAY"};
+        XmlChildren children(m_document, element);
+        CIMValue value(ParameterType(element, CIMTYPE_STRING), false);
+        for (const char* name : kValues) {
+            if (const xml_node found = children.If(name)) {
+                value = Value(found, ParameterType(element, CIMTYPE_STRING));
+            }
+        }
+        for (const char* name : kReferences) {
+            if (const xml_node found = children.If(name)) {
+                value = Value(found, ParameterType(element, CIMTYPE_REFERENCE));
+            }
+        }
+        children.End();
+        return {m_document.ToString(element, m_document.Attribute(element, "NAME")), value,
+                m_document.Has(element, "PARAMTYPE")};
+    }
+
+    CIMName OptionalName(xml_node element, const char* attribute) const {
+        if (!m_document.Has(element, attribute)) return {};
+        return m_document.NameAttribute(element, attribute);
+    }
+
+    bool IsTrue(xml_node element, const char* attribute) const {
+        return m_document.Has(element, attribute) &&
+               m_document.Attribute(element, attribute) == "true";
+    }
+
+    CIMType Type(xml_node element) const { return TypeNamed(element, "TYPE"); }
+
+    CIMType ParameterType(xml_node element, CIMType otherwise) const {
+        return m_document.Has(element, "PARAMTYPE") ? TypeNamed(element, "PARAMTYPE") : otherwise;
+    }
+
+    CIMType TypeNamed(xml_node element, const char* attribute) const {
+        const std::string name = m_document.Attribute(element, attribute);
+        for (Uint32 type = CIMTYPE_BOOLEAN; type <= CIMTYPE_REFERENCE; ++type) {
+            if (name == cimTypeToString(static_cast<CIMType>(type))) {
+                return static_cast<CIMType>(type);
+            }
+        }
+        m_document.Fail(element, std::string("Illegal value for ") + element.name() + "." +
+                                     attribute + " attribute");
+    }
+
+    // `element` is one of the VALUE family.
+    CIMValue Value(xml_node element, CIMType type) const {
+        switch (type) {
+            case CIMTYPE_BOOLEAN:
+                return Typed<Boolean>(element);
+            case CIMTYPE_UINT8:
+                return Typed<Uint8>(element);
+            case CIMTYPE_SINT8:
+                return Typed<Sint8>(element);
+            case CIMTYPE_UINT16:
+                return Typed<Uint16>(element);
+            case CIMTYPE_SINT16:
+                return Typed<Sint16>(element);
+            case CIMTYPE_UINT32:
+                return Typed<Uint32>(element);
+            case CIMTYPE_SINT32:
+                return Typed<Sint32>(element);
+            case CIMTYPE_UINT64:
+                return Typed<Uint64>(element);
+            case CIMTYPE_SINT64:
+                return Typed<Sint64>(element);
+            case CIMTYPE_REAL32:
+                return Typed<Real32>(element);
+            case CIMTYPE_REAL64:
+                return Typed<Real64>(element);
+            case CIMTYPE_CHAR16:
+                return Typed<Char16>(element);
+            case CIMTYPE_STRING:
+                return Typed<String>(element);
+            case CIMTYPE_DATETIME:
+                return Typed<CIMDateTime>(element);
+            default:
+                return Typed<CIMObjectPath>(element);
+        }
+    }
+
+    template <class T>
+    CIMValue Typed(xml_node element) const {
+        constexpr bool kReference = std::is_same_v<T, CIMObjectPath>;
+        const std::string_view name = element.name();
+        T item{};
+        if (name == (kReference ? "VALUE.REFERENCE" : "VALUE")) {
+            Read(element, item);
+            return {item};
+        }
+        if (name != (kReference ? "VALUE.REFARRAY" : "VALUE.ARRAY")) {
+            m_document.Fail(element, "The value does not have its type");
+        }
+        Array<T> items;
+        XmlChildren children(m_document, element);
+        while (!children.AtEnd()) {
+            T each{};
+            Read(children.Expect(kReference ? "VALUE.REFERENCE" : "VALUE"), each);
+            items.append(each);
+        }
+        return {items};
+    }
+
+    [[noreturn]] void FailValue(xml_node element, const char* type, const std::string& text) const {
+        m_document.Fail(element,
+                        std::string("Invalid ") + type + " value \"" + text.substr(0, 80) + "\"");
+    }
+
+    void Read(xml_node element, Boolean& value) const {
+        const std::string text = m_document.Text(element);
+        const String word = m_document.ToString(element, Trimmed(text));
+        value = String::equalNoCase(word, "TRUE");
+        if (!value && !String::equalNoCase(word, "FALSE")) FailValue(element, "boolean", text);
+    }
+
+    template <class T>
+    std::enable_if_t<std::is_integral_v<T>> Read(xml_node element, T& value) const {
+        const std::string text = m_document.Text(element);
+        if (!ReadInteger(text, value)) FailValue(element, "integer", text);
+    }
+
+    template <class T>
+    std::enable_if_t<std::is_floating_point_v<T>> Read(xml_node element, T& value) const {
+        const std::string text = m_document.Text(element);
+        if (!ReadReal(text, value)) FailValue(element, "real", text);
+    }
+
+    void Read(xml_node element, Char16& value) const {
+        const std::string text = m_document.Text(element);
+        const String character = m_document.ToString(element, text);
+        if (character.size() != 1) FailValue(element, "char16", text);
+        value = Char16(StringUnits::Of(character)[0]);
+    }
+
+    void Read(xml_node element, String& value) const {
+        value = m_document.ToString(element, m_document.Text(element));
+    }
+
+    void Read(xml_node element, CIMDateTime& value) const {
+        const std::string text = m_document.Text(element);
+        try {
+            value = CIMDateTime(m_document.ToString(element, text));
+        } catch (const InvalidDateTimeFormatException&) {
+            FailValue(element, "datetime", text);
+        }
+    }
+
+    void Read(xml_node element, CIMObjectPath& value) const { value = Reference(element, 0); }
+
+    // VALUE.REFERENCE
+    CIMObjectPath Reference(xml_node element, int depth) const {
+        if (depth > kMaxReferenceDepth) m_document.Fail(element, "References are nested too deep");
+        XmlChildren children(m_document, element);
+        CIMObjectPath path;
+        if (const xml_node name = children.If("INSTANCENAME")) {
+            path = InstanceName(name, depth);
+        } else if (const xml_node local = children.If("LOCALINSTANCEPATH")) {
+            path = LocalPath(local, "INSTANCENAME", depth);
+        } else if (const xml_node full = children.If("INSTANCEPATH")) {
+            path = FullPath(full, "INSTANCENAME", depth);
+        } else if (const xml_node className = children.If("CLASSNAME")) {
+            path = Named(className, depth);
+        } else if (const xml_node localClass = children.If("LOCALCLASSPATH")) {
+            path = LocalPath(localClass, "CLASSNAME", depth);
+        } else {
+            path = FullPath(children.Expect("CLASSPATH"), "CLASSNAME", depth);
+        }
+        children.End();
+        return path;
+    }
+
+    CIMObjectPath LocalPath(xml_node element, const char* last, int depth) const {
+        XmlChildren children(m_document, element);
+        const CIMNamespaceName nameSpace = NameSpace(children.Expect("LOCALNAMESPACEPATH"));
+        CIMObjectPath path = Named(children.Expect(last), depth);
+        children.End();
+        path.setNameSpace(nameSpace);
+        return path;
+    }
+
+    CIMObjectPath FullPath(xml_node element, const char* last, int depth) const {
+        XmlChildren children(m_document, element);
+        XmlChildren location(m_document, children.Expect("NAMESPACEPATH"));
+        const xml_node host = location.Expect("HOST");
+        const CIMNamespaceName nameSpace = NameSpace(location.Expect("LOCALNAMESPACEPATH"));
+        location.End();
+        CIMObjectPath path = Named(children.Expect(last), depth);
+        children.End();
+        path.setHost(m_document.ToString(host, m_document.Text(host)));
+        path.setNameSpace(nameSpace);
+        return path;
+    }
+
+    // INSTANCENAME or CLASSNAME
+    CIMObjectPath Named(xml_node element, int depth) const {
+        if (std::string_view(element.name()) == "INSTANCENAME") return InstanceName(element, depth);
+        return {String(), CIMNamespaceName(), m_document.NameAttribute(element, "NAME")};
+    }
+
+    CIMNamespaceName NameSpace(xml_node element) const {
+        String text;
+        XmlChildren children(m_document, element);
+        do {
+            if (text.size() != 0) text.append("/");
+            text.append(m_document.NameAttribute(children.Expect("NAMESPACE"), "NAME").getString());
+        } while (!children.AtEnd());
+        return {text};
+    }
+
+    CIMObjectPath InstanceName(xml_node element, int depth) const {
+        const CIMName className = m_document.NameAttribute(element, "CLASSNAME");
+        Array<CIMKeyBinding> keys;
+        XmlChildren children(m_document, element);
+        if (const xml_node value = children.If("KEYVALUE")) {
+            keys.append(KeyValue(CIMName(), value));
+        } else if (const xml_node reference = children.If("VALUE.REFERENCE")) {
+            keys.append(ReferenceKey(CIMName(), reference, depth));
+        }
+        while (keys.size() == 0 || !keys[0].getName().isNull()) {
+            const xml_node binding = children.If("KEYBINDING");
+            if (!binding) break;
+            keys.append(KeyBinding(binding, depth));
+        }
+        children.End();
+        return {String(), CIMNamespaceName(), className, keys};
+    }
+
+    CIMKeyBinding KeyBinding(xml_node element, int depth) const {
+        const CIMName name = m_document.NameAttribute(element, "NAME");
+        XmlChildren children(m_document, element);
+        const xml_node value = children.If("KEYVALUE");
+        const CIMKeyBinding key =
+            value ? KeyValue(name, value)
+                  : ReferenceKey(name, children.Expect("VALUE.REFERENCE"), depth);
+        children.End();
+        return key;
+    }
+
+    CIMKeyBinding KeyValue(const CIMName& name, xml_node element) const {
+        const String value = m_document.ToString(element, m_document.Text(element));
+        const std::string type = m_document.Has(element, "VALUETYPE")
+                                     ? m_document.Attribute(element, "VALUETYPE")
+                                     : "string";
+        if (type == "string") return {name, value, CIMKeyBinding::STRING};
+        if (type == "boolean") return {name, value, CIMKeyBinding::BOOLEAN};
+        if (type == "numeric") return {name, value, CIMKeyBinding::NUMERIC};
+        m_document.Fail(element, "Illegal value for KEYVALUE.VALUETYPE attribute");
+    }
+
+    CIMKeyBinding ReferenceKey(const CIMName& name, xml_node element, int depth) const {
+        const String value = Reference(element, depth + 1).toString();
+        if (value.size() > kMaxReferenceKey) m_document.Fail(element, "The reference is too long");
+        return {name, value, CIMKeyBinding::REFERENCE};
+    }
+
+    XmlDocument m_document;
+    std::string m_expectedId;
+    std::string m_id;
+};
+
+}  // namespace
+
+EnumerateInstancesAnswer ReadEnumerateInstances(std::string& document, Uint32 messageId) {
+    return Reader(document, messageId).EnumerateInstances();
+}
+
+InvokeMethodAnswer ReadInvokeMethod(std::string& document, Uint32 messageId) {
+    return Reader(document, messageId).InvokeMethod();
+}
+
+}  // namespace Pegasus::Internal
