@@ -54,11 +54,30 @@ class Archive:
         return REMOTE_FOLDER + self.name
 
 
-def make_archives(
-    machine: Machine, folder: Path, size: int | None, mini_size: int | None, name: str | None
-) -> dict[str, Archive]:
-    """Makes both kinds; a size of None leaves an archive as large as its plausible content."""
-    folder.mkdir(mode=0o700, exist_ok=True)
+@dataclass(frozen=True)
+class ArchivePlan:
+    """An archive that is known to be possible and still has to be made."""
+
+    kind: str
+    name: str
+    layout: "_Layout | None"  # None: no bytes at all
+    key: bytes
+
+    def make(self, folder: Path) -> Archive:
+        folder.mkdir(mode=0o700, exist_ok=True)
+        file = folder / self.name
+        if self.layout is None:
+            file.write_bytes(b"")
+            digest = hashlib.sha256(b"").hexdigest()
+        else:
+            digest = self.layout.write(file, self.key)
+        return Archive(self.kind, self.name, file, file.stat().st_size, digest)
+
+
+def plan_archives(
+    machine: Machine, size: int | None, mini_size: int | None, name: str | None
+) -> dict[str, ArchivePlan]:
+    """Plans both kinds; a size of None leaves an archive as large as its plausible content."""
     stamp = machine.now.strftime("%Y%m%d-%H%M%S")
     names = {
         FULL: name or f"ffdc_{machine.serial}_{stamp}.tar.gz",
@@ -67,23 +86,28 @@ def make_archives(
     if names[FULL] == names[MINI]:
         raise ArchiveError(f"archive name {name!r} is the mini archive's")
     sizes = {FULL: size, MINI: mini_size}
-    return {kind: _make(machine, kind, folder / names[kind], sizes[kind]) for kind in (FULL, MINI)}
+    return {
+        kind: ArchivePlan(
+            kind, names[kind], _layout(machine, kind, sizes[kind]), machine.random.randbytes(16)
+        )
+        for kind in (FULL, MINI)
+    }
 
 
-def _make(machine: Machine, kind: str, file: Path, size: int | None) -> Archive:
+def _layout(machine: Machine, kind: str, size: int | None) -> "_Layout | None":
+    """As many of the members as fit, and then exactly `size` bytes."""
     if size == 0:
-        file.write_bytes(b"")
-        return Archive(kind, file.name, file, 0, hashlib.sha256(b"").hexdigest())
-    members = list(_members(machine, kind))
+        return None
+    members, time = list(_members(machine, kind)), int(machine.now.timestamp())
+    smallest = _Layout.fit(members[:1], time, None)
     while members:
-        plan = _Plan.fit(members, int(machine.now.timestamp()), size)
-        if plan is not None:
-            break
+        layout = _Layout.fit(members, time, size)
+        if layout is not None:
+            return layout
         members.pop()
-    else:
-        raise ArchiveError(f"no archive fits into {size} bytes; the smallest takes about 250, or 0")
-    digest = plan.write(file, machine.random.randbytes(16))
-    return Archive(kind, file.name, file, file.stat().st_size, digest)
+    raise ArchiveError(
+        f"redfish.archive: no archive fits into {size} bytes; the smallest has {smallest.size()}, or 0"
+    )
 
 
 def _members(machine: Machine, kind: str) -> Iterator[tuple[str, bytes]]:
@@ -127,7 +151,7 @@ def _lines(lines: Iterator[str] | list[str]) -> bytes:
 
 
 @dataclass
-class _Plan:
+class _Layout:
     """The layout of one gzip file: header comment, deflated text, stored rest."""
 
     text: bytes  # tar members before compression
@@ -137,18 +161,18 @@ class _Plan:
     comment: int  # bytes of the header's comment with its final 0; 0: no comment
 
     @classmethod
-    def fit(cls, members: list[tuple[str, bytes]], time: int, size: int | None) -> "_Plan | None":
+    def fit(cls, members: list[tuple[str, bytes]], time: int, size: int | None) -> "_Layout | None":
         """A layout of exactly `size` bytes; None where the members alone are larger."""
         text = b"".join(_tar_member(name, len(data), time) + _filled(data) for name, data in members)
         packer = zlib.compressobj(9, zlib.DEFLATED, -15)
         deflated = packer.compress(text) + packer.flush(zlib.Z_FULL_FLUSH)
-        plan = cls(text, deflated, time, 0, 0)
-        if size is None or plan.size() == size:
-            return plan
-        if plan.size() > size:
+        layout = cls(text, deflated, time, 0, 0)
+        if size is None or layout.size() == size:
+            return layout
+        if layout.size() > size:
             return None
-        plan._pad_to(size)
-        return plan
+        layout._pad_to(size)
+        return layout
 
     def _pad_to(self, size: int) -> None:
         """Whole tar blocks first, then the comment for what is left of one."""

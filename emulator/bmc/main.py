@@ -14,7 +14,7 @@ import tempfile
 from pathlib import Path
 from typing import Any
 
-from bmc.archive import FULL, Archive, ArchiveError, make_archives
+from bmc.archive import FULL, Archive, ArchiveError, plan_archives
 from bmc.certificate import make_certificate
 from bmc.http.script import Script
 from bmc.http.server import WebServer, listen
@@ -45,9 +45,8 @@ def main(arguments: list[str]) -> int:
     folder, temporary = _state_folder(options.state_dir)
     lifetime = Lifetime(folder if temporary else None)
     lifetime.before_end(stop_uploads)
-    lifetime.watch()
     try:
-        asyncio.run(_run(options, scenario, folder))
+        asyncio.run(_run(options, scenario, folder, lifetime))
     except ArchiveError as error:
         lifetime.end(_complain(f"{options.scenario}: {error}", _USAGE))
     except OSError as error:
@@ -96,16 +95,17 @@ def _complain(text: str, code: int) -> int:
     return code
 
 
-async def _run(options: argparse.Namespace, scenario: Scenario, folder: Path) -> None:
-    settings = scenario.sections["redfish"]
-    machine = Machine(settings.archive.seed)
+async def _run(
+    options: argparse.Namespace, scenario: Scenario, folder: Path, lifetime: Lifetime
+) -> None:
+    settings, wanted = scenario.sections["redfish"], scenario.sections["redfish"].archive
+    machine = Machine(wanted.seed)
+    plans = plan_archives(machine, wanted.size, wanted.mini_size, wanted.name)
     record = RequestRecord(folder / "requests.jsonl")
     listener = listen(options.bind, options.redfish_port)
+    lifetime.watch()  # from here on nothing is wrong any more that should be told first
     certificate = make_certificate(folder, f"bmc-{machine.serial.lower()}", options.bind)
-    archives = make_archives(
-        machine, folder / "archives",
-        settings.archive.size, settings.archive.mini_size, settings.archive.name,
-    )
+    archives = {kind: plan.make(folder / "archives") for kind, plan in plans.items()}
     server = WebServer(RedfishService(scenario, machine, archives), Script(settings.answers), record)
     await server.start(listener, None if options.redfish_plain else certificate.server_context())
     ipmi = await serve_ipmi(
