@@ -18,6 +18,8 @@ from bmc.archive import FULL, Archive, ArchiveError, plan_archives
 from bmc.certificate import make_certificate
 from bmc.http.script import Script
 from bmc.http.server import WebServer, listen
+from bmc.ipmi.commands import Commands
+from bmc.ipmi.kcs import KcsInterface
 from bmc.ipmi.service import serve as serve_ipmi
 from bmc.ipmi.settings import read_ipmi
 from bmc.lifetime import Lifetime
@@ -108,10 +110,13 @@ async def _run(
     archives = {kind: plan.make(folder / "archives") for kind, plan in plans.items()}
     server = WebServer(RedfishService(scenario, machine, archives), Script(settings.answers), record)
     await server.start(listener, None if options.redfish_plain else certificate.server_context())
+    account = (scenario.user, scenario.password)
+    commands = Commands(scenario.sections["ipmi"], account)
     ipmi = await serve_ipmi(
-        options.bind, options.ipmi_port, scenario.sections["ipmi"],
-        scenario.user, scenario.password, record,
+        options.bind, options.ipmi_port, scenario.sections["ipmi"], commands, account, record
     )
+    kcs = KcsInterface(commands, record)
+    await kcs.start()
     _say_ready({
         "schema": 1,
         "address": options.bind,
@@ -123,7 +128,7 @@ async def _run(
             "certificate": str(certificate.path),
             "sha256": certificate.sha256,
         },
-        "ipmi": {"port": ipmi.port},
+        "ipmi": {"port": ipmi.port, "kcs": kcs.name},
         "archive": _described(archives[FULL]),
         "archives": {kind: _described(archive) for kind, archive in archives.items()},
         "requests": str(record.path),

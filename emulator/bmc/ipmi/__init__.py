@@ -1,2 +1,2 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The BMC's IPMI service over LAN (RMCP+)."""
+"""The BMC's IPMI: over LAN (RMCP+) and from the host itself (KCS)."""

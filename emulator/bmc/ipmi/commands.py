@@ -13,17 +13,19 @@ _INVALID_COMMAND = 0xC1
 
 
 class Commands:
-    """The state of the collection and the scripted answers that are left."""
+    """The state of the collection and the scripted answers that are left, for all interfaces."""
 
     def __init__(self, settings: IpmiSettings, account: tuple[str, str]) -> None:
         self._polls = settings.polls
         self._account = settings.credential or account
         self._scripted = {command: list(answers) for command, answers in settings.answers.items()}
         self._polled = 0
+        self.silent = settings.silent
 
     def answer(self, command: Command) -> IpmiAnswer:
         """The answer to a request, complete: with code and data, or with hang or gone."""
         scripted = self._next(command)
+        self.silent = self.silent or scripted.gone
         if scripted.hang or scripted.gone:
             return scripted
         code, data = scripted.code, scripted.data

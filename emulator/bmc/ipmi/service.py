@@ -44,17 +44,17 @@ class IpmiService(IpmiServer, asyncio.DatagramProtocol):
     """The IPMI service of one BMC, on the event loop: without pyghmi's own sockets and thread."""
 
     def __init__(
-        self, settings: IpmiSettings, user: str, password: str, record: RequestRecord
+        self, settings: IpmiSettings, commands: Commands, account: tuple[str, str],
+        record: RequestRecord,
     ) -> None:
         # Deliberate: IpmiServer's constructor would open a socket and start a thread.
         self.settings = settings
-        self.passwords = {user.encode(): password.encode()}
+        self.passwords = {account[0].encode(): account[1].encode()}
         self.uuid = uuid.uuid4()
         self.authcap = _IPMI_2_ONLY
         self.port = 0
-        self._commands = Commands(settings, (user, password))
+        self._commands = commands
         self._record = record
-        self._silent = settings.silent
         self._sessions: dict[Any, Session] = {}  # by the client's address
 
     def connection_made(self, transport: Any) -> None:
@@ -65,7 +65,7 @@ class IpmiService(IpmiServer, asyncio.DatagramProtocol):
         datagram = bytearray(data)
         if len(datagram) < len(_RMCP) or datagram[:1] + datagram[2:4] != _RMCP[:1] + _RMCP[2:]:
             return
-        if self._silent:
+        if self._commands.silent:
             self.record({"event": "ignored", "bytes": len(datagram)})
             return
         try:
@@ -108,7 +108,7 @@ class IpmiService(IpmiServer, asyncio.DatagramProtocol):
     # For the sessions.
 
     def record(self, line: dict[str, Any]) -> None:
-        self._record.add("ipmi", line)
+        self._record.add("ipmi", {"interface": "lan", **line})
 
     def suite_for(self, algorithms: tuple[int, ...]) -> CipherSuite | None:
         offered = (SUITES[number] for number in self.settings.cipher_suites)
@@ -121,7 +121,6 @@ class IpmiService(IpmiServer, asyncio.DatagramProtocol):
     def handle(self, session: Session, asked: tuple[Any, bytes]) -> None:
         answer = self._commands.answer(asked[0])
         self.record(entry(*asked, answer, **session.who))
-        self._silent = self._silent or answer.gone
         if answer.hang or answer.gone:
             session.pending = None  # asked once more, it is a request of its own
         elif answer.delay:
@@ -131,15 +130,15 @@ class IpmiService(IpmiServer, asyncio.DatagramProtocol):
             session.answer(asked, answer.code, answer.data)
 
     def _answer_late(self, session: Session, asked: tuple[Any, bytes], answer: Any) -> None:
-        if session.pending == asked and not self._silent:
+        if session.pending == asked and not self._commands.silent:
             session.answer(asked, answer.code, answer.data)
 
 
 async def serve(
-    address: str, port: int, settings: IpmiSettings, user: str, password: str,
-    record: RequestRecord,
+    address: str, port: int, settings: IpmiSettings, commands: Commands,
+    account: tuple[str, str], record: RequestRecord,
 ) -> IpmiService:
     """Serves on `address` and `port` (0: a free one, then in `.port`)."""
     _, service = await asyncio.get_running_loop().create_datagram_endpoint(
-        lambda: IpmiService(settings, user, password, record), local_addr=(address, port))
+        lambda: IpmiService(settings, commands, account, record), local_addr=(address, port))
     return service

@@ -97,9 +97,9 @@ class Session(ServerSession):
             self._refuse("rakp4", data[0], _INVALID_INTEGRITY_CHECK, "wrong password")
             return
         self._make_keys()
-        self._send_rakp4(data[0], 0)
         self.is_open = True
         self.bmc.record({"event": "open", **self.who})
+        self._send_rakp4(data[0], 0)
 
     def _make_keys(self) -> None:
         self.sik = self._digest(self.kuid, self.Rm + self.Rc + self._role_and_name())
@@ -144,8 +144,8 @@ class Session(ServerSession):
         elif command == SET_PRIVILEGE:
             self._set_privilege(asked)
         elif command == CLOSE_SESSION:
-            self.answer(asked, 0, b"")
             self.bmc.record({"event": "close", **self.who})
+            self.answer(asked, 0, b"")
             self.bmc.forget(self)
         else:
             self.pending = asked
