@@ -162,7 +162,7 @@ std::string Quoted(const std::string& text) { return "\"" + text + "\""; }
 struct IpmiClient::Impl {
     struct Close {
         const varnex_ipmi_module* module;
-        void operator()(varnex_ipmi_session* session) const { module->close(session); }
+        void operator()(varnex_ipmi_session* ended) const { module->close(ended); }
     };
     using Session = std::unique_ptr<varnex_ipmi_session, Close>;
 

@@ -16,6 +16,11 @@ constexpr std::size_t kLongestDatagram = 65536;
 // sockaddr_in and its kin are what the socket calls take under the name of sockaddr.
 sockaddr* Generic(sockaddr_in& address) { return reinterpret_cast<sockaddr*>(&address); }
 
+// What cannot be sent is lost, as datagrams are.
+void Pass(const FileDescriptor& to, const std::uint8_t* datagram, ssize_t size) {
+    if (size >= 0) (void)!send(to.Get(), datagram, static_cast<std::size_t>(size), 0);
+}
+
 }  // namespace
 
 LinkLocalRelay::LinkLocalRelay()
@@ -25,9 +30,8 @@ LinkLocalRelay::LinkLocalRelay()
 
 LinkLocalRelay::~LinkLocalRelay() {
     const std::uint64_t stop = 1;
-    if (m_thread.joinable() && write(m_stop.Get(), &stop, sizeof stop) == sizeof stop) {
-        m_thread.join();
-    }
+    (void)!write(m_stop.Get(), &stop, sizeof stop);
+    if (m_thread.joinable()) m_thread.join();
 }
 
 std::unique_ptr<LinkLocalRelay> LinkLocalRelay::Start(const sockaddr& to, socklen_t length) {
@@ -62,19 +66,20 @@ void LinkLocalRelay::Carry() {
     bool known = false;  // whether m_near is connected to its one peer
     pollfd ready[] = {
         {m_stop.Get(), POLLIN, 0}, {m_near.Get(), POLLIN, 0}, {m_far.Get(), POLLIN, 0}};
-    while (poll(ready, 3, -1) >= 0 && ready[0].revents == 0) {
+    for (;;) {
+        if (poll(ready, 3, -1) < 0) continue;  // a signal
+        if (ready[0].revents != 0) return;
         if (ready[1].revents != 0) {
             sockaddr_in peer{};
             socklen_t length = sizeof peer;
             const ssize_t size = recvfrom(m_near.Get(), datagram.data(), datagram.size(),
                                           MSG_DONTWAIT, Generic(peer), &length);
             if (size >= 0 && !known) known = connect(m_near.Get(), Generic(peer), length) == 0;
-            if (size >= 0) (void)!send(m_far.Get(), datagram.data(), std::size_t(size), 0);
+            Pass(m_far, datagram.data(), size);
         }
         if (ready[2].revents != 0) {
             const ssize_t size = recv(m_far.Get(), datagram.data(), datagram.size(), MSG_DONTWAIT);
-            if (size >= 0 && known)
-                (void)!send(m_near.Get(), datagram.data(), std::size_t(size), 0);
+            if (known) Pass(m_near, datagram.data(), size);
         }
     }
 }
