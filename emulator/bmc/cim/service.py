@@ -1,0 +1,59 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Puts the CIM object manager together and opens its two ports."""
+
+from __future__ import annotations
+
+import ssl
+from dataclasses import dataclass
+from pathlib import Path
+from typing import Any
+
+from bmc.cim.access import Account
+from bmc.cim.export import Exporter
+from bmc.cim.operations import Operations
+from bmc.cim.server import CimServer
+from bmc.cim.settings import CimSettings
+from bmc.certificate import Certificate
+from bmc.http.server import listen
+from bmc.machine import Machine
+from bmc.record import RequestRecord
+from bmc.scenario import Scenario
+
+
+@dataclass(frozen=True)
+class CimPorts:
+    """Where the CIM object manager is found, and the archives of its data objects by their keys."""
+
+    port: int
+    https_port: int
+    archives: dict[str, Any]
+
+    def facts(self) -> dict[str, Any]:
+        return {"port": self.port, "https_port": self.https_port, "archives": self.archives}
+
+
+async def serve_cim(
+    address: str, port: int, https_port: int, scenario: Scenario, machine: Machine,
+    certificate: Certificate, record: RequestRecord, folder: Path,
+) -> CimPorts:
+    """Serves until the process ends; OSError where a port is taken."""
+    settings: CimSettings = scenario.sections["cim"]
+    plain, secure = listen(address, port), listen(address, https_port)
+    exporter = Exporter(machine, folder / "cim-archives", settings)
+    operations = Operations(settings, exporter, scenario.role != "ReadOnly")
+    account = Account(scenario.user, scenario.password)
+    server = CimServer(settings, account, operations, record, address)
+    await server.start(plain, None)
+    await server.start(secure, _tls(certificate))
+    archives = {
+        key: {"name": a.name, "size": a.size, "sha256": a.sha256, "file": str(a.file)}
+        for key, a in exporter.archives.items()
+    }
+    return CimPorts(plain.getsockname()[1], secure.getsockname()[1], archives)
+
+
+def _tls(certificate: Certificate) -> ssl.SSLContext:
+    """TLS 1.2 and nothing else, like the servers that this channel meets."""
+    context = certificate.server_context()
+    context.maximum_version = ssl.TLSVersion.TLSv1_2
+    return context
