@@ -89,7 +89,15 @@ std::string HostInUrl(const std::string& host) {
     if (!Ipmanip::is_ipv6(host)) return host;
     const std::size_t percent = host.find('%');
     if (percent == std::string::npos) return "[" + host + "]";
-    return "[" + host.substr(0, percent) + "%25" + host.substr(percent + 1) + "]";
+    std::string out = "[" + host.substr(0, percent) + "%25";
+    for (const char c : host.substr(percent + 1)) {
+        if (IsUnreserved(c)) {
+            out += c;
+        } else {
+            AppendEscaped(out, c);
+        }
+    }
+    return out + "]";
 }
 
 }  // namespace

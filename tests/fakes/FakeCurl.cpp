@@ -22,6 +22,9 @@ struct curl_mime {
     std::deque<curl_mimepart> parts;  // addresses stay
 };
 
+// libcurl's signatures have an enumeration before the "...", which clang warns of.
+#pragma GCC diagnostic ignored "-Wvarargs"
+
 namespace fakes {
 
 struct OptionValue {
@@ -72,11 +75,13 @@ const KnownOption kKnownOptions[] = {
     {CURLOPT_ACCEPT_ENCODING, "CURLOPT_ACCEPT_ENCODING", Kind::Text},
     {CURLOPT_BUFFERSIZE, "CURLOPT_BUFFERSIZE", Kind::Number},
     {CURLOPT_CAINFO, "CURLOPT_CAINFO", Kind::Text},
+    {CURLOPT_CAPATH, "CURLOPT_CAPATH", Kind::Text},
     {CURLOPT_CONNECTTIMEOUT, "CURLOPT_CONNECTTIMEOUT", Kind::Number},
     {CURLOPT_COOKIEJAR, "CURLOPT_COOKIEJAR", Kind::Text},
     {CURLOPT_COOKIELIST, "CURLOPT_COOKIELIST", Kind::Text},
     {CURLOPT_CUSTOMREQUEST, "CURLOPT_CUSTOMREQUEST", Kind::Text},
     {CURLOPT_ERRORBUFFER, "CURLOPT_ERRORBUFFER", Kind::Pointer},
+    {CURLOPT_FAILONERROR, "CURLOPT_FAILONERROR", Kind::Number},
     {CURLOPT_FOLLOWLOCATION, "CURLOPT_FOLLOWLOCATION", Kind::Number},
     {CURLOPT_HEADERDATA, "CURLOPT_HEADERDATA", Kind::Pointer},
     {CURLOPT_HEADERFUNCTION, "CURLOPT_HEADERFUNCTION", Kind::Function},
@@ -95,10 +100,13 @@ const KnownOption kKnownOptions[] = {
     {CURLOPT_NOBODY, "CURLOPT_NOBODY", Kind::Number},
     {CURLOPT_NOPROGRESS, "CURLOPT_NOPROGRESS", Kind::Number},
     {CURLOPT_NOSIGNAL, "CURLOPT_NOSIGNAL", Kind::Number},
+    {CURLOPT_PASSWORD, "CURLOPT_PASSWORD", Kind::Text},
+    {CURLOPT_PATH_AS_IS, "CURLOPT_PATH_AS_IS", Kind::Number},
     {CURLOPT_POST, "CURLOPT_POST", Kind::Number},
     {CURLOPT_POSTFIELDS, "CURLOPT_POSTFIELDS", Kind::Pointer},
     {CURLOPT_POSTFIELDSIZE, "CURLOPT_POSTFIELDSIZE", Kind::Number},
     {CURLOPT_POSTFIELDSIZE_LARGE, "CURLOPT_POSTFIELDSIZE_LARGE", Kind::Offset},
+    {CURLOPT_PROTOCOLS_STR, "CURLOPT_PROTOCOLS_STR", Kind::Text},
     {CURLOPT_PROXY, "CURLOPT_PROXY", Kind::Text},
     {CURLOPT_PROXYPASSWORD, "CURLOPT_PROXYPASSWORD", Kind::Text},
     {CURLOPT_PROXYUSERNAME, "CURLOPT_PROXYUSERNAME", Kind::Text},
@@ -117,6 +125,7 @@ const KnownOption kKnownOptions[] = {
     {CURLOPT_UPLOAD, "CURLOPT_UPLOAD", Kind::Number},
     {CURLOPT_URL, "CURLOPT_URL", Kind::Text},
     {CURLOPT_USERAGENT, "CURLOPT_USERAGENT", Kind::Text},
+    {CURLOPT_USERNAME, "CURLOPT_USERNAME", Kind::Text},
     {CURLOPT_USERPWD, "CURLOPT_USERPWD", Kind::Text},
     {CURLOPT_WRITEDATA, "CURLOPT_WRITEDATA", Kind::Pointer},
     {CURLOPT_WRITEFUNCTION, "CURLOPT_WRITEFUNCTION", Kind::Function},
