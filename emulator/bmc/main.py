@@ -16,6 +16,8 @@ from typing import Any
 
 from bmc.archive import FULL, Archive, ArchiveError, plan_archives
 from bmc.certificate import make_certificate
+from bmc.cim.service import serve_cim
+from bmc.cim.settings import read_cim
 from bmc.http.script import Script
 from bmc.http.server import WebServer, listen
 from bmc.ipmi.commands import Commands
@@ -30,7 +32,7 @@ from bmc.redfish.settings import read_redfish
 from bmc.scenario import Scenario, ScenarioError, load
 from bmc.upload import stop_uploads
 
-SECTIONS = {"redfish": read_redfish, "ipmi": read_ipmi}
+SECTIONS = {"redfish": read_redfish, "ipmi": read_ipmi, "cim": read_cim}
 _BAD_START, _USAGE = 1, 2
 
 
@@ -62,6 +64,8 @@ def _options(arguments: list[str]) -> argparse.Namespace:
     parser.add_argument("--bind", type=_address, default="127.0.0.1", metavar="ADDRESS")
     parser.add_argument("--redfish-port", type=_port, default=0, metavar="N", help="0: a free one")
     parser.add_argument("--ipmi-port", type=_port, default=0, metavar="N", help="UDP; 0: a free one")
+    parser.add_argument("--cim-port", type=_port, default=0, metavar="N", help="0: a free one")
+    parser.add_argument("--cim-https-port", type=_port, default=0, metavar="N", help="0: a free one")
     parser.add_argument("--redfish-plain", action="store_true", help="HTTP instead of HTTPS")
     parser.add_argument(
         "--state-dir", type=Path, metavar="DIR",
@@ -117,6 +121,10 @@ async def _run(
     )
     kcs = KcsInterface(commands, record)
     await kcs.start()
+    cim = await serve_cim(
+        options.bind, (options.cim_port, options.cim_https_port), scenario, machine,
+        certificate, record, folder / "cim-archives",
+    )
     _say_ready({
         "schema": 1,
         "address": options.bind,
@@ -129,6 +137,7 @@ async def _run(
             "sha256": certificate.sha256,
         },
         "ipmi": {"port": ipmi.port, "kcs": kcs.name},
+        "cim": cim.facts(),
         "archive": _described(archives[FULL]),
         "archives": {kind: _described(archive) for kind, archive in archives.items()},
         "requests": str(record.path),

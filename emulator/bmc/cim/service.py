@@ -33,13 +33,13 @@ class CimPorts:
 
 
 async def serve_cim(
-    address: str, port: int, https_port: int, scenario: Scenario, machine: Machine,
+    address: str, ports: tuple[int, int], scenario: Scenario, machine: Machine,
     certificate: Certificate, record: RequestRecord, folder: Path,
 ) -> CimPorts:
     """Serves until the process ends; OSError where a port is taken."""
     settings: CimSettings = scenario.sections["cim"]
-    plain, secure = listen(address, port), listen(address, https_port)
-    exporter = Exporter(machine, folder / "cim-archives", settings)
+    plain, secure = (listen(address, port) for port in ports)
+    exporter = Exporter(machine, folder, settings)
     operations = Operations(settings, exporter, scenario.role != "ReadOnly")
     account = Account(scenario.user, scenario.password)
     server = CimServer(settings, account, operations, record, address)
