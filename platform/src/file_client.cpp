@@ -114,7 +114,6 @@ void SetHttps(Settings& settings, const Uri& uri) {
     settings.Set(CURLOPT_FAILONERROR, 1L);     // the body of an error is not fetched
     settings.Set(CURLOPT_PATH_AS_IS, 1L);
     settings.Set(CURLOPT_USERAGENT, kUserAgent);
-    settings.Set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
     SetTls(settings, uri);
     SetAccount(settings, uri);
 }
@@ -128,6 +127,10 @@ public:
     explicit Download(const std::string& localPath) : m_localPath(localPath) {}
 
     std::error_code Run(const Uri& uri, const curlcpp::option_trait_base& option) {
+        if (uri.scheme() != "https") {
+            return TransferError(CURLE_UNSUPPORTED_PROTOCOL,
+                                 "Nothing is downloaded by \"" + uri.scheme() + "\"");
+        }
         if (const std::error_code error = m_file.Create(m_localPath)) return error;
         m_handle = MakeHandle();
         if (!m_handle) return TransferError(CURLE_FAILED_INIT, "");
@@ -179,7 +182,16 @@ private:
         if (status >= 200 && !IsWholeFile(status)) {
             return TransferError(kHttpStatus + static_cast<int>(status), "");
         }
+        if (code == CURLE_HTTP_RETURNED_ERROR) return ProxyError();
         return code == CURLE_OK ? std::error_code() : TransferError(code, m_errorText);
+    }
+
+    // libcurl has no text for a proxy that refuses the tunnel.
+    std::error_code ProxyError() const {
+        long status = 0;
+        curl_easy_getinfo(m_handle.get(), CURLINFO_HTTP_CONNECTCODE, &status);
+        return TransferError(CURLE_HTTP_RETURNED_ERROR,
+                             "The proxy answered HTTP status " + std::to_string(status));
     }
 
     long Status() const {
