@@ -459,7 +459,8 @@ void RestClient::ApplyProxy() {
     SetOption(CURLOPT_HTTPPROXYTUNNEL, 1L);
     if (m_proxyUser.empty() || m_proxyPassword.empty()) return;
     SetText(CURLOPT_PROXYUSERNAME, m_proxyUser);
-    // Deliberate: libcurl sends this as it stands, so the proxy sees the encoded password.
+    // libcurl decodes both before it sends them. Deliberate: only the password is made ready for
+    // that.
     SetText(CURLOPT_PROXYPASSWORD, Uri::encodeURI(m_proxyPassword));
 }
 

@@ -35,8 +35,8 @@ public:
     void FollowRedirects(bool follow, int maximum) override;
     void SetCAInfoFilePath(const std::string& path) override;
 
-    // The password goes out percent-encoded, and a proxy compares it in that form; the user goes
-    // out as given.
+    // The password may hold any bytes. In the user "%" and two hexadecimal digits are taken for the
+    // byte that they encode.
     void SetProxy(const std::string& proxy, const std::string& user,
                   const std::string& password) override;
 
