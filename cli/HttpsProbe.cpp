@@ -188,7 +188,7 @@ Answer HttpsProbe::ExplainTimeout() const {
         return Failed(Stage::kResolve, "No name server tells the address of " + m_place + bound +
                                            ". Give the address itself.");
     }
-    if (!m_handle->Reached(CURLINFO_CONNECT_TIME_T)) {
+    if (m_handle->Info(CURLINFO_LOCAL_PORT) == 0) {  // the time of the connect comes with TLS's
         return Failed(Stage::kConnect, m_place + " does not answer" + " within " +
                                            std::to_string(std::min(m_seconds, kConnectSeconds)) +
                                            " s. Check address, network and firewall.");

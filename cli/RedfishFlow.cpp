@@ -3,6 +3,7 @@
 
 #include <varnex/KEMFfdc.h>
 
+#include <chrono>
 #include <exception>
 #include <memory>
 
@@ -19,7 +20,6 @@ namespace Kemffdc {
 namespace {
 
 constexpr int kPreflightSeconds = 60;  // for one request, as the library's own
-constexpr int kStartupSeconds = 180;   // the library's default
 
 // Shows the bytes of a download, and stops it when the run is interrupted.
 class DownloadWatch : public Varnex::TransferWatcher {
@@ -121,11 +121,12 @@ private:
         const Options& options = m_run.options;
         const Varnex::KEMFfdcUploadingUri uri{options.exportUri, options.exportUser,
                                               m_run.exportPassword.Reveal()};
-        const int seconds = GetGlobalConfigValue("REDFISH_STARTUP_WAIT_TIME", kStartupSeconds);
+        const Clock::Monotonic begin = Clock::Now();
         m_ffdc = std::make_unique<Varnex::KEMFfdc>(
             ConnectionOf(m_run), uri,
             options.miniLog ? Varnex::BMCLOG_MINI_LOG : Varnex::BMCLOG_PROCESSOR_DUMP);
-        return m_run.End(0, JudgeStart(m_listener.Take(), seconds));
+        const auto waited = std::chrono::duration_cast<std::chrono::seconds>(Clock::Now() - begin);
+        return m_run.End(0, JudgeStart(m_listener.Take(), waited));
     }
 
     Outcome Connect() {

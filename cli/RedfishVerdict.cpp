@@ -119,13 +119,12 @@ Outcome TransferFailure(const std::string& text) {
 
 }  // namespace
 
-Outcome JudgeStart(const std::vector<Finding>& findings, int startupSeconds) {
+Outcome JudgeStart(const std::vector<Finding>& findings, std::chrono::seconds waited) {
     const Finding* failed = Last(findings, Sign::kVersionFailed);
     if (failed == nullptr) return {};
     if (failed->curlCode == 0 && failed->httpCode == 503) {
         return Failure(kNotConnected,
-                       "The BMC is still starting (503) after " +
-                           std::to_string(std::max(startupSeconds, 0)) +
+                       "The BMC is still starting (503) after " + std::to_string(waited.count()) +
                            " s. Try again later; a BMC that never gets ready needs a reset.");
     }
     if (failed->curlCode == 0 && (failed->httpCode == 401 || failed->httpCode == 403)) {

@@ -2,6 +2,7 @@
 #ifndef KEMFFDC_REDFISHVERDICT_H
 #define KEMFFDC_REDFISHVERDICT_H
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -14,8 +15,9 @@ namespace Kemffdc {
 // What a step of the Redfish channel has come to, from the library's result and what the library
 // logged meanwhile. Pure functions. Reasons are fit for display.
 
-// Of the constructor: the service must have answered, or the rest is in vain.
-Outcome JudgeStart(const std::vector<Finding>& findings, int startupSeconds);
+// Of the constructor, which has taken the time `waited`: the service must have answered, or the
+// rest is in vain.
+Outcome JudgeStart(const std::vector<Finding>& findings, std::chrono::seconds waited);
 
 Outcome JudgeConnect(int code, const std::vector<Finding>& findings);
 

@@ -29,45 +29,11 @@ std::size_t CharacterLength(const std::string& text, std::size_t at) {
     return overlong || outside ? 0 : length;
 }
 
-std::uint32_t CodePoint(const std::string& text, std::size_t at, std::size_t length) {
-    constexpr Byte kFirstBits[] = {0, 0x7F, 0x1F, 0x0F, 0x07};
-    std::uint32_t point = static_cast<Byte>(text[at]) & kFirstBits[length];
-    for (std::size_t i = 1; i < length; ++i) {
-        point = (point << 6) | (static_cast<Byte>(text[at + i]) & 0x3FU);
-    }
-    return point;
-}
-
-// Characters that steer a terminal or the order of what is read: C0 and C1 controls, bidirectional
-// marks, line separators.
-bool Steers(std::uint32_t point) {
-    return point < 0x20 || (point >= 0x7F && point < 0xA0) || point == 0x061C ||
-           (point >= 0x200B && point <= 0x200F) || (point >= 0x2028 && point <= 0x202E) ||
-           (point >= 0x2060 && point <= 0x206F) || point == 0xFEFF;
-}
-
-std::string Hidden(std::uint32_t point) {
-    char text[16];
-    std::snprintf(text, sizeof text, point < 0x100 ? "\\x%02X" : "\\u%04X", point);
-    return text;
-}
-
 std::string LineEndsAsBlanks(std::string text) {
     for (char& c : text) {
         if (c == '\n' || c == '\r' || c == '\t') c = ' ';
     }
     return text;
-}
-
-std::string WithoutSteering(const std::string& text) {
-    std::string clean;
-    for (std::size_t at = 0; at < text.size();) {
-        const std::size_t length = CharacterLength(text, at);  // not 0: the text is valid
-        const std::uint32_t point = CodePoint(text, at, length);
-        clean += Steers(point) ? Hidden(point) : text.substr(at, length);
-        at += length;
-    }
-    return clean;
 }
 
 }  // namespace
@@ -92,7 +58,7 @@ std::string CutUtf8(const std::string& text, std::size_t bytes) {
 std::string Clean(const std::string& text, std::size_t limit) {
     // Masking looks at a bounded part: a BMC may send many megabytes.
     const std::string part = LineEndsAsBlanks(text.substr(0, 4 * limit + 1024));
-    const std::string clean = WithoutSteering(ValidUtf8(Varnex::MaskedForDisplay(part)));
+    const std::string clean = Varnex::MaskedForDisplay(part);
     if (clean.size() <= limit) return clean;
     return CutUtf8(clean, limit) + "...";
 }

@@ -8,8 +8,8 @@
 
 namespace Kemffdc {
 
-// A text that came from a BMC, fit for a terminal, a log and JSON: secrets masked, control bytes
-// written out, line ends turned into blanks, bytes that are no UTF-8 replaced, at most `limit`
+// A text that came from a BMC, fit for a terminal, a log and JSON: secrets masked, control bytes and
+// bytes that are no UTF-8 written out, line ends turned into blanks, at most `limit`
 // bytes.
 std::string Clean(const std::string& text, std::size_t limit = 300);
 

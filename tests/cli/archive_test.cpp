@@ -1,0 +1,203 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Archive.h"
+
+#include <gmock/gmock.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <regex>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Kemffdc::ArchiveName;
+using Kemffdc::Measure;
+using Kemffdc::OutputFolder;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+std::tm Moment() {
+    std::tm when{};
+    when.tm_year = 126;
+    when.tm_mon = 10;
+    when.tm_mday = 20;
+    when.tm_hour = 20;
+    when.tm_min = 37;
+    when.tm_sec = 5;
+    return when;
+}
+
+struct NameRow {
+    std::string host;
+    std::string path;
+    std::string expected;
+    const char* why;
+};
+
+TEST(ArchiveName, OfTheBmcsPathOnlyHarmlessPartsAreTaken) {
+    const std::string time = "_20261120-203705_";
+    const NameRow rows[] = {
+        {"192.0.2.1", "/download/ffdc.tar.gz", "192.0.2.1" + time + "ffdc.tar.gz", "ordinary"},
+        {"bmc7.example", "ffdc.tar.gz", "bmc7.example" + time + "ffdc.tar.gz", "no folder"},
+        {"::1", "/a", "__1" + time + "a", "IPv6"},
+        {"fe80::1%eth0", "/a", "fe80__1_eth0" + time + "a", "IPv6 with a scope"},
+        {"h", "/../../etc/passwd", "h" + time + "passwd", "a path that climbs"},
+        {"h", "..", "h" + time + "ffdc", "nothing but dots"},
+        {"h", "/download/", "h" + time + "ffdc", "no name at all"},
+        {"h", "", "h" + time + "ffdc", "empty"},
+        {"h", "/x/.bashrc", "h" + time + "bashrc", "a hidden file"},
+        {"h", "/x/--force", "h" + time + "force", "an option"},
+        {"h", "C:\\x\\y.zip", "h" + time + "y.zip", "the other separator"},
+        {"h", "/a b%20c.gz", "h" + time + "a_b_20c.gz", "blanks and per cent"},
+        {"h", "/a\nb\x1b[2J\x07.gz", "h" + time + "a_b__2J_.gz", "control bytes"},
+        {"h", std::string("/a\0b", 4), "h" + time + "a_b", "a NUL byte"},
+        {"h",
+         "/Gr\xC3\xBC\xC3\x9F"
+         "e",
+         "h" + time + "Gr____e", "other scripts"},
+        {"h", "/$(reboot);`x`|y&z", "h" + time + "__reboot___x__y_z", "what shells read"},
+    };
+    for (const NameRow& row : rows) {
+        EXPECT_EQ(ArchiveName(row.host, Moment(), row.path), row.expected) << row.why;
+    }
+}
+
+TEST(ArchiveName, LongNamesKeepTheirEndAndStayWithinTwoHundredBytes) {
+    const std::string name =
+        ArchiveName(std::string(300, 'h'), Moment(), "/" + std::string(5000, 'n') + ".tar.gz");
+    EXPECT_LE(name.size(), 200U);
+    EXPECT_THAT(name, testing::EndsWith("n.tar.gz"));
+    EXPECT_TRUE(std::regex_match(
+        ArchiveName("-.-", Moment(), std::string(100, 'a') + "." + std::string(119, '-')),
+        std::regex("[A-Za-z0-9_+][A-Za-z0-9._+-]*")));
+}
+
+class OutputFolderTest : public testing::Test {
+protected:
+    OutputFolderTest() {
+        std::string pattern = (fs::temp_directory_path() / "kemffdc-XXXXXX").string();
+        m_place = mkdtemp(pattern.data());
+    }
+    ~OutputFolderTest() override { fs::remove_all(m_place); }
+
+    static void Write(const fs::path& file, const std::string& text) {
+        std::ofstream(file, std::ios::binary) << text;
+    }
+    static std::string Read(const fs::path& file) {
+        std::ifstream stream(file, std::ios::binary);
+        return {std::istreambuf_iterator<char>(stream), {}};
+    }
+    static std::vector<std::string> Names(const fs::path& folder) {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(folder)) {
+            names.push_back(entry.path().filename().string());
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    fs::path m_place;
+};
+
+TEST_F(OutputFolderTest, DeliversUnderTheNameAndLeavesNothingElse) {
+    std::string path;
+    {
+        OutputFolder folder;
+        ASSERT_TRUE(folder.Open(m_place.string()).Ok());
+        Write(folder.WorkPath("a.tar.gz"), "archive");
+        EXPECT_THAT(Names(m_place), testing::Not(testing::Contains("a.tar.gz")));
+        ASSERT_TRUE(folder.Deliver("a.tar.gz", path).Ok());
+    }
+    EXPECT_EQ(path, (m_place / "a.tar.gz").string());
+    EXPECT_EQ(Read(path), "archive");
+    EXPECT_THAT(Names(m_place), ElementsAre("a.tar.gz"));
+}
+
+TEST_F(OutputFolderTest, NeverReplacesWhatIsThere) {
+    Write(m_place / "a.tar.gz", "first");
+    fs::create_symlink("/nowhere", m_place / "a-2.tar.gz");
+    std::string path;
+    {
+        OutputFolder folder;
+        ASSERT_TRUE(folder.Open(m_place.string()).Ok());
+        Write(folder.WorkPath("a.tar.gz"), "second");
+        ASSERT_TRUE(folder.Deliver("a.tar.gz", path).Ok());
+    }
+    EXPECT_EQ(path, (m_place / "a-3.tar.gz").string());
+    EXPECT_EQ(Read(m_place / "a.tar.gz"), "first");
+    EXPECT_EQ(Read(path), "second");
+    EXPECT_TRUE(fs::is_symlink(m_place / "a-2.tar.gz"));
+}
+
+TEST_F(OutputFolderTest, MakesAMissingFolderAndTakesItAwayWhenNothingIsDelivered) {
+    const fs::path made = m_place / "new";
+    {
+        OutputFolder folder;
+        ASSERT_TRUE(folder.Open(made.string()).Ok());
+        Write(folder.WorkPath("a.part"), "half");
+        EXPECT_TRUE(fs::is_directory(made));
+    }
+    EXPECT_FALSE(fs::exists(made));
+}
+
+TEST_F(OutputFolderTest, KeepsAFolderThatWasThereBefore) {
+    {
+        OutputFolder folder;
+        ASSERT_TRUE(folder.Open(m_place.string()).Ok());
+    }
+    EXPECT_TRUE(fs::is_directory(m_place));
+    EXPECT_THAT(Names(m_place), IsEmpty());
+}
+
+TEST_F(OutputFolderTest, FolderWithoutAParentIsLocalTrouble) {
+    OutputFolder folder;
+    const auto outcome = folder.Open((m_place / "no" / "such").string());
+    EXPECT_EQ(outcome.code, 8);
+    EXPECT_THAT(outcome.reason,
+                HasSubstr("does not exist and cannot be made: No such file or directory."));
+}
+
+TEST_F(OutputFolderTest, FileInPlaceOfTheFolderIsLocalTrouble) {
+    Write(m_place / "file", "");
+    OutputFolder folder;
+    const auto outcome = folder.Open((m_place / "file").string());
+    EXPECT_EQ(outcome.code, 8);
+    EXPECT_THAT(outcome.reason, HasSubstr("is not a folder."));
+}
+
+TEST_F(OutputFolderTest, DiscardedTwiceIsDiscardedOnce) {
+    OutputFolder folder;
+    ASSERT_TRUE(folder.Open(m_place.string()).Ok());
+    folder.Discard();
+    folder.Discard();
+    EXPECT_THAT(Names(m_place), IsEmpty());
+}
+
+TEST_F(OutputFolderTest, MeasureGivesSizeAndDigest) {
+    Write(m_place / "abc", "abc");
+    std::uint64_t size = 0;
+    std::string sha256;
+    ASSERT_TRUE(Measure((m_place / "abc").string(), [] { return false; }, size, sha256).Ok());
+    EXPECT_EQ(size, 3U);
+    EXPECT_EQ(sha256, "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+}
+
+TEST_F(OutputFolderTest, MeasureStopsWhenTold) {
+    Write(m_place / "abc", "abc");
+    std::uint64_t size = 7;
+    std::string sha256 = "before";
+    const auto outcome = Measure((m_place / "abc").string(), [] { return true; }, size, sha256);
+    EXPECT_EQ(outcome.code, 130);
+    EXPECT_EQ(size, 7U);
+    EXPECT_EQ(sha256, "before");
+}
+
+TEST_F(OutputFolderTest, MeasureOfAMissingFileIsLocalTrouble) {
+    std::uint64_t size = 0;
+    std::string sha256;
+    EXPECT_EQ(Measure((m_place / "none").string(), [] { return false; }, size, sha256).code, 8);
+}
+
+}  // namespace

@@ -1,0 +1,284 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Plays every row of docs/faults.md with the real tool.
+
+The table says what comes out; the scenarios here say only how the fault is made.
+"""
+
+import contextlib
+import os
+import pathlib
+import re
+import socket
+import subprocess
+import threading
+
+import pytest
+
+import tool
+from tool import EXPORT, SERVICE_ROOT, SESSIONS, TASK
+
+TABLE = tool.ROOT / "docs" / "faults.md"
+STEP_OF = {
+    "Connect": "connect",
+    "Apply": "export",
+    "IsFFDCLogExist": "gather",
+    "DownloadFFDC": "download",
+}
+CODE_OF = {"false": 1, "true": 0, "throws": -1}
+
+
+class Row:
+    def __init__(self, line):
+        cells = [cell.strip() for cell in re.split(r"(?<!\\)\|", line.strip().strip("|"))]
+        assert len(cells) == 4, f"a row has four cells: {line}"
+        self.what, self.library, code, self.text = cells
+        self.code = int(code)
+
+    def pattern(self, host, port):
+        """The text as a regular expression."""
+        text = re.sub(r"\bHOST\b", host, re.sub(r"\bPORT\b", str(port), self.text))
+        return ".*".join(re.escape(piece) for piece in text.split("..."))
+
+
+def read_table():
+    lines = [line for line in TABLE.read_text(encoding="utf-8").splitlines() if line.startswith("|")]
+    return [Row(line) for line in lines[2:]]
+
+
+ROWS = {row.what: row for row in read_table()}
+
+
+def answers(**entries):
+    """A scenario whose answers are these, for ever."""
+    names = {"root": SERVICE_ROOT, "export": EXPORT, "task": TASK, "sessions": SESSIONS, "all": "* *"}
+    return {"redfish": {"answers": {names[k]: [{**v, "repeat": True}] for k, v in entries.items()}}}
+
+
+HTML = {"status": 200, "body": "<html><body>Welcome</body></html>", "headers": {"Content-Type": "text/html"}}
+TRUNCATED = {"status": 200, "body": '{"Id": "1", "RedfishVersion": "1.15.0", "TaskState": "Runn'}
+NESTED = {"status": 200, "nested": 100000}
+HUGE = {
+    "status": 200,
+    "body_repeat": {"before": '{"Id": "1", "Pad": "', "text": "0123456789", "count": 10000000, "after": '"}'},
+}
+EMPTY = {"status": 200, "body": ""}
+
+
+def task_states(*states):
+    return {"redfish": {"task_states": list(states)}}
+
+
+def archive_path(path):
+    return answers(export={"path": path})
+
+
+class Trouble:
+    """A fault: a scenario of the emulated BMC, or a server of its own, and how the tool is run."""
+
+    def __init__(self, scenario=None, arguments=(), environment=None, bmc_arguments=(), server=None,
+                 folder=None, seconds=20.0):
+        self.scenario = scenario
+        self.arguments = list(arguments)
+        self.environment = environment or {}
+        self.bmc_arguments = bmc_arguments
+        self.server = server
+        self.folder = folder
+        self.seconds = seconds
+
+
+@contextlib.contextmanager
+def closed_port():
+    yield "127.0.0.1", tool.free_port()
+
+
+@contextlib.contextmanager
+def unknown_host():
+    yield "no-such-bmc.invalid", 443
+
+
+@contextlib.contextmanager
+def mute_server():
+    """Accepts connections and says nothing."""
+    with socket.socket() as listener:
+        listener.bind(("127.0.0.1", 0))
+        listener.listen()
+        yield "127.0.0.1", listener.getsockname()[1]
+
+
+LONG_PASSWORD = ('quote " apostrophe \' backslash \\ newline \n tab \t percent % Grüße 密码 ' * 20)[:1000]
+
+SCENARIOS = {
+    "Refused port": Trouble(server=closed_port),
+    "Unknown host": Trouble(server=unknown_host),
+    "Plain HTTP server on the port": Trouble(bmc_arguments=["--redfish-plain"]),
+    "Server that accepts connections and never begins TLS": Trouble(
+        server=mute_server, environment={"VARNEX_REST_ACTION_TIMEOUT": "2"}, seconds=6),
+    "TLS server that never answers (bounded by REST_ACTION_TIMEOUT)": Trouble(
+        answers(all={"hang": True}), environment={"VARNEX_REST_ACTION_TIMEOUT": "2"}, seconds=6),
+    "401": Trouble(answers(all={"status": 401})),
+    "403": Trouble(answers(all={"status": 403})),
+    "404 for everything": Trouble(answers(all={"status": 404})),
+    "503 twice, then 200": Trouble(
+        {"redfish": {"answers": {SERVICE_ROOT: [{"status": 503}, {"status": 503}, {}]}}}),
+    "503 for ever (bounded by REDFISH_STARTUP_WAIT_TIME)": Trouble(
+        answers(all={"status": 503}), environment={"VARNEX_REDFISH_STARTUP_WAIT_TIME": "1"}, seconds=10),
+    "Redirect loop": Trouble(answers(root={"redirect": "/redfish/v1/"})),
+    "Service root: empty body": Trouble(answers(root=EMPTY)),
+    "Service root: HTML with status 200": Trouble(answers(root=HTML)),
+    "Service root: truncated JSON": Trouble(answers(root=TRUNCATED)),
+    "Service root: 100,000 nested brackets": Trouble(answers(root=NESTED)),
+    "Service root: 100 MB of JSON": Trouble(answers(root=HUGE)),
+    "Export refused": Trouble(answers(export={"status": 400})),
+    "Export answer: empty body": Trouble(answers(export=EMPTY)),
+    "Export answer: HTML with status 200": Trouble(answers(export=HTML)),
+    "Export answer: truncated JSON": Trouble(answers(export=TRUNCATED)),
+    "Export answer: 100,000 nested brackets": Trouble(answers(export=NESTED)),
+    "Export answer: 100 MB of JSON": Trouble(answers(export=HUGE), seconds=60),
+    "Export answer without an Id": Trouble(answers(export={"no_id": True})),
+    "Id with slashes": Trouble(answers(export={"id": "../../Managers/1"})),
+    "Id with blanks": Trouble(answers(export={"id": "task 1"})),
+    "Id that is `..`": Trouble(answers(export={"id": ".."})),
+    "Task answer: empty body": Trouble(answers(task=EMPTY)),
+    "Task answer: HTML with status 200": Trouble(answers(task=HTML)),
+    "Task answer: truncated JSON": Trouble(answers(task=TRUNCATED)),
+    "Task answer: 100,000 nested brackets": Trouble(answers(task=NESTED)),
+    "Task answer: 100 MB of JSON": Trouble(answers(task=HUGE), seconds=60),
+    "Task answer: an error with status 200": Trouble(
+        answers(task={"status": 200, "json": {"error": {"message": "no"}, "TaskState": "Running"}})),
+    "TaskState missing": Trouble(task_states("Running", None)),
+    "TaskState that is a number": Trouble(task_states("Running", 4)),
+    "TaskState empty": Trouble(task_states("Running", "")),
+    "TaskState unknown": Trouble(task_states("Running", "Dreaming")),
+    "Task ends with an exception": Trouble(task_states("Running", "Exception")),
+    "Task killed": Trouble(task_states("Running", "Killed")),
+    "Task forgotten (404 when asked)": Trouble(answers(task={"status": 404})),
+    "Connection lost while the task runs": Trouble(
+        {"redfish": {"answers": {TASK: [{}, {"cut_after": 0, "repeat": True}]}}}),
+    "Task still running after the last try": Trouble(task_states("Running"), ["--tries", "3"]),
+    "Task completed without an archive path": Trouble(answers(task={"path": None, "task_state": "Completed"})),
+    "Archive path with `../`": Trouble(archive_path("/download/../../../etc/passwd")),
+    "Archive path with a blank and a `%`": Trouble(archive_path("/download/service data 100%.tar.gz")),
+    "Session for the download refused": Trouble(answers(sessions={"status": 401})),
+    "Session without a token": Trouble(answers(sessions={"headers": {"X-Auth-Token": None}})),
+    "Archive cut after half": Trouble(
+        {"redfish": {"archive": {"size": 200000}, "answers": {"GET /download/*": [{"cut_after": 100000, "repeat": True}]}}}),
+    "Archive of 0 bytes": Trouble({"redfish": {"archive": {"size": 0}}}),
+    "Download answered 404": Trouble({"redfish": {"answers": {"GET /download/*": [{"status": 404, "repeat": True}]}}}),
+    "Disk full": Trouble({"redfish": {"archive": {"size": 1048576}}}, folder="size=256k"),
+    "Output folder not writable": Trouble(folder="ro"),
+    "Password of 1,000 characters with quotes, newlines and UTF-8": Trouble({"password": LONG_PASSWORD}),
+    "BMC body with terminal escapes": Trouble(
+        answers(export={"status": 400, "json": {"error": {"message": "\x1b]0;owned\x07\x1b[2Jno"}}})),
+}
+
+
+def test_every_row_has_a_scenario_and_every_scenario_a_row():
+    assert sorted(ROWS) == sorted(SCENARIOS)
+
+
+def test_the_table_names_nothing_twice():
+    assert len(read_table()) == len(ROWS)
+
+
+@contextlib.contextmanager
+def place_of(trouble):
+    """Address, port, user and password of what the tool is to be pointed at; the BMC, if it is one."""
+    if trouble.server:
+        with trouble.server() as (host, port):
+            yield host, port, "admin", "a secret for nobody", None
+        return
+    bmc = tool.Bmc(trouble.scenario, trouble.bmc_arguments)
+    try:
+        yield bmc.address, bmc.port, bmc.user, bmc.password, bmc
+    finally:
+        bmc.stop()
+
+
+def special_folder(folder, options):
+    """A command prefix under which `folder` is a small or a read-only file system of its own.
+
+    It exists for the tool alone, so what is left in it is listed before it goes.
+    """
+    user = [] if os.geteuid() == 0 else ["--user", "--map-root-user"]
+    script = (
+        f'mount -t tmpfs -o {options} tmpfs "$0" || exit 99; "$@"; code=$?; '
+        'find "$0" -mindepth 1 | sed s/^/LEFT:/ >&2; exit $code'
+    )
+    prefix = ["unshare", *user, "--mount", "sh", "-c", script, str(folder)]
+    probe = subprocess.run([*prefix, "true"], capture_output=True, timeout=20, check=False)
+    if probe.returncode != 0:
+        pytest.skip(f"no file system of one's own here: {probe.stderr.decode().strip()}")
+    return prefix
+
+
+def check_library_code(row, steps):
+    """Against the last step of the account that the tool gives as JSON."""
+    if row.library == "none":
+        assert not [step for step in steps if step["name"] in STEP_OF.values()]
+        return
+    if row.library == "constructor":
+        assert steps[-1]["name"] == "start"
+        return
+    operation, result = row.library.split(" ")
+    found = [step for step in steps if step["name"] == STEP_OF[operation]]
+    assert found, f"{operation} was not called"
+    assert found[-1]["code"] == int(CODE_OF.get(result, result))
+    later = list(STEP_OF.values())[list(STEP_OF.values()).index(STEP_OF[operation]) + 1 :]
+    assert not [step for step in steps if step["name"] in later]
+
+
+def check_secrets(ended, log, password, bmc):
+    texts = {"output": ended.out + ended.err, "log": log, "process list": ended.command_line}
+    secrets = {password, *password.splitlines()} | (bmc.tokens() if bmc else set())
+    for place, text in texts.items():
+        for secret in filter(lambda s: len(s) > 3, secrets):
+            assert secret not in text, f"a secret stands in the {place}"
+
+
+@pytest.mark.parametrize("what", sorted(SCENARIOS))
+def test_fault(what, tmp_path):
+    row, trouble = ROWS[what], SCENARIOS[what]
+    output = tmp_path / "archives"
+    output.mkdir()
+    log = tmp_path / "log"
+    prefix = special_folder(output, trouble.folder) if trouble.folder else []
+    with place_of(trouble) as (host, port, user, password, bmc):
+        ended = tool.run(
+            ["collect", "--via", "redfish", host, "--port", str(port), "--user", user,
+             "--password-file", "-", "--interval", "0", "--output", str(output), "--json",
+             "--log-file", str(log), *trouble.arguments],
+            password=password, environment=trouble.environment, prefix=prefix,
+            seconds=trouble.seconds,
+        )
+        log_text = log.read_text(encoding="utf-8", errors="replace") if log.exists() else ""
+        check_secrets(ended, log_text, password, bmc)
+        export_was_asked = bool(bmc and bmc.requests("POST"))
+
+    assert ended.code == row.code, ended.err
+    account = ended.json
+    assert account["exit_code"] == row.code
+    check_library_code(row, account["steps"])
+    assert "LEFT:" not in ended.err
+    if trouble.folder == "ro":
+        assert not export_was_asked, "nothing is to be gathered that cannot be stored"
+    if row.code != 0:
+        assert re.fullmatch(row.pattern(host, port), account["reason"])
+        assert f"kemffdc: {account['reason']} [exit code {row.code}]" in ended.err
+        assert tool.files_in(output) == []
+        return
+    assert re.search(row.pattern(host, port), ended.err) or row.text == "Archive"
+    path = pathlib.Path(account["path"])
+    assert tool.files_in(output) == [path.name]
+    assert re.fullmatch(r"[A-Za-z0-9_+][A-Za-z0-9._+-]*", path.name)
+    assert path.stat().st_size == account["size"] == bmc.ready["archive"]["size"]
+
+
+def test_no_escape_of_a_bmc_reaches_output_or_log(start_bmc, tmp_path):
+    scenario = SCENARIOS["BMC body with terminal escapes"].scenario
+    bmc = start_bmc(scenario)
+    log = tmp_path / "log"
+    ended = tool.run(tool.collect(bmc, tmp_path / "out", "--log-file", str(log)), password=bmc.password)
+    assert ended.code == 4
+    for text in (ended.out, ended.err, log.read_text(encoding="utf-8")):
+        assert "\x1b" not in text and "\x07" not in text
+    assert threading.active_count() == 1

@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "RedfishVerdict.h"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using namespace std::chrono_literals;
+using Kemffdc::Finding;
+using Kemffdc::Options;
+using Kemffdc::Outcome;
+using Kemffdc::Sign;
+using testing::HasSubstr;
+
+using Findings = std::vector<Finding>;
+
+void ExpectEnding(const Outcome& outcome, int code, const std::string& text) {
+    EXPECT_EQ(outcome.code, code) << text;
+    EXPECT_THAT(outcome.reason, HasSubstr(text));
+}
+
+TEST(JudgeStart, WithoutAFailureTheBmcHasStarted) {
+    EXPECT_TRUE(Kemffdc::JudgeStart({{Sign::kStarting, 0, 503, ""}}, 10s).Ok());
+    EXPECT_TRUE(Kemffdc::JudgeStart({}, 0s).Ok());
+}
+
+TEST(JudgeStart, FailuresAreNotConnected) {
+    ExpectEnding(Kemffdc::JudgeStart({{Sign::kVersionFailed, 0, 503, ""}}, 183s), 3,
+                 "still starting (503) after 183 s");
+    ExpectEnding(Kemffdc::JudgeStart({{Sign::kVersionFailed, 0, 401, ""}}, 0s), 3,
+                 "credentials (HTTP 401)");
+    ExpectEnding(Kemffdc::JudgeStart({{Sign::kVersionFailed, 28, 0, ""}}, 60s), 3,
+                 "Timeout was reached");
+}
+
+TEST(JudgeConnect, AnAnswerOfAnyOtherKindIsAConnection) {
+    for (const int http : {200, 404, 400, 500}) {
+        EXPECT_TRUE(Kemffdc::JudgeConnect(0, {{Sign::kProbed, 0, http, ""}}).Ok()) << http;
+    }
+}
+
+TEST(JudgeConnect, WhatTheLibraryCallsASuccessMayBeNone) {
+    ExpectEnding(Kemffdc::JudgeConnect(0, {{Sign::kProbed, 28, 0, ""}}), 3, "Timeout was reached");
+    ExpectEnding(Kemffdc::JudgeConnect(0, {{Sign::kProbed, 0, 401, ""}}), 3,
+                 "credentials (HTTP 401)");
+    ExpectEnding(Kemffdc::JudgeConnect(0, {{Sign::kProbed, 0, 403, ""}}), 3,
+                 "credentials (HTTP 403)");
+    ExpectEnding(Kemffdc::JudgeConnect(0, {{Sign::kProbed, 0, 503, ""}}), 3,
+                 "still starting (503)");
+    ExpectEnding(Kemffdc::JudgeConnect(1, {{Sign::kProbed, 7, 0, ""}}), 3,
+                 "connection to the BMC was lost");
+    ExpectEnding(Kemffdc::JudgeConnect(1, {{Sign::kProbed, 0, 200, ""}}), 3,
+                 "credentials (HTTP 200)");
+    ExpectEnding(Kemffdc::JudgeConnect(-1, {}), 3, "no connection");
+}
+
+TEST(JudgeExport, ATaskWithAnOrdinaryIdCanBeFollowed) {
+    for (const char* id : {"\"1\"", "\"TASK-7_a.b~c\"", "12", "\"a:b@c\""}) {
+        const Findings findings{{Sign::kExportAnswered, 0, 0, std::string("{\"Id\":") + id + "}"},
+                                {Sign::kTaskNamed, 0, 0, ""}};
+        EXPECT_TRUE(Kemffdc::JudgeExport(0, "", findings).Ok()) << id;
+    }
+}
+
+TEST(JudgeExport, AnIdThatWouldBendTheAddressIsRefused) {
+    for (const char* id :
+         {"\"\"", "\".\"", "\"..\"", "\"a/b\"", "\"../x\"", "\"a b\"", "\"a?b\"", "\"a#b\"",
+          "\"%2e%2e\"", "\"a\\nb\"", "\"a\\u0000b\"", "{}", "[1]", "true"}) {
+        const Findings findings{{Sign::kExportAnswered, 0, 0, std::string("{\"Id\":") + id + "}"},
+                                {Sign::kTaskNamed, 0, 0, ""}};
+        ExpectEnding(Kemffdc::JudgeExport(0, "", findings), 4, "an Id that is no name");
+    }
+}
+
+TEST(JudgeExport, RefusalsTellWhatTheBmcSaid) {
+    ExpectEnding(Kemffdc::JudgeExport(
+                     2, "", {{Sign::kPostFailed, 0, 400, "{\"error\":{\"message\":\"busy\"}}"}}),
+                 4, "refused the export (HTTP 400: busy)");
+    ExpectEnding(
+        Kemffdc::JudgeExport(
+            2, "",
+            {{Sign::kPostFailed, 0, 403,
+              "{\"error\":{\"message\":\"see below\",\"@Message.ExtendedInfo\":[7,{},{\"Message\":\"no right\"}]}}"}}),
+        4, "refused the export (HTTP 403: no right)");
+    ExpectEnding(Kemffdc::JudgeExport(2, "", {{Sign::kPostFailed, 0, 500, "<html>"}}), 4,
+                 "(HTTP 500)");
+    ExpectEnding(Kemffdc::JudgeExport(2, "", {{Sign::kPostFailed, 0, 401, ""}}), 3,
+                 "credentials (HTTP 401)");
+    ExpectEnding(Kemffdc::JudgeExport(2, "", {{Sign::kPostFailed, 56, 0, ""}}), 3,
+                 "connection to the BMC was lost");
+    ExpectEnding(Kemffdc::JudgeExport(2, "", {}), 4, "could not be requested");
+    ExpectEnding(Kemffdc::JudgeExport(-1, "expected value\x1b[2J", {}), 4,
+                 "(expected value\\x1B[2J)");
+    ExpectEnding(Kemffdc::JudgeExport(0, "", {{Sign::kExportAnswered, 0, 0, "{}"}}), 4,
+                 "named no task");
+}
+
+class JudgeWaitTest : public testing::Test {
+protected:
+    Outcome Judge(const Findings& findings) {
+        return Kemffdc::JudgeWait(false, "", findings, m_options);
+    }
+    Options m_options;
+};
+
+TEST_F(JudgeWaitTest, CompletedNeedsAPlaceOfTheArchive) {
+    EXPECT_TRUE(Kemffdc::JudgeWait(true, "/x", {}, m_options).Ok());
+    ExpectEnding(Kemffdc::JudgeWait(true, "", {}, m_options), 7,
+                 "does not tell where the archive lies");
+}
+
+TEST_F(JudgeWaitTest, FailedIsNotTheSameAsNotFinished) {
+    const Finding running{Sign::kTaskRunning, 0, 0, "/t"};
+    const Finding broken{Sign::kTaskBroken, 0, 0, "/t"};
+    ExpectEnding(Judge({running}), 6, "after 120 tries every 5 s");
+    ExpectEnding(Judge({{Sign::kTaskNew, 0, 0, "/t"}}), 6, "has not finished");
+    ExpectEnding(Judge({{Sign::kTaskStarting, 0, 0, "/t"}}), 6, "has not finished");
+    ExpectEnding(Judge({running, {Sign::kPollFailed, 28, 0, ""}}), 6, "has not finished");
+    ExpectEnding(Judge({running, {Sign::kTaskKilled, 0, 0, "/t"}}), 5, "killed");
+    ExpectEnding(Judge({running, {Sign::kTaskException, 0, 0, ""}, broken}), 5, "exception");
+    ExpectEnding(Judge({running, {Sign::kTaskUnreadable, 0, 0, "bad"}, broken}), 5,
+                 "not readable JSON (bad)");
+    ExpectEnding(Judge({running, {Sign::kTaskIsError, 0, 0, ""}, broken}), 5,
+                 "answers with an error");
+    ExpectEnding(Judge({running, {Sign::kTaskWithoutState, 0, 0, ""}, broken}), 5, "no TaskState");
+    ExpectEnding(Judge({running, broken}), 5, "in a state that is not known");
+}
+
+TEST_F(JudgeWaitTest, LostTasksAreJudgedByTheLastAnswer) {
+    const Finding lost{Sign::kConnectionLost, 0, 0, "/t"};
+    ExpectEnding(Judge({{Sign::kPollFailed, 7, 0, ""}, lost}), 3, "connection to the BMC was lost");
+    ExpectEnding(Judge({{Sign::kPollFailed, 0, 401, ""}, lost}), 3, "credentials (HTTP 401)");
+    ExpectEnding(Judge({{Sign::kPollFailed, 0, 404, ""}, lost}), 5,
+                 "what became of the task (HTTP 404)");
+    ExpectEnding(Judge({{Sign::kPollFailed, 0, 503, ""}}), 5, "HTTP 503");
+    ExpectEnding(Judge({}), 5, "could not be followed");
+}
+
+TEST(JudgeDownload, LocalTroubleIsToldFromRemoteTrouble) {
+    EXPECT_TRUE(Kemffdc::JudgeDownload(0, {}).Ok());
+    ExpectEnding(Kemffdc::JudgeDownload(
+                     2, {{Sign::kTransferFailed, 0, 0, "generic:28 No space left on device"}}),
+                 8, "No space left on device (generic:28)");
+    ExpectEnding(
+        Kemffdc::JudgeDownload(2, {{Sign::kTransferFailed, 0, 0, "varnex.transfer:18 cut off"}}), 7,
+        "cut off (varnex.transfer:18)");
+    ExpectEnding(Kemffdc::JudgeDownload(2, {{Sign::kPostFailed, 0, 401, ""}}), 7,
+                 "opens no session to download it (HTTP 401)");
+    ExpectEnding(Kemffdc::JudgeDownload(4, {{Sign::kNoToken, 0, 0, ""}}), 7, "no session token");
+    ExpectEnding(Kemffdc::JudgeDownload(2, {{Sign::kBadUri, 0, 0, "a NUL byte"}}), 7,
+                 "cannot be used (a NUL byte)");
+    ExpectEnding(Kemffdc::JudgeDownload(1, {}), 7, "could not be downloaded");
+}
+
+}  // namespace
