@@ -8,6 +8,7 @@ import logging
 import socket
 import ssl
 import time
+from email.utils import formatdate
 from typing import Iterator
 
 from bmc.cim import access, replies
@@ -21,9 +22,10 @@ from bmc.http.bodies import Chunk
 from bmc.record import RequestRecord, decoded
 
 _LOG = logging.getLogger("emulated-bmc")
-_NOT_FOUND_PAGE = (
-    b"HTTP/1.1 404 Not Found\r\nContent-Type: text/html;charset=UTF-8\r\n\r\n"
-    b"<html><head><title>Error</title></head><body><br/><h1>Not Found</h1></body></html>\r\n"
+# Deliberate: one header runs into the next, as it does on the real server.
+_NOT_FOUND = (
+    "HTTP/1.1 404 Not Found\r\nDate: {date}Content-Type: text/html;charset=UTF-8\r\n\r\n\r\n"
+    "<html><head><title>Error</title></head><body><br/><h1>Not Found</h1></body></html>\r\n"
 )
 _NOT_IMPLEMENTED = b"HTTP/1.1 501 Not Implemented\r\n\r\n"
 _FLUSH_SECONDS = 10.0
@@ -74,7 +76,7 @@ class CimServer:
         """Answers one; whether the connection goes on."""
         self._note(request, number, writer)
         if request.method not in ("POST", "M-POST"):
-            writer.write(_NOT_FOUND_PAGE if request.method in ("GET", "HEAD") else _NOT_IMPLEMENTED)
+            writer.write(_page() if request.method in ("GET", "HEAD") else _NOT_IMPLEMENTED)
             return False
         answer, call = OWN, None
         try:
@@ -142,6 +144,10 @@ class CimServer:
             return await self._operations.perform(call, answer.instances or 0, answer.properties or 0)
         except OSError as error:  # no curl, no disk: the BMC lives on and says so
             raise CimError(FAILED, str(error)) from error
+
+
+def _page() -> bytes:
+    return _NOT_FOUND.format(date=formatdate(usegmt=True)).encode()
 
 
 def _apply(reply: HttpReply, answer: CimAnswer) -> None:
