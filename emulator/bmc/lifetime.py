@@ -38,13 +38,19 @@ class Lifetime:
             pass  # never opened, or gone: nobody is there either
         self.end(0)
 
-    def end(self, code: int) -> None:
-        """Does not return, except to itself when a signal interrupts it."""
+    def end(self, code: int, complaint: str | None = None) -> None:
+        """Does not return, except to itself when a signal interrupts it.
+
+        The complaint is for standard error, unless the end was coming already: then what failed
+        failed because of it.
+        """
         if self._ending == threading.get_ident():
             return
         if not self._guard.acquire(blocking=False):
             threading.Event().wait()  # the other thread is about to end the process
         self._ending = threading.get_ident()
+        if complaint:
+            print(complaint, file=sys.stderr, flush=True)
         for action in self._before:
             action()
         self._remove_folder()

@@ -45,16 +45,21 @@ def main(arguments: list[str]) -> int:
     try:
         scenario = load(options.scenario, SECTIONS)
     except ScenarioError as error:
-        return _complain(str(error), _USAGE)
-    folder, temporary = _state_folder(options.state_dir)
+        print(_complaint(error), file=sys.stderr)
+        return _USAGE
+    try:
+        folder, temporary = _state_folder(options.state_dir)
+    except OSError as error:
+        print(_complaint(error), file=sys.stderr)
+        return _BAD_START
     lifetime = Lifetime(folder if temporary else None)
     lifetime.before_end(stop_uploads)
     try:
         asyncio.run(_run(options, scenario, folder, lifetime))
     except ArchiveError as error:
-        lifetime.end(_complain(f"{options.scenario}: {error}", _USAGE))
+        lifetime.end(_USAGE, _complaint(f"{options.scenario}: {error}"))
     except OSError as error:
-        lifetime.end(_complain(str(error), _BAD_START))
+        lifetime.end(_BAD_START, _complaint(error))
     return 0
 
 
@@ -96,9 +101,8 @@ def _state_folder(given: Path | None) -> tuple[Path, bool]:
     return given.resolve(), False
 
 
-def _complain(text: str, code: int) -> int:
-    print(f"emulated-bmc: {text}", file=sys.stderr, flush=True)
-    return code
+def _complaint(reason: Exception | str) -> str:
+    return f"emulated-bmc: {reason}"
 
 
 async def _run(

@@ -144,7 +144,8 @@ def test_it_ends_while_it_still_makes_its_archive(start: Starter, tmp_path: Path
     folder = tmp_path / "temporary"
     folder.mkdir()
     process = subprocess.Popen(
-        [str(PROGRAM), "--scenario", str(file)], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+        [str(PROGRAM), "--scenario", str(file)],
+        stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
         env={**clean_environment(), "TMPDIR": str(folder)},
     )
     deadline = time.monotonic() + 10
@@ -155,8 +156,30 @@ def test_it_ends_while_it_still_makes_its_archive(start: Starter, tmp_path: Path
 
     assert process.wait(timeout=10) == 0
     assert time.monotonic() - began < 1
-    assert process.stdout.read() == b""
+    assert (process.stdout.read(), process.stderr.read()) == (b"", b"")
     assert list(folder.iterdir()) == []
+
+
+def test_it_ends_whenever_its_input_closes_while_it_starts(tmp_path: Path) -> None:
+    for delay in [n / 100 for n in range(0, 60, 4)]:
+        process = subprocess.Popen(
+            [str(PROGRAM)], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+            env={**clean_environment(), "TMPDIR": str(tmp_path)},
+        )
+        time.sleep(delay)
+        process.stdin.close()
+
+        assert process.wait(timeout=20) == 0
+        assert process.stderr.read() == b""
+        assert list(tmp_path.iterdir()) == []
+
+
+def test_a_state_folder_that_cannot_be_made_is_said(tmp_path: Path) -> None:
+    (tmp_path / "file").write_text("")
+    done = subprocess.run([str(PROGRAM), "--state-dir", str(tmp_path / "file" / "x")], stdin=subprocess.PIPE,
+                          capture_output=True, text=True, timeout=20)
+
+    assert done.returncode == 1 and "Not a directory" in done.stderr and len(done.stderr.splitlines()) == 1
 
 
 def test_its_uploads_end_with_it(start: Starter) -> None:

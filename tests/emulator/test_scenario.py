@@ -4,9 +4,11 @@
 from __future__ import annotations
 
 import http.client
+import re
 import socket
 import ssl
 import subprocess
+import sys
 import time
 from pathlib import Path
 from typing import Any
@@ -18,6 +20,12 @@ from conftest import (
     clean_environment,
 )
 
+sys.path.insert(0, str(EMULATOR))
+from bmc.http.script import MEMBERS  # noqa: E402
+from bmc.redfish.settings import WISHES, read_redfish  # noqa: E402
+from bmc.scenario import ScenarioError, load  # noqa: E402
+
+DOCUMENT = EMULATOR.parent / "docs" / "emulator.md"
 GET_ROOT = "GET /redfish/v1/"
 
 
@@ -292,6 +300,28 @@ def complaint(arguments: list[str]) -> str:
     return lines[0]
 
 
+def refusal(file: Path) -> str:
+    """What the reader of scenarios complains about."""
+    with pytest.raises(ScenarioError) as caught:
+        load(file, {"redfish": read_redfish})
+    return str(caught.value)
+
+
+def test_a_wrong_scenario_ends_the_start_with_one_line(start: Starter) -> None:
+    file = start.scenario_file("user: admin\npassword: 123")
+
+    assert complaint(["--scenario", str(file)]) == (
+        f"emulated-bmc: {file}:2: password: must be text, not the int 123 (put it in quotes)"
+    )
+
+
+def test_an_archive_size_that_cannot_be_met_ends_the_start_with_one_line(start: Starter) -> None:
+    file = start.scenario_file({"redfish": {"archive": {"size": 10}}})
+
+    expected = f"emulated-bmc: {file}: redfish.archive: no archive fits into 10 bytes; the smallest has 1"
+    assert complaint(["--scenario", str(file)]).startswith(expected)
+
+
 @pytest.mark.parametrize("text, expected", [
     ("usr: admin", ":1: usr: unknown member; allowed: user, password, role, redfish"),
     ("user: admin\npassword: 123", ":2: password: must be text, not the int 123 (put it in quotes)"),
@@ -302,7 +332,6 @@ def complaint(arguments: list[str]) -> str:
     ("user: \"\x01\"", ": not YAML: "),
     ("redfish:\n  version: 1.5", ":2: redfish.version: must be text, not the float 1.5 (put it in quotes)"),
     ("redfish:\n  archive: {size: -1}", ":2: redfish.archive.size: must be a whole number from 0 to 4294967295, not -1"),
-    ("redfish:\n  archive: {size: 10}", ": redfish.archive: no archive fits into 10 bytes; the smallest has 1"),
     ("redfish:\n  archive: {name: ../x}", ":2: redfish.archive.name: must be one plain file name; "),
     ("redfish:\n  task_states: []", ":2: redfish.task_states: must name at least one state"),
     ("redfish:\n  task_states: [New, [x]]", ":2: redfish.task_states[1]: must be text, a number, true, false or null"),
@@ -310,7 +339,7 @@ def complaint(arguments: list[str]) -> str:
 def test_a_wrong_scenario_is_refused_in_one_line(start: Starter, text: str, expected: str) -> None:
     file = start.scenario_file(text)
 
-    assert complaint(["--scenario", str(file)]).startswith(f"emulated-bmc: {file}{expected}")
+    assert refusal(file).startswith(f"{file}{expected}")
 
 
 @pytest.mark.parametrize("answer, expected", [
@@ -338,24 +367,45 @@ def test_a_wrong_scenario_is_refused_in_one_line(start: Starter, text: str, expe
     ("{task_state: {}}", "[0].task_state: must be text, a number, true, false or null"),
 ])
 def test_a_wrong_answer_is_refused_with_its_place(start: Starter, answer: str, expected: str) -> None:
-    file = start.scenario_file(f'redfish:\n  answers:\n    "GET /x":\n      - {{}}\n'.replace("      - {}\n", f"      [{answer}]\n"))
+    file = start.scenario_file(f'redfish:\n  answers:\n    "GET /x":\n      [{answer}]\n')
 
-    line = complaint(["--scenario", str(file)])
-    assert line.startswith(f'emulated-bmc: {file}:4: redfish.answers."GET /x"{expected}')
+    assert refusal(file).startswith(f'{file}:4: redfish.answers."GET /x"{expected}')
 
 
 @pytest.mark.parametrize("key", ["FETCH /x", "GET x", "/x", "GET"])
 def test_a_wrong_resource_is_refused(start: Starter, key: str) -> None:
     file = start.scenario_file({"redfish": {"answers": {key: [{}]}}})
 
-    assert 'must read "METHOD /path"; methods: GET, HEAD, POST' in complaint(["--scenario", str(file)])
+    assert 'must read "METHOD /path"; methods: GET, HEAD, POST' in refusal(file)
 
 
 def test_a_scenario_that_is_not_there_is_refused(tmp_path: Path) -> None:
     file = tmp_path / "none.yaml"
 
-    assert complaint(["--scenario", str(file)]) == f"emulated-bmc: {file}: cannot be read: No such file or directory"
+    assert refusal(file) == f"{file}: cannot be read: No such file or directory"
 
 
 def test_an_empty_scenario_is_the_default_one(start: Starter) -> None:
     assert start("# nothing\n").get(ROOT).json()["RedfishVersion"] == "1.15.0"
+
+
+# --- the handbook -----------------------------------------------------------------------------
+
+
+def test_every_scenario_in_the_handbook_can_be_used(start: Starter) -> None:
+    blocks = re.findall(r"```yaml\n(.*?)```", DOCUMENT.read_text(), re.DOTALL)
+    redfish = [block for block in blocks if "redfish:" in block]
+    assert len(redfish) >= 2
+    for block in redfish:
+        load(start.scenario_file(block), {"redfish": read_redfish})
+
+
+def test_every_answer_in_the_handbook_can_be_used_and_none_is_left_out(start: Starter, tmp_path: Path) -> None:
+    (tmp_path / "page.html").write_text("x")
+    rows = re.findall(r"^\| `(\w+)` \| (`\{.*?\}`) \|", DOCUMENT.read_text(), re.MULTILINE)
+    for name, examples in rows:
+        for example in examples.strip("`").split("`, `"):
+            file = start.scenario_file(f'redfish: {{answers: {{"GET /": [{example}]}}}}')
+            load(file, {"redfish": read_redfish})
+            assert name in example
+    assert {name for name, _ in rows} >= {*MEMBERS, *WISHES}

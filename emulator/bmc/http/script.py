@@ -14,7 +14,7 @@ from bmc.scenario import Checker, MemberPath
 
 METHODS = ("GET", "HEAD", "POST", "PUT", "PATCH", "DELETE", "OPTIONS", "M-POST", "*")
 _BODY_MEMBERS = ("body", "json", "file", "body_repeat", "nested", "fill")
-_MEMBERS = (
+MEMBERS = (
     "status", *_BODY_MEMBERS, "headers", "redirect",
     "delay", "hang", "hang_after", "cut_after", "rate", "repeat",
 )
@@ -99,7 +99,7 @@ def read_answers(
 def _read_answer(check: Checker, value: Any, path: MemberPath, wishes: Sequence[str]) -> Answer:
     if not isinstance(value, dict):
         check.fail(path, "must be a mapping; {} is the service's own answer")
-    entry = check.mapping(value, path, (*_MEMBERS, *wishes))
+    entry = check.mapping(value, path, (*MEMBERS, *wishes))
     _forbid_contradictions(check, entry, path, wishes)
     redirect = entry.get("redirect")
     headers = _read_headers(check, entry.get("headers"), path + ("headers",))
