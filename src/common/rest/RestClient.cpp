@@ -407,7 +407,7 @@ RestClient::HeaderLines RestClient::ApplyHeaders() {
         lines.reset(longer);
     };
     for (const auto& [key, value] : m_headers) {
-        append(key + ": " + value);
+        append(std::string(key).append(": ").append(value));
     }
     if (m_noExpectHeader) append("Expect:");
     SetOption(CURLOPT_HTTPHEADER, lines.get());

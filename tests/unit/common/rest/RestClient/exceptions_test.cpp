@@ -167,6 +167,21 @@ TEST_F(RestClientExceptions, ARequestMadeByAProgressCallbackKeepsItsExceptionsTo
     EXPECT_EQ(200, client.PostMultipart(kUrl, {}, outer).httpCode);
 }
 
+TEST_F(RestClientExceptions, AProgressCallbackMayThrowAfterARequestOfItsOwn) {
+    Rest::RestClient other;
+    const auto outer = [&other](curl_off_t, curl_off_t) {
+        other.Get(kUrl);
+        throw std::runtime_error("outer");
+    };
+    web.Play([](Transfer& transfer) {
+        EXPECT_NE(0, transfer.Progress(10, 1, 0, 0));
+        return CURLE_ABORTED_BY_CALLBACK;
+    });
+    web.Answer(200);
+
+    EXPECT_EQ("outer", Thrown([&] { client.PostMultipart(kUrl, {}, outer); }));
+}
+
 TEST_F(RestClientExceptions, TheNextRequestIsNotConcerned) {
     web.Play([](Transfer& transfer) {
         transfer.Progress(10, 1, 0, 0);
