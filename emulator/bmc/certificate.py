@@ -46,7 +46,9 @@ def make_certificate(folder: Path, common_name: str, address: str) -> Certificat
     return Certificate(path, key_path, certificate.fingerprint(hashes.SHA256()).hex())
 
 
-def _builder(common_name: str, address: str, key: ec.EllipticCurvePrivateKey) -> x509.CertificateBuilder:
+def _builder(
+    common_name: str, address: str, key: ec.EllipticCurvePrivateKey
+) -> x509.CertificateBuilder:
     name = x509.Name([
         x509.NameAttribute(NameOID.ORGANIZATION_NAME, "Tavrin"),
         x509.NameAttribute(NameOID.COMMON_NAME, common_name),

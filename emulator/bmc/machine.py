@@ -10,7 +10,7 @@ import datetime
 import random
 import uuid
 from dataclasses import dataclass
-from typing import Any, Iterator
+from typing import Any, Iterable, Iterator
 
 MODEL = "TX-2200"
 FIXED_TIME = datetime.datetime(2024, 3, 1, 12, 0, 0, tzinfo=datetime.timezone.utc)
@@ -49,7 +49,8 @@ class Machine:
         self.mac = ":".join(["02"] + [f"{self.random.randrange(256):02x}" for _ in range(5)])
         self.processors = [self._processor(n) for n in range(2)]
         self.memory = [self._dimm(n) for n in range(1, 9)]
-        self.temperatures = self._sensors(("Inlet", "CPU 1", "CPU 2", "DIMM 1-4", "DIMM 5-8", "Exhaust"), 24, 68)
+        places = ("Inlet", "CPU 1", "CPU 2", "DIMM 1-4", "DIMM 5-8", "Exhaust")
+        self.temperatures = self._sensors(places, 24, 68)
         self.fans = self._sensors([f"Fan {n}" for n in range(1, 7)], 3200, 7400)
         self.watts = self.random.randrange(180, 420)
         self.events = self._events(240)
@@ -73,7 +74,7 @@ class Machine:
             "SerialNumber": f"{self.random.getrandbits(32):08X}",
         }
 
-    def _sensors(self, names: Any, low: int, high: int) -> list[dict[str, Any]]:
+    def _sensors(self, names: Iterable[str], low: int, high: int) -> list[dict[str, Any]]:
         return [{"Name": name, "Reading": self.random.randrange(low, high)} for name in names]
 
     def _events(self, count: int) -> list[Event]:

@@ -14,6 +14,7 @@ from urllib.parse import urlsplit
 
 SCHEMES = ("sftp", "tftp", "https")
 _SECONDS = 900
+_ESCAPES = {"\\": "\\\\", '"': '\\"', "\n": "\\n", "\r": "\\r", "\t": "\\t", "\v": "\\v"}
 _RUNNING: set[asyncio.subprocess.Process] = set()
 
 
@@ -75,9 +76,7 @@ def configuration(file: Path, uri: str, user: str, password: str) -> str:
 
 def quoted(text: str) -> str:
     """A value that stays one value: a line break in a password is no new option."""
-    for plain, escaped in (("\\", "\\\\"), ('"', '\\"'), ("\n", "\\n"), ("\r", "\\r"), ("\t", "\\t"), ("\v", "\\v")):
-        text = text.replace(plain, escaped)
-    return f'"{text}"'
+    return '"' + "".join(_ESCAPES.get(c, c) for c in text) + '"'
 
 
 def _environment() -> dict[str, str]:

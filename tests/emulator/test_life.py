@@ -5,7 +5,6 @@ from __future__ import annotations
 
 import hashlib
 import ipaddress
-import json
 import signal
 import socket
 import ssl
@@ -17,7 +16,7 @@ import pytest
 from cryptography import x509
 from cryptography.hazmat.primitives.asymmetric import ec
 
-from conftest import EXPORT, FULL_EXPORT, PROGRAM, ROOT, TASKS, Bmc, Starter, clean_environment
+from conftest import EXPORT, FULL_EXPORT, PROGRAM, ROOT, Bmc, Starter, clean_environment
 
 
 def test_the_ready_line_tells_everything(bmc: Bmc) -> None:

@@ -7,7 +7,6 @@ import asyncio
 import base64
 import http.server
 import socket
-import ssl
 import subprocess
 import sys
 import threading

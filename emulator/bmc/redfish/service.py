@@ -243,7 +243,7 @@ def _reader(document: Document) -> dict[str, Handler]:
 
     def read(request: Request, _: Mapping[str, Any]) -> Reply:
         reply = _json_reply(document)
-        tag = f'"{hashlib.sha256(b"".join(bytes(c) for c in reply.body.chunks())).hexdigest()[:32]}"'
+        tag = _tag(document)
         if tag in (request.header("If-None-Match") or ""):
             return Reply(304, {"ETag": tag})
         reply.headers["ETag"] = tag
@@ -252,9 +252,18 @@ def _reader(document: Document) -> dict[str, Handler]:
     return {"GET": read}
 
 
-def _json_reply(document: Document, status: int = 200, headers: Mapping[str, str] | None = None) -> Reply:
-    body = BytesBody(json.dumps(document, separators=(",", ":")).encode())
-    return Reply(status, {"Content-Type": _JSON, **(headers or {})}, body)
+def _json_reply(
+    document: Document, status: int = 200, headers: Mapping[str, str] | None = None
+) -> Reply:
+    return Reply(status, {"Content-Type": _JSON, **(headers or {})}, BytesBody(_json(document)))
+
+
+def _json(document: Document) -> bytes:
+    return json.dumps(document, separators=(",", ":")).encode()
+
+
+def _tag(document: Document) -> str:
+    return f'"{hashlib.sha256(_json(document)).hexdigest()[:32]}"'
 
 
 def _xml_reply(text: str) -> Reply:

@@ -21,7 +21,9 @@ FIRMWARE = "4.20.1183"
 
 _OK = {"State": "Enabled", "Health": "OK"}
 _PRIVILEGES = {
-    "Administrator": ("Login", "ConfigureManager", "ConfigureUsers", "ConfigureSelf", "ConfigureComponents"),
+    "Administrator": (
+        "Login", "ConfigureManager", "ConfigureUsers", "ConfigureSelf", "ConfigureComponents",
+    ),
     "Operator": ("Login", "ConfigureSelf", "ConfigureComponents"),
     "ReadOnly": ("Login", "ConfigureSelf"),
 }
@@ -149,7 +151,9 @@ class Tree:
         )
         yield resource(
             top + "/1/Thermal", "Thermal", "1_7_1", "Thermal",
-            Temperatures=self._readings(top + "/1/Thermal#/Temperatures", machine.temperatures, "ReadingCelsius"),
+            Temperatures=self._readings(
+                top + "/1/Thermal#/Temperatures", machine.temperatures, "ReadingCelsius"
+            ),
             Fans=[
                 {**fan, "ReadingUnits": "RPM"}
                 for fan in self._readings(top + "/1/Thermal#/Fans", machine.fans, "Reading")
@@ -188,7 +192,12 @@ class Tree:
                 "ManagerForServers": [link(ROOT + "/Systems/1")],
                 "ManagerForChassis": [link(ROOT + "/Chassis/1")],
             },
-            Oem={"Tavrin": {"@odata.type": "#TavrinManager.v1_0_0.Tavrin", "ServiceData": link(SERVICE_DATA)}},
+            Oem={
+                "Tavrin": {
+                    "@odata.type": "#TavrinManager.v1_0_0.Tavrin",
+                    "ServiceData": link(SERVICE_DATA),
+                }
+            },
         )
         yield self._service_data()
         yield resource(
@@ -236,7 +245,8 @@ class Tree:
             )
             for event in self._machine.events[-40:]
         ]
-        yield {**collection(path, "LogEntry", "Event Log Entries", [e["Id"] for e in entries]), "Members": entries}
+        listed = collection(path, "LogEntry", "Event Log Entries", [e["Id"] for e in entries])
+        yield {**listed, "Members": entries}
         yield from entries
 
     def _services(self) -> Iterable[Document]:
