@@ -11,6 +11,7 @@
 #include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/read.hpp>
 #include <boost/beast/http/string_body.hpp>
+#include <boost/none.hpp>
 #include <optional>
 
 #include "Text.h"
@@ -95,7 +96,7 @@ struct HttpConnection::Impl {
         for (int i = 0; i < kMaxInterimAnswers; ++i) {
             parser.emplace();
             parser->header_limit(kMaxHeader);
-            parser->body_limit(kMaxBody);
+            parser->body_limit(boost::none);  // a refusal's length does not matter: see ReadBody
             http::read_header(source, buffer, *parser, error);
             ThrowIf(error);
             if (parser->get().result_int() / 100 != 1) return;
@@ -103,15 +104,19 @@ struct HttpConnection::Impl {
         ThrowMalformed("Malformed HTTP response: too many interim answers");
     }
 
-    // Whether the connection can go on afterwards.
+    // Whether the connection can go on afterwards. Of a refusal the status is worth more than its
+    // body, which may be missing.
     bool ReadBody(Parser& parser) {
         const bool good = parser.get().result_int() == 200;
-        if (!good && !parser.chunked() && !parser.content_length()) {
-            return parser.get().keep_alive();
-        }
+        const bool noLength = !parser.chunked() && !parser.content_length();
+        if (!good && noLength) return parser.get().keep_alive();
         error_code error;
-        http::read(source, buffer, parser, error);
-        // Of a refusal the status is worth more than its body.
+        if (parser.content_length().value_or(0) > kMaxBody) {
+            error = http::error::body_limit;
+        } else {
+            parser.body_limit(kMaxBody);
+            http::read(source, buffer, parser, error);
+        }
         if (good || error == asio::error::timed_out) ThrowIf(error);
         return !error && !parser.need_eof() && parser.get().keep_alive();
     }

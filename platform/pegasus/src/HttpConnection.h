@@ -14,7 +14,7 @@ namespace Pegasus::Internal {
 
 struct HttpAnswer {
     unsigned status = 0;
-    std::string reason;
+    std::string reason;  // the status's usual one where the peer sends none
     // Header and trailer, in the order of arrival.
     std::vector<std::pair<std::string, std::string>> fields;
     std::string body;

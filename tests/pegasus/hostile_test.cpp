@@ -1,0 +1,282 @@
+// SPDX-License-Identifier: Apache-2.0
+// Servers that mean harm, or are broken: an exception in bounded time and memory, nothing worse.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <chrono>
+#include <thread>
+
+#include "support.h"
+
+using namespace Pegasus;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr char kClosed[] = "CIMClientMalformedHTTPException: Connection closed by CIM Server.";
+constexpr char kMalformed[] = "CIMClientMalformedHTTPException: Malformed HTTP response: ";
+
+// What one enumeration gives when the server answers with this and closes.
+std::string Outcome(const std::string& start, const std::function<void(Peer&)>& rest = nullptr) {
+    ScriptedServer server({[&](Peer& peer) {
+        peer.Request();
+        peer.Send(start);
+        if (rest) rest(peer);
+    }});
+    ConnectedClient client(server);
+    return Thrown([&] { client.Enumerate(); });
+}
+
+std::string OutcomeOfXml(const std::string& xml) {
+    ScriptedServer server({AnsweringXml(xml)});
+    ConnectedClient client(server);
+    return Thrown([&] { client.Enumerate(); });
+}
+
+std::string Repeated(const std::string& text, int times) {
+    std::string all;
+    for (int i = 0; i < times; ++i) all += text;
+    return all;
+}
+
+std::string Start(const std::string& text, std::size_t size) { return text.substr(0, size); }
+
+// A document with this where VALUE.NAMEDINSTANCE may stand.
+std::string WithinAnswer(const std::string& inside) { return EnumerationXml(inside); }
+
+TEST(PegasusHostile, CutAnswersAreLostConnections) {
+    const std::string whole =
+        "HTTP/1.1 200 OK\r\ncontent-length: 100\r\nCIMOperation: MethodResponse\r\n\r\n<?xml";
+    for (std::size_t size = 0; size <= whole.size(); size += 7) {
+        EXPECT_EQ(kClosed, Outcome(whole.substr(0, size))) << size;
+    }
+    EXPECT_EQ(kClosed, Outcome("HTTP/1.1 200 OK\r\ntransfer-encoding: chunked\r\n\r\nff\r\n<?xml"));
+    EXPECT_EQ(kClosed,
+              Outcome("HTTP/1.1 200 OK\r\ntransfer-encoding: chunked\r\n\r\n5\r\n<?xml\r\n0\r\n"));
+}
+
+TEST(PegasusHostile, AnAnswerThatArrivesByteByByteIsWholeAllTheSame) {
+    for (const bool chunked : {true, false}) {
+        ScriptedServer server({[&](Peer& peer) {
+            for (int i = 0; i < 2; ++i) {
+                const std::string request = peer.Request();
+                const std::string xml = EnumerationXml(kOneInstance);
+                peer.Trickle(chunked ? Chunked(request, xml, "CIMStatusCode: 0\r\n")
+                                     : WithLength(request, xml),
+                             0ms);
+            }
+        }});
+        ConnectedClient client(server);
+        EXPECT_EQ(1U, client.Enumerate().size());
+        EXPECT_EQ(1U, client.Enumerate().size());
+    }
+}
+
+TEST(PegasusHostile, AnEmptyChunkedBodyThatArrivesByteByByte) {
+    ScriptedServer server({[](Peer& peer) {
+        peer.Request();
+        peer.Trickle(
+            "HTTP/1.1 200 OK\r\ntransfer-encoding: chunked\r\n"
+            "CIMOperation: MethodResponse\r\n\r\n0\r\nCIMStatusCode: 1\r\n\r\n",
+            1ms);
+    }});
+    ConnectedClient client(server);
+    EXPECT_EQ(
+        "CIMClientXmlException: Validation error: on line 1: Expected <?xml ... ?> style "
+        "declaration",
+        Thrown([&] { client.Enumerate(); }));
+    ScriptedServer bare({[](Peer& peer) {
+        peer.Request();
+        peer.Trickle("HTTP/1.1 200 OK\r\ntransfer-encoding: chunked\r\n\r\n0\r\n\r\n", 1ms);
+    }});
+    ConnectedClient other(bare);
+    EXPECT_EQ("CIMClientMalformedHTTPException: Missing CIMOperation HTTP header",
+              Thrown([&] { other.Enumerate(); }));
+}
+
+TEST(PegasusHostile, WhatIsNotHttpIsMalformed) {
+    const std::string chunked = "HTTP/1.1 200 OK\r\ntransfer-encoding: chunked\r\n\r\n";
+    for (const std::string& answer :
+         {std::string("hello\r\n\r\n"), std::string("SSH-2.0-x\r\n\r\n"),
+          std::string("HTTP/1.1 two\r\n\r\n"), std::string("HTTP/1.1 200 OK\r\nno colon\r\n\r\n"),
+          std::string("HTTP/1.1 200 OK\r\ncontent-length: -5\r\n\r\n"),
+          std::string("HTTP/1.1 200 OK\r\ncontent-length: 99999999999999999999999\r\n\r\n"),
+          std::string("HTTP/1.1 200 OK\r\ncontent-length: 1\r\ncontent-length: 2\r\n\r\n"),
+          chunked + "zz\r\n", chunked + "ffffffffffffffffff\r\n", chunked + "5\r\nabcdefgh\r\n",
+          chunked + "0\r\nno colon\r\n\r\n"}) {
+        EXPECT_EQ(kMalformed, Start(Outcome(answer), sizeof kMalformed - 1)) << answer;
+    }
+    EXPECT_EQ(kMalformed + std::string("too many interim answers"),
+              Outcome(Repeated("HTTP/1.1 100 Continue\r\n\r\n", 100)));
+}
+
+TEST(PegasusHostile, AContentLengthBeyondTheBodyIsALostConnectionOrATimeout) {
+    const std::string short_ =
+        "HTTP/1.1 200 OK\r\ncontent-length: 400\r\n\r\n" + EnumerationXml("");
+    EXPECT_EQ(kClosed, Outcome(short_));
+    ScriptedServer server({[&](Peer& peer) {
+        peer.Request();
+        peer.Send(short_);
+        peer.ClientCloses();
+    }});
+    ConnectedClient client(server);
+    client->setTimeout(100);
+    EXPECT_EQ("ConnectionTimeoutException: connection timed out",
+              Thrown([&] { client.Enumerate(); }));
+}
+
+TEST(PegasusHostile, AContentLengthBelowTheBodyIsACutDocumentAndTheRestIsNotTheNextAnswer) {
+    ScriptedServer server({[](Peer& peer) {
+                               const std::string request = peer.Request();
+                               std::string answer =
+                                   WithLength(request, EnumerationXml(kOneInstance));
+                               const std::size_t at = answer.find("content-length: ") + 16;
+                               answer.replace(at, 3, "100");
+                               peer.Send(answer);
+                               peer.ClientCloses();
+                           },
+                           AnsweringXml(EnumerationXml(kOneInstance))});
+    ConnectedClient client(server);
+    EXPECT_EQ("CIMClientXmlException: ", Start(Thrown([&] { client.Enumerate(); }), 23));
+    EXPECT_EQ(1U, client.Enumerate().size());
+    EXPECT_EQ(2U, server.Connections());
+}
+
+TEST(PegasusHostile, ARefusalWithABodyThatNeverComesIsStillTheRefusalWhenTheServerCloses) {
+    EXPECT_EQ("CIMClientHTTPErrorException: HTTP Error (503 Busy).",
+              Outcome("HTTP/1.1 503 Busy\r\ncontent-length: 1000\r\n\r\nshort"));
+    EXPECT_EQ("CIMClientHTTPErrorException: HTTP Error (503 Busy).",
+              Outcome("HTTP/1.1 503 Busy\r\ncontent-length: 99999999\r\n\r\n"));
+}
+
+TEST(PegasusHostile, BodiesHeadersAndTrailersHaveAnEnd) {
+    const std::string chunk = "100000\r\n" + std::string(0x100000, ' ') + "\r\n";
+    const auto forever = [](const std::string& piece) {
+        return [piece](Peer& peer) {
+            const auto until = std::chrono::steady_clock::now() + 2s;
+            while (std::chrono::steady_clock::now() < until && !peer.ClientCloses(0ms)) {
+                peer.Send(piece);
+            }
+        };
+    };
+    const std::string chunked = "HTTP/1.1 200 OK\r\ntransfer-encoding: chunked\r\n\r\n";
+    struct Row {
+        std::string start;
+        std::string piece;
+        const char* why;
+    };
+    const Row rows[] = {
+        {chunked, chunk, "chunks without end"},
+        {"HTTP/1.1 200 OK\r\n\r\n", std::string(0x100000, ' '), "a body without end"},
+        {"HTTP/1.1 200 OK\r\ncontent-length: 1000000000000\r\n\r\n", "", "a body of a terabyte"},
+        {"HTTP/1.1 200 OK\r\n", "X: " + std::string(1000, 'x') + "\r\n", "headers without end"},
+        {"HTTP/1.1 200 OK\r\nX: ", std::string(1000, 'x'), "a header without end"},
+        {chunked + "0\r\n", "X: " + std::string(1000, 'x') + "\r\n", "trailers without end"},
+        {chunked + "5;", std::string(1000, 'x'), "a chunk's extension without end"},
+    };
+    for (const Row& row : rows) {
+        const auto start = std::chrono::steady_clock::now();
+        const std::string outcome =
+            Outcome(row.start, row.piece.empty() ? nullptr : std::function(forever(row.piece)));
+        EXPECT_EQ(kMalformed, Start(outcome, sizeof kMalformed - 1)) << row.why << ": " << outcome;
+        EXPECT_LT(std::chrono::steady_clock::now() - start, 5s) << row.why;
+    }
+}
+
+TEST(PegasusHostile, ABodyThatNeverEndsDoesNotOutliveTheTimeout) {
+    ScriptedServer server({[](Peer& peer) {
+        peer.Request();
+        peer.Send("HTTP/1.1 200 OK\r\ntransfer-encoding: chunked\r\n\r\n");
+        const auto until = std::chrono::steady_clock::now() + 5s;
+        while (std::chrono::steady_clock::now() < until && !peer.ClientCloses(0ms)) {
+            peer.Send("1\r\n \r\n");
+        }
+    }});
+    ConnectedClient client(server);
+    client->setTimeout(200);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ("ConnectionTimeoutException: connection timed out",
+              Thrown([&] { client.Enumerate(); }));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
+}
+
+// Runs it on a thread with a small stack: whoever recurses with the document's depth dies.
+std::string OnASmallStack(const std::function<std::string()>& action) {
+    struct Call {
+        const std::function<std::string()>& action;
+        std::string result;
+    } call{action, ""};
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, 512 * 1024);
+    pthread_t thread{};
+    const auto body = [](void* data) -> void* {
+        auto* it = static_cast<Call*>(data);
+        it->result = it->action();
+        return nullptr;
+    };
+    EXPECT_EQ(0, pthread_create(&thread, &attributes, body, &call));
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+    return call.result;
+}
+
+TEST(PegasusHostile, AHundredThousandNestedLevelsNeedNoStack) {
+    const int levels = 100000;
+    const std::string rows[] = {
+        WithinAnswer(Repeated("<A>", levels) + Repeated("</A>", levels)),
+        WithinAnswer(Repeated("<A>", levels)),
+        "<?xml version=\"1.0\"?>" + Repeated("<CIM>", levels),
+        WithinAnswer(
+            "<VALUE.NAMEDINSTANCE>" +
+            Repeated("<INSTANCENAME CLASSNAME=\"A\"><KEYBINDING NAME=\"k\"><VALUE.REFERENCE>",
+                     levels) +
+            Repeated("</VALUE.REFERENCE></KEYBINDING></INSTANCENAME>", levels) +
+            "</VALUE.NAMEDINSTANCE>"),
+    };
+    for (const std::string& xml : rows) {
+        const std::string outcome = OnASmallStack([&] { return OutcomeOfXml(xml); });
+        EXPECT_EQ("CIMClientXmlException: ", Start(outcome, 23)) << outcome;
+    }
+}
+
+TEST(PegasusHostile, NestedReferencesDoNotGrowWithoutEnd) {
+    // Each level would double the quotation marks of the one below.
+    std::string xml = "<INSTANCENAME CLASSNAME=\"A\"><KEYBINDING NAME=\"k\"><KEYVALUE>" +
+                      std::string(500000, '"') + "</KEYVALUE></KEYBINDING></INSTANCENAME>";
+    for (int i = 0; i < 15; ++i) {
+        xml = "<INSTANCENAME CLASSNAME=\"A\"><KEYBINDING NAME=\"k\"><VALUE.REFERENCE>" + xml +
+              "</VALUE.REFERENCE></KEYBINDING></INSTANCENAME>";
+    }
+    const std::string outcome =
+        OutcomeOfXml(WithinAnswer("<VALUE.NAMEDINSTANCE>" + xml + "</VALUE.NAMEDINSTANCE>"));
+    EXPECT_EQ("CIMClientXmlException: ", Start(outcome, 23)) << outcome;
+}
+
+TEST(PegasusHostile, EntitiesAreNeitherExpandedNorFetched) {
+    std::string bomb = "<?xml version=\"1.0\"?><!DOCTYPE CIM [<!ENTITY a \"aaaaaaaaaa\">";
+    for (char c = 'b'; c <= 'j'; ++c) {
+        const std::string before = "&" + std::string(1, static_cast<char>(c - 1)) + ";";
+        bomb += "<!ENTITY " + std::string(1, c) + " \"" + Repeated(before, 10) + "\">";
+    }
+    bomb += "<!ENTITY file SYSTEM \"file:///etc/passwd\">]>";
+    for (const char* entity : {"&j;", "&file;"}) {
+        std::string xml = WithinAnswer(
+            "<VALUE.NAMEDINSTANCE><INSTANCENAME CLASSNAME=\"A\"/><INSTANCE CLASSNAME=\"A\">"
+            "<PROPERTY NAME=\"P\" TYPE=\"string\"><VALUE>" +
+            std::string(entity) + "</VALUE></PROPERTY></INSTANCE></VALUE.NAMEDINSTANCE>");
+        xml.replace(0, xml.find("<CIM"), bomb);
+        EXPECT_EQ("CIMClientXmlException: Validation error: on line 4: Unknown entity reference",
+                  OutcomeOfXml(xml));
+    }
+}
+
+TEST(PegasusHostile, TextsOfAServerThatAreNoUtf8StillMakeAMessage) {
+    EXPECT_EQ("CIMClientHTTPErrorException: HTTP Error (503 caf\xC3\xA9).",
+              Outcome("HTTP/1.1 503 caf\xE9\r\n\r\n"));
+    EXPECT_EQ("CIMClientMalformedHTTPException: Bad Content-Type HTTP header; \xC3\xA9",
+              Outcome("HTTP/1.1 200 OK\r\nCIMOperation: MethodResponse\r\nContent-Type: \xE9\r\n"
+                      "content-length: 0\r\n\r\n"));
+}
+
+}  // namespace

@@ -1,0 +1,177 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+
+#include "support.h"
+
+using namespace Pegasus;
+using namespace std::chrono_literals;
+
+namespace {
+
+ScriptedServer::Scene Secured(const std::shared_ptr<SSL_CTX>& context,
+                              ScriptedServer::Scene scene) {
+    return [context, scene = std::move(scene)](Peer& peer) {
+        if (peer.StartTls(context.get())) scene(peer);
+    };
+}
+
+void Connect(CIMClient& client, const ScriptedServer& server,
+             const SSLContext& tls = SSLContext("", nullptr, "")) {
+    client.setTimeout(2000);
+    client.connect("127.0.0.1", server.Port(), tls, "user", "password");
+}
+
+std::string CannotConnect(const ScriptedServer& server) {
+    return "CannotConnectException: Cannot connect to 127.0.0.1:" + std::to_string(server.Port()) +
+           ". Connection failed.";
+}
+
+// A PEM file that goes away with the object.
+class PemFile {
+public:
+    explicit PemFile(SSL_CTX* context) {
+        const int descriptor = ::mkstemp(m_name);
+        ::close(descriptor);
+        std::ofstream(m_name) << CertificateOf(context);
+    }
+    ~PemFile() { std::remove(m_name); }
+    PemFile(const PemFile&) = delete;
+    PemFile& operator=(const PemFile&) = delete;
+
+    const char* Name() const { return m_name; }
+
+private:
+    char m_name[40] = "/tmp/pegasus_test_XXXXXX";
+};
+
+TEST(PegasusSSLContext, WithoutStoreAndCallbackNothingIsVerified) {
+    EXPECT_FALSE(SSLContext("", nullptr, "").isPeerVerificationEnabled());
+    EXPECT_TRUE(SSLContext("/no/such/file", nullptr).isPeerVerificationEnabled());
+    EXPECT_STREQ("/no/such/file",
+                 SSLContext("/no/such/file", nullptr).getTrustStore().getCString());
+}
+
+TEST(PegasusTls, ExpiredAndForeignCertificatesAreAcceptedWithoutATrustStore) {
+    for (const long valid : {3600L, -60L}) {
+        const auto context = SelfSigned("another.example", valid);
+        std::string version;
+        std::string name = "unset";
+        ScriptedServer server({Secured(context, [&](Peer& peer) {
+            version = peer.TlsVersion();
+            name = peer.TlsServerName();
+            AnsweringXml(EnumerationXml(kOneInstance))(peer);
+        })});
+        CIMClient client;
+        Connect(client, server);
+
+        EXPECT_EQ(1U, client.enumerateInstances("root/cimv2", "ZOR_X").size());
+        EXPECT_EQ(1U, client.enumerateInstances("root/cimv2", "ZOR_X").size());
+        client.disconnect();
+        EXPECT_EQ(1U, server.Connections());
+        EXPECT_EQ("TLSv1.2", version);  // though the server offers 1.3
+        EXPECT_EQ("", name);            // no server name is sent
+    }
+}
+
+TEST(PegasusTls, WithATrustStoreOnlyItsCertificatesAreAccepted) {
+    const auto trusted = SelfSigned("trusted.example");
+    const auto other = SelfSigned("other.example");
+    const PemFile store(trusted.get());
+    const auto serve = Secured(trusted, AnsweringXml(EnumerationXml(kOneInstance)));
+    ScriptedServer good({serve});
+    ScriptedServer bad({Secured(other, [](Peer&) {})});
+    CIMClient client;
+    CIMClient refused;
+
+    Connect(client, good, SSLContext(store.Name(), nullptr));
+    EXPECT_EQ(1U, client.enumerateInstances("root/cimv2", "ZOR_X").size());
+    EXPECT_EQ(CannotConnect(bad),
+              Thrown([&] { Connect(refused, bad, SSLContext(store.Name(), nullptr)); }));
+}
+
+TEST(PegasusTls, AMissingTrustStoreTrustsNobody) {
+    const auto context = SelfSigned("some.example");
+    ScriptedServer server({Secured(context, [](Peer&) {})});
+    CIMClient client;
+    EXPECT_EQ(CannotConnect(server),
+              Thrown([&] { Connect(client, server, SSLContext("/no/such/file", nullptr)); }));
+}
+
+Boolean AcceptSome(SSLCertificateInfo& info) {
+    return info.getSubjectName().find("accepted") != PEG_NOT_FOUND && info.getErrorCode() != 0 &&
+           info.getErrorDepth() == 0;
+}
+
+TEST(PegasusTls, TheCallbackHasTheLastWord) {
+    const auto accepted = SelfSigned("accepted.example");
+    const auto refused = SelfSigned("other.example");
+    ScriptedServer good({Secured(accepted, AnsweringXml(EnumerationXml(kOneInstance)))});
+    ScriptedServer bad({Secured(refused, [](Peer&) {})});
+    CIMClient client;
+    CIMClient other;
+
+    Connect(client, good, SSLContext("", AcceptSome));
+    EXPECT_EQ(1U, client.enumerateInstances("root/cimv2", "ZOR_X").size());
+    EXPECT_EQ(CannotConnect(bad), Thrown([&] { Connect(other, bad, SSLContext("", AcceptSome)); }));
+}
+
+TEST(PegasusTls, APeerThatSpeaksPlainOrClosesCannotBeConnectedTo) {
+    ScriptedServer plain({[](Peer& peer) {
+        peer.Send("HTTP/1.1 400 Bad Request\r\n\r\n");
+        peer.ClientCloses();
+    }});
+    ScriptedServer closing({[](Peer&) {}});
+    CIMClient client;
+    EXPECT_EQ(CannotConnect(plain), Thrown([&] { Connect(client, plain); }));
+    EXPECT_EQ(CannotConnect(closing), Thrown([&] { Connect(client, closing); }));
+    EXPECT_EQ("NotConnectedException: not connected",
+              Thrown([&] { client.enumerateInstances("root/cimv2", "ZOR_X"); }));
+}
+
+TEST(PegasusTls, ASilentPeerCostsTheTimeout) {
+    ScriptedServer server({[](Peer& peer) {
+        peer.Request();  // the hello, until the client gives up
+    }});
+    CIMClient client;
+    client.setTimeout(200);
+    const auto start = std::chrono::steady_clock::now();
+
+    EXPECT_EQ(CannotConnect(server), Thrown([&] {
+                  client.connect("127.0.0.1", server.Port(), SSLContext("", nullptr), "", "");
+              }));
+
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(took, 200ms);
+    EXPECT_LT(took, 2s);
+}
+
+TEST(PegasusTls, APlainClientOnATlsPortLosesTheConnection) {
+    const auto context = SelfSigned("some.example");
+    ScriptedServer server({Secured(context, [](Peer&) {})});
+    ConnectedClient client(server);
+    EXPECT_EQ("CIMClientMalformedHTTPException: Connection closed by CIM Server.",
+              Thrown([&] { client.Enumerate(); }));
+}
+
+TEST(PegasusTls, AnIdleConnectionThatTheServerClosedIsRenewed) {
+    const auto context = SelfSigned("some.example");
+    const auto once = Secured(context, [](Peer& peer) {
+        const std::string request = peer.Request();
+        peer.Send(Chunked(request, EnumerationXml(kOneInstance)));
+    });
+    ScriptedServer server({once, once});
+    CIMClient client;
+    Connect(client, server);
+
+    EXPECT_EQ(1U, client.enumerateInstances("root/cimv2", "ZOR_X").size());
+    std::this_thread::sleep_for(100ms);  // the server's goodbye arrives
+    EXPECT_EQ(1U, client.enumerateInstances("root/cimv2", "ZOR_X").size());
+    EXPECT_EQ(2U, server.Connections());
+}
+
+}  // namespace
