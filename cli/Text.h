@@ -8,9 +8,8 @@
 
 namespace Kemffdc {
 
-// A text that came from a BMC, fit for a terminal, a log and JSON: secrets masked, control bytes and
-// bytes that are no UTF-8 written out, line ends turned into blanks, at most `limit`
-// bytes.
+// A text that came from a BMC, fit for a terminal, a log and JSON: secrets masked, control bytes
+// and bytes that are no UTF-8 written out, line ends turned into blanks, at most `limit` bytes.
 std::string Clean(const std::string& text, std::size_t limit = 300);
 
 // `text` as valid UTF-8: every byte that is not part of a well-formed character becomes U+FFFD.

@@ -13,8 +13,8 @@ namespace Varnex {
 // KEMFfdc::DownloadFFDC. When any is set, all three are sent to the BMC; a non-empty URI is then
 // reported as the archive's place once the task has completed.
 struct KEMFfdcUploadingUri {
-    std::string filestore_uri_;       // whole URI (RFC 3986) of the target: sftp://... or tftp://...
-    std::string filestore_user_;      // account on the file store
+    std::string filestore_uri_;   // whole URI (RFC 3986) of the target: sftp://... or tftp://...
+    std::string filestore_user_;  // account on the file store
     std::string filestore_password_;  // its password; never logged
 };
 
