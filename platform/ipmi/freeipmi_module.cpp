@@ -37,7 +37,7 @@ struct varnex_ipmi_session {
 namespace {
 
 void Explain(varnex_ipmi_error* error, const char* text) {
-    std::snprintf(error->text, sizeof error->text, "%s", text);
+    (void)std::snprintf(error->text, sizeof error->text, "%s", text);
 }
 
 // libgcrypt underneath has to be set up once, before a second thread uses it.

@@ -10,6 +10,8 @@
 // C, so that neither side has to know the other's C++ library. The module logs nothing, keeps
 // nothing that two sessions share, and lets no exception out.
 
+// NOLINTBEGIN
+
 #include <stddef.h>
 #include <stdint.h>
 
@@ -81,5 +83,7 @@ __attribute__((visibility("default"))) const struct varnex_ipmi_module* varnex_i
 #ifdef __cplusplus
 }
 #endif
+
+// NOLINTEND
 
 #endif

@@ -29,7 +29,7 @@ constexpr char kLogSource[] = "platform/src/UsbLanCfg";
 
 enum : int { kFound = 0, kNoTable = 1, kNoneDescribed = 2, kNoInterface = 3 };
 
-constexpr std::size_t kLargestTable = 1024 * 1024;  // bytes; real ones have some kilobytes
+constexpr std::size_t kLargestTable = 1 << 20;  // bytes; real ones have some kilobytes
 constexpr std::size_t kLargestAttribute = 4096;
 
 std::string Place(const char* variable, const char* usual) {
@@ -75,15 +75,15 @@ std::vector<std::string> Interfaces(const std::string& root) {
 
 std::string Hexadecimal(std::uint16_t number) {
     char text[8];
-    std::snprintf(text, sizeof text, "%04x", unsigned{number});
+    (void)std::snprintf(text, sizeof text, "%04x", unsigned{number});
     return text;
 }
 
 std::string MacText(const std::array<std::uint8_t, 6>& mac) {
     char text[18];
-    std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", unsigned{mac[0]},
-                  unsigned{mac[1]}, unsigned{mac[2]}, unsigned{mac[3]}, unsigned{mac[4]},
-                  unsigned{mac[5]});
+    (void)std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", unsigned{mac[0]},
+                        unsigned{mac[1]}, unsigned{mac[2]}, unsigned{mac[3]}, unsigned{mac[4]},
+                        unsigned{mac[5]});
     return text;
 }
 
@@ -99,12 +99,16 @@ bool IsDevice(const std::string& interface, const UsbHostInterface& wanted) {
            Attribute(device + "idProduct") == Hexadecimal(wanted.product);
 }
 
+std::string Below(const std::string& folder, const std::string& name) {
+    return folder + "/" + name;
+}
+
 // The address decides; firmware that tells a wrong one is seen, so the device is the second try.
 std::string FindInterface(const std::string& root, const UsbHostInterface& wanted) {
     const std::vector<std::string> names = Interfaces(root);
     for (const auto matches : {HasMac, IsDevice}) {
         for (const std::string& name : names) {
-            if (matches(root + "/" + name, wanted)) return name;
+            if (matches(Below(root, name), wanted)) return name;
         }
     }
     return {};
@@ -144,7 +148,7 @@ std::optional<UsbLanNode> FindNode(const std::string& root, const UsbHostInterfa
         return std::nullopt;
     }
     if (IsLinkLocal(node.address)) node.address += "%" + node.interface;
-    if (Attribute(root + "/" + node.interface + "/operstate") == "down") {
+    if (Attribute(Below(root, node.interface) + "/operstate") == "down") {
         Log(2, kLogSource, __LINE__).Stream()
             << "The USB network interface " << node.interface << " to the BMC at " << node.address
             << " is down";

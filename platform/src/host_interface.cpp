@@ -37,7 +37,7 @@ public:
         return static_cast<std::uint16_t>(At(offset) | At(offset + 1) << 8);
     }
     Bytes Piece(std::size_t offset, std::size_t size) const {
-        return Holds(offset, size) ? Bytes(m_data + offset, size) : Bytes(nullptr, 0);
+        return Holds(offset, size) ? Bytes(m_data + offset, size) : Bytes(m_data, 0);
     }
     const std::uint8_t* Data() const { return m_data; }
 
@@ -90,7 +90,7 @@ std::string FindAddress(const Bytes& structure, std::size_t at) {
     for (std::uint8_t n = 0; n < count && structure.Holds(at, 2); ++n) {
         const Bytes record = structure.Piece(at + 2, structure.At(at + 1));
         if (structure.At(at) == kRedfishOverIp) {
-            const std::string address = ServiceAddress(record);
+            std::string address = ServiceAddress(record);
             if (!address.empty()) return address;
         }
         at += 2u + structure.At(at + 1);
