@@ -15,7 +15,7 @@ from conftest import Bmc, trusting_everybody
 
 RECORDINGS = Path(__file__).resolve().parents[1] / "pegasus" / "wire"
 OWN_RECORDINGS = Path(__file__).resolve().parent / "wire"
-SECONDS = 20.0
+SECONDS = 30.0
 
 SERVICE_KEYS = {
     "CreationClassName": "ZOR_FFDCService",

@@ -154,6 +154,13 @@ def test_a_store_that_is_not_there_returns_failed(start: Starter) -> None:
     assert export(start(), f"sftp://127.0.0.1:{port}/x").returned() == ("uint32", "4")
 
 
+def test_a_store_that_stays_silent_returns_timeout(start: Starter) -> None:
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as silent:
+        silent.bind(("127.0.0.1", 0))
+        reply = export(start(), f"tftp://127.0.0.1:{silent.getsockname()[1]}/x", user="", password="")
+    assert reply.returned() == ("uint32", "3")
+
+
 @pytest.mark.parametrize("uri", ["https://127.0.0.1/x", "file:///etc/x", "", "sftp://", "ftp://h/x", "/tmp/x"])
 def test_a_uri_that_names_no_store_returns_invalid_parameter(start: Starter, uri: str) -> None:
     assert export(start(), uri).returned() == ("uint32", "5")

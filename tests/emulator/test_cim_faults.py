@@ -283,19 +283,37 @@ def test_a_server_that_hangs_keeps_serving_others(start: Starter, answer: dict, 
 # --- named scenarios and mistakes in scenarios ----------------------------------------------
 
 
-@pytest.mark.parametrize("file", sorted((EMULATOR / "scenarios").glob("*cim*.yaml")), ids=lambda f: f.name)
-def test_every_named_scenario_starts(start: Starter, file: Any) -> None:
-    bmc = start(file)
-    assert bmc.ready["cim"]["port"] > 0
-
-
-def test_the_older_machine_has_redfish_before_tasks_moved_and_cim(start: Starter) -> None:
+def test_the_older_machine_has_namespaces_per_node_and_old_redfish(start: Starter) -> None:
     bmc = start(EMULATOR / "scenarios" / "older-cim.yaml")
     headers = {"Authorization": bmc.basic()["Authorization"]}
 
     listed = exchange(bmc, enumeration(namespace="zor/kem2/cimv2", headers=headers)).instances()
     assert [one["DataCollectionType"] for one in listed] == ["1", "2", "3", "4"]
     assert bmc.get("/redfish/v1/").json()["RedfishVersion"] == "1.0.2"
+
+
+def test_the_named_faults_do_what_their_names_say(start: Starter) -> None:
+    def bmc(name: str) -> Bmc:
+        return start(EMULATOR / "scenarios" / f"cim-{name}.yaml")
+
+    def asked(which: Bmc, request: Any = enumeration) -> CimReply:
+        return exchange(which, request(headers={"Authorization": which.basic()["Authorization"]}))
+
+    def export(headers: dict) -> bytes:
+        return invocation([], headers)
+
+    wrong, unavailable = bmc("wrong-returns"), bmc("unavailable")
+    assert [asked(unavailable).status for _ in range(3)] == [503, 503, 200]
+    assert asked(bmc("denied"), export).error() == (2, "CIM_ERR_ACCESS_DENIED: ExportData")
+    assert asked(bmc("busy"), export).returned() == ("uint32", "6")
+    assert asked(bmc("disk-full"), export).error() == (1, "CIM_ERR_FAILED: disk full")
+    assert [asked(wrong, export).returned() for _ in range(2)] == [("uint16", "0"), ("uint32", None)]
+    assert asked(wrong, export).xml().find(".//RETURNVALUE") is None
+    assert asked(bmc("no-data")).instances() == []
+    assert len(asked(bmc("huge")).instances()[0]) > 10000
+    assert b"&e10;" in asked(bmc("entities")).body
+    assert b"It works!" in asked(bmc("not-xml")).body
+    assert exchange(bmc("nobody-asked"), ASK).status == 200
 
 
 @pytest.mark.parametrize("cim, complaint", [
