@@ -4,9 +4,11 @@
 #include <gmock/gmock.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <regex>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -69,9 +71,8 @@ TEST(ArchiveName, LongNamesKeepTheirEndAndStayWithinTwoHundredBytes) {
         ArchiveName(std::string(300, 'h'), Moment(), "/" + std::string(5000, 'n') + ".tar.gz");
     EXPECT_LE(name.size(), 200U);
     EXPECT_THAT(name, testing::EndsWith("n.tar.gz"));
-    EXPECT_TRUE(std::regex_match(
-        ArchiveName("-.-", Moment(), std::string(100, 'a') + "." + std::string(119, '-')),
-        std::regex("[A-Za-z0-9_+][A-Za-z0-9._+-]*")));
+    EXPECT_EQ(ArchiveName("-.-", Moment(), std::string(100, 'a') + "." + std::string(119, '-')),
+              "bmc_20261120-203705_ffdc");
 }
 
 class OutputFolderTest : public testing::Test {
