@@ -1,8 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <unistd.h>
+
 #include <stdexcept>
 #include <type_traits>
 
+#include "fakes/FakeCim.h"
+#include "fakes/FakeIpmi.h"
 #include "fakes/FakeMemory.h"
+#include "fakes/Journal.h"
 #include "unit/module/kvs/ffdc/RedfishTest.h"
 #include "varnex/KEMFfdc.h"
 
@@ -38,11 +43,39 @@ public:
     int count = 0;
 };
 
-class FacadeWithoutChannel : public RedfishTest {
+class FacadeForCim : public RedfishTest {
+protected:
+    FacadeForCim() {
+        conn.connection_case = 2;
+        uri.filestore_uri_ = "tftp://10.0.0.9/in";
+        ffdc = std::make_unique<KEMFfdc>(conn, uri, true);
+    }
+    fakes::FakeCim cim;
+    std::unique_ptr<KEMFfdc> ffdc;
+};
+
+class FacadeForIpmi : public RedfishTest {
+protected:
+    FacadeForIpmi() {
+        conn.connection_case = 1;
+        ffdc = std::make_unique<KEMFfdc>(conn, "/dev/null/", 2);
+    }
+    fakes::FakeIpmi bmc;
+    std::unique_ptr<KEMFfdc> ffdc;
+};
+
+// Built by each constructor while memory is short.
+class FacadeWithoutChannel : public RedfishTest, public testing::WithParamInterface<const char*> {
 protected:
     FacadeWithoutChannel() {
         const fakes::FakeMemory memory;
-        ffdc = std::make_unique<KEMFfdc>(conn, uri, Varnex::BMCLOG_MINI_LOG);
+        if (std::string(GetParam()) == "CIM") {
+            ffdc = std::make_unique<KEMFfdc>(conn, uri, true);
+        } else if (std::string(GetParam()) == "IPMI") {
+            ffdc = std::make_unique<KEMFfdc>(conn, "/out/", 2);
+        } else {
+            ffdc = std::make_unique<KEMFfdc>(conn, uri, Varnex::BMCLOG_MINI_LOG);
+        }
     }
     std::unique_ptr<KEMFfdc> ffdc;
 };
@@ -140,7 +173,144 @@ TEST_F(FacadeForRedfish, ExceptionWhileTheChannelIsConstructedPropagatesAndFrees
     EXPECT_THROW(KEMFfdc(conn, uri, Varnex::BMCLOG_MINI_LOG), std::runtime_error);
 }
 
-TEST_F(FacadeWithoutChannel, EveryOperationTakesTheNoneColumn) {
+TEST_F(FacadeForCim, ConstructorLogsItsLineBeforeTheChannelIsBuilt) {
+    EXPECT_THAT(log.Lines(), ElementsAre(Trace(kFacade, "Calling constructor of KEMFfdc"),
+                                         Trace("src/module/kvs/ffdc/ffdc_impl",
+                                               "Calling constructor of KEMFfdcImpl")));
+}
+
+TEST_F(FacadeForCim, ConnectLogsItsLineAndGetConnectStatusBypassesIt) {
+    log.Clear();
+
+    EXPECT_EQ(0, ffdc->Connect());
+    EXPECT_THAT(log.LinesOf(kFacade), ElementsAre(Trace("Calling impl_ptr_ Connect")));
+
+    EXPECT_EQ(0, ffdc->GetConnectStatus());
+    EXPECT_THAT(log.LinesOf(kFacade), ElementsAre(Trace("Calling impl_ptr_ Connect")));
+}
+
+TEST_F(
+    FacadeForCim,
+    AFacadeBuiltForTheCimChannelReturnsMinus1FromDownloadFFDCAndFalseFromIsFFDCLogExistAndIgnoresTheSetters) {
+    log.Clear();
+    CountingCallBack callBack;
+
+    EXPECT_EQ(-1, ffdc->DownloadFFDC("/a", "/local"));
+    std::string path = "untouched";
+    EXPECT_FALSE(ffdc->IsFFDCLogExist(path));
+    EXPECT_EQ("untouched", path);
+    ffdc->SetTrialCount(3);
+    ffdc->SetTrialInterval(3);
+    ffdc->SetLogCallBack(&callBack);
+    EXPECT_EQ("", ffdc->GetFFDCPath());
+
+    EXPECT_EQ(0, callBack.count);
+    EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
+TEST_F(FacadeForCim, OperationsAreForwarded) {
+    EXPECT_EQ(0, ffdc->ResetConn(conn));
+    cim.Enumerate({fakes::MakeInstance("ZOR_FFDCService", "S")});
+    cim.Enumerate({fakes::MakeInstance("ZOR_FFDCData", "1", "1")});
+    cim.Return(Pegasus::CIMValue(Pegasus::Uint32(5)));
+    EXPECT_EQ(5, ffdc->Apply());
+    ffdc->Disconnect();
+    EXPECT_EQ(1, ffdc->Apply());
+}
+
+TEST_F(FacadeForCim, DestructorLogsItsLineAndThenDestroysTheChannel) {
+    log.Clear();
+
+    ffdc.reset();
+
+    EXPECT_THAT(log.Lines(), ElementsAre(Trace(kFacade, "Calling destructor of KEMFfdc"),
+                                         Trace("src/module/kvs/ffdc/ffdc_impl",
+                                               "Calling destructor of KEMFfdcImpl")));
+}
+
+TEST_F(FacadeForIpmi, ConstructorLogsItsLineBeforeTheChannelIsBuilt) {
+    EXPECT_THAT(log.Lines()[0], Trace(kFacade, "Calling constructor of KEMFfdc for Ipmi channel"));
+    EXPECT_THAT(log.Lines()[1], Trace("src/module/kvs/ffdc/ffdcipmi_impl",
+                                      "Calling constructor of KEMFfdcIpmiImpl"));
+}
+
+TEST_F(FacadeForIpmi, GetConnectStatusOnAConnectedObjectMakesANewAttemptWithoutTheFacadesLines) {
+    log.Clear();
+    bmc.NextConnect(0);
+    bmc.NextConnect(1);
+
+    EXPECT_EQ(0, ffdc->Connect());
+    EXPECT_THAT(log.LinesOf(kFacade), ElementsAre(Trace("Calling implIpmi_ptr_ Connect"),
+                                                  Trace("After call implIpmi_ptr_ Connect")));
+    log.Clear();
+
+    EXPECT_EQ(1, ffdc->GetConnectStatus());
+    EXPECT_THAT(log.LinesOf(kFacade), IsEmpty());
+    EXPECT_THAT(fakes::Journal::Take(), ElementsAre("lan 10.0.0.5 admin secret 443 0", "connect",
+                                                    "lan 10.0.0.5 admin secret 443 0", "connect"));
+}
+
+TEST_F(
+    FacadeForIpmi,
+    AFacadeBuiltForTheIpmiChannelReturnsMinus1FromDownloadFFDCFalseFromIsFFDCLogExistAndIgnoresTheTwoTrialSetters) {
+    log.Clear();
+
+    EXPECT_EQ(-1, ffdc->DownloadFFDC("/a", "/local"));
+    std::string path = "untouched";
+    EXPECT_FALSE(ffdc->IsFFDCLogExist(path));
+    EXPECT_EQ("untouched", path);
+    ffdc->SetTrialCount(3);
+    ffdc->SetTrialInterval(3);
+
+    EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
+TEST_F(FacadeForIpmi, OperationsAreForwarded) {
+    EXPECT_EQ("", ffdc->GetFFDCPath());
+    EXPECT_EQ(0, ffdc->ResetConn(conn));
+    bmc.Answer(0x49, 0, {});
+    EXPECT_EQ(7, ffdc->Apply()) << "no folder below a device";
+    EXPECT_EQ("/dev/null/KEMFFDC", ffdc->GetFFDCPath().substr(0, 17));
+    ffdc->Disconnect();
+    EXPECT_EQ("disconnect", fakes::Journal::Take().back());
+}
+
+TEST_F(FacadeForIpmi, SetLogCallBackIsStoredByTheChannel) {
+    CountingCallBack callBack;
+    KEMFfdc other(conn, "/tmp/varnex-callback-", 2);
+    other.SetLogCallBack(&callBack);
+    bmc.Answer(0x49, 0, {});
+    bmc.Answer(0x4D, 0, {1});
+    bmc.Answer(0x79, 0xC1, {});
+    other.Connect();
+
+    EXPECT_EQ(1, other.Apply());
+
+    EXPECT_EQ(2, callBack.count);
+    EXPECT_EQ(0, rmdir(other.GetFFDCPath().c_str()));
+}
+
+TEST_F(FacadeForIpmi, DestructorLogsItsLineAndThenDestroysTheChannel) {
+    log.Clear();
+
+    ffdc.reset();
+
+    EXPECT_THAT(log.Lines(), ElementsAre(Trace(kFacade, "Calling destructor of KEMFfdc"),
+                                         Trace("src/module/kvs/ffdc/ffdcipmi_impl",
+                                               "Calling destructor of KEMFfdcIpmiImpl")));
+}
+
+TEST(Facade, ABareIntegerAfterAnUploadingUriMeansCim) {
+    fakes::FakeLog log;
+    const Varnex::VarnexConnection::ConnectionInfo conn;
+    const Varnex::KEMFfdcUploadingUri uri;
+
+    const KEMFfdc ffdc(conn, uri, 1);
+
+    EXPECT_EQ("Calling constructor of KEMFfdc", log.Lines()[0].text);
+}
+
+TEST_P(FacadeWithoutChannel, EveryOperationTakesTheNoneColumn) {
     log.Clear();
 
     EXPECT_EQ(-1, ffdc->Apply());
@@ -161,13 +331,15 @@ TEST_F(FacadeWithoutChannel, EveryOperationTakesTheNoneColumn) {
     EXPECT_EQ(0U, RequestCount());
 }
 
-TEST_F(FacadeWithoutChannel,
+TEST_P(FacadeWithoutChannel,
        DestroyingAnObjectWhoseChannelCouldNotBeBuiltLogsTheDestructorLineAndFreesNothing) {
-    EXPECT_THAT(log.Lines(),
-                ElementsAre(Trace(kFacade, "Calling constructor of KEMFfdc for redfish channel")));
+    EXPECT_THAT(log.Lines(), testing::SizeIs(1)) << "the constructor's line alone";
     log.Clear();
 
     ffdc.reset();
 
     EXPECT_THAT(log.Lines(), ElementsAre(Trace(kFacade, "Calling destructor of KEMFfdc")));
 }
+
+INSTANTIATE_TEST_SUITE_P(Of, FacadeWithoutChannel, testing::Values("CIM", "IPMI", "Redfish"),
+                         [](const auto& channel) { return std::string(channel.param); });
