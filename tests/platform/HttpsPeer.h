@@ -31,7 +31,7 @@ class HttpsPeer {
 public:
     explicit HttpsPeer(const std::vector<std::string>& options = {})
         : m_host(Option(options, "--bind", "127.0.0.1")), m_peer(Command(options)) {
-        m_port = ParseJson(m_peer.Line()).get<std::uint16_t>("port");
+        m_port = static_cast<std::uint16_t>(std::stoi(Member(ParseJson(m_peer.Line()), "port")));
     }
 
     std::uint16_t Port() const { return m_port; }

@@ -1,0 +1,44 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
+"""exports_test.py LIBRARY HEADERS: the library exports what the headers declare and nothing else.
+
+A symbol belongs to a header when its outermost class, or its name, stands there.
+"""
+
+import pathlib
+import re
+import subprocess
+import sys
+
+
+def exported(library):
+    lines = subprocess.run(['nm', '-DC', '--defined-only', library], check=True,
+                           capture_output=True, text=True).stdout.splitlines()
+    return [line.split(' ', 2)[2] for line in lines]
+
+
+def belongs(symbol, declared):
+    name = re.sub(r'^(typeinfo name for|typeinfo for|vtable for) ', '', symbol)
+    name = re.sub(r'\[abi:.*?\]|\(.*', '', name)
+    return all(part.lstrip('~') in declared for part in name.split('::'))
+
+
+def main():
+    library, headers = sys.argv[1], pathlib.Path(sys.argv[2])
+    text = '\n'.join(path.read_text() for path in sorted(headers.glob('*.h')))
+    code = re.sub(r'//.*', '', text)
+    declared = set(re.findall(r'\w+', code)) | {'operator='}
+    symbols = exported(library)
+    strangers = [symbol for symbol in symbols if not belongs(symbol, declared)]
+    for symbol in strangers:
+        print('exported, but in no header:', symbol)
+    missing = [name for name in ('Log::Log', 'Uri::Uri', 'file_client::download', 'Clock::Now',
+                                 'Ipmanip::is_ipv6', 'GetGlobalConfigValue', 'Varnex::AddLogSink',
+                                 'Varnex::AddTransferWatcher', 'Varnex::MaskedForDisplay')
+               if not any(symbol.startswith(name + '(') for symbol in symbols)]
+    for name in missing:
+        print('not exported:', name)
+    sys.exit(1 if strangers or missing else 0)
+
+
+main()
