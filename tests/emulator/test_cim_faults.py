@@ -3,6 +3,8 @@
 
 from __future__ import annotations
 
+import re
+import sys
 import time
 from typing import Any, Mapping
 
@@ -10,6 +12,12 @@ import pytest
 
 from cim_client import CimReply, Wire, cim_requests, enumeration, exchange, invocation
 from conftest import EMULATOR, Bmc, Starter
+
+sys.path.insert(0, str(EMULATOR))
+from bmc.cim.answers import MEMBERS  # noqa: E402
+from bmc.cim.settings import MEMBERS as SECTION  # noqa: E402
+from bmc.cim.settings import read_cim  # noqa: E402
+from bmc.scenario import load  # noqa: E402
 
 TE = {"TE": "chunked, trailers"}
 ASK = enumeration()
@@ -347,3 +355,39 @@ def test_a_mistake_in_a_scenario_is_told_with_its_place(start: Starter, cim: dic
         start({"cim": cim})
 
     assert complaint in str(failure.value)
+
+
+# --- the handbook ---------------------------------------------------------------------------
+
+
+def handbook() -> str:
+    text = (EMULATOR.parent / "docs" / "emulator.md").read_text()
+    return text.partition("\n## The CIM server\n")[2].partition("\n## ")[0]
+
+
+def test_the_scenario_in_the_handbook_can_be_used(start: Starter) -> None:
+    blocks = re.findall(r"```yaml\n(.*?)```", handbook(), re.DOTALL)
+    assert len(blocks) == 1
+    settings = load(start.scenario_file(blocks[0]), {"cim": read_cim}).sections["cim"]
+    assert [item.id for item in settings.data] == ["ZOR:FFDC:1:1", 'second "object" <&>']
+
+
+def test_every_answer_in_the_handbook_can_be_used_and_none_is_left_out(start: Starter) -> None:
+    named: set[str] = set()
+    for names, examples in re.findall(r"^\| ((?:`\w+`(?:, )?)+) \| (`\{.*?\}`) \|", handbook(), re.MULTILINE):
+        named |= set(re.findall(r"\w+", names))
+        for example in examples.strip("`").split("`, `"):
+            load(start.scenario_file(f"cim: {{answers: {{X: [{example}]}}}}"), {"cim": read_cim})
+    assert named == set(MEMBERS)
+
+
+def test_every_member_of_the_section_is_in_the_handbook() -> None:
+    text = handbook()
+    missing = [name for name in SECTION if f"`cim.{name}" not in text]
+    assert missing == []
+
+
+def test_every_cim_scenario_is_in_the_handbook() -> None:
+    listed = handbook().partition("### Its scenarios that come along")[2]
+    for file in (EMULATOR / "scenarios").glob("*cim*.yaml"):
+        assert f"`{file.stem}`" in listed

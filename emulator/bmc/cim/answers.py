@@ -19,7 +19,7 @@ _CHANGES = (
     "instances", "properties", "chunked", "chunk_size", "trailer", "content_length",
 )
 _MANNERS = ("headers", "delay", "hang", "hang_after", "cut_after", "rate", "close", "repeat")
-_MEMBERS = ("status", *_BODIES, *_CONTENTS, *_CHANGES, *_MANNERS)
+MEMBERS = ("status", *_BODIES, *_CONTENTS, *_CHANGES, *_MANNERS)
 _KEY = re.compile(r"\*|\w+( \w+)?")
 _LARGEST = 1 << 40
 _MOST = 1000000  # instances or properties that one answer may have
@@ -114,7 +114,7 @@ def read_answers(check: Checker, value: Any, place: MemberPath) -> dict[str, lis
 def _read_answer(check: Checker, value: Any, place: MemberPath) -> CimAnswer:
     if not isinstance(value, dict):
         check.fail(place, "must be a mapping; {} is the BMC's own answer")
-    read = _Members(check, check.mapping(value, place, _MEMBERS), place)
+    read = _Members(check, check.mapping(value, place, MEMBERS), place)
     read.forbid_contradictions()
     return CimAnswer(
         status=read.whole("status", 200, 599),
@@ -153,7 +153,7 @@ class _Members:
         self._place = place
 
     def forbid_contradictions(self) -> None:
-        given = [name for name in _MEMBERS if name in self._entry]
+        given = [name for name in MEMBERS if name in self._entry]
         replacing = [name for name in given if name in ("status", *_BODIES)]
         if len([name for name in replacing if name != "status"]) > 1:
             self._fail(replacing[-1], f"there is a body already: {replacing[-2]}")

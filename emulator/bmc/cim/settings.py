@@ -12,7 +12,7 @@ from bmc.cim.answers import CimAnswer, read_answers
 from bmc.cim.values import Property, read_property
 from bmc.scenario import Checker, MemberPath
 
-_MEMBERS = (
+MEMBERS = (
     "namespaces", "services", "system_name", "data", "authentication", "challenge",
     "export", "archive", "answers",
 )
@@ -53,7 +53,7 @@ class CimSettings:
 def read_cim(check: Checker, value: Any) -> CimSettings:
     """Reads and checks the section."""
     place = ("cim",)
-    entry = check.mapping(value, place, _MEMBERS)
+    entry = check.mapping(value, place, MEMBERS)
     export = check.mapping(entry.get("export"), place + ("export",), _EXPORT_MEMBERS)
     archive = check.mapping(entry.get("archive"), place + ("archive",), ("size",))
     size = archive.get("size")
