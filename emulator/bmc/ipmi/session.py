@@ -41,6 +41,7 @@ class Session(ServerSession):
         self.privlevel = self.bmc.settings.privilege
         self.username = b""
         self.kuid: bytes | None = None
+        self.k1 = self.sessioncontext = None  # pyghmi looks at both before they are due
         self.is_open = False
         self.pending: tuple[Any, ...] | None = None  # the request that is not answered yet
         self.answered: tuple[Any, ...] | None = None  # the last one that was, with its answer
