@@ -16,7 +16,8 @@ class Uri {
 public:
     // `host`: a name, an IPv4 address, or an IPv6 address, bare or in brackets, with or without a
     // scope. `path` as the server names it: "%" and two hexadecimal digits stay as they are, every
-    // other byte that cannot stand in a path is percent-encoded when the address is formed.
+    // other byte that cannot stand in a path ("?" and "#" too) is percent-encoded when the address
+    // is formed. "." and ".." components stay.
     //
     // Throws std::invalid_argument, with a text for the log, when `scheme` is no scheme, `host` is
     // empty or holds a byte that no host has, or `path` holds a NUL byte.
@@ -43,7 +44,8 @@ public:
     // The whole address, encoded, IPv6 in brackets, without user and password.
     std::string str() const;
 
-    // `folder` and `name` with exactly one "/" between them.
+    // `folder` and `name` with exactly one "/" between them. A "%" of `name` that two hexadecimal
+    // digits follow is written as "%25": a file name means itself and is never taken as encoded.
     static std::string join_path(const std::string& folder, const std::string& name);
 
     // Percent-encodes every byte but the unreserved ones of RFC 3986, section 2.3.

@@ -88,18 +88,29 @@ private:
 //     or was stopped leaves nothing behind;
 //   - a transfer that stalls ends by itself;
 //   - no secret in the text of an error code, in a log or in the process list;
-//   - an answer that is not the file (HTTP status 400 or more) is an error.
+//   - an answer that is not the file (an HTTP status other than success) is an error.
 //
-// Errors: category "varnex.transfer" with libcurl's number and a text for the operator, or
-// std::generic_category() with errno where the local file system is at fault.
+// Errors: std::generic_category() with errno where the local file system is at fault, and else
+// category "varnex.transfer", whose numbers are
+//   below 1000   libcurl's (7 refused, 18 cut, 28 stalled, 42 stopped, 60 certificate or host key,
+//                67 wrong password, 78 no such file)
+//   1000 + n     the server answered HTTP status n
+// An error code holds no more than that number. libcurl's text, with secrets masked, is kept per
+// thread: message() gives it on the thread on which the transfer failed, until the next failure
+// there, and the number's general text elsewhere.
 class file_client {
 public:
     // Names in the folder that `uri` names, in the server's order, without "." and ".." and
     // without any name that is not one plain path component. SFTP.
     static std::error_code ls_directory(const Uri& uri, std::list<std::string>& names);
 
-    // Downloads the file that `uri` names to `localPath`, which an existing file is replaced at.
-    // HTTPS and SFTP.
+    // Downloads the file that `uri` names to `localPath`, where an existing file is replaced; until
+    // then the bytes are in a file beside it with ".part" after its name. A `localPath` whose last
+    // component is "", "." or ".." is refused (EINVAL), and so is one that another download is
+    // writing at the same time (EBUSY). HTTPS and SFTP.
+    //
+    // Over HTTPS the user and password of `uri` are sent only if the server asks for them; a token
+    // goes into `option` as a header line. Redirects are not followed.
     static std::error_code download(const Uri& uri, const std::string& localPath,
                                     const curlcpp::option_trait_base& option);
 };
