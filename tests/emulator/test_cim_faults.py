@@ -155,8 +155,8 @@ def test_big_fillings_are_streamed(start: Starter) -> None:
 
 
 def test_a_length_that_is_wrong(start: Starter) -> None:
-    bmc = faulty(start, {"body": "hello", "content_length": 3}, {"body": "hello", "content_length": 50, "close": "after"},
-                 {"content_length": 10})
+    too_long = {"body": "hello", "content_length": 50, "close": "after"}
+    bmc = faulty(start, {"body": "hello", "content_length": 3}, too_long, {"content_length": 10})
     with Wire(bmc) as wire:
         assert wire.ask(ASK).body == b"hel"
     with Wire(bmc) as wire:
@@ -217,7 +217,7 @@ def test_a_method_returns_what_the_scenario_says(start: Starter, returned: Any, 
 def test_a_method_can_return_nothing(start: Starter) -> None:
     answer = exchange(faulty(start, {"return": "absent"}, key="ExportData"), invocation([]))
 
-    assert answer.body.endswith(b'<METHODRESPONSE NAME="ExportData">\n</METHODRESPONSE>\n</SIMPLERSP>\n</MESSAGE>\n</CIM>\n')
+    assert b'<METHODRESPONSE NAME="ExportData">\n</METHODRESPONSE>\n' in answer.body
 
 
 # --- time and connections -------------------------------------------------------------------
@@ -374,7 +374,8 @@ def test_the_scenario_in_the_handbook_can_be_used(start: Starter) -> None:
 
 def test_every_answer_in_the_handbook_can_be_used_and_none_is_left_out(start: Starter) -> None:
     named: set[str] = set()
-    for names, examples in re.findall(r"^\| ((?:`\w+`(?:, )?)+) \| (`\{.*?\}`) \|", handbook(), re.MULTILINE):
+    row = r"^\| ((?:`\w+`(?:, )?)+) \| (`\{.*?\}`) \|"
+    for names, examples in re.findall(row, handbook(), re.MULTILINE):
         named |= set(re.findall(r"\w+", names))
         for example in examples.strip("`").split("`, `"):
             load(start.scenario_file(f"cim: {{answers: {{X: [{example}]}}}}"), {"cim": read_cim})

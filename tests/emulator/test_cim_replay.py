@@ -137,7 +137,9 @@ def without_chance(answer: bytes) -> bytes:
     """The date, and the number that an extended answer chooses for its headers."""
     answer = re.sub(rb"Date: \w{3}, \d\d \w{3} \d{4} \d\d:\d\d:\d\d GMT", b"Date: then", answer)
     chosen = re.search(rb"; ns=(\d\d)\r\n", answer)
-    return answer.replace(b"ns=" + chosen[1], b"ns=NN").replace(b"\n" + chosen[1] + b"-", b"\nNN-") if chosen else answer
+    if not chosen:
+        return answer
+    return answer.replace(b"ns=" + chosen[1], b"ns=NN").replace(b"\n" + chosen[1] + b"-", b"\nNN-")
 
 
 def test_the_order_of_the_headers_does_not_matter(plain: Bmc) -> None:

@@ -17,6 +17,7 @@ DECLARATION = '<?xml version="1.0" encoding="utf-8" ?>\n'
 _DEEPEST = 256
 _NAMED = {"amp": "&", "lt": "<", "gt": ">", "quot": '"', "apos": "'"}
 _ESCAPES = {"&": "&amp;", "<": "&lt;", ">": "&gt;", '"': "&quot;", "'": "&apos;"}
+_REFERENCES = str.maketrans({**{chr(n): f"&#{n};" for n in (*range(32), 127)}, **_ESCAPES})
 
 _DECLARED = re.compile(r"<\?xml\s[^>]*\?>")
 _NAME = re.compile(r"[A-Za-z_:][\w:.-]*")
@@ -83,7 +84,7 @@ def parse(data: bytes) -> Element:
 
 def escaped(text: str) -> str:
     """Text for an element: no two literal blanks side by side, none at the ends."""
-    text = "".join(_ESCAPES.get(c) or (f"&#{ord(c)};" if ord(c) < 32 or c == "\x7f" else c) for c in text)
+    text = text.translate(_REFERENCES)
     if text.startswith(" "):
         text = "&#32;" + text[1:]
     if text.endswith(" "):

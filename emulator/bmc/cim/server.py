@@ -78,22 +78,28 @@ class CimServer:
         if request.method not in ("POST", "M-POST"):
             writer.write(_page() if request.method in ("GET", "HEAD") else _NOT_IMPLEMENTED)
             return False
-        answer, call = OWN, None
+        if not self._admits(request):
+            first = request.header("Authorization") is None
+            reply = replies.unauthorized(self._challenge, first)
+            return await _send(writer, reply, OWN) and not request.wants_close
         try:
-            if not self._admits(request):
-                first = request.header("Authorization") is None
-                reply = replies.unauthorized(self._challenge, first)
-                return await _send(writer, reply, OWN) and not request.wants_close
             answer, call = self._script_for(request)
-            if answer.delay:
-                await asyncio.sleep(answer.delay)
-            if answer.hang:
-                await _wait_for_end(reader)
-            if answer.hang or answer.close == "before":
-                return False
-            reply = await self._reply(request, call, answer)
         except Refusal as refusal:
-            reply = replies.refused(refusal)
+            return await _send(writer, replies.refused(refusal), OWN) and not request.wants_close
+        return await self._answer(request, call, answer, reader, writer)
+
+    async def _answer(
+        self, request: HttpRequest, call: Call, answer: CimAnswer,
+        reader: asyncio.StreamReader, writer: asyncio.StreamWriter,
+    ) -> bool:
+        """Carries out what is asked, in the manner of the scenario."""
+        if answer.delay:
+            await asyncio.sleep(answer.delay)
+        if answer.hang:
+            await _wait_for_end(reader)
+        if answer.hang or answer.close == "before":
+            return False
+        reply = await self._reply(request, call, answer)
         _apply(reply, answer)
         goes_on = await _send(writer, reply, answer)
         if answer.hang_after is not None:

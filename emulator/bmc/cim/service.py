@@ -3,6 +3,7 @@
 
 from __future__ import annotations
 
+import socket
 import ssl
 from dataclasses import dataclass
 from pathlib import Path
@@ -38,7 +39,7 @@ async def serve_cim(
 ) -> CimPorts:
     """Serves until the process ends; OSError where a port is taken."""
     settings: CimSettings = scenario.sections["cim"]
-    plain, secure = (listen(address, port) for port in ports)
+    plain, secure = (_listen(address, port) for port in ports)
     exporter = Exporter(machine, folder, settings)
     operations = Operations(settings, exporter, scenario.role != "ReadOnly")
     account = Account(scenario.user, scenario.password)
@@ -50,6 +51,13 @@ async def serve_cim(
         for key, a in exporter.archives.items()
     }
     return CimPorts(plain.getsockname()[1], secure.getsockname()[1], archives)
+
+
+def _listen(address: str, port: int) -> socket.socket:
+    """Head and body of an answer are two segments; neither waits for the other's receipt."""
+    listener = listen(address, port)
+    listener.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+    return listener
 
 
 def _tls(certificate: Certificate) -> ssl.SSLContext:
