@@ -63,7 +63,9 @@ enum IpmiResult : int {
 // How long it blocks: LAN: up to the session time-out, for each address of the host and for each
 // request, from the last sign of life on; the integer IPMI_SESSION_TIMEOUT of GlobalConfig.h,
 // seconds, 1 to 300, default 8, read at every connect(). A refused port is noticed at once. In
-// band: the kernel's driver decides, some seconds for a BMC that does not answer.
+// band: as long as the kernel's driver takes to answer for a BMC that does not (completion code
+// 0xC3, some seconds), at the most a minute. A request whose answer is late, or lost, is sent again
+// four times within the time-out, so the BMC may execute it more than once.
 class IpmiClient : public IpmiClientInterface {
 public:
     // `host`: a name, an IPv4 address, or an IPv6 address, bare or in brackets, with or without a
