@@ -127,6 +127,8 @@ def test_the_challenge_is_the_scenarios(start: Starter, challenge: Any, header: 
                  "request-not-well-formed", id="deep"),
     pytest.param(request('<?xml version="1.0"?><a>&unknown;</a>', "X", "x"), 400,
                  "request-not-well-formed", id="entity"),
+    pytest.param(request('<?xml version="1.0"?><a>&#xD800;</a>', "X", "x"), 400,
+                 "request-not-well-formed", id="half a character"),
     pytest.param(request('<?xml version="1.0"?><a b="1" b="2"/>', "X", "x"), 400,
                  "request-not-well-formed", id="attribute twice"),
     pytest.param(enumeration()[:-20] + b"x" * 20, 400, "request-not-well-formed", id="cut"),

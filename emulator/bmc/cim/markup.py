@@ -97,7 +97,9 @@ def _resolved(raw: str, line: int) -> str:
         decimal, hexadecimal, name = match.groups()
         try:
             if decimal or hexadecimal:
-                return chr(int(decimal or hexadecimal, 10 if decimal else 16))
+                character = chr(int(decimal or hexadecimal, 10 if decimal else 16))
+                character.encode()  # no half of a pair
+                return character
             return _NAMED[name]
         except (KeyError, ValueError, OverflowError):
             raise NotWellFormed(f"Bad reference: on line {line}") from None

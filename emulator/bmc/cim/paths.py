@@ -91,7 +91,8 @@ def _read_keys(element: Element) -> dict[str, Key]:
             binding.refuse("Expected KEYBINDING element")
         value = binding.child("KEYVALUE", "VALUE.REFERENCE")
         if value.name == "VALUE.REFERENCE":
-            keys[binding.attribute("NAME")] = Key(str(read_path(value.children[0])), "reference")
+            target = value.child("INSTANCENAME", "LOCALINSTANCEPATH", "INSTANCEPATH")
+            keys[binding.attribute("NAME")] = Key(str(read_path(target)), "reference")
         else:
             keys[binding.attribute("NAME")] = Key(value.text, value.attributes.get("VALUETYPE", "string"))
     return keys
