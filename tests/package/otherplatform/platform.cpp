@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // A platform library of a host's own, as small as one can be: it logs to standard error, knows no
-// configuration, and "fetches" every file without asking anybody.
+// configuration, "fetches" every file without asking anybody, and has no IPMI.
 #include <cstdint>
 #include <fstream>
 #include <iostream>
@@ -12,8 +12,11 @@
 #include "Clock.h"
 #include "GlobalConfig.h"
 #include "Ipmanip.h"
+#include "IpmiClient.h"
+#include "KEMAccount.h"
 #include "Log.h"
 #include "Uri.h"
+#include "UsbLanCfg.h"
 #include "file_client.h"
 
 struct Log::Impl {
@@ -51,10 +54,45 @@ Uri::Uri(const std::string& scheme, const std::string& host, std::uint16_t port,
 Uri::Uri(const Uri& other) : m_impl(new Impl(*other.m_impl)) {}
 Uri::Uri(Uri&& other) noexcept = default;
 Uri::~Uri() = default;
+void Uri::set_auth(const std::string& user, const std::string& password) {
+    m_impl->user = user;
+    m_impl->password = password;
+}
+void Uri::set_path(const std::string& path) { m_impl->path = path; }
+std::string Uri::join_path(const std::string& folder, const std::string& name) {
+    return folder + "/" + name;
+}
 std::string Uri::encodeURI(const std::string& text) { return text; }
+
+std::error_code file_client::ls_directory(const Uri&, std::list<std::string>& names) {
+    names.clear();
+    return std::error_code();
+}
 
 std::error_code file_client::download(const Uri&, const std::string& localPath,
                                       const curlcpp::option_trait_base&) {
     std::ofstream(localPath) << "fetched by another platform\n";
     return std::error_code();
 }
+
+struct IpmiClient::Impl {};
+
+IpmiClient::IpmiClient(const std::string&, const std::string&, const std::string&,
+                       const std::string&, std::uint16_t) {}
+IpmiClient::IpmiClient(int) {}
+IpmiClient::~IpmiClient() = default;
+int IpmiClient::connect() { return 1; }
+void IpmiClient::disconnect() {}
+int IpmiClient::send(const IPMICOMMAND&, std::vector<std::uint8_t>&, std::uint8_t&) { return 1; }
+
+struct UsbLanCfg::Impl {};
+
+UsbLanCfg::UsbLanCfg() = default;
+UsbLanCfg::~UsbLanCfg() = default;
+UsbLanCfg& UsbLanCfg::GetInstance(UsbLanRestoreMode, bool) {
+    static UsbLanCfg instance;
+    return instance;
+}
+int UsbLanCfg::QueryUsbLanState(UsbLanNodeList&, bool) { return 2; }
+
+int XM_WIDGETS::GetKEMAccountViaKCS(KEMAccount&, std::uint16_t) { return 1; }
