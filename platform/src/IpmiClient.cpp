@@ -311,7 +311,10 @@ bool IpmiClient::Impl::ArgumentsHold() const {
 int IpmiClient::Impl::ConnectTo(const addrinfo& address, std::string& why) {
     const std::string numeric = NumberOf(address);
     peer = "IPMI to " + numeric + " port " + std::to_string(port);
-    if (const int error = Probe(address); error != 0) {
+    if (const int error = Probe(address); error == EINVAL) {  // what Linux makes of a lost scope
+        why = WhyNot(kIpmiBadArgument, "a link-local address needs its scope, as in fe80::1%eth0");
+        return kIpmiBadArgument;
+    } else if (error != 0) {
         const int result = error == ECONNREFUSED ? kIpmiRefused : kIpmiFailed;
         why = WhyNot(result, std::generic_category().message(error).c_str());
         return result;

@@ -269,6 +269,15 @@ TEST_F(IpmiClientConnect, HostWithoutAnAddressSaysSo) {
     EXPECT_THAT(log.Lines(), ElementsAre(HasSubstr("IPMI: no address for \"[127.0.0.1\": ")));
 }
 
+TEST_F(IpmiClientConnect, LinkLocalAddressWithoutItsScopeSaysSo) {
+    EXPECT_EQ(Connect("fe80::1", "623"), kIpmiBadArgument);
+
+    EXPECT_THAT(
+        log.Lines(),
+        ElementsAre(
+            "1 platform/src/IpmiClient: IPMI to fe80::1 port 623: a link-local address needs its scope, as in fe80::1%eth0"));
+}
+
 TEST_F(IpmiClientConnect, OnAConnectedObjectStartsAfresh) {
     const EmulatedBmc bmc;
     IpmiClient client("127.0.0.1", "admin", "secret", bmc.Port(), 17);
