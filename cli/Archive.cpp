@@ -3,13 +3,13 @@
 
 #include <fcntl.h>
 #include <openssl/evp.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <memory>
@@ -75,7 +75,7 @@ int MoveWithoutReplacing(const std::string& from, const std::string& to) {
 }
 
 struct CloseFile {
-    void operator()(std::FILE* file) const { std::fclose(file); }
+    void operator()(std::FILE* file) const { (void)std::fclose(file); }
 };
 struct FreeDigest {
     void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
@@ -85,7 +85,7 @@ std::string Hex(const unsigned char* bytes, unsigned length) {
     std::string text;
     for (unsigned i = 0; i < length; ++i) {
         char digits[3];
-        std::snprintf(digits, sizeof digits, "%02x", bytes[i]);
+        (void)std::snprintf(digits, sizeof digits, "%02x", bytes[i]);
         text += digits;
     }
     return text;
@@ -95,7 +95,7 @@ std::string Hex(const unsigned char* bytes, unsigned length) {
 
 std::string ArchiveName(const std::string& host, const std::tm& when, const std::string& bmcPath) {
     char time[32];
-    std::strftime(time, sizeof time, "_%Y%m%d-%H%M%S_", &when);
+    (void)std::strftime(time, sizeof time, "_%Y%m%d-%H%M%S_", &when);
     std::string from = MadeSafe(host).substr(0, kMaxHost);
     if (from.empty()) from = "bmc";
     std::string name = Tail(MadeSafe(LastComponent(bmcPath)), kMaxName);
@@ -169,7 +169,7 @@ Outcome Measure(const std::string& path, const std::function<bool()>& stop, std:
     if (!digest || EVP_DigestInit_ex(digest.get(), EVP_sha256(), nullptr) != 1) {
         return Failure(kLocalFile, "Cannot compute a SHA-256.");
     }
-    std::vector<char> piece(256 * 1024);
+    std::vector<char> piece(std::size_t{256} * 1024);
     std::uint64_t total = 0;
     while (const std::size_t got = std::fread(piece.data(), 1, piece.size(), file.get())) {
         if (stop()) return Failure(kInterrupted, "Interrupted.");

@@ -8,7 +8,7 @@ namespace {
 
 namespace json = boost::json;
 
-constexpr std::size_t kMaxBody = 1024 * 1024;
+constexpr std::size_t kMaxBody = std::size_t{1024} * 1024;
 constexpr std::size_t kMaxDepth = 512;
 
 const json::object* ObjectMember(const json::object& object, const char* name) {
@@ -24,7 +24,7 @@ std::string ExtendedMessage(const json::object& error) {
     for (const json::value& entry : *entries) {
         const json::object* message = entry.if_object();
         if (message == nullptr) continue;
-        const std::string text = TextMember(*message, "Message");
+        std::string text = TextMember(*message, "Message");
         if (!text.empty()) return text;
     }
     return "";

@@ -25,7 +25,7 @@ std::string Fingerprint(const X509* certificate) {
     std::string text;
     for (unsigned i = 0; i < length; ++i) {
         char digits[4];
-        std::snprintf(digits, sizeof digits, i == 0 ? "%02X" : ":%02X", hash[i]);
+        (void)std::snprintf(digits, sizeof digits, i == 0 ? "%02X" : ":%02X", hash[i]);
         text += digits;
     }
     return text;
@@ -43,7 +43,7 @@ std::string TimeText(const ASN1_TIME* time) {
     std::tm when{};
     if (ASN1_TIME_to_tm(time, &when) != 1) return "";
     char text[32];
-    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &when);
+    (void)std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &when);
     return text;
 }
 

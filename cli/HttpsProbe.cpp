@@ -12,7 +12,7 @@
 namespace Kemffdc {
 namespace {
 
-constexpr std::size_t kMaxBody = 1024 * 1024;
+constexpr std::size_t kMaxBody = std::size_t{1024} * 1024;
 constexpr long kMaxRedirects = 10;  // as the library
 constexpr int kConnectSeconds = 30;
 

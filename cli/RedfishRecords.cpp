@@ -9,7 +9,7 @@
 namespace Kemffdc {
 namespace {
 
-constexpr std::size_t kMaxText = 1024 * 1024;
+constexpr std::size_t kMaxText = std::size_t{1024} * 1024;
 constexpr std::size_t kMaxFindings = 64;
 
 constexpr char kChannel[] = "src/module/kvs/ffdc/ffdcredfish_impl";
@@ -35,9 +35,9 @@ constexpr Row kRows[] = {
     {{3, kChannel, "The task \"", "\" is running, please wait... "}, Sign::kTaskRunning},
     {{3, kChannel, "The task \"", "\" is completed! Its FFDC file is available now. "},
      Sign::kTaskCompleted},
-    {{1, kChannel, "The successful GET request's response shows \"TaskState\":\"Exception\"! ", ""},
+    {{1, kChannel, R"(The successful GET request's response shows "TaskState":"Exception"! )", ""},
      Sign::kTaskException},
-    {{1, kChannel, "The successful GET request's response shows \"TaskState\":\"Killed\"! ", ""},
+    {{1, kChannel, R"(The successful GET request's response shows "TaskState":"Killed"! )", ""},
      Sign::kTaskKilled},
     {{1, kChannel, "The task \"", "\" is killed. "}, Sign::kTaskKilled},
     {{1, kChannel, "Failed to parse Jason object : ", ""}, Sign::kTaskUnreadable},

@@ -26,7 +26,8 @@ constexpr char kTrustNote[] =
 // Null in JSON for what is not known.
 json::value TextOrNull(const std::string& text) {
     if (text.empty()) return nullptr;
-    return json::value(json::string(ValidUtf8(text)));
+    json::string valid(ValidUtf8(text));  // no braces around it: they would make an array
+    return valid;
 }
 
 json::object StepObject(const Step& step) {

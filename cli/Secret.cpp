@@ -14,7 +14,7 @@
 namespace Kemffdc {
 namespace {
 
-constexpr std::size_t kMaxSecret = 64 * 1024;
+constexpr std::size_t kMaxSecret = std::size_t{64} * 1024;
 
 std::mutex g_terminalLock;
 int g_terminal = -1;  // the terminal whose echo is off, or -1

@@ -58,7 +58,7 @@ std::string CutUtf8(const std::string& text, std::size_t bytes) {
 std::string Clean(const std::string& text, std::size_t limit) {
     // Masking looks at a bounded part: a BMC may send many megabytes.
     const std::string part = LineEndsAsBlanks(text.substr(0, 4 * limit + 1024));
-    const std::string clean = Varnex::MaskedForDisplay(part);
+    std::string clean = Varnex::MaskedForDisplay(part);
     if (clean.size() <= limit) return clean;
     return CutUtf8(clean, limit) + "...";
 }
@@ -73,7 +73,7 @@ std::string HumanBytes(std::uint64_t bytes) {
         ++unit;
     }
     char text[32];
-    std::snprintf(text, sizeof text, "%.1f %s", value, kUnits[unit]);
+    (void)std::snprintf(text, sizeof text, "%.1f %s", value, kUnits[unit]);
     return text;
 }
 
@@ -81,10 +81,10 @@ std::string Elapsed(std::chrono::milliseconds time) {
     const long long seconds = time.count() / 1000;
     char text[48];
     if (seconds < 3600) {
-        std::snprintf(text, sizeof text, "%lld:%02lld", seconds / 60, seconds % 60);
+        (void)std::snprintf(text, sizeof text, "%lld:%02lld", seconds / 60, seconds % 60);
     } else {
-        std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", seconds / 3600, seconds / 60 % 60,
-                      seconds % 60);
+        (void)std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", seconds / 3600,
+                            seconds / 60 % 60, seconds % 60);
     }
     return text;
 }

@@ -42,7 +42,7 @@ int main(int argc, char** argv) {
         std::cerr << parsed.err;
         return Ended(parsed.exitCode);
     }
-    std::signal(SIGPIPE, SIG_IGN);
+    (void)std::signal(SIGPIPE, SIG_IGN);
     ForbidCoreFiles();
     parsed.options->liveProgress = IsLiveTerminal();
     return Ended(Kemffdc::Run(*parsed.options, std::cout, std::cerr));

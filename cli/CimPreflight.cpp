@@ -1,0 +1,183 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "CimPreflight.h"
+
+#include <algorithm>
+
+#include "CimProbe.h"
+#include "CimXml.h"
+#include "Text.h"
+
+namespace Kemffdc {
+namespace {
+
+constexpr char kServiceClass[] = "ZOR_FFDCService";
+constexpr char kDataClass[] = "ZOR_FFDCData";
+constexpr char kNeverExported[] = "4";
+
+// CIM status codes (DSP0200).
+constexpr int kAccessDenied = 2;
+constexpr int kInvalidNamespace = 3;
+constexpr int kInvalidClass = 5;
+
+std::string Http(const CimReply& reply) {
+    std::string words = "HTTP " + std::to_string(reply.httpCode);
+    for (const char* name : {"cimerror", "pgerrordetail"}) {
+        const std::string value = reply.Header(name);
+        if (!value.empty()) words += ", " + Clean(value);
+    }
+    return " (" + words + ").";
+}
+
+std::string Words(const Enumeration& answer) {
+    const std::string code = "CIM error " + std::to_string(answer.errorCode);
+    return " (" + (answer.errorText.empty() ? code : code + ": " + Clean(answer.errorText)) + ").";
+}
+
+class Probe {
+public:
+    Probe(const Options& options, const Secret& password, int seconds)
+        : m_options(options),
+          m_password(password),
+          m_namespace(CimNamespace(options)),
+          m_cim(options, seconds),
+          m_place(options.host + " port " + std::to_string(options.port)) {}
+
+    CimPreflight Run(bool look) {
+        if (AskForService() && look) AskForData();
+        m_result.facts.certificate = m_cim.ShownCertificate();
+        return m_result;
+    }
+
+private:
+    bool AskForService() {
+        if (m_options.plain) {
+            Note("Without TLS everybody on the way can read the passwords that are sent.");
+        }
+        CimReply reply = m_cim.Enumerate(m_namespace, kServiceClass, "");
+        if (reply.failedAt == Stage::kDone && reply.httpCode == 401) {
+            if (!IsBasicChallenge(reply.Header("www-authenticate"))) return NoWayIn(reply);
+            const Secret authorization(
+                BasicAuthorization(m_options.user, m_password.Reveal()));
+            reply = m_cim.Enumerate(m_namespace, kServiceClass, authorization.Reveal());
+            m_asked = true;
+        } else if (reply.failedAt == Stage::kDone && reply.httpCode == 200) {
+            Note("The CIM server asks nobody for user and password.");
+        }
+        Enumeration answer;
+        if (!Read(reply, kServiceClass, answer)) return false;
+        if (answer.types.empty()) {
+            Note("Namespace " + m_namespace + " has no object of class ZOR_FFDCService; " +
+                 "the BMC cannot be asked for an export.");
+        }
+        return true;
+    }
+
+    bool AskForData() {
+        const Secret authorization(
+            m_asked ? BasicAuthorization(m_options.user, m_password.Reveal()) : "");
+        const CimReply reply = m_cim.Enumerate(m_namespace, kDataClass, authorization.Reveal());
+        Enumeration answer;
+        if (!Read(reply, kDataClass, answer)) return false;
+        const auto skipped =
+            std::count(answer.types.begin(), answer.types.end(), std::string(kNeverExported));
+        Note("Namespace " + m_namespace + " has " + std::to_string(answer.types.size()) +
+             " data objects, of which " +
+             std::to_string(answer.types.size() - static_cast<std::size_t>(skipped)) +
+             " would be exported.");
+        return true;
+    }
+
+    bool Read(const CimReply& reply, const char* className, Enumeration& answer) {
+        if (reply.failedAt != Stage::kDone) return Fail(reply.failedAt, reply.reason);
+        if (reply.httpCode == 401 || reply.httpCode == 403) return Refused(reply);
+        if (reply.httpCode == 503) {
+            return Fail(Stage::kService, "The CIM server at " + m_place +
+                                             " is not ready" + Http(reply) + " Try again later.");
+        }
+        if (reply.httpCode != 200) {
+            return Fail(Stage::kService, "There is no CIM server at " + m_place + Http(reply) +
+                                             " Check that it is a BMC and that --port is right.");
+        }
+        answer = ReadEnumeration(reply.body);
+        if (answer.unreadable.empty() && reply.Header("cimoperation").empty()) {
+            answer.unreadable = "its answer lacks the header CIMOperation";
+        }
+        if (!answer.unreadable.empty()) {
+            return Fail(Stage::kService, m_place + " answers, but not as a CIM server: " +
+                                             answer.unreadable +
+                                             ". Check that it is a BMC and that --port is right.");
+        }
+        return !answer.failed || Told(answer, className);
+    }
+
+    // Always false: the preflight ends here.
+    bool Told(const Enumeration& answer, const char* className) {
+        switch (answer.errorCode) {
+            case kAccessDenied:
+                return Fail(Stage::kLogin, "The BMC at " + m_place + " does not let user \"" +
+                                               m_options.user + "\" read its service objects" +
+                                               Words(answer) + " The account lacks the right.");
+            case kInvalidNamespace:
+                return Fail(Stage::kService, "The CIM server at " + m_place +
+                                                 " has no namespace " + m_namespace +
+                                                 Words(answer) + " Check --node.");
+            case kInvalidClass:
+                return Fail(Stage::kService,
+                            "The CIM server at " + m_place + " knows no " + className + " in " +
+                                m_namespace + Words(answer) +
+                                " It offers no service data this way; try --node or --via redfish.");
+            default:
+                return Fail(Stage::kService, "The CIM server at " + m_place +
+                                                 " fails on an ordinary request" + Words(answer) +
+                                                 " Try later; a BMC that hangs needs a reset.");
+        }
+    }
+
+    bool NoWayIn(const CimReply& reply) {
+        const std::string challenge = reply.Header("www-authenticate");
+        const std::string how = challenge.empty()
+                                    ? " refuses, and does not say how to log in"
+                                    : " wants a login that this tool does not know: " +
+                                          Clean(challenge.substr(0, challenge.find(' ')));
+        return Fail(Stage::kLogin, "The CIM server at " + m_place + how + Http(reply) +
+                                       " Switch HTTP Basic authentication on.");
+    }
+
+    bool Refused(const CimReply& reply) {
+        const std::string who = "The BMC at " + m_place + " does not accept user \"" +
+                                m_options.user + "\" with this password";
+        const std::string what = reply.httpCode == 401
+                                     ? " Check --user and the password."
+                                     : " The account may be locked or lack the right to log in.";
+        return Fail(Stage::kLogin, who + Http(reply) + what);
+    }
+
+    bool Fail(Stage stage, const std::string& reason) {
+        m_result.stage = stage;
+        m_result.reason = reason;
+        return false;
+    }
+
+    void Note(const std::string& note) { m_result.facts.notes.push_back(note); }
+
+    const Options& m_options;
+    const Secret& m_password;
+    const std::string m_namespace;
+    CimProbe m_cim;
+    const std::string m_place;
+    bool m_asked = false;  // the server wanted credentials
+    CimPreflight m_result;
+};
+
+}  // namespace
+
+std::string CimNamespace(const Options& options) {
+    if (!options.node) return "root/cimv2";
+    return "zor/kem" + std::to_string(*options.node) + "/cimv2";
+}
+
+CimPreflight ProbeCim(const Options& options, const Secret& password, int seconds, bool look) {
+    return Probe(options, password, seconds).Run(look);
+}
+
+}  // namespace Kemffdc

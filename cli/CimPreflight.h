@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef KEMFFDC_CIMPREFLIGHT_H
+#define KEMFFDC_CIMPREFLIGHT_H
+
+#include <string>
+
+#include "HttpsProbe.h"
+#include "Options.h"
+#include "Report.h"
+#include "Secret.h"
+
+namespace Kemffdc {
+
+// What a CIM server answered before anything was asked of the library.
+struct CimPreflight {
+    Stage stage = Stage::kDone;  // where it failed
+    std::string reason;          // what was wrong and what to do; empty where nothing was
+    BmcFacts facts;
+};
+
+// The namespace that the library will use.
+std::string CimNamespace(const Options& options);
+
+// Resolves, connects, agrees on TLS, and enumerates the service object, first without credentials
+// as the library does, then with them. `look`: counts the data objects too. Takes at most `seconds`
+// for each of the two or three requests. The library's Connect would check none of this, and takes
+// half a minute and more where nobody answers.
+CimPreflight ProbeCim(const Options& options, const Secret& password, int seconds, bool look);
+
+}  // namespace Kemffdc
+
+#endif
