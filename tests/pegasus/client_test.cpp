@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -102,6 +103,21 @@ TEST(PegasusConnect, UnknownAndBracketedHostsAreInvalidLocators) {
     }
     EXPECT_EQ("InvalidLocatorException: Invalid locator: 127.0.0.1:65536",
               Thrown([&] { client.connect("127.0.0.1", 65536, "user", "password"); }));
+}
+
+TEST(PegasusConnect, WithoutAFreeFileDescriptorNoSocketCanBeMade) {
+    CIMClient client;
+    rlimit kept{};
+    ASSERT_EQ(0, ::getrlimit(RLIMIT_NOFILE, &kept));
+    const rlimit none{0, kept.rlim_max};
+    ASSERT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &none));
+    const std::string plain = Thrown([&] { client.connect("127.0.0.1", 5988, "", ""); });
+    const std::string tls =
+        Thrown([&] { client.connect("127.0.0.1", 5988, SSLContext("", nullptr), "", ""); });
+    ASSERT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &kept));
+
+    EXPECT_EQ("CannotCreateSocketException: cannot create socket", plain);
+    EXPECT_EQ("CannotCreateSocketException: cannot create socket", tls);
 }
 
 TEST(PegasusConnect, ConnectingTwiceThrows) {

@@ -162,10 +162,10 @@ struct CIMInstance::Rep {
     std::vector<CIMProperty> properties;
     Internal::NameIndex index;
 
-    Uint32 Find(const CIMName& name) const {
-        return index.Find(name,
-                          [&](Uint32 i) -> const CIMName& { return properties[i].getName(); });
+    auto NameAt() const {
+        return [this](Uint32 i) -> const CIMName& { return properties[i].getName(); };
     }
+    Uint32 Find(const CIMName& name) const { return index.Find(name, NameAt()); }
 };
 
 CIMInstance::CIMInstance(const CIMName& className)
@@ -202,8 +202,7 @@ CIMInstance& CIMInstance::addProperty(const CIMProperty& property) {
         throw AlreadyExistsException("property \"" + name.getString() + "\"");
     }
     rep.properties.push_back(property);
-    rep.index.Add(rep.properties,
-                  [](const CIMProperty& each) -> const CIMName& { return each.getName(); });
+    rep.index.Add(rep.NameAt());
     return *this;
 }
 
@@ -219,8 +218,7 @@ void CIMInstance::removeProperty(Uint32 index) {
     Rep& rep = Held();
     At(rep.properties, index);
     rep.properties.erase(rep.properties.begin() + static_cast<std::ptrdiff_t>(index));
-    rep.index.Rebuild(rep.properties,
-                      [](const CIMProperty& each) -> const CIMName& { return each.getName(); });
+    rep.index.Rebuild(getPropertyCount(), rep.NameAt());
 }
 
 Uint32 CIMInstance::getPropertyCount() const {

@@ -248,25 +248,37 @@ void ConnectTcp(DeadlineSocket& socket, const std::string& host, Uint32 port) {
     socket.lowest_layer().set_option(tcp::no_delay(true), error);
 }
 
+std::unique_ptr<Transport> OpenPlain(const std::string& host, Uint32 port,
+                                     std::chrono::milliseconds timeout) {
+    auto transport = std::make_unique<PlainTransport>();
+    transport->SetDeadline(Transport::Clock::now() + timeout);
+    ConnectTcp(transport->Socket(), host, port);
+    return transport;
+}
+
+std::unique_ptr<Transport> OpenTls(const std::string& host, Uint32 port, const SSLContext& tls,
+                                   std::chrono::milliseconds timeout) {
+    auto transport = std::make_unique<TlsTransport>(tls);
+    transport->SetDeadline(Transport::Clock::now() + timeout);
+    ConnectTcp(transport->Socket(), host, port);
+    transport->SetDeadline(Transport::Clock::now() + timeout);
+    error_code error;
+    transport->Handshake(error);
+    if (error) ThrowCannotConnect(host, port);
+    return transport;
+}
+
 }  // namespace
 
 std::unique_ptr<Transport> Transport::Open(const std::string& host, Uint32 port,
                                            const SSLContext* tls,
                                            std::chrono::milliseconds timeout) {
-    if (tls == nullptr) {
-        auto plain = std::make_unique<PlainTransport>();
-        plain->SetDeadline(Clock::now() + timeout);
-        ConnectTcp(plain->Socket(), host, port);
-        return plain;
+    try {
+        if (tls == nullptr) return OpenPlain(host, port, timeout);
+        return OpenTls(host, port, *tls, timeout);
+    } catch (const boost::system::system_error&) {  // no more file descriptors, for example
+        throw CannotCreateSocketException();
     }
-    auto secured = std::make_unique<TlsTransport>(*tls);
-    secured->SetDeadline(Clock::now() + timeout);
-    ConnectTcp(secured->Socket(), host, port);
-    error_code error;
-    secured->SetDeadline(Clock::now() + timeout);
-    secured->Handshake(error);
-    if (error) ThrowCannotConnect(host, port);
-    return secured;
 }
 
 }  // namespace Pegasus::Internal

@@ -19,7 +19,8 @@ public:
     using Clock = std::chrono::steady_clock;
 
     // Connects; up to `timeout` for TCP and again for the TLS handshake. Throws
-    // InvalidLocatorException, CannotConnectException, SSLException. Without `tls`: plain.
+    // InvalidLocatorException, CannotConnectException, CannotCreateSocketException, SSLException.
+    // Without `tls`: plain.
     static std::unique_ptr<Transport> Open(const std::string& host, Uint32 port,
                                            const SSLContext* tls,
                                            std::chrono::milliseconds timeout);

@@ -51,7 +51,7 @@ public:
     // show at the first request. `host` is a name or an address, IPv6 without brackets; empty means
     // localhost.
     // Throws AlreadyConnectedException, InvalidLocatorException, CannotConnectException,
-    // SSLException.
+    // CannotCreateSocketException, SSLException.
     void connect(const String& host, Uint32 port, const String& userName, const String& password);
     void connect(const String& host, Uint32 port, const SSLContext& sslContext,
                  const String& userName, const String& password);
