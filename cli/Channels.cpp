@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Channels.h"
 
+#include "CimFlow.h"
 #include "RedfishFlow.h"
 
 namespace Kemffdc {
 namespace {
 
 constexpr Channel kChannels[] = {
-    {"redfish", 443, CollectByRedfish, CheckByRedfish},
+    {"redfish", 443, 0, CollectByRedfish, CheckByRedfish},
+    {"cim", 5989, 5988, CollectByCim, CheckByCim},
 };
 
 }  // namespace

@@ -56,8 +56,7 @@ private:
         CimReply reply = m_cim.Enumerate(m_namespace, kServiceClass, "");
         if (reply.failedAt == Stage::kDone && reply.httpCode == 401) {
             if (!IsBasicChallenge(reply.Header("www-authenticate"))) return NoWayIn(reply);
-            const Secret authorization(
-                BasicAuthorization(m_options.user, m_password.Reveal()));
+            const Secret authorization(BasicAuthorization(m_options.user, m_password.Reveal()));
             reply = m_cim.Enumerate(m_namespace, kServiceClass, authorization.Reveal());
             m_asked = true;
         } else if (reply.failedAt == Stage::kDone && reply.httpCode == 200) {
@@ -73,8 +72,8 @@ private:
     }
 
     bool AskForData() {
-        const Secret authorization(
-            m_asked ? BasicAuthorization(m_options.user, m_password.Reveal()) : "");
+        const Secret authorization(m_asked ? BasicAuthorization(m_options.user, m_password.Reveal())
+                                           : "");
         const CimReply reply = m_cim.Enumerate(m_namespace, kDataClass, authorization.Reveal());
         Enumeration answer;
         if (!Read(reply, kDataClass, answer)) return false;
@@ -91,8 +90,8 @@ private:
         if (reply.failedAt != Stage::kDone) return Fail(reply.failedAt, reply.reason);
         if (reply.httpCode == 401 || reply.httpCode == 403) return Refused(reply);
         if (reply.httpCode == 503) {
-            return Fail(Stage::kService, "The CIM server at " + m_place +
-                                             " is not ready" + Http(reply) + " Try again later.");
+            return Fail(Stage::kService, "The CIM server at " + m_place + " is not ready" +
+                                             Http(reply) + " Try again later.");
         }
         if (reply.httpCode != 200) {
             return Fail(Stage::kService, "There is no CIM server at " + m_place + Http(reply) +
@@ -103,9 +102,9 @@ private:
             answer.unreadable = "its answer lacks the header CIMOperation";
         }
         if (!answer.unreadable.empty()) {
-            return Fail(Stage::kService, m_place + " answers, but not as a CIM server: " +
-                                             answer.unreadable +
-                                             ". Check that it is a BMC and that --port is right.");
+            return Fail(Stage::kService,
+                        m_place + " answers, but not as a CIM server: " + answer.unreadable +
+                            ". Check that it is a BMC and that --port is right.");
         }
         return !answer.failed || Told(answer, className);
     }
@@ -118,14 +117,14 @@ private:
                                                m_options.user + "\" read its service objects" +
                                                Words(answer) + " The account lacks the right.");
             case kInvalidNamespace:
-                return Fail(Stage::kService, "The CIM server at " + m_place +
-                                                 " has no namespace " + m_namespace +
-                                                 Words(answer) + " Check --node.");
+                return Fail(Stage::kService, "The CIM server at " + m_place + " has no namespace " +
+                                                 m_namespace + Words(answer) + " Check --node.");
             case kInvalidClass:
-                return Fail(Stage::kService,
-                            "The CIM server at " + m_place + " knows no " + className + " in " +
-                                m_namespace + Words(answer) +
-                                " It offers no service data this way; try --node or --via redfish.");
+                return Fail(
+                    Stage::kService,
+                    "The CIM server at " + m_place + " knows no " + className + " in " +
+                        m_namespace + Words(answer) +
+                        " It offers no service data this way; try --node or --via redfish.");
             default:
                 return Fail(Stage::kService, "The CIM server at " + m_place +
                                                  " fails on an ordinary request" + Words(answer) +

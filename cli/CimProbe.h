@@ -33,8 +33,8 @@ public:
     CimProbe(const Options& options, int seconds);
     ~CimProbe();
 
-    // Asks for the objects of `className` in `nameSpace`. `authorization` is the value of the header
-    // of that name; empty: nobody says who he is. Answers of more than 1 MiB are failures.
+    // Asks for the objects of `className` in `nameSpace`. `authorization` is the value of the
+    // header of that name; empty: nobody says who he is. Answers of more than 1 MiB are failures.
     CimReply Enumerate(const std::string& nameSpace, const std::string& className,
                        const std::string& authorization);
 

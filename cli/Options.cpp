@@ -25,6 +25,9 @@ constexpr char kFooter[] =
     "  kemffdc collect --via redfish 192.0.2.10 --export-uri sftp://192.0.2.1/in/bmc.tar.gz \\\n"
     "          --export-user ffdc --export-password-file ~/.store\n"
     "      The BMC itself sends its archive to a file store.\n"
+    "  kemffdc collect --via cim 192.0.2.10 --node 2 --export-uri sftp://192.0.2.1/in/ \\\n"
+    "          --export-user ffdc --export-password-file ~/.store\n"
+    "      Older machines: an archive for each data object, always sent by the BMC itself.\n"
     "\n"
     "Passwords come from --password-file (- is standard input), else from the environment variable\n"
     "KEMFFDC_PASSWORD, else from a prompt where there is a terminal; for the file store from\n"
@@ -35,7 +38,7 @@ constexpr char kFooter[] =
     "  0    archive obtained, or left at the export URI; check: the BMC can be used\n"
     "  2    usage\n"
     "  3    could not connect or authenticate\n"
-    "  4    the BMC refused the export\n"
+    "  4    the BMC refused the export, or an export failed\n"
     "  5    the task failed, was killed or ended in an unknown state\n"
     "  6    not finished within the tries\n"
     "  7    download failed\n"
@@ -50,6 +53,7 @@ struct Raw {
     std::string host;
     std::string log = "full";
     int port = 0;
+    int node = -1;
     int logLevel = -1;
 };
 
@@ -59,7 +63,8 @@ void AddConnectionOptions(CLI::App& app, Raw& raw) {
         ->required()
         ->type_name("CHANNEL")
         ->check(CLI::IsMember(ChannelNames()));
-    app.add_option("--port", raw.port, "Port of the BMC's service [443]")
+    app.add_option("--port", raw.port,
+                   "Port of the BMC's service [redfish 443, cim 5989, cim --plain 5988]")
         ->type_name("N")
         ->check(CLI::Range(1, 65535));
     app.add_option("--user", raw.options.user, "Account on the BMC")
@@ -68,6 +73,10 @@ void AddConnectionOptions(CLI::App& app, Raw& raw) {
     app.add_option("--password-file", raw.options.passwordFile,
                    "File that holds its password; - is standard input")
         ->type_name("FILE");
+    app.add_flag("--plain", raw.options.plain, "cim: speak plain HTTP instead of TLS");
+    app.add_option("--node", raw.node, "cim: number of a node in an enclosure of several")
+        ->type_name("N")
+        ->check(CLI::Range(0, 65535));
     app.add_flag("--no-proxy", raw.options.noProxy, "Ignore the environment's proxies");
     app.add_flag("--json", raw.options.json, "Print the result as one JSON object");
     app.add_option("--log-level", raw.logLevel,
@@ -92,6 +101,8 @@ void AddCollectOptions(CLI::App& app, Raw& raw) {
     app.add_option("--export-password-file", raw.options.exportPasswordFile,
                    "File that holds its password; - is standard input")
         ->type_name("FILE");
+    app.add_flag("--initialize", raw.options.initialize,
+                 "cim: tell the BMC to initialise before it gathers");
     app.add_option("--tries", raw.options.tries, "How often to ask whether the BMC is done")
         ->type_name("N")
         ->capture_default_str()
@@ -167,15 +178,57 @@ std::string CheckExport(const Options& options) {
     return "";
 }
 
+struct OwnOption {
+    const char* name;
+    const char* channel;
+};
+
+// Options that only one channel has. Elsewhere they are refused: who gives one expects something.
+constexpr OwnOption kOwnOptions[] = {
+    {"--plain", "cim"},      {"--node", "cim"},      {"--initialize", "cim"},
+    {"--log", "redfish"},    {"--tries", "redfish"}, {"--interval", "redfish"},
+    {"--output", "redfish"},
+};
+
+std::string CheckForeignOptions(const CLI::App& command, const Options& options) {
+    for (const OwnOption& own : kOwnOptions) {
+        const CLI::Option* option = command.get_option_no_throw(own.name);
+        if (option == nullptr || option->count() == 0 || options.via == own.channel) continue;
+        return std::string(own.name) + " is an option of --via " + own.channel + ".";
+    }
+    return "";
+}
+
+// The library looks for these words in the whole URI, in lower case; the tool wants to be sure of
+// what the BMC makes of it.
+std::string CheckCim(const Options& options) {
+    if (options.via != "cim" || options.command != Command::kCollect) return "";
+    const std::string& uri = options.exportUri;
+    if (uri.empty()) {
+        return "--via cim needs --export-uri: the BMC uploads its archives by itself.";
+    }
+    const bool sftp = uri.rfind("sftp://", 0) == 0;
+    const bool tftp = uri.rfind("tftp://", 0) == 0;
+    if (!sftp && !tftp) return "--export-uri must begin with sftp:// or tftp://.";
+    if (uri.find_first_of("/?#", 7) == 7 || uri.size() == 7) return "--export-uri names no host.";
+    if (tftp && !(options.exportUser.empty() && options.exportPasswordFile.empty())) {
+        return "TFTP knows no accounts: --export-user and --export-password-file need sftp://.";
+    }
+    return "";
+}
+
 // A text for the operator, empty where all is well.
-std::string Complete(Raw& raw) {
+std::string Complete(const CLI::App& command, Raw& raw) {
     Options& options = raw.options;
+    const Channel& channel = *FindChannel(options.via);
     options.miniLog = raw.log == "mini";
     if (raw.logLevel >= 0) options.logLevel = raw.logLevel;
-    options.port = raw.port != 0 ? static_cast<std::uint16_t>(raw.port)
-                                 : FindChannel(options.via)->defaultPort;
+    if (raw.node >= 0) options.node = static_cast<std::uint16_t>(raw.node);
+    options.port = options.plain ? channel.plainPort : channel.defaultPort;
+    if (raw.port != 0) options.port = static_cast<std::uint16_t>(raw.port);
     for (const std::string& fault :
-         {TakeHost(raw.host, options), CheckUser(options), CheckExport(options)}) {
+         {CheckForeignOptions(command, options), TakeHost(raw.host, options), CheckUser(options),
+          CheckExport(options), CheckCim(options)}) {
         if (!fault.empty()) return fault;
     }
     return options.output.empty() ? "--output is empty." : "";
@@ -239,7 +292,7 @@ Parsed ParseOptions(int argc, const char* const* argv) {
     }
 
     raw.options.command = collect->parsed() ? Command::kCollect : Command::kCheck;
-    const std::string fault = Complete(raw);
+    const std::string fault = Complete(collect->parsed() ? *collect : *check, raw);
     if (!fault.empty()) return UsageError(fault);
     Parsed parsed;
     parsed.options = raw.options;

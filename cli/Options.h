@@ -20,8 +20,12 @@ struct Options {
     std::string user = "admin";
     std::string passwordFile;  // "-": standard input; empty: environment or prompt
 
+    bool plain = false;                 // CIM: without TLS
+    std::optional<std::uint16_t> node;  // CIM: of an enclosure; none: the machine itself
+    bool initialize = false;            // CIM: sent along as InitializationNeeded
+
     bool miniLog = false;
-    std::string exportUri;  // empty: the archive is downloaded
+    std::string exportUri;  // empty: the archive is downloaded (CIM: never empty)
     std::string exportUser;
     std::string exportPasswordFile;
     int tries = 120;   // questions for the task's state

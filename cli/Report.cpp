@@ -14,6 +14,7 @@ using namespace std::chrono_literals;
 namespace json = boost::json;
 
 constexpr int kSchema = 1;
+constexpr char kByObjects[] = "cim";  // the channel whose account lists objects
 constexpr auto kPatience = 200ms;
 constexpr std::size_t kMinSecret = 4;  // masking "a" would make every text unreadable
 
@@ -59,6 +60,37 @@ json::object FactsObject(const BmcFacts& facts) {
             {"firmware", TextOrNull(facts.firmware)},
             {"certificate", CertificateValue(facts.certificate)},
             {"notes", std::move(notes)}};
+}
+
+const char* StateName(ExportedObject::State state) {
+    switch (state) {
+        case ExportedObject::State::kRunning:
+            return "not-ended";
+        case ExportedObject::State::kExported:
+            return "exported";
+        case ExportedObject::State::kSkipped:
+            return "skipped";
+        case ExportedObject::State::kRefused:
+            return "refused";
+        case ExportedObject::State::kFailed:
+            return "failed";
+        case ExportedObject::State::kNotTried:
+            return "not-tried";
+    }
+    return "unknown";
+}
+
+json::object ObjectObject(const ExportedObject& object) {
+    const bool refused = object.state == ExportedObject::State::kRefused;
+    const bool exported = object.state == ExportedObject::State::kExported;
+    json::value returned = nullptr;
+    if (refused) returned = json::string(ValidUtf8(object.returned));
+    if (exported) returned = "0";
+    return {{"path", TextOrNull(object.path)},
+            {"collection_type", TextOrNull(object.type)},
+            {"outcome", StateName(object.state)},
+            {"return_value", std::move(returned)},
+            {"seconds", std::round(object.seconds * 1000) / 1000}};
 }
 
 void Line(std::ostream& out, const char* label, const std::string& text) {
@@ -115,6 +147,14 @@ void Report::SetDelivery(const Delivery& delivery) {
     m_delivery = delivery;
 }
 
+void Report::SetObject(std::size_t number, const ExportedObject& object) {
+    std::lock_guard<std::timed_mutex> hold(m_lock);
+    if (m_objects.size() <= number) m_objects.resize(number + 1);
+    ExportedObject& kept = m_objects[number];
+    kept = object;
+    for (std::string* text : {&kept.path, &kept.type, &kept.returned}) *text = Masked(*text);
+}
+
 void Report::Write(const Outcome& ending, std::ostream& out, std::ostream& err) {
     std::unique_lock<std::timed_mutex> hold(m_lock, kPatience);
     if (!hold.owns_lock()) return;
@@ -160,22 +200,26 @@ void Report::WriteJson(const Outcome& outcome, std::ostream& out) const {
     json::array steps;
     for (const Step& step : m_steps) steps.push_back(StepObject(step));
     const bool downloaded = !m_delivery.path.empty();
-    const json::object object{
-        {"schema", kSchema},
-        {"version", KEMFFDC_VERSION},
-        {"command", m_options.command == Command::kCheck ? "check" : "collect"},
-        {"channel", m_options.via},
-        {"host", TextOrNull(m_options.host)},
-        {"port", m_options.port},
-        {"outcome", OutcomeName(outcome.code)},
-        {"exit_code", static_cast<int>(outcome.code)},
-        {"reason", TextOrNull(outcome.reason)},
-        {"steps", std::move(steps)},
-        {"path", TextOrNull(m_delivery.path)},
-        {"size", downloaded ? json::value(m_delivery.size) : json::value(nullptr)},
-        {"sha256", TextOrNull(m_delivery.sha256)},
-        {"export_uri", TextOrNull(m_delivery.exportUri)},
-        {"bmc", FactsObject(m_facts)}};
+    json::object object{{"schema", kSchema},
+                        {"version", KEMFFDC_VERSION},
+                        {"command", m_options.command == Command::kCheck ? "check" : "collect"},
+                        {"channel", m_options.via},
+                        {"host", TextOrNull(m_options.host)},
+                        {"port", m_options.port},
+                        {"outcome", OutcomeName(outcome.code)},
+                        {"exit_code", static_cast<int>(outcome.code)},
+                        {"reason", TextOrNull(outcome.reason)},
+                        {"steps", std::move(steps)},
+                        {"path", TextOrNull(m_delivery.path)},
+                        {"size", downloaded ? json::value(m_delivery.size) : json::value(nullptr)},
+                        {"sha256", TextOrNull(m_delivery.sha256)},
+                        {"export_uri", TextOrNull(m_delivery.exportUri)},
+                        {"bmc", FactsObject(m_facts)}};
+    if (m_options.via == kByObjects) {
+        json::array objects;
+        for (const ExportedObject& one : m_objects) objects.push_back(ObjectObject(one));
+        object["objects"] = std::move(objects);
+    }
     out << json::serialize(object) << "\n";
 }
 
@@ -185,10 +229,23 @@ void Report::WriteWords(std::ostream& out) const {
         return;
     }
     Line(out, "Exported to: ", m_delivery.exportUri);
+    WriteObjects(out);
     if (m_delivery.path.empty()) return;
     out << "Archive: " << m_delivery.path << "\n"
         << "Size:    " << m_delivery.size << " bytes (" << HumanBytes(m_delivery.size) << ")\n"
         << "SHA-256: " << m_delivery.sha256 << "\n";
+}
+
+void Report::WriteObjects(std::ostream& out) const {
+    for (const ExportedObject& object : m_objects) {
+        const bool skipped = object.state == ExportedObject::State::kSkipped;
+        const std::chrono::milliseconds time(static_cast<long long>(object.seconds * 1000));
+        out << "  " << object.path;
+        if (!object.type.empty()) out << ", type " << object.type;
+        out << (skipped ? ": skipped, objects of this type are never exported"
+                        : ": uploaded by the BMC in " + Elapsed(time))
+            << "\n";
+    }
 }
 
 void Report::WriteFacts(std::ostream& out) const {

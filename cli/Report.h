@@ -54,6 +54,23 @@ struct Delivery {
     std::string sha256;  // lower-case hexadecimal
 };
 
+// A data object that a BMC exports by itself (CIM). Texts are fit for display.
+struct ExportedObject {
+    enum class State {
+        kRunning,  // the BMC gathers or uploads
+        kExported,
+        kSkipped,   // of a type that is never exported
+        kRefused,   // ExportData returned something other than success
+        kFailed,    // it did not return
+        kNotTried,  // an earlier one ended the run
+    };
+    std::string path;
+    std::string type;  // its DataCollectionType; empty where it has none
+    State state = State::kRunning;
+    std::string returned;  // what ExportData returned, where it was refused
+    double seconds = 0;
+};
+
 // The account of one run, and its two forms at the end: words, or one JSON object. Any thread may
 // call any operation; an ending is written once.
 class Report {
@@ -69,6 +86,9 @@ public:
     void SetFacts(const BmcFacts& facts);
     void SetDelivery(const Delivery& delivery);
 
+    // What has become of the object with this number, counted from 0.
+    void SetObject(std::size_t number, const ExportedObject& object);
+
     // Writes the ending: results on `out`, reasons on `err`. Gives up after a moment when another
     // thread is stuck inside this object.
     void Write(const Outcome& ending, std::ostream& out, std::ostream& err);
@@ -79,6 +99,7 @@ private:
     void WriteJson(const Outcome& outcome, std::ostream& out) const;
     void WriteWords(std::ostream& out) const;
     void WriteFacts(std::ostream& out) const;
+    void WriteObjects(std::ostream& out) const;
     const char* OutcomeName(ExitCode code) const;
 
     const Options& m_options;
@@ -89,6 +110,7 @@ private:
     std::chrono::steady_clock::time_point m_openSince;
     BmcFacts m_facts;
     Delivery m_delivery;
+    std::vector<ExportedObject> m_objects;
 };
 
 }  // namespace Kemffdc

@@ -102,6 +102,7 @@ private:
         m_report.Hide(m_password);
         m_report.Hide(m_exportPassword);
 
+        // CIM has no download: there the URI is never empty.
         const bool downloads =
             m_options.command == Command::kCollect && m_options.exportUri.empty();
         if (downloads) outcome = m_folder.Open(m_options.output);

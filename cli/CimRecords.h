@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef KEMFFDC_CIMRECORDS_H
+#define KEMFFDC_CIMRECORDS_H
+
+#include <chrono>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "LogSink.h"
+#include "Report.h"
+
+namespace Kemffdc {
+
+class Progress;
+
+// What a record of the library's CIM channel tells beyond the codes of its operations.
+enum class CimSign {
+    kConnecting,
+    kConnected,
+    kNotConnected,   // text: why; after the third attempt
+    kClass,          // text: the class whose objects are asked for
+    kFound,          // text: how many there are
+    kNotEnumerated,  // text: why they could not be had
+    kNoService,      // the run ends for want of a service object
+    kNoData,         // the run ends without the data objects
+    kObject,         // text: path of the data object that is next
+    kType,           // text: its DataCollectionType, and its raw form
+    kReturned,       // text: what ExportData returned instead of success
+    kExportBroken,   // text: why ExportData did not return
+    kBadUri,         // the export URI names neither sftp nor tftp
+};
+
+struct CimFinding {
+    CimSign sign;
+    std::string text;  // as the BMC sent it, cut to 64 KiB
+};
+
+// Nothing for records that tell nothing new.
+std::optional<CimFinding> FindCimSign(const Varnex::LogRecord& record);
+
+// What the library's records say about a run.
+struct CimAccount {
+    std::string asked;                    // class of the last enumeration
+    std::optional<unsigned> services;     // objects found
+    std::optional<unsigned> found;        // data objects found
+    std::string failure;                  // the library's reason, of the last failure that has one
+    bool exportBroken = false;            // which was an export's
+    std::vector<ExportedObject> objects;  // those that the library came to, in order
+};
+
+// Keeps that account. The library logs no success: an export has succeeded when the next object's
+// turn comes, or when the whole run has succeeded.
+class CimLedger {
+public:
+    using Time = std::chrono::steady_clock::time_point;
+
+    // Takes a finding that was made at `now`. Returns whether an object has changed.
+    bool Take(const CimFinding& finding, Time now);
+
+    // After the run: how the last object ended, and those that were never tried.
+    void End(bool success, Time now);
+
+    const CimAccount& Account() const { return m_account; }
+
+private:
+    ExportedObject* Open();
+    void Close(ExportedObject::State state, Time now);
+    void TakeType(const std::string& text, Time now);
+    void TakeCount(const std::string& text);
+
+    CimAccount m_account;
+    Time m_since;
+};
+
+// "object 2 of 3 (type 1): the BMC gathers and uploads, for up to 20 minutes"
+std::string ObjectProgress(const CimAccount& account);
+
+// Listens to the library while it works: keeps the ledger and shows where the run is.
+class CimListener : public Varnex::LogSink {
+public:
+    CimListener(Progress& progress, Report& report);
+    ~CimListener() override;
+    CimListener(const CimListener&) = delete;
+    CimListener& operator=(const CimListener&) = delete;
+
+    void Receive(const Varnex::LogRecord& record) override;
+
+    // The account so far, completed when the run has ended.
+    CimAccount End(bool success);
+    CimAccount Account();
+
+private:
+    void Show(const CimFinding& finding, bool changed);
+
+    Progress& m_progress;
+    Report& m_report;
+    std::mutex m_lock;
+    CimLedger m_ledger;
+};
+
+}  // namespace Kemffdc
+
+#endif
