@@ -87,14 +87,20 @@ def plan_archives(
         raise ArchiveError(f"archive name {name!r} is the mini archive's")
     sizes = {FULL: size, MINI: mini_size}
     return {
-        kind: ArchivePlan(
-            kind, names[kind], _layout(machine, kind, sizes[kind]), machine.random.randbytes(16)
-        )
+        kind: plan_archive(machine, kind, names[kind], sizes[kind], "redfish.archive")
         for kind in (FULL, MINI)
     }
 
 
-def _layout(machine: Machine, kind: str, size: int | None) -> "_Layout | None":
+def plan_archive(
+    machine: Machine, kind: str, name: str, size: int | None, member: str
+) -> ArchivePlan:
+    """Plans one; `member` names the part of the scenario that the size is from."""
+    layout = _layout(machine, kind, size, member)
+    return ArchivePlan(kind, name, layout, machine.random.randbytes(16))
+
+
+def _layout(machine: Machine, kind: str, size: int | None, member: str) -> "_Layout | None":
     """As many of the members as fit, and then exactly `size` bytes."""
     if size == 0:
         return None
@@ -106,7 +112,7 @@ def _layout(machine: Machine, kind: str, size: int | None) -> "_Layout | None":
             return layout
         members.pop()
     raise ArchiveError(
-        f"redfish.archive: no archive fits into {size} bytes; the smallest has {smallest.size()}, or 0"
+        f"{member}: no archive fits into {size} bytes; the smallest has {smallest.size()}, or 0"
     )
 
 

@@ -30,9 +30,11 @@ from bmc.record import RequestRecord
 from bmc.redfish.service import RedfishService
 from bmc.redfish.settings import read_redfish
 from bmc.scenario import Scenario, ScenarioError, load
+from bmc.sftp.settings import BMC, CREDENTIAL, read_sftp
 from bmc.upload import stop_uploads
 
-SECTIONS = {"redfish": read_redfish, "ipmi": read_ipmi, "cim": read_cim}
+SECTIONS = {"redfish": read_redfish, "ipmi": read_ipmi, "cim": read_cim, "sftp": read_sftp}
+SFTP_PORT = 115  # where clients of this BMC look for it, whatever they are told
 _BAD_START, _USAGE = 1, 2
 
 
@@ -71,6 +73,10 @@ def _options(arguments: list[str]) -> argparse.Namespace:
     parser.add_argument("--ipmi-port", type=_port, default=0, metavar="N", help="UDP; 0: a free one")
     parser.add_argument("--cim-port", type=_port, default=0, metavar="N", help="0: a free one")
     parser.add_argument("--cim-https-port", type=_port, default=0, metavar="N", help="0: a free one")
+    parser.add_argument(
+        "--sftp-port", type=_port, metavar="N",
+        help="0: a free one; unless told %d where the scenario has an sftp section, else none" % SFTP_PORT,
+    )
     parser.add_argument("--redfish-plain", action="store_true", help="HTTP instead of HTTPS")
     parser.add_argument(
         "--state-dir", type=Path, metavar="DIR",
@@ -129,6 +135,7 @@ async def _run(
         options.bind, (options.cim_port, options.cim_https_port), scenario, machine,
         certificate, record, folder / "cim-archives",
     )
+    sftp = await _serve_files(options, scenario, machine, account, record, folder)
     _say_ready({
         "schema": 1,
         "address": options.bind,
@@ -142,12 +149,30 @@ async def _run(
         },
         "ipmi": {"port": ipmi.port, "kcs": kcs.name},
         "cim": cim.facts(),
+        **sftp,
         "archive": _described(archives[FULL]),
         "archives": {kind: _described(archive) for kind, archive in archives.items()},
         "requests": str(record.path),
         "pid": os.getpid(),
     })
     await asyncio.Event().wait()
+
+
+async def _serve_files(
+    options: argparse.Namespace, scenario: Scenario, machine: Machine,
+    account: tuple[str, str], record: RequestRecord, folder: Path,
+) -> dict[str, Any]:
+    """Only where it is asked for: its port is a fixed one, and asyncssh takes its time to load."""
+    if options.sftp_port is None and "sftp" not in scenario.given:
+        return {}
+    from bmc.sftp.service import serve_sftp
+
+    port = SFTP_PORT if options.sftp_port is None else options.sftp_port
+    accounts = {BMC: account, CREDENTIAL: scenario.sections["ipmi"].credential or account}
+    files = await serve_sftp(
+        options.bind, port, scenario.sections["sftp"], accounts, machine, record, folder
+    )
+    return {"sftp": files.facts()}
 
 
 def _described(archive: Archive) -> dict[str, Any]:

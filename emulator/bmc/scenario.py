@@ -32,6 +32,7 @@ class Scenario:
     password: str
     role: str
     sections: Mapping[str, Any] = field(default_factory=dict)
+    given: frozenset[str] = frozenset()  # the members that the file has, empty ones too
 
 
 class Checker:
@@ -127,6 +128,7 @@ def load(file: Path | None, readers: Mapping[str, SectionReader]) -> Scenario:
         password=check.text(top.get("password", secrets.token_hex(8)), ("password",)),
         role=check.choice(top.get("role", "Administrator"), ("role",), ROLES),
         sections={name: read(check, top.get(name)) for name, read in readers.items()},
+        given=frozenset(top),
     )
 
 
