@@ -55,6 +55,8 @@ std::size_t Append(char* data, std::size_t size, std::size_t count, void* body) 
     return size * count;
 }
 
+std::size_t SkipHeader(char*, std::size_t size, std::size_t count, void*) { return size * count; }
+
 class BareLoop {
 public:
     explicit BareLoop(const std::string& url)
@@ -64,18 +66,22 @@ public:
         Set(CURLOPT_URL, url.c_str());
         Set(CURLOPT_WRITEFUNCTION, &Append);
         Set(CURLOPT_WRITEDATA, &m_body);
+        Set(CURLOPT_HEADERFUNCTION, &SkipHeader);
         Set(CURLOPT_HTTPHEADER, m_headers.get());
         Set(CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_BASIC));
         Set(CURLOPT_USERNAME, &kUser[0]);
         Set(CURLOPT_PASSWORD, &kPassword[0]);
+        Set(CURLOPT_USERAGENT, "QTVE_TESSEL");
         Set(CURLOPT_TIMEOUT, static_cast<long>(kTimeoutSeconds));
         Set(CURLOPT_CONNECTTIMEOUT, static_cast<long>(kTimeoutSeconds));
         Set(CURLOPT_NOSIGNAL, 1L);
+        Set(CURLOPT_UNRESTRICTED_AUTH, 1L);
         Set(CURLOPT_FOLLOWLOCATION, 1L);
         Set(CURLOPT_MAXREDIRS, static_cast<long>(kMaxRedirects));
         Set(CURLOPT_SSL_VERIFYPEER, 0L);
         Set(CURLOPT_SSL_VERIFYHOST, 0L);
         Set(CURLOPT_COOKIEFILE, "");
+        Set(CURLOPT_ERRORBUFFER, &m_error[0]);
         Set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
     }
 
@@ -99,6 +105,7 @@ private:
     std::unique_ptr<CURL, Cleanup> m_curl;
     std::unique_ptr<curl_slist, Cleanup> m_headers;
     std::string m_body;
+    char m_error[CURL_ERROR_SIZE] = {};
 };
 
 template <typename Get>
