@@ -3,6 +3,7 @@
 #include <Pegasus/Client/CIMClient.h>
 #include <openssl/evp.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <optional>
@@ -22,6 +23,7 @@ using Internal::PercentEncode;
 using Internal::ToLatin1;
 using Internal::ToUtf8;
 using Internal::Transport;
+using Internal::Trimmed;
 
 namespace {
 
@@ -51,12 +53,6 @@ std::string HostHeader(const std::string& host, Uint32 port) {
     const bool address = host.find(':') != std::string::npos;
     const std::string name = address ? "[" + host.substr(0, host.find('%')) + "]" : host;
     return name + ":" + std::to_string(port);
-}
-
-std::string_view Trimmed(std::string_view text) {
-    const std::size_t first = text.find_first_not_of(" \t");
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
 // "name=value", the value perhaps in quotes; empty where the name is another.
@@ -115,17 +111,19 @@ String Decoded(const std::string* field) {
                                       Decoded(FindField(answer, "PGErrorDetail")));
 }
 
-// Whether a 401 asks for what we have: Basic with a realm. A Digest challenge, or none, does not.
+// Whether a 401 asks for what we have: Basic with a realm in quotes. A Digest challenge, or none,
+// does not; what is none of these is no challenge that a CIM server sends.
 bool AsksForBasic(const HttpAnswer& answer) {
-    static constexpr std::string_view kBasic = "Basic ";
     const std::string* challenge = answer.Find("WWW-Authenticate");
     if (challenge == nullptr) return false;
-    if (challenge->compare(0, 6, "Digest") == 0) return false;
-    const std::string_view parameter =
-        Trimmed(std::string_view(*challenge).substr(std::min(kBasic.size(), challenge->size())));
-    const bool realm = parameter.size() > 7 && parameter.substr(0, 7) == "realm=\"" &&
-                       parameter.find('"', 7) != std::string_view::npos;
-    if (challenge->compare(0, kBasic.size(), kBasic) == 0 && realm) return true;
+    const std::size_t blank = std::min(challenge->find(' '), challenge->size());
+    const std::string scheme = challenge->substr(0, blank);
+    if (scheme == "Digest") return false;
+    static constexpr std::string_view kRealm = "realm=\"";
+    const std::string_view rest = Trimmed(std::string_view(*challenge).substr(blank));
+    const bool realm = rest.substr(0, kRealm.size()) == kRealm &&
+                       rest.find('"', kRealm.size()) != std::string_view::npos;
+    if (scheme == "Basic" && realm) return true;
     throw CIMClientMalformedHTTPException("Invalid Authorization header");
 }
 

@@ -110,8 +110,8 @@ String cimStatusCodeToString(CIMStatusCode code) {
         "CIM_ERR_CONTINUATION_ON_ERROR_NOT_SUPPORTED",
         "CIM_ERR_SERVER_LIMITS_EXCEEDED",
         "CIM_ERR_SERVER_IS_SHUTTING_DOWN"};
-    if (code < kNames.size() && kNames[code] != nullptr) return String(kNames[code]);
-    return String(("Unrecognized CIM status code \"" + std::to_string(code) + "\"").c_str());
+    if (code < kNames.size() && kNames[code] != nullptr) return {kNames[code]};
+    return {("Unrecognized CIM status code \"" + std::to_string(code) + "\"").c_str()};
 }
 
 }  // namespace Pegasus

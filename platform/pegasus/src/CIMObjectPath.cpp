@@ -112,8 +112,7 @@ private:
 
     static bool IsNumber(Units value) {
         bool digits = false;
-        for (std::size_t i = 0; i < value.size(); ++i) {
-            const char16_t c = value[i];
+        for (const char16_t c : value) {
             const bool digit = c >= u'0' && c <= u'9';
             digits = digits || digit;
             const bool letter = (c >= u'a' && c <= u'f') || (c >= u'A' && c <= u'F');

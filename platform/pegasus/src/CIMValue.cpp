@@ -141,14 +141,14 @@ String TextOf(T number) {
     return String(std::to_string(number).c_str());
 }
 
-String TextOf(bool value) { return String(value ? "TRUE" : "FALSE"); }
+String TextOf(bool value) { return {value ? "TRUE" : "FALSE"}; }
 
 // As printf's "%.16e" writes in the C locale, whatever the locale is.
 String TextOf(double value) {
     std::array<char, 40> text;
     const auto end = std::to_chars(text.data(), text.data() + text.size(), value,
                                    std::chars_format::scientific, 16);
-    return String(text.data(), static_cast<Uint32>(end.ptr - text.data()));
+    return {text.data(), static_cast<Uint32>(end.ptr - text.data())};
 }
 
 String TextOf(float value) { return TextOf(static_cast<double>(value)); }

@@ -25,11 +25,11 @@ namespace beast = boost::beast;
 namespace http = boost::beast::http;
 using boost::system::error_code;
 
-constexpr std::uint32_t kMaxHeader = 64 * 1024;
+constexpr std::uint32_t kMaxHeader = 64U * 1024;
 // Holds a piece of body or a whole trailer.
-constexpr std::size_t kMaxBuffer = 256 * 1024;
+constexpr std::size_t kMaxBuffer = std::size_t{256} * 1024;
 // Some hundred thousand properties; the document's tree needs up to 16 times as much.
-constexpr std::uint64_t kMaxBody = 16 * 1024 * 1024;
+constexpr std::uint64_t kMaxBody = std::uint64_t{16} * 1024 * 1024;
 constexpr int kMaxInterimAnswers = 8;
 
 using Parser = http::response_parser<http::string_body>;

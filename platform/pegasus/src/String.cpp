@@ -211,6 +211,13 @@ int CompareNoCase(const String& a, const String& b) {
     return left.size() < right.size() ? -1 : 1;
 }
 
+std::string_view Trimmed(std::string_view text) {
+    static constexpr std::string_view kBlanks = " \t\r\n";
+    const std::size_t first = text.find_first_not_of(kBlanks);
+    if (first == std::string_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+}
+
 std::string PercentEncode(std::string_view bytes) {
     std::string text;
     for (const char c : bytes) {

@@ -36,6 +36,9 @@ inline char16_t FoldCase(char16_t unit) {
 // Below, at or above 0, by units without the case of A to Z.
 int CompareNoCase(const String& a, const String& b);
 
+// Without blanks, tabs and line ends at both ends.
+std::string_view Trimmed(std::string_view text);
+
 // "%2F" for "/" and so on. Letters, digits and -_.!~*'() stay.
 std::string PercentEncode(std::string_view bytes);
 // A "%" that no two hexadecimal digits follow stays as it is.

@@ -92,7 +92,7 @@ private:
         do {
             // Rounded up, so that the last part of a millisecond is not spent spinning.
             const auto left = std::chrono::ceil<milliseconds>(m_deadline - Transport::Clock::now());
-            const auto wait = std::clamp<milliseconds::rep>(left.count(), 0, 1000 * 3600);
+            const auto wait = std::clamp<milliseconds::rep>(left.count(), 0, 3600000);
             result = ::poll(&wanted, 1, static_cast<int>(wait));
         } while (result < 0 ? errno == EINTR : result == 0 && Transport::Clock::now() < m_deadline);
         error.clear();

@@ -17,12 +17,6 @@ constexpr std::string_view kBlanks = " \t\r\n";
 constexpr std::string_view kDeclaration = "<?xml";
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
-std::string_view Trimmed(std::string_view text) {
-    const std::size_t first = text.find_first_not_of(kBlanks);
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
-
 const char* Problem(pugi::xml_parse_status status) {
     switch (status) {
         case pugi::status_end_element_mismatch:

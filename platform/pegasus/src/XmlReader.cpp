@@ -23,12 +23,6 @@ constexpr int kMaxReferenceDepth = 16;
 // Each level escapes the one below, which can double it.
 constexpr Uint32 kMaxReferenceKey = 1024 * 1024;
 
-std::string_view Trimmed(std::string_view text) {
-    const std::size_t first = text.find_first_not_of(" \t\r\n");
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
-}
-
 // Decimal or hexadecimal ("0x1F"), with blanks around; false when it is no such number or does not
 // fit.
 template <class T>
@@ -480,9 +474,8 @@ private:
         const CIMName name = m_document.NameAttribute(element, "NAME");
         XmlChildren children(m_document, element);
         const xml_node value = children.If("KEYVALUE");
-        const CIMKeyBinding key =
-            value ? KeyValue(name, value)
-                  : ReferenceKey(name, children.Expect("VALUE.REFERENCE"), depth);
+        CIMKeyBinding key = value ? KeyValue(name, value)
+                                  : ReferenceKey(name, children.Expect("VALUE.REFERENCE"), depth);
         children.End();
         return key;
     }
