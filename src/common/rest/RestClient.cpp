@@ -6,6 +6,7 @@
 #include <new>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 
@@ -68,18 +69,22 @@ private:
     CURL* m_curl;
 };
 
-std::string Stripped(const std::string& text) {
+// By the classes of the host's locale, looked up once: a search for each byte would be the dearest
+// part of a small answer.
+std::string Stripped(std::string_view text) {
     const std::locale locale;
+    const auto& classes = std::use_facet<std::ctype<char>>(locale);
+    const auto isBlank = [&classes](char c) { return classes.is(std::ctype_base::space, c); };
     std::size_t begin = 0;
     std::size_t end = text.size();
-    while (begin < end && std::isspace(text[begin], locale)) ++begin;
-    while (begin < end && std::isspace(text[end - 1], locale)) --end;
-    return text.substr(begin, end - begin);
+    while (begin < end && isBlank(text[begin])) ++begin;
+    while (begin < end && isBlank(text[end - 1])) --end;
+    return std::string(text.substr(begin, end - begin));
 }
 
-void StoreHeader(const std::string& line, Response& response) {
+void StoreHeader(std::string_view line, Response& response) {
     const std::size_t colon = line.find(':');
-    if (colon != std::string::npos) {
+    if (colon != std::string_view::npos) {
         response.headers[Stripped(line.substr(0, colon))] = Stripped(line.substr(colon + 1));
         return;
     }
@@ -90,7 +95,7 @@ void StoreHeader(const std::string& line, Response& response) {
 
 std::size_t ReceiveHeader(char* data, std::size_t size, std::size_t count, void* target) {
     return KeptException::Run<std::size_t>(0, [=] {
-        StoreHeader(std::string(data, size * count), *static_cast<Response*>(target));
+        StoreHeader(std::string_view(data, size * count), *static_cast<Response*>(target));
         return size * count;
     });
 }
