@@ -127,8 +127,8 @@ public:
     // IPMI only: the local folder of the last run. Empty on every other object.
     const std::string GetFFDCPath();
 
-    // IPMI only, ignored by every other object: "In progress" and then "." for every poll of the BMC
-    // go to `callBack`, which stays the host's and outlives its use here. Null: to nobody, the
+    // IPMI only, ignored by every other object: "In progress" and then "." for every poll of the
+    // BMC go to `callBack`, which stays the host's and outlives its use here. Null: to nobody, the
     // default.
     void SetLogCallBack(LogMessageCallBack* callBack);
 
