@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <sstream>
@@ -19,6 +18,7 @@
 
 #include "Listeners.h"
 #include "LogSink.h"
+#include "environment.h"
 #include "masking.h"
 
 namespace {
@@ -122,17 +122,12 @@ private:
         return writer;
     }
 
-    static std::string Environment(const char* name) {
-        const char* value = std::getenv(name);
-        return value == nullptr ? std::string() : std::string(value);
-    }
-
     void ApplyEnvironment() {
-        SetFormat(Environment("VARNEX_LOG_FORMAT"));
+        SetFormat(EnvironmentText("VARNEX_LOG_FORMAT"));
         std::string error;
-        const std::string file = Environment("VARNEX_LOG_FILE");
+        const std::string file = EnvironmentText("VARNEX_LOG_FILE");
         const bool opened = SetFile(file, error);
-        const std::string level = Environment("VARNEX_LOG_LEVEL");
+        const std::string level = EnvironmentText("VARNEX_LOG_LEVEL");
         const bool goodLevel = level.size() == 1 && level[0] >= '0' && level[0] <= '4';
         if (goodLevel) SetLevel(level[0] - '0');
         if (!opened) {

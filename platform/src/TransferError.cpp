@@ -61,6 +61,10 @@ std::string WithoutUserInfo(std::string text) {
 
 std::error_code TransferError(int number, const std::string& text) {
     static const TransferCategory& category = *new TransferCategory;  // outlives every code
-    LastOfThisThread() = {number, ForDisplay(WithoutUserInfo(text))};
+    LastOfThisThread() = {number, ForDisplay(text)};
     return {number, category};
+}
+
+std::error_code LibcurlError(int number, const std::string& text) {
+    return TransferError(number, WithoutUserInfo(text));
 }

@@ -15,4 +15,7 @@ constexpr int kHttpStatus = 1000;
 
 std::error_code TransferError(int number, const std::string& text);
 
+// With libcurl's own text, in which a proxy's address may hold credentials.
+std::error_code LibcurlError(int number, const std::string& text);
+
 #endif

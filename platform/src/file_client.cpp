@@ -1,168 +1,207 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "file_client.h"
 
-#include <algorithm>
 #include <cstdint>
-#include <cstdlib>
-#include <mutex>
 #include <ostream>
 
-#include "GlobalConfig.h"
+#include "HostKeyCheck.h"
 #include "Log.h"
 #include "PartFile.h"
 #include "TransferError.h"
+#include "transfer_settings.h"
 #include "transfer_watchers.h"
 
 namespace {
 
 constexpr char kLogSource[] = "platform/src/file_client";
-constexpr char kUserAgent[] = "QTVE_TESSEL";
-constexpr long kBufferSize = 512L * 1024;  // bytes: over SFTP, 16 KiB are a third of the speed
-constexpr long kStallSpeed = 30;           // bytes per second; slower counts as stalled
+constexpr std::size_t kLargestListing = 16 * 1024 * 1024;  // bytes of names
 
-struct CloseHandle {
-    void operator()(CURL* handle) const noexcept { curl_easy_cleanup(handle); }
-};
-using Handle = std::unique_ptr<CURL, CloseHandle>;
-
-// Seconds, read once per process; below 1 counts as 1, because a transfer has to end.
-long StallTime() {
-    static const int seconds = GetGlobalConfigValue("TRANSFER_STALL_TIME", 60);
-    return std::max(seconds, 1);
-}
-
-long ConnectTime() {
-    static const int seconds = GetGlobalConfigValue("TRANSFER_CONNECT_TIME", 30);
-    return std::max(seconds, 1);
-}
-
-Handle MakeHandle() {
-    static std::once_flag once;
-    std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
-    return Handle(curl_easy_init());
-}
-
-std::string EnvironmentText(const char* name) {
-    const char* value = std::getenv(name);
-    return value == nullptr ? std::string() : std::string(value);
-}
-
-// Collects the first failure of a row of settings.
-class Settings {
+// One transfer: what listing and download have in common.
+class Exchange {
 public:
-    explicit Settings(CURL* handle) : m_handle(handle) {}
+    explicit Exchange(const Uri& uri) : m_uri(uri), m_hostKey(uri.host(), uri.port()) {}
 
-    template <class Value>
-    void Set(CURLoption option, Value value) {
-        if (m_result == CURLE_OK) m_result = curl_easy_setopt(m_handle, option, value);
+protected:
+    ~Exchange() = default;
+
+    // Makes the handle. `option` may be null.
+    bool Open(const curlcpp::option_trait_base* option) {
+        m_handle = MakeHandle();
+        if (!m_handle) return false;
+        Settings settings(m_handle.get());
+        SetProtocol(settings, m_uri, m_hostKey);
+        if (option != nullptr) settings.Set(*option);
+        m_settingsResult = settings.Result();
+        if (IsHttps(m_uri)) LogVerification();
+        return true;
     }
-    void Set(CURLoption option, const std::string& value) { Set(option, value.c_str()); }
 
-    // Number 0 means "no option" and never reaches libcurl.
-    void Set(const curlcpp::option_trait_base& option) {
-        if (m_result == CURLE_OK && static_cast<int>(option.option()) != 0) {
-            m_result = option.apply(m_handle);
+    CURLcode Perform(const std::string& url, curl_write_callback onData, void* self,
+                     curl_xferinfo_callback onProgress) {
+        // After the caller's option, which cannot take these away.
+        Settings settings(m_handle.get());
+        settings.Set(CURLOPT_URL, url);
+        settings.Set(CURLOPT_ERRORBUFFER, m_errorText);
+        settings.Set(CURLOPT_WRITEFUNCTION, onData);
+        settings.Set(CURLOPT_WRITEDATA, self);
+        settings.Set(CURLOPT_NOPROGRESS, onProgress == nullptr ? 1L : 0L);
+        settings.Set(CURLOPT_XFERINFOFUNCTION, onProgress);
+        settings.Set(CURLOPT_XFERINFODATA, self);
+        if (m_settingsResult != CURLE_OK) return m_settingsResult;
+        return settings.Result() == CURLE_OK ? curl_easy_perform(m_handle.get())
+                                             : settings.Result();
+    }
+
+    std::error_code Error(CURLcode code) const {
+        if (code == CURLE_OK) return {};
+        const std::string& refusal = m_hostKey.Refusal();
+        return refusal.empty() ? LibcurlError(code, m_errorText) : TransferError(code, refusal);
+    }
+
+    // To libcurl "/~" at the start of an SFTP path is the home folder; here it is a name.
+    std::string Url() const {
+        std::string url = m_uri.str();
+        const std::size_t path = url.find('/', url.find("://") + 3);
+        if (IsSftp(m_uri) && url.compare(path, 2, "/~") == 0) url.insert(path, "/.");
+        return url;
+    }
+
+    const Uri& m_uri;
+    Handle m_handle;
+
+private:
+    void LogVerification() const {
+        const std::string ca = CaFile();
+        Log(4, kLogSource, __LINE__).Stream()
+            << "The certificate of " << m_uri.host() << " is "
+            << (ca.empty() ? "not verified" : "verified against " + ca) << ".";
+    }
+
+    HostKeyCheck m_hostKey;
+    CURLcode m_settingsResult = CURLE_OK;
+    char m_errorText[CURL_ERROR_SIZE] = {};
+};
+
+// Why `name` is not one plain component of a path; null where it is.
+const char* WhyNoName(const std::string& name) {
+    if (name.empty()) return "it is empty";
+    if (name.find('/') != std::string::npos) return "it holds a slash";
+    if (name.find('\0') != std::string::npos) return "it holds a NUL byte";
+    if (name.find('\n') != std::string::npos) return "it holds a line end";
+    return nullptr;
+}
+
+// The names in a folder.
+class Listing : private Exchange {
+public:
+    explicit Listing(const Uri& uri) : Exchange(uri) {}
+
+    std::error_code Run(std::list<std::string>& names) {
+        if (!IsSftp(m_uri)) {
+            return TransferError(CURLE_UNSUPPORTED_PROTOCOL,
+                                 "Nothing is listed by \"" + m_uri.scheme() + "\"");
+        }
+        if (!Open(nullptr)) return TransferError(CURLE_FAILED_INIT, "");
+        Settings settings(m_handle.get());
+        settings.Set(CURLOPT_DIRLISTONLY, 1L);
+        const CURLcode code = Perform(FolderUrl(), &Listing::OnData, this, nullptr);
+        if (m_size > kLargestListing) {
+            return TransferError(CURLE_FILESIZE_EXCEEDED, "The listing is too long");
+        }
+        if (const std::error_code error = Error(code)) return error;
+        names.swap(m_names);
+        return {};
+    }
+
+private:
+    // Only with a slash at the end is a folder listed, without one it would be fetched.
+    std::string FolderUrl() const {
+        const std::string url = Url();
+        return url.back() == '/' ? url : url + "/";
+    }
+
+    static std::size_t OnData(char* data, std::size_t size, std::size_t count, void* self) {
+        return static_cast<Listing*>(self)->Take(data, size * count) ? size * count : 0;
+    }
+
+    bool Take(const char* data, std::size_t size) noexcept {
+        try {
+            m_size += size;
+            TakePiece(std::string(data, size));
+            return m_size <= kLargestListing;
+        } catch (...) {  // no exception goes through libcurl
+            return false;
         }
     }
 
-    CURLcode Result() const { return m_result; }
-
-private:
-    CURL* m_handle;
-    CURLcode m_result = CURLE_OK;
-};
-
-void SetLimits(Settings& settings) {
-    settings.Set(CURLOPT_NOSIGNAL, 1L);
-    settings.Set(CURLOPT_CONNECTTIMEOUT, ConnectTime());
-    settings.Set(CURLOPT_LOW_SPEED_LIMIT, kStallSpeed);
-    settings.Set(CURLOPT_LOW_SPEED_TIME, StallTime());
-    settings.Set(CURLOPT_BUFFERSIZE, kBufferSize);
-}
-
-// BMCs sign their certificates themselves, so by default none is verified.
-void SetTls(Settings& settings, const Uri& uri) {
-    const std::string file = EnvironmentText("VARNEX_CA_FILE");
-    if (file.empty()) {
-        settings.Set(CURLOPT_SSL_VERIFYPEER, 0L);
-        settings.Set(CURLOPT_SSL_VERIFYHOST, 0L);
-        Log(4, kLogSource, __LINE__).Stream()
-            << "The certificate of " << uri.host() << " is not verified.";
-        return;
+    // libcurl hands over one name at a time and a line end of its own after it, apart or, in some
+    // versions, in one piece: every other line end belongs to the name.
+    void TakePiece(std::string piece) {
+        if (m_apart && !m_name.empty()) {
+            Keep(m_name);
+            m_name.clear();
+        } else if (!m_apart && !piece.empty() && piece.back() == '\n') {
+            piece.pop_back();
+            Keep(piece);
+        } else {
+            m_apart = true;
+            m_name = std::move(piece);
+        }
     }
-    settings.Set(CURLOPT_SSL_VERIFYPEER, 1L);
-    settings.Set(CURLOPT_SSL_VERIFYHOST, 2L);
-    settings.Set(CURLOPT_CAINFO, file);
-    settings.Set<const char*>(CURLOPT_CAPATH, nullptr);  // this CA, and not the system's besides
-    Log(4, kLogSource, __LINE__).Stream()
-        << "The certificate of " << uri.host() << " is verified against " << file << ".";
-}
 
-// Basic or digest, but only after the server asked for it: where the caller's header lines hold a
-// token that is accepted, the password is not sent at all.
-void SetAccount(Settings& settings, const Uri& uri) {
-    if (uri.user().empty()) return;
-    settings.Set(CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_BASIC | CURLAUTH_DIGEST));
-    settings.Set(CURLOPT_USERNAME, uri.user());
-    settings.Set(CURLOPT_PASSWORD, uri.password());
-}
+    void Keep(const std::string& name) {
+        if (const char* why = WhyNoName(name)) {
+            Log(2, kLogSource, __LINE__).Stream()
+                << "The name \"" << name << "\" of the listing is passed over: " << why << ".";
+        } else if (name != "." && name != "..") {
+            m_names.push_back(name);
+        }
+    }
 
-void SetHttps(Settings& settings, const Uri& uri) {
-    settings.Set(CURLOPT_PROTOCOLS_STR, "https");
-    settings.Set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-    settings.Set(CURLOPT_FOLLOWLOCATION, 0L);  // the token would leak
-    settings.Set(CURLOPT_FAILONERROR, 1L);     // the body of an error is not fetched
-    settings.Set(CURLOPT_PATH_AS_IS, 1L);
-    settings.Set(CURLOPT_USERAGENT, kUserAgent);
-    SetTls(settings, uri);
-    SetAccount(settings, uri);
-}
+    std::list<std::string> m_names;
+    std::string m_name;    // whose line end is still to come
+    bool m_apart = false;  // line ends come apart
+    std::size_t m_size = 0;
+};
 
 // 202, 204, 205 and 206 say in their different ways that this is not the whole file.
 bool IsWholeFile(long status) { return status == 200 || status == 201 || status == 203; }
 
 // One file on its way from a server into a PartFile.
-class Download {
+class Download : private Exchange {
 public:
-    explicit Download(const std::string& localPath) : m_localPath(localPath) {}
+    Download(const Uri& uri, const std::string& localPath)
+        : Exchange(uri), m_localPath(localPath) {}
 
-    std::error_code Run(const Uri& uri, const curlcpp::option_trait_base& option) {
-        if (uri.scheme() != "https") {
-            return TransferError(CURLE_UNSUPPORTED_PROTOCOL,
-                                 "Nothing is downloaded by \"" + uri.scheme() + "\"");
-        }
+    std::error_code Run(const curlcpp::option_trait_base& option) {
+        if (const std::error_code error = RefusedAddress()) return error;
         if (const std::error_code error = m_file.Create(m_localPath)) return error;
-        m_handle = MakeHandle();
-        if (!m_handle) return TransferError(CURLE_FAILED_INIT, "");
-        CURLcode code = Prepare(uri, option);
-        if (code == CURLE_OK) code = curl_easy_perform(m_handle.get());
+        if (!Open(&option)) return TransferError(CURLE_FAILED_INIT, "");
+        const CURLcode code = Perform(Url(), &Download::OnData, this, &Download::OnProgress);
         if (const std::error_code error = Judge(code)) return error;
         return m_file.Commit();
     }
 
 private:
-    CURLcode Prepare(const Uri& uri, const curlcpp::option_trait_base& option) {
-        Settings settings(m_handle.get());
-        SetLimits(settings);
-        SetHttps(settings, uri);
-        settings.Set(option);
-        // After the caller's option, which cannot take these away.
-        settings.Set(CURLOPT_URL, uri.str());
-        settings.Set(CURLOPT_ERRORBUFFER, m_errorText);
-        settings.Set(CURLOPT_WRITEFUNCTION, &Download::OnData);
-        settings.Set(CURLOPT_WRITEDATA, this);
-        settings.Set(CURLOPT_NOPROGRESS, 0L);
-        settings.Set(CURLOPT_XFERINFOFUNCTION, &Download::OnProgress);
-        settings.Set(CURLOPT_XFERINFODATA, this);
-        return settings.Result();
+    std::error_code RefusedAddress() const {
+        if (!IsHttps(m_uri) && !IsSftp(m_uri)) {
+            return TransferError(CURLE_UNSUPPORTED_PROTOCOL,
+                                 "Nothing is downloaded by \"" + m_uri.scheme() + "\"");
+        }
+        // libcurl would list it.
+        if (IsSftp(m_uri) && m_uri.str().back() == '/') {
+            return TransferError(CURLE_REMOTE_FILE_NOT_FOUND,
+                                 "\"" + m_uri.path() + "\" is a folder");
+        }
+        return {};
     }
 
-    static std::size_t OnData(const char* data, std::size_t size, std::size_t count, void* self) {
+    static std::size_t OnData(char* data, std::size_t size, std::size_t count, void* self) {
         return static_cast<Download*>(self)->Take(data, size * count) ? size * count : 0;
     }
 
     bool Take(const char* data, std::size_t size) {
-        if (!IsWholeFile(Status())) return false;
+        if (!AnswerIsFile()) return false;
         m_diskError = m_file.Append(data, size);
         if (!m_diskError) m_bytes += size;
         return !m_diskError;
@@ -174,46 +213,44 @@ private:
         return transfer_watchers::Progress(download.m_localPath, download.m_bytes, total) ? 0 : 1;
     }
 
-    std::error_code Judge(CURLcode code) {
+    std::error_code Judge(CURLcode code) const {
         if (m_diskError) return m_diskError;
         if (code == CURLE_ABORTED_BY_CALLBACK)
             return TransferError(code, "The download was stopped");
-        const long status = Status();
-        if (status >= 200 && !IsWholeFile(status)) {
+        const long status = Number(CURLINFO_RESPONSE_CODE);
+        if (IsHttps(m_uri) && status >= 200 && !IsWholeFile(status)) {
             return TransferError(kHttpStatus + static_cast<int>(status), "");
         }
-        if (code == CURLE_HTTP_RETURNED_ERROR) return ProxyError();
-        return code == CURLE_OK ? std::error_code() : TransferError(code, m_errorText);
+        if (code != CURLE_HTTP_RETURNED_ERROR) return Error(code);
+        // libcurl has no text for a proxy that refuses the tunnel.
+        return TransferError(code, "The proxy answered HTTP status " +
+                                       std::to_string(Number(CURLINFO_HTTP_CONNECTCODE)));
     }
 
-    // libcurl has no text for a proxy that refuses the tunnel.
-    std::error_code ProxyError() const {
-        long status = 0;
-        curl_easy_getinfo(m_handle.get(), CURLINFO_HTTP_CONNECTCODE, &status);
-        return TransferError(CURLE_HTTP_RETURNED_ERROR,
-                             "The proxy answered HTTP status " + std::to_string(status));
+    bool AnswerIsFile() const {
+        return IsSftp(m_uri) || IsWholeFile(Number(CURLINFO_RESPONSE_CODE));
     }
 
-    long Status() const {
-        long status = 0;
-        curl_easy_getinfo(m_handle.get(), CURLINFO_RESPONSE_CODE, &status);
-        return status;
+    long Number(CURLINFO information) const {
+        long number = 0;
+        curl_easy_getinfo(m_handle.get(), information, &number);
+        return number;
     }
 
     const std::string& m_localPath;
     PartFile m_file;
-    Handle m_handle;
     std::uint64_t m_bytes = 0;
     std::error_code m_diskError;
-    char m_errorText[CURL_ERROR_SIZE] = {};
 };
 
 }  // namespace
 
 std::error_code file_client::ls_directory(const Uri& uri, std::list<std::string>& names) {
-    (void)uri;
-    (void)names;
-    return TransferError(CURLE_UNSUPPORTED_PROTOCOL, "SFTP is not supported");
+    try {
+        return Listing(uri).Run(names);
+    } catch (const std::bad_alloc&) {
+        return std::make_error_code(std::errc::not_enough_memory);
+    }
 }
 
 std::error_code file_client::download(const Uri& uri, const std::string& localPath,
@@ -221,7 +258,7 @@ std::error_code file_client::download(const Uri& uri, const std::string& localPa
     transfer_watchers::Started(localPath);
     std::error_code error;
     try {
-        error = Download(localPath).Run(uri, option);
+        error = Download(uri, localPath).Run(option);
     } catch (const std::bad_alloc&) {
         error = std::make_error_code(std::errc::not_enough_memory);
     }
