@@ -8,6 +8,7 @@
 #include <ostream>
 #include <utility>
 
+#include "LockSoon.h"
 #include "Text.h"
 
 namespace Kemffdc {
@@ -17,7 +18,6 @@ using namespace std::chrono_literals;
 
 constexpr auto kRedraw = 200ms;
 constexpr auto kPlainTransferLines = 10s;
-constexpr auto kPatience = 200ms;  // End() waits no longer for a thread that writes
 constexpr char kEraseLine[] = "\r\033[K";
 
 std::string TransferText(const Moment& moment) {
@@ -59,14 +59,14 @@ Progress::~Progress() {
 }
 
 void Progress::Step(const std::string& step) {
-    std::lock_guard<std::timed_mutex> hold(m_lock);
+    std::lock_guard<std::mutex> hold(m_lock);
     m_moment = Moment();
     m_moment.step = step;
     Show();
 }
 
 void Progress::State(const std::string& state) {
-    std::lock_guard<std::timed_mutex> hold(m_lock);
+    std::lock_guard<std::mutex> hold(m_lock);
     if (state == m_moment.state && !m_moment.transfer) return;
     m_moment.state = state;
     m_moment.transfer = false;
@@ -74,7 +74,7 @@ void Progress::State(const std::string& state) {
 }
 
 void Progress::Bytes(std::uint64_t bytes, std::uint64_t expected) {
-    std::lock_guard<std::timed_mutex> hold(m_lock);
+    std::lock_guard<std::mutex> hold(m_lock);
     const Time now = std::chrono::steady_clock::now();
     if (!m_moment.transfer) {
         m_moment.transfer = true;
@@ -88,7 +88,7 @@ void Progress::Bytes(std::uint64_t bytes, std::uint64_t expected) {
 }
 
 void Progress::Say(const std::string& line) {
-    std::lock_guard<std::timed_mutex> hold(m_lock);
+    std::lock_guard<std::mutex> hold(m_lock);
     if (m_ended) return;
     Erase();
     m_out << line << std::endl;
@@ -96,7 +96,7 @@ void Progress::Say(const std::string& line) {
 }
 
 void Progress::End() {
-    std::unique_lock<std::timed_mutex> hold(m_lock, kPatience);
+    const std::unique_lock<std::mutex> hold = LockSoon(m_lock);
     if (!hold.owns_lock()) return;
     Erase();
     m_out.flush();
@@ -105,7 +105,7 @@ void Progress::End() {
 }
 
 void Progress::Tick() {
-    std::unique_lock<std::timed_mutex> hold(m_lock);
+    std::unique_lock<std::mutex> hold(m_lock);
     while (!m_ended) {
         Show();
         m_wake.wait_for(hold, kRedraw);

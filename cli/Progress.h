@@ -62,8 +62,8 @@ private:
     const std::function<int()> m_columns;
     const Time m_start;
 
-    std::timed_mutex m_lock;
-    std::condition_variable_any m_wake;
+    std::mutex m_lock;
+    std::condition_variable m_wake;
     Moment m_moment;
     Time m_transferStart;
     Time m_lastPlain;

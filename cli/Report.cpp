@@ -5,17 +5,16 @@
 #include <cmath>
 #include <ostream>
 
+#include "LockSoon.h"
 #include "Text.h"
 
 namespace Kemffdc {
 namespace {
 
-using namespace std::chrono_literals;
 namespace json = boost::json;
 
 constexpr int kSchema = 1;
-constexpr char kByObjects[] = "cim";  // the channel whose account lists objects
-constexpr auto kPatience = 200ms;
+constexpr char kByObjects[] = "cim";   // the channel whose account lists objects
 constexpr std::size_t kMinSecret = 4;  // masking "a" would make every text unreadable
 
 // Said by check, and only there: collect would not be the place to learn it.
@@ -100,7 +99,7 @@ void Line(std::ostream& out, const char* label, const std::string& text) {
 }  // namespace
 
 void Report::Hide(const Secret& secret) {
-    std::lock_guard<std::timed_mutex> hold(m_lock);
+    std::lock_guard<std::mutex> hold(m_lock);
     m_secrets.push_back(&secret);
 }
 
@@ -117,13 +116,13 @@ std::string Report::Masked(std::string text) const {
 }
 
 void Report::BeginStep(const std::string& name) {
-    std::lock_guard<std::timed_mutex> hold(m_lock);
+    std::lock_guard<std::mutex> hold(m_lock);
     m_open = name;
     m_openSince = std::chrono::steady_clock::now();
 }
 
 void Report::EndStep(int code, const std::string& detail) {
-    std::lock_guard<std::timed_mutex> hold(m_lock);
+    std::lock_guard<std::mutex> hold(m_lock);
     CloseStep(code, detail);
 }
 
@@ -134,7 +133,7 @@ void Report::CloseStep(int code, const std::string& detail) {
 }
 
 void Report::SetFacts(const BmcFacts& facts) {
-    std::lock_guard<std::timed_mutex> hold(m_lock);
+    std::lock_guard<std::mutex> hold(m_lock);
     m_facts = facts;
     for (std::string* text : {&m_facts.serviceVersion, &m_facts.product, &m_facts.vendor,
                               &m_facts.model, &m_facts.firmware}) {
@@ -143,12 +142,12 @@ void Report::SetFacts(const BmcFacts& facts) {
 }
 
 void Report::SetDelivery(const Delivery& delivery) {
-    std::lock_guard<std::timed_mutex> hold(m_lock);
+    std::lock_guard<std::mutex> hold(m_lock);
     m_delivery = delivery;
 }
 
 void Report::SetObject(std::size_t number, const ExportedObject& object) {
-    std::lock_guard<std::timed_mutex> hold(m_lock);
+    std::lock_guard<std::mutex> hold(m_lock);
     if (m_objects.size() <= number) m_objects.resize(number + 1);
     ExportedObject& kept = m_objects[number];
     kept = object;
@@ -156,7 +155,7 @@ void Report::SetObject(std::size_t number, const ExportedObject& object) {
 }
 
 void Report::Write(const Outcome& ending, std::ostream& out, std::ostream& err) {
-    std::unique_lock<std::timed_mutex> hold(m_lock, kPatience);
+    const std::unique_lock<std::mutex> hold = LockSoon(m_lock);
     if (!hold.owns_lock()) return;
     const Outcome outcome{ending.code, Masked(ending.reason)};
     if (!m_open.empty()) CloseStep(-1, "not ended");

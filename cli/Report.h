@@ -103,7 +103,7 @@ private:
     const char* OutcomeName(ExitCode code) const;
 
     const Options& m_options;
-    std::timed_mutex m_lock;
+    std::mutex m_lock;
     std::vector<const Secret*> m_secrets;
     std::vector<Step> m_steps;
     std::string m_open;  // name of the step that has not ended
