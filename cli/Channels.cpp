@@ -2,6 +2,7 @@
 #include "Channels.h"
 
 #include "CimFlow.h"
+#include "IpmiFlow.h"
 #include "RedfishFlow.h"
 
 namespace Kemffdc {
@@ -10,6 +11,8 @@ namespace {
 constexpr Channel kChannels[] = {
     {"redfish", 443, 0, CollectByRedfish, CheckByRedfish},
     {"cim", 5989, 5988, CollectByCim, CheckByCim},
+    {"ipmi", 623, 0, CollectByIpmi, CheckByIpmi},
+    {"kcs", 0, 0, CollectByIpmi, CheckByIpmi},
 };
 
 }  // namespace

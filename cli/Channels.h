@@ -16,7 +16,7 @@ struct Context;
 // operations and a line in Channels.cpp.
 struct Channel {
     const char* name;
-    std::uint16_t defaultPort;
+    std::uint16_t defaultPort;         // 0: the channel has none, and no HOST
     std::uint16_t plainPort;           // with --plain; 0: the channel has no such option
     Outcome (*collect)(Context& run);  // gathers, and delivers the archive
     Outcome (*check)(Context& run);    // finds out whether collect would get as far as gathering

@@ -12,11 +12,12 @@ enum ExitCode : int {
     kDone = 0,            // archive obtained, or left at the export URI; check: BMC usable
     kUsage = 2,           // the command line, or no password
     kNotConnected = 3,    // could not connect or authenticate
-    kExportRefused = 4,   // the BMC refused the export, or gave nothing to follow it by
+    kExportRefused = 4,   // the BMC refused to gather or to export, or gave nothing to follow it by
     kTaskFailed = 5,      // the task failed, was killed or ended in an unknown state
     kNotFinished = 6,     // still running after the last try
     kDownloadFailed = 7,  // gathered, but not fetched
     kLocalFile = 8,       // a file or folder of this machine
+    kFilesMissing = 9,    // some of the BMC's files were fetched, and some were not
     kInterrupted = 130,   // Ctrl-C, SIGTERM, SIGHUP
 };
 

@@ -4,6 +4,8 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cctype>
+#include <set>
+#include <vector>
 
 #include "Channels.h"
 #include "ExitCodes.h"
@@ -28,6 +30,16 @@ constexpr char kFooter[] =
     "  kemffdc collect --via cim 192.0.2.10 --node 2 --export-uri sftp://192.0.2.1/in/ \\\n"
     "          --export-user ffdc --export-password-file ~/.store\n"
     "      Older machines: an archive for each data object, always sent by the BMC itself.\n"
+    "  kemffdc collect --via ipmi 192.0.2.10 --cipher-suite 3 --output /var/ffdc\n"
+    "      By IPMI over the LAN; the BMC's files come by SFTP (port 115) into a folder of their own.\n"
+    "  kemffdc collect --via kcs\n"
+    "      The same from the server's own BMC, in band: no HOST, no password.\n"
+    "\n"
+    "Modes of ipmi and kcs (--mode):\n"
+    "  2      the BMC hands out an account over the open session; all files of /download/ffdc/\n"
+    "  3      the account comes from this machine's own BMC, else --user and the password hold;\n"
+    "         files of /download/ffdc/kem_dump/ that end with .tzz\n"
+    "  other  as 3, but all files of that folder\n"
     "\n"
     "Passwords come from --password-file (- is standard input), else from the environment variable\n"
     "KEMFFDC_PASSWORD, else from a prompt where there is a terminal; for the file store from\n"
@@ -35,17 +47,27 @@ constexpr char kFooter[] =
     "Never from an option's value: other users of this machine could read it.\n"
     "\n"
     "Exit codes:\n"
-    "  0    archive obtained, or left at the export URI; check: the BMC can be used\n"
+    "  0    archive or all files obtained, or left at the export URI; check: the BMC can be used\n"
     "  2    usage\n"
     "  3    could not connect or authenticate\n"
-    "  4    the BMC refused the export, or an export failed\n"
+    "  4    the BMC refused to gather or to export, or an export failed\n"
     "  5    the task failed, was killed or ended in an unknown state\n"
-    "  6    not finished within the tries\n"
+    "  6    not finished within the tries; ipmi and kcs: within 900 seconds\n"
     "  7    download failed\n"
     "  8    local file trouble\n"
+    "  9    some files are missing, the others were obtained (ipmi, kcs)\n"
     "  130  interrupted\n"
     "\n"
+    "By ipmi and kcs, files may have come with 4, 5, 6 and 8 too: old or unfinished ones, perhaps.\n"
+    "They are kept, and the reason says so.\n"
+    "\n"
     "Results go to standard output, progress and reasons to standard error.\n";
+
+// Those that the platform's IPMI client knows.
+const std::set<int> kCipherSuites{0, 1, 2, 3, 6, 7, 8, 11, 12, 15, 16, 17};
+
+constexpr char kInBand[] = "kcs";
+constexpr int kAccountOverSession = 2;  // the mode that has no use for --user in band
 
 // What CLI11 fills in before it is checked as a whole.
 struct Raw {
@@ -54,17 +76,18 @@ struct Raw {
     std::string log = "full";
     int port = 0;
     int node = -1;
+    int cipherSuite = -1;
     int logLevel = -1;
 };
 
 void AddConnectionOptions(CLI::App& app, Raw& raw) {
-    app.add_option("HOST", raw.host, "Name, IPv4 or IPv6 address of the BMC")->required();
+    app.add_option("HOST", raw.host, "Name, IPv4 or IPv6 address of the BMC; none with --via kcs");
     app.add_option("--via", raw.options.via, "How to reach the BMC")
         ->required()
         ->type_name("CHANNEL")
         ->check(CLI::IsMember(ChannelNames()));
     app.add_option("--port", raw.port,
-                   "Port of the BMC's service [redfish 443, cim 5989, cim --plain 5988]")
+                   "Port of the BMC's service [redfish 443, cim 5989, cim --plain 5988, ipmi 623]")
         ->type_name("N")
         ->check(CLI::Range(1, 65535));
     app.add_option("--user", raw.options.user, "Account on the BMC")
@@ -77,6 +100,10 @@ void AddConnectionOptions(CLI::App& app, Raw& raw) {
     app.add_option("--node", raw.node, "cim: number of a node in an enclosure of several")
         ->type_name("N")
         ->check(CLI::Range(0, 65535));
+    app.add_option("--cipher-suite", raw.cipherSuite,
+                   "ipmi: how the session is protected; BMCs of today offer 17 and 3 [17]")
+        ->type_name("N")
+        ->check(CLI::IsMember(kCipherSuites));
     app.add_flag("--no-proxy", raw.options.noProxy, "Ignore the environment's proxies");
     app.add_flag("--json", raw.options.json, "Print the result as one JSON object");
     app.add_option("--log-level", raw.logLevel,
@@ -89,6 +116,11 @@ void AddConnectionOptions(CLI::App& app, Raw& raw) {
 }
 
 void AddCollectOptions(CLI::App& app, Raw& raw) {
+    app.add_option("--mode", raw.options.mode,
+                   "ipmi, kcs: which account and which files, see below")
+        ->type_name("N")
+        ->capture_default_str()
+        ->check(CLI::NonNegativeNumber);
     app.add_option("--log", raw.log, "Which service data to gather: the logs alone, or all")
         ->type_name("KIND")
         ->capture_default_str()
@@ -127,7 +159,12 @@ bool IsHostByte(char c) {
            static_cast<unsigned char>(c) >= 0x80;
 }
 
-std::string TakeHost(const std::string& given, Options& options) {
+std::string TakeHost(const CLI::App& command, const std::string& given, Options& options) {
+    const bool none = command.get_option("HOST")->count() == 0;
+    if (options.via == kInBand) {
+        return none ? "" : "--via kcs reaches this machine's own BMC: no HOST.";
+    }
+    if (none) return "HOST is required.";
     const bool bracketed = given.size() > 2 && given.front() == '[' && given.back() == ']';
     const std::string host = bracketed ? given.substr(1, given.size() - 2) : given;
     options.host = host;
@@ -146,6 +183,7 @@ std::string TakeHost(const std::string& given, Options& options) {
 std::string CheckUser(const Options& options) {
     if (options.user.empty()) return "--user is empty.";
     if (HasControl(options.user)) return "--user holds control bytes.";
+    if (options.via == "ipmi" || options.via == kInBand) return "";
     // HTTP Basic authentication (RFC 7617) cannot tell where such a name ends.
     if (options.user.find(':') != std::string::npos) return "--user must not hold a colon.";
     return "";
@@ -180,21 +218,42 @@ std::string CheckExport(const Options& options) {
 
 struct OwnOption {
     const char* name;
-    const char* channel;
+    std::vector<std::string> channels;
 };
 
-// Options that only one channel has. Elsewhere they are refused: who gives one expects something.
-constexpr OwnOption kOwnOptions[] = {
-    {"--plain", "cim"},      {"--node", "cim"},      {"--initialize", "cim"},
-    {"--log", "redfish"},    {"--tries", "redfish"}, {"--interval", "redfish"},
-    {"--output", "redfish"},
+// Options that not every channel has. Elsewhere they are refused: who gives one expects something.
+const OwnOption kOwnOptions[] = {
+    {"--plain", {"cim"}},
+    {"--node", {"cim"}},
+    {"--initialize", {"cim"}},
+    {"--log", {"redfish"}},
+    {"--tries", {"redfish"}},
+    {"--interval", {"redfish"}},
+    {"--output", {"redfish", "ipmi", "kcs"}},
+    {"--export-uri", {"redfish", "cim"}},
+    {"--export-user", {"redfish", "cim"}},
+    {"--export-password-file", {"redfish", "cim"}},
+    {"--port", {"redfish", "cim", "ipmi"}},
+    {"--cipher-suite", {"ipmi"}},
+    {"--mode", {"ipmi", "kcs"}},
 };
+
+// "redfish, ipmi and kcs"
+std::string Listed(const std::vector<std::string>& words) {
+    std::string text = words.front();
+    for (std::size_t i = 1; i < words.size(); ++i) {
+        text += (i + 1 == words.size() ? " and " : ", ") + words[i];
+    }
+    return text;
+}
 
 std::string CheckForeignOptions(const CLI::App& command, const Options& options) {
     for (const OwnOption& own : kOwnOptions) {
         const CLI::Option* option = command.get_option_no_throw(own.name);
-        if (option == nullptr || option->count() == 0 || options.via == own.channel) continue;
-        return std::string(own.name) + " is an option of --via " + own.channel + ".";
+        if (option == nullptr || option->count() == 0) continue;
+        const auto& channels = own.channels;
+        if (std::find(channels.begin(), channels.end(), options.via) != channels.end()) continue;
+        return std::string(own.name) + " is an option of --via " + Listed(channels) + ".";
     }
     return "";
 }
@@ -217,18 +276,34 @@ std::string CheckCim(const Options& options) {
     return "";
 }
 
+// In band nobody logs in. In the modes that fetch an account in band, the file service may be tried
+// with another one besides.
+std::string CheckInBand(const CLI::App& command, Options& options) {
+    if (options.via != kInBand) return "";
+    const bool given =
+        command.get_option("--user")->count() + command.get_option("--password-file")->count() > 0;
+    options.needsPassword = given;
+    if (!given) options.user.clear();
+    const bool useful = options.command == Command::kCollect && options.mode != kAccountOverSession;
+    if (!given || useful) return "";
+    return "--via kcs logs in nowhere: --user and --password-file are for collect in modes other "
+           "than 2.";
+}
+
 // A text for the operator, empty where all is well.
 std::string Complete(const CLI::App& command, Raw& raw) {
     Options& options = raw.options;
     const Channel& channel = *FindChannel(options.via);
     options.miniLog = raw.log == "mini";
     if (raw.logLevel >= 0) options.logLevel = raw.logLevel;
+    if (raw.cipherSuite >= 0) options.cipherSuite = static_cast<std::uint16_t>(raw.cipherSuite);
     if (raw.node >= 0) options.node = static_cast<std::uint16_t>(raw.node);
     options.port = options.plain ? channel.plainPort : channel.defaultPort;
     if (raw.port != 0) options.port = static_cast<std::uint16_t>(raw.port);
     for (const std::string& fault :
-         {CheckForeignOptions(command, options), TakeHost(raw.host, options), CheckUser(options),
-          CheckExport(options), CheckCim(options)}) {
+         {CheckForeignOptions(command, options), TakeHost(command, raw.host, options),
+          CheckUser(options), CheckExport(options), CheckCim(options),
+          CheckInBand(command, options)}) {
         if (!fault.empty()) return fault;
     }
     return options.output.empty() ? "--output is empty." : "";

@@ -14,15 +14,19 @@ enum class Command { kCollect, kCheck };
 struct Options {
     Command command = Command::kCollect;
     std::string via;   // name of a channel (Channels.h)
-    std::string host;  // name or address, IPv6 without brackets
+    std::string host;  // name or address, IPv6 without brackets; empty: this machine's BMC
     bool ipv6 = false;
     std::uint16_t port = 0;
     std::string user = "admin";
     std::string passwordFile;  // "-": standard input; empty: environment or prompt
+    bool needsPassword = true;
 
     bool plain = false;                 // CIM: without TLS
     std::optional<std::uint16_t> node;  // CIM: of an enclosure; none: the machine itself
     bool initialize = false;            // CIM: sent along as InitializationNeeded
+
+    std::uint16_t cipherSuite = 17;  // IPMI over LAN
+    int mode = 2;                    // IPMI: which account and which files; ffdc's own number
 
     bool miniLog = false;
     std::string exportUri;  // empty: the archive is downloaded (CIM: never empty)

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Report.h"
 
+#include <algorithm>
 #include <boost/json.hpp>
 #include <cmath>
+#include <iterator>
 #include <ostream>
 
 #include "LockSoon.h"
@@ -14,7 +16,9 @@ namespace {
 namespace json = boost::json;
 
 constexpr int kSchema = 1;
-constexpr char kByObjects[] = "cim";   // the channel whose account lists objects
+constexpr char kByObjects[] = "cim";                 // the channel whose account lists objects
+constexpr const char* kByFiles[] = {"ipmi", "kcs"};  // those whose account lists files
+constexpr std::size_t kMaxShownName = 255;
 constexpr std::size_t kMinSecret = 4;  // masking "a" would make every text unreadable
 
 // Said by check, and only there: collect would not be the place to learn it.
@@ -28,6 +32,12 @@ json::value TextOrNull(const std::string& text) {
     if (text.empty()) return nullptr;
     json::string valid(ValidUtf8(text));  // no braces around it: they would make an array
     return valid;
+}
+
+// In band there is none.
+json::value PortOrNull(std::uint16_t port) {
+    if (port == 0) return nullptr;
+    return port;
 }
 
 json::object StepObject(const Step& step) {
@@ -92,6 +102,36 @@ json::object ObjectObject(const ExportedObject& object) {
             {"seconds", std::round(object.seconds * 1000) / 1000}};
 }
 
+const char* StateName(RemoteFile::State state) {
+    switch (state) {
+        case RemoteFile::State::kRunning:
+            return "not-ended";
+        case RemoteFile::State::kFetched:
+            return "fetched";
+        case RemoteFile::State::kFailed:
+            return "failed";
+        case RemoteFile::State::kSkipped:
+            return "skipped";
+        case RemoteFile::State::kPassedOver:
+            return "passed-over";
+    }
+    return "unknown";
+}
+
+json::object FileObject(const RemoteFile& file) {
+    const bool fetched = file.state == RemoteFile::State::kFetched;
+    return {{"name", TextOrNull(file.name)},
+            {"outcome", StateName(file.state)},
+            {"path", TextOrNull(file.path)},
+            {"size", fetched ? json::value(file.size) : json::value(nullptr)},
+            {"sha256", TextOrNull(file.sha256)},
+            {"reason", TextOrNull(file.reason)}};
+}
+
+bool ListsFiles(const std::string& channel) {
+    return std::find(std::begin(kByFiles), std::end(kByFiles), channel) != std::end(kByFiles);
+}
+
 void Line(std::ostream& out, const char* label, const std::string& text) {
     if (!text.empty()) out << label << text << "\n";
 }
@@ -154,6 +194,16 @@ void Report::SetObject(std::size_t number, const ExportedObject& object) {
     for (std::string* text : {&kept.path, &kept.type, &kept.returned}) *text = Masked(*text);
 }
 
+void Report::SetFiles(const std::vector<RemoteFile>& files, std::size_t notTried) {
+    std::lock_guard<std::mutex> hold(m_lock);
+    m_files = files;
+    m_notTried = notTried;
+    for (RemoteFile& file : m_files) {
+        file.name = Masked(file.name);
+        file.reason = Masked(file.reason);
+    }
+}
+
 void Report::Write(const Outcome& ending, std::ostream& out, std::ostream& err) {
     const std::unique_lock<std::mutex> hold = LockSoon(m_lock);
     if (!hold.owns_lock()) return;
@@ -164,8 +214,8 @@ void Report::Write(const Outcome& ending, std::ostream& out, std::ostream& err) 
     }
     if (m_options.json) {
         WriteJson(outcome, out);
-    } else if (outcome.Ok()) {
-        WriteWords(out);
+    } else if (outcome.Ok() || !m_delivery.path.empty()) {
+        WriteWords(out);  // what came is said, also where something else did not
     }
     out.flush();
 }
@@ -189,6 +239,8 @@ const char* Report::OutcomeName(ExitCode code) const {
             return "download-failed";
         case kLocalFile:
             return "local-file";
+        case kFilesMissing:
+            return "files-missing";
         case kInterrupted:
             return "interrupted";
     }
@@ -204,7 +256,7 @@ void Report::WriteJson(const Outcome& outcome, std::ostream& out) const {
                         {"command", m_options.command == Command::kCheck ? "check" : "collect"},
                         {"channel", m_options.via},
                         {"host", TextOrNull(m_options.host)},
-                        {"port", m_options.port},
+                        {"port", PortOrNull(m_options.port)},
                         {"outcome", OutcomeName(outcome.code)},
                         {"exit_code", static_cast<int>(outcome.code)},
                         {"reason", TextOrNull(outcome.reason)},
@@ -219,6 +271,12 @@ void Report::WriteJson(const Outcome& outcome, std::ostream& out) const {
         for (const ExportedObject& one : m_objects) objects.push_back(ObjectObject(one));
         object["objects"] = std::move(objects);
     }
+    if (ListsFiles(m_options.via)) {
+        json::array files;
+        for (const RemoteFile& one : m_files) files.push_back(FileObject(one));
+        object["files"] = std::move(files);
+        object["files_not_tried"] = m_notTried;
+    }
     out << json::serialize(object) << "\n";
 }
 
@@ -230,6 +288,10 @@ void Report::WriteWords(std::ostream& out) const {
     Line(out, "Exported to: ", m_delivery.exportUri);
     WriteObjects(out);
     if (m_delivery.path.empty()) return;
+    if (ListsFiles(m_options.via)) {
+        WriteFiles(out);
+        return;
+    }
     out << "Archive: " << m_delivery.path << "\n"
         << "Size:    " << m_delivery.size << " bytes (" << HumanBytes(m_delivery.size) << ")\n"
         << "SHA-256: " << m_delivery.sha256 << "\n";
@@ -247,9 +309,30 @@ void Report::WriteObjects(std::ostream& out) const {
     }
 }
 
+void Report::WriteFiles(std::ostream& out) const {
+    out << "Folder: " << m_delivery.path << "\n"
+        << "Size:   " << m_delivery.size << " bytes (" << HumanBytes(m_delivery.size) << ")\n";
+    for (const RemoteFile& file : m_files) {
+        out << "  " << Clean(file.name, kMaxShownName);
+        if (file.state == RemoteFile::State::kFetched) {
+            out << ": " << file.size << " bytes, SHA-256 " << file.sha256 << "\n";
+        } else if (file.state == RemoteFile::State::kSkipped) {
+            out << ": skipped, mode " << m_options.mode << " does not ask for it\n";
+        } else {
+            out << ": NOT FETCHED: " << file.reason << "\n";
+        }
+    }
+    if (m_notTried > 0) out << "  NOT TRIED: " << m_notTried << " more\n";
+}
+
 void Report::WriteFacts(std::ostream& out) const {
-    out << "BMC:             " << m_options.host << " port " << m_options.port
-        << ", usable through " << m_options.via << "\n";
+    out << "BMC:             ";
+    if (m_options.host.empty()) {
+        out << "of this machine, in band";
+    } else {
+        out << m_options.host << " port " << m_options.port;
+    }
+    out << ", usable through " << m_options.via << "\n";
     Line(out, "Service version: ", m_facts.serviceVersion);
     Line(out, "Product:         ", m_facts.product);
     Line(out, "Vendor:          ", m_facts.vendor);

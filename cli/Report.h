@@ -71,6 +71,24 @@ struct ExportedObject {
     double seconds = 0;
 };
 
+// A file that a BMC keeps (IPMI). Texts are fit for display, but for the name.
+struct RemoteFile {
+    enum class State {
+        kRunning,  // on its way
+        kFetched,
+        kFailed,
+        kSkipped,     // not asked for in this mode
+        kPassedOver,  // its name is no file name
+    };
+    std::string name;  // as the BMC sent it: any bytes
+    State state = State::kSkipped;
+    std::string reason;         // of kFailed and kPassedOver
+    bool localTrouble = false;  // kFailed, and this machine is at fault
+    std::string path;           // absolute, where it was delivered
+    std::uint64_t size = 0;     // kFetched
+    std::string sha256;         // kFetched; lower-case hexadecimal
+};
+
 // The account of one run, and its two forms at the end: words, or one JSON object. Any thread may
 // call any operation; an ending is written once.
 class Report {
@@ -89,6 +107,9 @@ public:
     // What has become of the object with this number, counted from 0.
     void SetObject(std::size_t number, const ExportedObject& object);
 
+    // The BMC's files, and how many more it has that were never tried.
+    void SetFiles(const std::vector<RemoteFile>& files, std::size_t notTried);
+
     // Writes the ending: results on `out`, reasons on `err`. Gives up after a moment when another
     // thread is stuck inside this object.
     void Write(const Outcome& ending, std::ostream& out, std::ostream& err);
@@ -100,6 +121,7 @@ private:
     void WriteWords(std::ostream& out) const;
     void WriteFacts(std::ostream& out) const;
     void WriteObjects(std::ostream& out) const;
+    void WriteFiles(std::ostream& out) const;
     const char* OutcomeName(ExitCode code) const;
 
     const Options& m_options;
@@ -111,6 +133,8 @@ private:
     BmcFacts m_facts;
     Delivery m_delivery;
     std::vector<ExportedObject> m_objects;
+    std::vector<RemoteFile> m_files;
+    std::size_t m_notTried = 0;
 };
 
 }  // namespace Kemffdc

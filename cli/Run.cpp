@@ -54,10 +54,13 @@ void ForgetProxies() {
 
 // Nothing may prompt or read a password that is not needed.
 Outcome ReadPasswords(const Options& options, Secret& password, Secret& exportPassword) {
-    Outcome outcome = ReadSecret(
-        {options.passwordFile, "KEMFFDC_PASSWORD",
-         "Password of " + options.user + " on " + options.host + ": ", "--password-file"},
-        password);
+    if (!options.needsPassword) return {};
+    Outcome outcome =
+        ReadSecret({options.passwordFile, "KEMFFDC_PASSWORD",
+                    "Password of " + options.user + " on " +
+                        (options.host.empty() ? "this machine's BMC" : options.host) + ": ",
+                    "--password-file"},
+                   password);
     if (!outcome.Ok() || options.exportUri.empty()) return outcome;
     const bool wanted = !options.exportUser.empty() || !options.exportPasswordFile.empty();
     if (!wanted) return {};

@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef KEMFFDC_IPMIVERDICT_H
+#define KEMFFDC_IPMIVERDICT_H
+
+#include "ExitCodes.h"
+#include "IpmiRecords.h"
+#include "Options.h"
+
+namespace Kemffdc {
+
+// What a step of the IPMI channel has come to, from the library's result and what the library
+// logged and transferred meanwhile. Pure functions. Reasons are fit for display.
+
+// Unlike over Redfish, the library's Connect knows whether there is a session.
+Outcome JudgeIpmiConnect(int code, const IpmiAccount& account, const Options& options);
+
+// Of the whole run. The library goes on where the BMC refuses to gather, cannot be asked whether it
+// is done, or is not done in time: files that come then may be old or unfinished, so the run is no
+// success to the tool, though they are kept. What went wrong first decides the exit code, but for a
+// lost connection and trouble on this machine, which decide it always.
+Outcome JudgeIpmiCollect(int code, const IpmiAccount& account, const Options& options);
+
+}  // namespace Kemffdc
+
+#endif
