@@ -55,6 +55,15 @@ std::string Numbered(const std::string& name, int number) {
     return name.substr(0, end) + "-" + std::to_string(number) + name.substr(end);
 }
 
+// 0, or errno.
+int Reserve(const std::string& path, bool folder) {
+    if (folder) return mkdir(path.c_str(), 0700) == 0 ? 0 : errno;
+    const int reserved = open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600);
+    if (reserved < 0) return errno;
+    close(reserved);
+    return 0;
+}
+
 // 0, or errno. File systems differ in what they offer: a rename that replaces nothing, a second
 // link, or (vfat, some network shares) neither; then the name is reserved first.
 int MoveWithoutReplacing(const std::string& from, const std::string& to) {
@@ -65,12 +74,12 @@ int MoveWithoutReplacing(const std::string& from, const std::string& to) {
         return 0;
     }
     if (errno == EEXIST) return errno;
-    const int reserved = open(to.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600);
-    if (reserved < 0) return errno;
-    close(reserved);
-    if (rename(from.c_str(), to.c_str()) == 0) return 0;
+    std::error_code ignored;
+    const bool folder = fs::is_directory(from, ignored);
+    if (const int why = Reserve(to, folder); why != 0) return why;
+    if (rename(from.c_str(), to.c_str()) == 0) return 0;  // an empty folder may be replaced
     const int why = errno;
-    unlink(to.c_str());
+    folder ? rmdir(to.c_str()) : unlink(to.c_str());
     return why;
 }
 

@@ -29,6 +29,7 @@ constexpr char kHostKeys[] = "platform/src/HostKeyCheck";
 
 constexpr char kBehindName[] = "\" of the listing is passed over: ";
 
+constexpr char kNoSession[] = "IPMI: nothing is connected";
 constexpr char kThroughDevice[] = "IPMI through ";
 
 struct Row {
@@ -130,7 +131,10 @@ void IpmiLedger::Take(const IpmiFinding& finding) {
     IpmiAccount& account = m_account;
     switch (finding.sign) {
         case IpmiSign::kSessionTrouble:
-            account.sessionTrouble = finding.text;
+            // Later requests only say that there is no session any more.
+            if (account.sessionTrouble.empty() || finding.text.rfind(kNoSession, 0) != 0) {
+                account.sessionTrouble = finding.text;
+            }
             // In band, the account is asked for over a connection of its own.
             if (finding.text.rfind(kThroughDevice, 0) == 0) account.inBandTrouble = finding.text;
             break;
