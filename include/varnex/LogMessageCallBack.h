@@ -10,7 +10,7 @@ namespace Varnex {
 // object and keeps it alive as long as a KEMFfdc holds its address.
 class LogMessageCallBack {
 public:
-    virtual ~LogMessageCallBack() {}
+    virtual ~LogMessageCallBack() = default;
 
     // One text, for instance "In progress" and then "." for every further poll of the BMC. The
     // text carries no line end. Must not throw.

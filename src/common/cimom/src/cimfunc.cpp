@@ -239,7 +239,7 @@ std::string GetPropertyValueText(const CIMProperty& property) {
     const Pegasus::Uint32 pairs = std::min(keyTexts.size(), meaningTexts.size());
     for (Pegasus::Uint32 i = 0; i < pairs; ++i) {
         const std::string key = ToUtf8(keyTexts[i]);
-        const std::string meaning = ToUtf8(meaningTexts[i]);
+        std::string meaning = ToUtf8(meaningTexts[i]);
         LOG_LINE(kTrace) << "_" << key << "-" << meaning << "_";
         if (key == raw) return meaning;
     }

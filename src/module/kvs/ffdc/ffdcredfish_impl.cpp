@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "module/kvs/ffdc/ffdcredfish_impl.h"
 
-#include <boost/algorithm/string/classification.hpp>
-#include <boost/algorithm/string/split.hpp>
+#include <algorithm>
 #include <boost/json/object.hpp>
 #include <boost/json/serialize.hpp>
 #include <boost/lexical_cast/try_lexical_convert.hpp>
@@ -11,6 +10,7 @@
 #include <exception>
 #include <list>
 #include <new>
+#include <sstream>
 #include <utility>
 #include <vector>
 
@@ -73,7 +73,8 @@ std::string Text(const Json& value) { return value.get_value<std::string>(); }
 
 std::vector<std::string> Pieces(const std::string& version) {
     std::vector<std::string> pieces;
-    boost::algorithm::split(pieces, version, boost::algorithm::is_any_of("."));
+    std::istringstream rest(version + ".");  // so the last piece, too, ends with a dot
+    for (std::string piece; std::getline(rest, piece, '.');) pieces.push_back(piece);
     return pieces;
 }
 
@@ -83,8 +84,8 @@ std::int32_t NumberOf(const std::string& piece) {
 }
 
 std::vector<std::int32_t> Numbers(const std::vector<std::string>& pieces) {
-    std::vector<std::int32_t> numbers;
-    for (const std::string& piece : pieces) numbers.push_back(NumberOf(piece));
+    std::vector<std::int32_t> numbers(pieces.size());
+    std::transform(pieces.begin(), pieces.end(), numbers.begin(), NumberOf);
     return numbers;
 }
 
