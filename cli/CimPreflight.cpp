@@ -23,7 +23,7 @@ std::string Http(const CimReply& reply) {
     std::string words = "HTTP " + std::to_string(reply.httpCode);
     for (const char* name : {"cimerror", "pgerrordetail"}) {
         const std::string value = reply.Header(name);
-        if (!value.empty()) words += ", " + Clean(value);
+        if (!value.empty()) words += ", " + Clean(PercentDecoded(value));
     }
     return " (" + words + ").";
 }
@@ -92,6 +92,11 @@ private:
         if (reply.httpCode == 503) {
             return Fail(Stage::kService, "The CIM server at " + m_place + " is not ready" +
                                              Http(reply) + " Try again later.");
+        }
+        if (!reply.Header("cimerror").empty()) {
+            return Fail(Stage::kService, "The CIM server at " + m_place +
+                                             " refuses an ordinary request" + Http(reply) +
+                                             " It is no usable CIM server.");
         }
         if (reply.httpCode != 200) {
             return Fail(Stage::kService, "There is no CIM server at " + m_place + Http(reply) +

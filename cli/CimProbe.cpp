@@ -240,6 +240,10 @@ CimReply CimProbe::ExplainTimeout() const {
     const std::string bound = " within " + std::to_string(m_seconds) + " s";
     const std::string connectBound =
         " within " + std::to_string(std::min(m_seconds, kConnectSeconds)) + " s";
+    if (m_handle->Reached(CURLINFO_PRETRANSFER_TIME_T)) {
+        return Failed(Stage::kService, m_place + " accepts requests but does not answer" + bound +
+                                           ". A BMC that hangs needs a reset.");
+    }
     if (!m_handle->Reached(CURLINFO_NAMELOOKUP_TIME_T)) {
         return Failed(Stage::kResolve, "No name server tells the address of " + m_place + bound +
                                            ". Give the address itself.");
@@ -248,14 +252,9 @@ CimReply CimProbe::ExplainTimeout() const {
         return Failed(Stage::kConnect, m_place + " does not answer" + connectBound +
                                            ". Check address, network and firewall.");
     }
-    if (!m_plain && !m_handle->Reached(CURLINFO_APPCONNECT_TIME_T)) {
-        return Failed(Stage::kTls, m_place + " accepts connections but does not begin TLS" +
-                                       connectBound +
-                                       ". Check --port and --plain; a BMC that hangs needs a "
-                                       "reset.");
-    }
-    return Failed(Stage::kService, m_place + " accepts requests but does not answer" + bound +
-                                       ". A BMC that hangs needs a reset.");
+    return Failed(Stage::kTls, m_place + " accepts connections but does not begin TLS" +
+                                   connectBound +
+                                   ". Check --port and --plain; a BMC that hangs needs a reset.");
 }
 
 }  // namespace Kemffdc

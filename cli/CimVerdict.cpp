@@ -28,7 +28,9 @@ bool IsLostConnection(const std::string& failure) {
 }
 
 std::string Why(const CimAccount& account) {
-    return account.failure.empty() ? "no reason given" : Clean(account.failure);
+    std::string why = Clean(account.failure);
+    while (!why.empty() && why.back() == '.') why.pop_back();
+    return why.empty() ? "no reason given" : why;
 }
 
 long CountOf(const CimAccount& account, State state) {
@@ -55,7 +57,8 @@ std::string Name(const CimAccount& account, const ExportedObject& object) {
 std::string Before(const CimAccount& account) {
     const long exported = CountOf(account, State::kExported);
     if (exported == 0) return "Nothing has been exported.";
-    return "Exported before it: " + std::to_string(exported) + ".";
+    return exported == 1 ? "1 object was exported before."
+                         : std::to_string(exported) + " objects were exported before.";
 }
 
 std::string Returned(const std::string& value) {
@@ -64,18 +67,13 @@ std::string Returned(const std::string& value) {
     return "ExportData returned " + value;
 }
 
-Outcome Lost(const std::string& when, const CimAccount& account) {
-    return Failure(kNotConnected,
-                   "The connection to the BMC was lost while " + when + " (" + Why(account) + ").");
-}
-
 Outcome WrongCredentials(const CimAccount& account) {
     return Failure(kNotConnected, "The BMC does not accept the credentials any more (" +
                                       Why(account) + "). Check --user and the password.");
 }
 
 Outcome JudgeEnumeration(const CimAccount& account) {
-    const std::string what = account.asked.empty() ? "its objects" : Clean(account.asked);
+    const std::string list = "list of " + Clean(account.asked) + " objects";
     if (account.asked == kServiceClass && account.services == 0U) {
         return Failure(kExportRefused,
                        "The BMC has no object of class ZOR_FFDCService that could be asked for an "
@@ -83,11 +81,15 @@ Outcome JudgeEnumeration(const CimAccount& account) {
     }
     if (IsWrongCredentials(account.failure)) return WrongCredentials(account);
     if (IsTimeout(account.failure)) {
-        return Failure(kNotConnected, "The BMC did not name " + what +
+        return Failure(kNotConnected, "The BMC did not send its " + list +
                                           " within 5 minutes. A BMC that hangs needs a reset.");
     }
-    if (IsLostConnection(account.failure)) return Lost("it named " + what, account);
-    return Failure(kExportRefused, "The BMC did not name " + what + " (" + Why(account) +
+    if (IsLostConnection(account.failure)) {
+        return Failure(kNotConnected, "The connection to the BMC was lost while it sent its " +
+                                          list + " (" + Why(account) +
+                                          "). Nothing has been exported.");
+    }
+    return Failure(kExportRefused, "The BMC did not send a usable " + list + " (" + Why(account) +
                                        "). Nothing has been exported.");
 }
 
@@ -131,7 +133,9 @@ Outcome JudgeCimExport(int code, const CimAccount& account) {
     if (object == nullptr) return JudgeEnumeration(account);
     if (account.exportBroken) return JudgeBrokenExport(account, *object);
     return Failure(kExportRefused, "The BMC did not export " + Name(account, *object) + ": " +
-                                       Returned(object->returned) + ". " + Before(account));
+                                       Returned(object->returned) + ". " + Before(account) +
+                                       " Check the export URI and its account; the BMC's own log "
+                                       "may tell more.");
 }
 
 }  // namespace Kemffdc

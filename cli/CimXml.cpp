@@ -4,6 +4,7 @@
 #include <openssl/evp.h>
 
 #include <cctype>
+#include <charconv>
 #include <pugixml.hpp>
 #include <sstream>
 
@@ -85,6 +86,22 @@ std::string EnumerationRequest(const std::string& nameSpace, const std::string& 
            NamespaceElements(nameSpace) +
            R"(</LOCALNAMESPACEPATH><IPARAMVALUE NAME="ClassName"><CLASSNAME NAME=")" + className +
            R"("/></IPARAMVALUE></IMETHODCALL></SIMPLEREQ></MESSAGE></CIM>)" + "\n";
+}
+
+std::string PercentDecoded(const std::string& text) {
+    std::string bytes;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        unsigned byte = 0;
+        const char* first = text.data() + at + 1;
+        if (text[at] == '%' && at + 2 < text.size() &&
+            std::from_chars(first, first + 2, byte, 16).ptr == first + 2) {
+            bytes += static_cast<char>(byte);
+            at += 2;
+        } else {
+            bytes += text[at];
+        }
+    }
+    return bytes;
 }
 
 Enumeration ReadEnumeration(const std::string& document) {

@@ -15,6 +15,9 @@ std::string CimObjectHeader(const std::string& nameSpace);
 // The document that asks for the objects of a class. The names are ours: nothing is escaped.
 std::string EnumerationRequest(const std::string& nameSpace, const std::string& className);
 
+// `text` with every %XX as the byte that it stands for; what is no such thing stays.
+std::string PercentDecoded(const std::string& text);
+
 // What an answer to it says.
 struct Enumeration {
     std::string unreadable;  // why it is no CIM-XML answer; empty: it is one

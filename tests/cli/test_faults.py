@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Plays every row of docs/faults.md with the real tool.
+"""Plays every row of docs/faults.md about Redfish with the real tool.
 
 The table says what comes out; the scenarios here say only how the fault is made.
 """
@@ -15,9 +15,10 @@ import threading
 import pytest
 
 import tool
+from faults_table import read_table
 from tool import EXPORT, SERVICE_ROOT, SESSIONS, TASK
 
-TABLE = tool.ROOT / "docs" / "faults.md"
+HEADING = "Over Redfish"
 STEP_OF = {
     "Connect": "connect",
     "Apply": "export",
@@ -26,26 +27,7 @@ STEP_OF = {
 }
 CODE_OF = {"false": 1, "true": 0, "throws": -1}
 
-
-class Row:
-    def __init__(self, line):
-        cells = [cell.strip() for cell in re.split(r"(?<!\\)\|", line.strip().strip("|"))]
-        assert len(cells) == 4, f"a row has four cells: {line}"
-        self.what, self.library, code, self.text = cells
-        self.code = int(code)
-
-    def pattern(self, host, port):
-        """The text as a regular expression."""
-        text = re.sub(r"\bHOST\b", host, re.sub(r"\bPORT\b", str(port), self.text))
-        return ".*".join(re.escape(piece) for piece in text.split("..."))
-
-
-def read_table():
-    lines = [line for line in TABLE.read_text(encoding="utf-8").splitlines() if line.startswith("|")]
-    return [Row(line) for line in lines[2:]]
-
-
-ROWS = {row.what: row for row in read_table()}
+ROWS = {row.what: row for row in read_table(HEADING)}
 
 
 def answers(**entries):
@@ -177,7 +159,7 @@ def test_every_row_has_a_scenario_and_every_scenario_a_row():
 
 
 def test_the_table_names_nothing_twice():
-    assert len(read_table()) == len(ROWS)
+    assert len(read_table(HEADING)) == len(ROWS)
 
 
 @contextlib.contextmanager

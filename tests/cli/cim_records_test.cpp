@@ -1,0 +1,269 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "CimRecords.h"
+
+#include <gmock/gmock.h>
+
+#include <ostream>
+#include <sstream>
+
+#include "Log.h"
+#include "Progress.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using Kemffdc::CimAccount;
+using Kemffdc::CimLedger;
+using Kemffdc::CimListener;
+using Kemffdc::CimSign;
+using Kemffdc::ExportedObject;
+using Kemffdc::FindCimSign;
+using State = Kemffdc::ExportedObject::State;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+constexpr char kChannel[] = "src/module/kvs/ffdc/ffdc_impl";
+constexpr char kHelpers[] = "src/common/cimom/src/cimfunc";
+
+struct RecordRow {
+    int level;
+    const char* source;
+    const char* text;
+    CimSign sign;
+    const char* rest;
+};
+
+// As the library writes them.
+const RecordRow kRows[] = {
+    {3, kHelpers, "Connecting to admin:**********@192.0.2.10:5989", CimSign::kConnecting,
+     "admin:**********@192.0.2.10:5989"},
+    {3, kHelpers, "Cimserver connection succeeded ", CimSign::kConnected, ""},
+    {1, kHelpers,
+     "Failed to connect remote cimserver with the reason: Cannot connect to h:1. Connection failed.",
+     CimSign::kNotConnected, "Cannot connect to h:1. Connection failed."},
+    {3, kHelpers, "The value of class name is:ZOR_FFDCData", CimSign::kClass, "ZOR_FFDCData"},
+    {3, kHelpers, "The size of ei_array is:3", CimSign::kFound, "3"},
+    {1, kHelpers, "Enumerate instances failed with the reason: connection timed out",
+     CimSign::kNotEnumerated, "connection timed out"},
+    {4, kChannel, "EnumerateInstances ZOR_FFDCService Failed!", CimSign::kNoService, ""},
+    {4, kChannel, "EnumerateInstances ZOR_FFDCData Failed!", CimSign::kNoData, ""},
+    {4, kHelpers, "Showing properties for ZOR_FFDCData.InstanceID=\"x\"", CimSign::kObject,
+     "ZOR_FFDCData.InstanceID=\"x\""},
+    {4, kHelpers, "DataCollectionType = 1 with raw data (1)", CimSign::kType, "1 with raw data (1"},
+    {1, kChannel, "ExportData rev = 3\n", CimSign::kReturned, "3"},
+    {1, kChannel, "ExportData rev = \n", CimSign::kReturned, ""},
+    {1, kChannel, "invokeMethod return exeption: CIM_ERR_FAILED: disk full on <store>",
+     CimSign::kExportBroken, "CIM_ERR_FAILED: disk full on <store>"},
+    {1, kChannel, "Invalid uploading_uri_.filestore_uri_ : ftp://x\n", CimSign::kBadUri, "ftp://x"},
+};
+
+TEST(FindCimSign, EveryRecordOfTheTableIsUnderstood) {
+    for (const RecordRow& row : kRows) {
+        const std::string text = row.text;
+        const auto finding = FindCimSign({row.level, row.source, 1, text});
+        ASSERT_TRUE(finding.has_value()) << row.text;
+        EXPECT_EQ(finding->sign, row.sign) << row.text;
+        EXPECT_EQ(finding->text, row.rest) << row.text;
+    }
+}
+
+TEST(FindCimSign, AnotherLevelOrAnotherSourceIsAnotherRecord) {
+    for (const RecordRow& row : kRows) {
+        const std::string text = row.text;
+        EXPECT_FALSE(FindCimSign({row.level, "src/module/kvs/ffdc/ffdc", 1, text})) << row.text;
+        EXPECT_FALSE(FindCimSign({row.level % 4 + 1, row.source, 1, text})) << row.text;
+    }
+}
+
+TEST(FindCimSign, RecordsThatTellNothingAreNothing) {
+    for (const char* text :
+         {"", "connection case is 2", "Property DataCollectionType is not found!",
+          " processing value maps ...", "_1-Full_"}) {
+        const std::string copy = text;
+        EXPECT_FALSE(FindCimSign({4, kHelpers, 1, copy})) << text;
+    }
+}
+
+// A run of the library, told to a ledger by its records; a second passes between two of them.
+class CimLedgerTest : public testing::Test {
+protected:
+    void Tell(CimSign sign, const std::string& text = "") {
+        m_now += 1s;
+        m_ledger.Take({sign, text}, m_now);
+    }
+    void FindObjects(const std::string& services, const std::string& data) {
+        Tell(CimSign::kClass, "ZOR_FFDCService");
+        Tell(CimSign::kFound, services);
+        Tell(CimSign::kClass, "ZOR_FFDCData");
+        Tell(CimSign::kFound, data);
+    }
+    void TryObject(const std::string& path, const std::string& type) {
+        Tell(CimSign::kObject, path);
+        Tell(CimSign::kType, type + " with raw data (" + type);
+    }
+    void End(bool success) { m_ledger.End(success, m_now + 1s); }
+    const CimAccount& Account() { return m_ledger.Account(); }
+    std::vector<State> States() {
+        std::vector<State> states;
+        for (const ExportedObject& object : Account().objects) states.push_back(object.state);
+        return states;
+    }
+
+    CimLedger m_ledger;
+    CimLedger::Time m_now;
+};
+
+TEST_F(CimLedgerTest, ObjectsBeforeTheNextOneAndAtAGoodEndAreExported) {
+    FindObjects("1", "2");
+    TryObject("p1", "1");
+    TryObject("p2", "2");
+    End(true);
+
+    EXPECT_EQ(Account().services, 1U);
+    EXPECT_EQ(Account().found, 2U);
+    EXPECT_THAT(States(), ElementsAre(State::kExported, State::kExported));
+    EXPECT_EQ(Account().objects[0].path, "p1");
+    EXPECT_EQ(Account().objects[1].type, "2");
+    EXPECT_DOUBLE_EQ(Account().objects[0].seconds, 2);
+    EXPECT_DOUBLE_EQ(Account().objects[1].seconds, 2);
+}
+
+TEST_F(CimLedgerTest, ObjectsOfTypeFourAreSkippedAlsoTheLastOne) {
+    FindObjects("1", "3");
+    TryObject("p1", "4");
+    TryObject("p2", "1");
+    TryObject("p3", "4");
+    End(true);
+    EXPECT_THAT(States(), ElementsAre(State::kSkipped, State::kExported, State::kSkipped));
+}
+
+TEST_F(CimLedgerTest, TypesThatOnlyBeginWithAFourAreExported) {
+    FindObjects("1", "1");
+    TryObject("p1", "42");
+    End(true);
+    EXPECT_THAT(States(), ElementsAre(State::kExported));
+}
+
+TEST_F(CimLedgerTest, AnObjectWithoutATypeIsExportedAllTheSame) {
+    FindObjects("1", "1");
+    Tell(CimSign::kObject, "p1");
+    End(true);
+    EXPECT_THAT(States(), ElementsAre(State::kExported));
+    EXPECT_EQ(Account().objects[0].type, "");
+}
+
+TEST_F(CimLedgerTest, ARefusedObjectKeepsItsValueAndThoseBehindItWereNotTried) {
+    FindObjects("1", "4");
+    TryObject("p1", "1");
+    TryObject("p2", "2");
+    Tell(CimSign::kReturned, "3");
+    End(false);
+    EXPECT_THAT(States(),
+                ElementsAre(State::kExported, State::kRefused, State::kNotTried, State::kNotTried));
+    EXPECT_EQ(Account().objects[1].returned, "3");
+    EXPECT_FALSE(Account().exportBroken);
+}
+
+TEST_F(CimLedgerTest, ABrokenExportKeepsItsReasonWhenReconnectingFailsToo) {
+    FindObjects("1", "1");
+    TryObject("p1", "1");
+    Tell(CimSign::kExportBroken, "Connection closed by CIM Server.");
+    Tell(CimSign::kConnecting, "");
+    Tell(CimSign::kNotConnected, "Cannot connect to h:1. Connection failed.");
+    End(false);
+    EXPECT_THAT(States(), ElementsAre(State::kFailed));
+    EXPECT_TRUE(Account().exportBroken);
+    EXPECT_EQ(Account().failure, "Connection closed by CIM Server.");
+}
+
+TEST_F(CimLedgerTest, FailedEnumerationsKeepTheClassAndTheReason) {
+    Tell(CimSign::kClass, "ZOR_FFDCService");
+    Tell(CimSign::kNotEnumerated, "HTTP Error (401 Unauthorized).");
+    End(false);
+    EXPECT_EQ(Account().asked, "ZOR_FFDCService");
+    EXPECT_EQ(Account().failure, "HTTP Error (401 Unauthorized).");
+    EXPECT_THAT(Account().objects, IsEmpty());
+}
+
+TEST_F(CimLedgerTest, WhatABmcNamesItsObjectsIsFitForDisplay) {
+    FindObjects("1", "1");
+    TryObject("p\x1b[2J\n", "1\x07");
+    EXPECT_EQ(Account().objects[0].path, "p\\x1B[2J ");
+    EXPECT_EQ(Account().objects[0].type, "1\\x07");
+}
+
+TEST_F(CimLedgerTest, RecordsOutOfOrderAreNoTrouble) {
+    Tell(CimSign::kType, "1 with raw data (1");
+    Tell(CimSign::kReturned, "3");
+    Tell(CimSign::kExportBroken, "x");
+    Tell(CimSign::kFound, "many");
+    End(true);
+    EXPECT_THAT(Account().objects, IsEmpty());
+    EXPECT_FALSE(Account().found.has_value());
+}
+
+TEST_F(CimLedgerTest, ProgressCountsTheObjectsAndNamesTheBound) {
+    FindObjects("1", "3");
+    TryObject("p1", "1");
+    EXPECT_EQ(Kemffdc::ObjectProgress(Account()),
+              "object 1 of 3 (type 1): the BMC gathers and uploads, for up to 20 minutes");
+    TryObject("p2", "4");
+    EXPECT_EQ(Kemffdc::ObjectProgress(Account()), "object 2 of 3 (type 4): skipped");
+}
+
+int Eighty() { return 80; }
+
+void Write(int level, const char* source, const char* text) {
+    Log(level, source, 1).Stream() << text;
+}
+
+TEST(CimListenerTest, ShowsEachObjectAndCompletesTheAccountAtTheEnd) {
+    Varnex::SetLogLevel(0);
+    std::ostringstream shown;
+    Kemffdc::Options options;
+    options.via = "cim";
+    options.json = true;
+    Kemffdc::Report report(options);
+    {
+        Kemffdc::Progress progress(shown, false, Eighty);
+        progress.Step("export");
+        CimListener listener(progress, report);
+        Write(3, kHelpers, "The value of class name is:ZOR_FFDCData");
+        Write(3, kHelpers, "The size of ei_array is:2");
+        Write(4, kHelpers, "Showing properties for p1");
+        Write(4, kHelpers, "DataCollectionType = 1 with raw data (1)");
+        Write(4, kHelpers, "Showing properties for p2");
+        Write(4, kHelpers, "DataCollectionType = 4 with raw data (4)");
+        const CimAccount account = listener.End(true);
+        EXPECT_EQ(account.objects.size(), 2U);
+    }
+    EXPECT_THAT(shown.str(), HasSubstr("export: looking for ZOR_FFDCData\n"));
+    EXPECT_THAT(shown.str(), HasSubstr("export: object 1 of 2 (type 1): the BMC gathers"));
+    EXPECT_THAT(shown.str(), HasSubstr("export: object 2 of 2 (type 4): skipped\n"));
+    std::ostringstream out;
+    std::ostringstream err;
+    report.Write({}, out, err);
+    EXPECT_THAT(out.str(), HasSubstr(R"("path":"p1","collection_type":"1","outcome":"exported")"));
+    EXPECT_THAT(out.str(), HasSubstr(R"("path":"p2","collection_type":"4","outcome":"skipped")"));
+}
+
+TEST(CimListenerTest, AnObjectThatIsNotDoneWhenTheRunIsAbandonedSaysSo) {
+    Varnex::SetLogLevel(0);
+    std::ostringstream shown;
+    Kemffdc::Options options;
+    options.via = "cim";
+    options.json = true;
+    Kemffdc::Report report(options);
+    Kemffdc::Progress progress(shown, false, Eighty);
+    const CimListener listener(progress, report);
+    Write(4, kHelpers, "Showing properties for p1");
+
+    std::ostringstream out;
+    std::ostringstream err;
+    report.Write(Kemffdc::Failure(Kemffdc::kInterrupted, "Interrupted."), out, err);
+    EXPECT_THAT(out.str(), HasSubstr(R"("outcome":"not-ended","return_value":null)"));
+}
+
+}  // namespace

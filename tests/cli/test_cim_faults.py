@@ -1,0 +1,272 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Plays every row of docs/faults.md about CIM with the real tool.
+
+The table says what comes out; the scenarios here say only how the fault is made.
+"""
+
+import contextlib
+import re
+import socket
+import threading
+
+import pytest
+
+import cim_tool
+import faults_table
+import tool
+
+HEADING = "Over CIM"
+ROWS = {row.what: row for row in faults_table.read_table(HEADING)}
+
+SERVICE = "EnumerateInstances ZOR_FFDCService"
+DATA = "EnumerateInstances ZOR_FFDCData"
+EXPORT = "ExportData"
+TWO_SECONDS = {"VARNEX_REST_ACTION_TIMEOUT": "2"}
+
+# Of 1,000 bytes, with everything that quoting, encoding and line ends can get wrong.
+LONG_PASSWORD = ('quote " apostrophe \' backslash \\ amp & less < newline \n tab \t percent % Grüße ' * 20)[:1000]
+
+
+class Trouble:
+    """A fault: a scenario of the emulated BMC, or a server of its own, and how the tool is run."""
+
+    def __init__(self, cim=None, plain=False, arguments=(), environment=None, server=None, uri=None,
+                 password=None, store_password=None, bmc_password=None, port=None, seconds=20.0):
+        self.cim = cim or {}
+        self.plain = plain
+        self.arguments = list(arguments)
+        self.environment = environment or {}
+        self.server = server
+        self.uri = uri
+        self.password = password
+        self.store_password = store_password
+        self.bmc_password = bmc_password
+        self.port = port
+        self.seconds = seconds
+
+
+def always(key, **answer):
+    """A scenario in which this request has this answer, for ever."""
+    return {"answers": {key: [{**answer, "repeat": True}]}}
+
+
+def objects(**answer):
+    """Each list of objects that the library asks for is answered so; the preflight gets its own."""
+    return {"answers": {SERVICE: [{}, {**answer, "repeat": True}]}}
+
+
+def returns(value):
+    return always(EXPORT, **{"return": value})
+
+
+@contextlib.contextmanager
+def closed_port():
+    yield "127.0.0.1", tool.free_port()
+
+
+@contextlib.contextmanager
+def unknown_host():
+    yield "no-such-bmc.invalid", 5989
+
+
+@contextlib.contextmanager
+def mute_server():
+    """Accepts connections and says nothing."""
+    with socket.socket() as listener:
+        listener.bind(("127.0.0.1", 0))
+        listener.listen()
+        yield "127.0.0.1", listener.getsockname()[1]
+
+
+ODD_PATH = 'a "quoted" & <b> \\ Grüße'
+
+SCENARIOS = {
+    "Refused port": Trouble(server=closed_port),
+    "Unknown host": Trouble(server=unknown_host),
+    "TLS port spoken to in plain": Trouble(plain=True, port="https_port"),
+    "Plain port spoken to in TLS": Trouble(port="port"),
+    "Server that accepts connections and never begins TLS": Trouble(
+        server=mute_server, environment=TWO_SECONDS, seconds=6),
+    "Plain server that never answers": Trouble(
+        server=mute_server, plain=True, environment=TWO_SECONDS, seconds=6),
+    "TLS server that never answers": Trouble(always("*", hang=True), environment=TWO_SECONDS, seconds=6),
+    "Another kind of server on the port": Trouble(port="redfish"),
+    "Wrong credentials": Trouble(password="wrong"),
+    "401 without a challenge": Trouble({"challenge": None}),
+    "Digest challenge": Trouble({"challenge": 'Digest realm="{host}", nonce="1"'}),
+    "Account without the right to read": Trouble(always(SERVICE, error=2)),
+    "400": Trouble(always("*", status=400, headers={"CIMError": "request-not-valid", "PGErrorDetail": "no"})),
+    "503": Trouble(always("*", status=503)),
+    "302": Trouble(always("*", status=302, headers={"Location": "http://127.0.0.1:1/"})),
+    "No such namespace": Trouble(arguments=["--node", "9"]),
+    "No such class": Trouble(always(SERVICE, error={"code": 5, "text": "ZOR_FFDCService"})),
+    "First answer is not XML": Trouble(always(SERVICE, body="hello")),
+    "First answer is cut": Trouble(always(SERVICE, truncate=500)),
+    "First answer has no declaration": Trouble(always(SERVICE, declaration=False)),
+    "First answer is 100,000 levels deep": Trouble(always(SERVICE, nested=100000)),
+    "First answer is 100 MB long": Trouble(always(SERVICE, fill=100000000)),
+    "Connection closed instead of the first answer": Trouble(always(SERVICE, close="before")),
+    "Connection cut within the first answer": Trouble(always(SERVICE, cut_after=200)),
+    "Objects: 400": Trouble(objects(status=400)),
+    "Objects: 401": Trouble(objects(status=401)),
+    "Objects: 503": Trouble(objects(status=503)),
+    "Objects: 302": Trouble(objects(status=302, headers={"Location": "http://127.0.0.1:1/"})),
+    "Objects: not XML": Trouble(objects(body="hello")),
+    "Objects: no declaration": Trouble(objects(declaration=False)),
+    "Objects: cut": Trouble(objects(truncate=500)),
+    "Objects: 100,000 levels deep": Trouble(objects(nested=100000), seconds=60),
+    "Objects: entities that expand": Trouble(objects(entities=9)),
+    "Objects: wrong message number": Trouble(objects(message_id="9")),
+    "Objects: Content-Length too small": Trouble(objects(content_length=500)),
+    "Objects: Content-Length too large": Trouble(objects(content_length=50000, close="after")),
+    "Objects: unknown code in the trailer": Trouble(objects(trailer={"CIMStatusCode": "99"})),
+    "Objects: connection closed instead of an answer": Trouble(objects(close="before")),
+    "Objects: connection cut within the answer": Trouble(objects(cut_after=200)),
+    "No service object": Trouble({"services": 0}),
+    "No data object": Trouble({"data": []}),
+    "Only data objects of type 4": Trouble({"data": [4, 4]}),
+    "ExportData returns 1": Trouble(returns(1)),
+    "ExportData returns 3": Trouble(returns(3)),
+    "ExportData returns 4": Trouble(returns(4)),
+    "ExportData returns 5": Trouble(returns(5)),
+    "ExportData returns 6": Trouble(returns(6)),
+    "ExportData returns 3 for the second object": Trouble({"answers": {EXPORT: [{}, {"return": 3}]}}),
+    "Return value missing": Trouble(returns("absent")),
+    "Return value of another type": Trouble(returns({"type": "uint16", "value": 0})),
+    "Return value null": Trouble(returns({"type": "uint32"})),
+    "Export ends with a CIM error": Trouble(always(EXPORT, error={"code": 1, "text": "disk full on <store>"})),
+    "Export ends with an error that holds terminal escapes": Trouble(
+        always(EXPORT, error={"code": 1, "description": "\x1b]0;owned\x07\x1b[2Jno"})),
+    "Export: unknown code in the trailer": Trouble(
+        always(EXPORT, **{"return": 0, "trailer": {"CIMStatusCode": "99"}})),
+    "Export: 503": Trouble(always(EXPORT, status=503)),
+    "Export: connection closed instead of an answer": Trouble(always(EXPORT, close="before")),
+    "File store refuses the password": Trouble(store_password="not this one"),
+    "Connection closed between the requests": Trouble(
+        always("*", close="after", headers={"Connection": "close"})),
+    "Object path with quotes, `&`, `<`, UTF-8": Trouble({"data": [{"type": 1, "id": ODD_PATH}]}),
+    "Object without a type": Trouble({"data": [{"type": 1, "without": ["DataCollectionType"]}]}),
+    "Export URI with neither word": Trouble(uri="ftp://127.0.0.1/in/"),
+    "Export URI with both words": Trouble(uri="STORE/tftp/"),
+    "Password of 1,000 characters with quotes, newlines and UTF-8": Trouble(bmc_password=LONG_PASSWORD),
+}
+
+
+def test_every_row_has_a_scenario_and_every_scenario_a_row():
+    assert sorted(ROWS) == sorted(SCENARIOS)
+
+
+def test_the_table_names_nothing_twice():
+    assert len(faults_table.read_table(HEADING)) == len(ROWS)
+
+
+@pytest.fixture(scope="module")
+def store(tmp_path_factory):
+    folder = tmp_path_factory.mktemp("store")
+    for name in ("in", "tftp"):
+        (folder / name).mkdir()
+    started = cim_tool.Store(folder)
+    yield started
+    started.stop()
+
+
+@pytest.fixture
+def emptied(store):
+    for file in store.folder.rglob("*"):
+        if file.is_file():
+            file.unlink()
+    return store
+
+
+@contextlib.contextmanager
+def place_of(trouble):
+    """Address, port, user and password of what the tool is to be pointed at; the BMC, if it is one."""
+    if trouble.server:
+        with trouble.server() as (host, port):
+            yield host, port, "admin", "a secret for nobody", None
+        return
+    scenario = {"cim": trouble.cim}
+    if trouble.bmc_password:
+        scenario["password"] = trouble.bmc_password
+    bmc = tool.Bmc(scenario)
+    try:
+        port = cim_tool.port_of(bmc, trouble.plain)
+        if trouble.port:
+            port = bmc.ready["redfish"]["port"] if trouble.port == "redfish" else bmc.ready["cim"][trouble.port]
+        yield bmc.address, port, bmc.user, trouble.password or bmc.password, bmc
+    finally:
+        bmc.stop()
+
+
+def check_library_code(row, steps):
+    found = {step["name"]: step["code"] for step in steps}
+    if row.library == "none":
+        assert not set(found) & {"connect", "export"}
+        return
+    operation, result = row.library.split(" ")
+    assert operation == "Apply" and found["connect"] == 0
+    assert found["export"] == int(result)
+
+
+def check_secrets(ended, log, passwords):
+    texts = {"output": ended.out + ended.err, "log": log, "process list": ended.command_line}
+    for place, text in texts.items():
+        for secret in {part for password in passwords for part in [password, *password.splitlines()] if len(part) > 5}:
+            assert secret not in text, f"a secret stands in the {place}"
+
+
+def check_objects(account, bmc):
+    """The account names every object, and only the last that was tried may have failed."""
+    outcomes = [one["outcome"] for one in account["objects"]]
+    assert len(outcomes) <= len(bmc.ready["cim"]["archives"])
+    tried = [o for o in outcomes if o != "not-tried"]
+    assert outcomes == tried + ["not-tried"] * (len(outcomes) - len(tried))
+    assert all(o in ("exported", "skipped") for o in tried[:-1])
+    if account["exit_code"] == 0:
+        assert set(outcomes) <= {"exported", "skipped"} and "exported" in outcomes
+
+
+@pytest.mark.parametrize("what", sorted(SCENARIOS))
+def test_fault(what, emptied, tmp_path):
+    row, trouble = ROWS[what], SCENARIOS[what]
+    log = tmp_path / "log"
+    uri = (trouble.uri or "STORE/in/").replace("STORE/", emptied.uri())
+    passwords = [emptied.password]
+    with place_of(trouble) as (host, port, user, password, bmc):
+        ended = tool.run(
+            ["collect", "--via", "cim", host, "--port", str(port), "--user", user, "--password-file", "-",
+             "--export-uri", uri, *emptied.account(), "--json", "--log-file", str(log),
+             *(["--plain"] if trouble.plain else []), *trouble.arguments],
+            password=password, seconds=trouble.seconds,
+            environment={**emptied.secrets(trouble.store_password), **trouble.environment})
+        log_text = log.read_text(encoding="utf-8", errors="replace") if log.exists() else ""
+        check_secrets(ended, log_text, [*passwords, password])
+        expected = cim_tool.archives(bmc) if bmc else []
+        asked = len(cim_tool.requests(bmc)) if bmc else 0
+
+    for text in (ended.out, ended.err, log_text):
+        assert "\x1b" not in text and "\x07" not in text
+    assert ended.code == row.code, ended.err
+    received = cim_tool.files_of(emptied.folder)
+    if row.code == 2:  # there is no run that could be told about
+        assert asked == 0 and received == {}
+        assert re.fullmatch(f"kemffdc: {row.pattern(host, port)}\nTry 'kemffdc --help'.\n", ended.err)
+        return
+    account = ended.json
+    assert account["exit_code"] == row.code
+    check_library_code(row, account["steps"])
+    exported = [n for n, one in enumerate(account["objects"]) if one["outcome"] == "exported"]
+    assert sorted(received.values()) == sorted(expected[n] for n in exported)
+    if bmc:
+        check_objects(account, bmc)
+    if row.code != 0:
+        assert re.fullmatch(row.pattern(host, port), account["reason"])
+        assert f"kemffdc: {account['reason']} [exit code {row.code}]" in ended.err
+        assert account["export_uri"] is None
+        return
+    assert row.text == "Exported to"
+    assert account["export_uri"] == uri
+
+
+def test_no_thread_of_these_tests_is_left():
+    assert threading.active_count() == 1
