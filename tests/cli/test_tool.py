@@ -10,9 +10,7 @@ import pathlib
 import re
 import stat
 import subprocess
-import sys
 import threading
-import time
 
 import asyncssh
 import pytest
@@ -477,23 +475,3 @@ def test_export_that_the_file_store_refuses_is_a_failed_task(bmc, store, tmp_pat
         arguments, password=bmc.password, environment={"KEMFFDC_EXPORT_PASSWORD": "wrong"})
     assert ended.code == 5
     assert "The task ended with an exception on the BMC" in ended.err
-
-
-# --- speed ------------------------------------------------------------------------------------
-
-
-def test_the_start_takes_no_network_library():
-    """Against curl's own start, which loads most of the same libraries."""
-
-    def median(command):
-        times = []
-        for _ in range(15):
-            begin = time.perf_counter()
-            subprocess.run(command, stdout=subprocess.DEVNULL, check=True, env=tool.clean_environment())
-            times.append(time.perf_counter() - begin)
-        return sorted(times)[len(times) // 2]
-
-    ratio = median([tool.TOOL, "--version"]) / median(["curl", "--version"])
-    print(f"start: {ratio:.2f} of curl's", file=sys.stderr)
-    if tool.SLOWNESS == 1:
-        assert ratio < 4, "a start that takes far longer than curl's loads or initialises too much"
