@@ -9,6 +9,7 @@
 #include <new>
 
 #include "CimXml.h"
+#include "RecordTable.h"
 #include "Text.h"
 
 namespace Kemffdc {
@@ -84,7 +85,7 @@ std::size_t CollectHeader(char* bytes, std::size_t size, std::size_t count, void
     const std::string line(bytes, size * count);
     if (line.compare(0, 5, "HTTP/") == 0) {
         reply.headers.clear();
-        reply.httpCode = std::atol(line.c_str() + std::min(line.find(' '), line.size()));
+        reply.httpCode = NumberBehind(line, " ", 0);
     } else if (Trimmed(line).empty()) {
         if (IsComplete(reply)) return 0;  // ends the transfer
     } else {

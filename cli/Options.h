@@ -24,11 +24,11 @@ struct Options {
     bool plain = false;                 // CIM: without TLS
     std::optional<std::uint16_t> node;  // CIM: of an enclosure; none: the machine itself
     bool initialize = false;            // CIM: sent along as InitializationNeeded
+    bool miniLog = false;               // Redfish: the logs alone
 
     std::uint16_t cipherSuite = 17;  // IPMI over LAN
     int mode = 2;                    // IPMI: which account and which files; ffdc's own number
 
-    bool miniLog = false;
     std::string exportUri;  // empty: the archive is downloaded (CIM: never empty)
     std::string exportUser;
     std::string exportPasswordFile;
@@ -38,10 +38,9 @@ struct Options {
 
     bool json = false;
     bool noProxy = false;
+    bool liveProgress = false;  // standard error is a terminal that understands cursor control
     std::optional<int> logLevel;
     std::string logFile;
-
-    bool liveProgress = false;  // standard error is a terminal that understands cursor control
 };
 
 // Either options to run with, or the text and the exit code to end with at once.
