@@ -14,14 +14,8 @@ namespace {
 
 constexpr char kUserAgent[] = "QTVE_TESSEL";
 constexpr long kBufferSize = 512L * 1024;  // bytes: over SFTP, 16 KiB are a third of the speed
-constexpr long kStallSpeed = 30;           // bytes per second; slower counts as stalled
 
 // Seconds, read once per process; below 1 counts as 1, because a transfer has to end.
-long StallTime() {
-    static const int seconds = GetGlobalConfigValue("TRANSFER_STALL_TIME", 60);
-    return std::max(seconds, 1);
-}
-
 long ConnectTime() {
     static const int seconds = GetGlobalConfigValue("TRANSFER_CONNECT_TIME", 30);
     return std::max(seconds, 1);
@@ -78,6 +72,11 @@ Handle MakeHandle() {
     return Handle(curl_easy_init());
 }
 
+std::chrono::seconds StallTime() {
+    static const int seconds = GetGlobalConfigValue("TRANSFER_STALL_TIME", 60);
+    return std::chrono::seconds(std::max(seconds, 1));
+}
+
 std::string CaFile() { return EnvironmentText("VARNEX_CA_FILE"); }
 
 bool IsHttps(const Uri& uri) { return ::strcasecmp(uri.scheme().c_str(), "https") == 0; }
@@ -88,7 +87,7 @@ void SetProtocol(Settings& settings, const Uri& uri, HostKeyCheck& hostKey) {
     settings.Set(CURLOPT_NOSIGNAL, 1L);
     settings.Set(CURLOPT_CONNECTTIMEOUT, ConnectTime());
     settings.Set(CURLOPT_LOW_SPEED_LIMIT, kStallSpeed);
-    settings.Set(CURLOPT_LOW_SPEED_TIME, StallTime());
+    settings.Set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(StallTime().count()));
     settings.Set(CURLOPT_BUFFERSIZE, kBufferSize);
     settings.Set(CURLOPT_PATH_AS_IS, 1L);
     if (const unsigned scope = ScopeOfLinkLocal(uri.host())) {

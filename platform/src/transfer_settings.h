@@ -4,6 +4,7 @@
 
 #include <curl/curl.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -43,6 +44,11 @@ private:
     CURL* m_handle;
     CURLcode m_result = CURLE_OK;
 };
+
+// A transfer that is slower than this over that time has stalled.
+// At least a second, because a transfer has to end; read once per process.
+constexpr long kStallSpeed = 30;  // bytes per second
+std::chrono::seconds StallTime();
 
 // The two protocols there are.
 bool IsHttps(const Uri& uri);
