@@ -6,7 +6,9 @@
 
 #include "HostKeyCheck.h"
 #include "Log.h"
+#include "OpenSockets.h"
 #include "PartFile.h"
+#include "StallWatch.h"
 #include "TransferError.h"
 #include "transfer_settings.h"
 #include "transfer_watchers.h"
@@ -20,9 +22,15 @@ constexpr std::size_t kLargestListing = 16 * 1024 * 1024;  // bytes of names
 class Exchange {
 public:
     explicit Exchange(const Uri& uri) : m_uri(uri), m_hostKey(uri.host(), uri.port()) {}
+    Exchange(const Exchange&) = delete;
+    Exchange& operator=(const Exchange&) = delete;
 
 protected:
     ~Exchange() = default;
+
+    // False ends the transfer. Neither throws.
+    virtual bool Take(const char* data, std::size_t size) = 0;
+    virtual bool GoOn(std::uint64_t /*expected*/) { return true; }
 
     // Makes the handle. `option` may be null.
     bool Open(const curlcpp::option_trait_base* option) {
@@ -30,30 +38,34 @@ protected:
         if (!m_handle) return false;
         Settings settings(m_handle.get());
         SetProtocol(settings, m_uri, m_hostKey);
+        if (IsSftp(m_uri)) m_sockets.Watch(settings);
         if (option != nullptr) settings.Set(*option);
         m_settingsResult = settings.Result();
         if (IsHttps(m_uri)) LogVerification();
         return true;
     }
 
-    CURLcode Perform(const std::string& url, curl_write_callback onData, void* self,
-                     curl_xferinfo_callback onProgress) {
+    CURLcode Perform(const std::string& url) {
         // After the caller's option, which cannot take these away.
         Settings settings(m_handle.get());
         settings.Set(CURLOPT_URL, url);
         settings.Set(CURLOPT_ERRORBUFFER, m_errorText);
-        settings.Set(CURLOPT_WRITEFUNCTION, onData);
-        settings.Set(CURLOPT_WRITEDATA, self);
-        settings.Set(CURLOPT_NOPROGRESS, onProgress == nullptr ? 1L : 0L);
-        settings.Set(CURLOPT_XFERINFOFUNCTION, onProgress);
-        settings.Set(CURLOPT_XFERINFODATA, self);
+        settings.Set(CURLOPT_WRITEFUNCTION, &Exchange::OnData);
+        settings.Set(CURLOPT_WRITEDATA, this);
+        settings.Set(CURLOPT_NOPROGRESS, 0L);
+        settings.Set(CURLOPT_XFERINFOFUNCTION, &Exchange::OnProgress);
+        settings.Set(CURLOPT_XFERINFODATA, this);
         if (m_settingsResult != CURLE_OK) return m_settingsResult;
-        return settings.Result() == CURLE_OK ? curl_easy_perform(m_handle.get())
-                                             : settings.Result();
+        if (settings.Result() != CURLE_OK) return settings.Result();
+        return curl_easy_perform(m_handle.get());
     }
 
     std::error_code Error(CURLcode code) const {
         if (code == CURLE_OK) return {};
+        if (m_stalled) return TransferError(CURLE_OPERATION_TIMEDOUT, "The server stalled");
+        if (code == CURLE_ABORTED_BY_CALLBACK) {
+            return TransferError(code, "The download was stopped");
+        }
         const std::string& refusal = m_hostKey.Refusal();
         return refusal.empty() ? LibcurlError(code, m_errorText) : TransferError(code, refusal);
     }
@@ -67,9 +79,33 @@ protected:
     }
 
     const Uri& m_uri;
+    OpenSockets m_sockets;
     Handle m_handle;
+    std::uint64_t m_bytes = 0;  // received
 
 private:
+    static std::size_t OnData(char* data, std::size_t size, std::size_t count, void* self) {
+        return static_cast<Exchange*>(self)->Take(data, size * count) ? size * count : 0;
+    }
+
+    static int OnProgress(void* self, curl_off_t expected, curl_off_t, curl_off_t, curl_off_t) {
+        auto& exchange = *static_cast<Exchange*>(self);
+        exchange.m_stalled = exchange.SftpStalls();
+        const auto total = expected > 0 ? static_cast<std::uint64_t>(expected) : 0;
+        if (!exchange.m_stalled && exchange.GoOn(total)) return 0;
+        exchange.m_sockets.ShutDown();
+        return 1;
+    }
+
+    // libcurl's own limit counts only while a file's bytes flow; a server that says nothing to a
+    // listing or to the opening of a file is noticed here. Before, the limit of connecting holds.
+    bool SftpStalls() {
+        if (!IsSftp(m_uri)) return false;
+        curl_off_t loggedIn = 0;  // microseconds, 0: not yet
+        curl_easy_getinfo(m_handle.get(), CURLINFO_APPCONNECT_TIME_T, &loggedIn);
+        return loggedIn > 0 && m_stall.Stalled(m_bytes);
+    }
+
     void LogVerification() const {
         const std::string ca = CaFile();
         Log(4, kLogSource, __LINE__).Stream()
@@ -79,6 +115,8 @@ private:
 
     HostKeyCheck m_hostKey;
     CURLcode m_settingsResult = CURLE_OK;
+    StallWatch m_stall{kStallSpeed, StallTime()};
+    bool m_stalled = false;
     char m_errorText[CURL_ERROR_SIZE] = {};
 };
 
@@ -92,7 +130,7 @@ const char* WhyNoName(const std::string& name) {
 }
 
 // The names in a folder.
-class Listing : private Exchange {
+class Listing final : private Exchange {
 public:
     explicit Listing(const Uri& uri) : Exchange(uri) {}
 
@@ -104,8 +142,8 @@ public:
         if (!Open(nullptr)) return TransferError(CURLE_FAILED_INIT, "");
         Settings settings(m_handle.get());
         settings.Set(CURLOPT_DIRLISTONLY, 1L);
-        const CURLcode code = Perform(FolderUrl(), &Listing::OnData, this, nullptr);
-        if (m_size > kLargestListing) {
+        const CURLcode code = Perform(FolderUrl());
+        if (m_bytes > kLargestListing) {
             return TransferError(CURLE_FILESIZE_EXCEEDED, "The listing is too long");
         }
         if (const std::error_code error = Error(code)) return error;
@@ -120,15 +158,11 @@ private:
         return url.back() == '/' ? url : url + "/";
     }
 
-    static std::size_t OnData(char* data, std::size_t size, std::size_t count, void* self) {
-        return static_cast<Listing*>(self)->Take(data, size * count) ? size * count : 0;
-    }
-
-    bool Take(const char* data, std::size_t size) noexcept {
+    bool Take(const char* data, std::size_t size) override {
         try {
-            m_size += size;
+            m_bytes += size;
             TakePiece(std::string(data, size));
-            return m_size <= kLargestListing;
+            return m_bytes <= kLargestListing;
         } catch (...) {  // no exception goes through libcurl
             return false;
         }
@@ -161,14 +195,13 @@ private:
     std::list<std::string> m_names;
     std::string m_name;    // whose line end is still to come
     bool m_apart = false;  // line ends come apart
-    std::size_t m_size = 0;
 };
 
 // 202, 204, 205 and 206 say in their different ways that this is not the whole file.
 bool IsWholeFile(long status) { return status == 200 || status == 201 || status == 203; }
 
 // One file on its way from a server into a PartFile.
-class Download : private Exchange {
+class Download final : private Exchange {
 public:
     Download(const Uri& uri, const std::string& localPath)
         : Exchange(uri), m_localPath(localPath) {}
@@ -177,7 +210,7 @@ public:
         if (const std::error_code error = RefusedAddress()) return error;
         if (const std::error_code error = m_file.Create(m_localPath)) return error;
         if (!Open(&option)) return TransferError(CURLE_FAILED_INIT, "");
-        const CURLcode code = Perform(Url(), &Download::OnData, this, &Download::OnProgress);
+        const CURLcode code = Perform(Url());
         if (const std::error_code error = Judge(code)) return error;
         return m_file.Commit();
     }
@@ -196,27 +229,20 @@ private:
         return {};
     }
 
-    static std::size_t OnData(char* data, std::size_t size, std::size_t count, void* self) {
-        return static_cast<Download*>(self)->Take(data, size * count) ? size * count : 0;
-    }
-
-    bool Take(const char* data, std::size_t size) {
+    bool Take(const char* data, std::size_t size) override {
         if (!AnswerIsFile()) return false;
         m_diskError = m_file.Append(data, size);
         if (!m_diskError) m_bytes += size;
         return !m_diskError;
     }
 
-    static int OnProgress(void* self, curl_off_t expected, curl_off_t, curl_off_t, curl_off_t) {
-        auto& download = *static_cast<Download*>(self);
-        const auto total = expected > 0 ? static_cast<std::uint64_t>(expected) : 0;
-        return transfer_watchers::Progress(download.m_localPath, download.m_bytes, total) ? 0 : 1;
+    bool GoOn(std::uint64_t expected) override {
+        return transfer_watchers::Progress(m_localPath, m_bytes, expected);
     }
 
     std::error_code Judge(CURLcode code) const {
         if (m_diskError) return m_diskError;
-        if (code == CURLE_ABORTED_BY_CALLBACK)
-            return TransferError(code, "The download was stopped");
+        if (code == CURLE_ABORTED_BY_CALLBACK) return Error(code);
         const long status = Number(CURLINFO_RESPONSE_CODE);
         if (IsHttps(m_uri) && status >= 200 && !IsWholeFile(status)) {
             return TransferError(kHttpStatus + static_cast<int>(status), "");
@@ -239,7 +265,6 @@ private:
 
     const std::string& m_localPath;
     PartFile m_file;
-    std::uint64_t m_bytes = 0;
     std::error_code m_diskError;
 };
 

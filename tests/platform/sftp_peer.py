@@ -4,10 +4,12 @@
 
 cut*        half of the file, then the connection is cut
 stall*      half of the file, then silence
+hang*       opening it is never answered
 closed*     may not be opened
 broken*     opens and cannot be read
 /hostile/   lists the names in the file NAMES: a JSON list, one character a byte
-/endless/   lists for ever
+/endless/   lists more than anybody has
+/silent/    listing it is never answered
 
 Host keys are made anew unless KEY exists, which is then used and else written. Prints one JSON line
 when it is ready; ends when its standard input closes.
@@ -35,6 +37,8 @@ class Files(asyncssh.SFTPServer):
     def open(self, path, pflags, attrs):
         if os.path.basename(path).startswith(b'closed'):
             raise asyncssh.SFTPPermissionDenied('closed')
+        if os.path.basename(path).startswith(b'hang'):
+            return asyncio.sleep(3600)
         return super().open(path, pflags, attrs)
 
     async def read(self, file_obj, offset, size):
@@ -50,6 +54,8 @@ class Files(asyncssh.SFTPServer):
         return super().read(file_obj, offset, size)
 
     def listdir(self, path):
+        if path.rstrip(b'/') == b'/silent':
+            return asyncio.sleep(3600)
         if path.rstrip(b'/') == b'/endless':
             name = asyncssh.SFTPName(b'x' * 200, attrs=asyncssh.SFTPAttrs(permissions=0o100644))
             return [name] * 200000
