@@ -56,9 +56,11 @@ bool ReadDeviceId(const std::vector<std::uint8_t>& data, BmcFacts& facts) {
     facts.firmware = text;
     (void)std::snprintf(text, sizeof text, "IPMI %u.%u", data[4] & 0x0FU, data[4] >> 4U);
     facts.serviceVersion = text;
-    const unsigned manufacturer = data[6] | data[7] << 8U | (data[8] & 0x0FU) << 16U;
+    const unsigned manufacturer =
+        unsigned{data[6]} | unsigned{data[7]} << 8U | (data[8] & 0x0FU) << 16U;
     facts.vendor = "enterprise number " + std::to_string(manufacturer);
-    facts.product = "product number " + std::to_string(data[9] | data[10] << 8U);
+    facts.product =
+        "product number " + std::to_string(unsigned{data[9]} | unsigned{data[10]} << 8U);
     return true;
 }
 
