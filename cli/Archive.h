@@ -37,8 +37,9 @@ public:
     // Path for a download.
     std::string WorkPath(const std::string& name) const;
 
-    // Moves WorkPath(name), a file or a folder, into the output folder. Never replaces anything there: a name that is
-    // taken gets "-2", "-3" ... before its extension. `path` receives the absolute path.
+    // Moves WorkPath(name), a file or a folder, into the output folder. Never replaces anything
+    // there: a name that is taken gets "-2", "-3" ... before its extension. `path` receives the
+    // absolute path.
     Outcome Deliver(const std::string& name, std::string& path);
 
     // Removes the working folder with all that is in it. Any thread, also while another downloads;

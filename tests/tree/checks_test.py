@@ -68,7 +68,6 @@ def test_an_arrow_in_the_wrong_direction_is_found(tree, file, line, said):
     "// The spec says so.",
     "// Kept for historical reasons.",
     "// TODO: think again.",
-    "// See Part 4.2.",
     "// Step 5.6",
 ])
 def test_a_comment_without_a_reason_is_found(tree, comment):
