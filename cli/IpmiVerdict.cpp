@@ -17,6 +17,7 @@ constexpr int kNoHost = 6;
 
 constexpr int kAccountOverSession = 2;
 constexpr std::size_t kMaxNamedFiles = 3;
+constexpr std::size_t kMaxReason = 2000;
 constexpr std::size_t kMaxShownName = 60;
 
 // libcurl's numbers in the reason of a listing.
@@ -100,7 +101,9 @@ Outcome JudgeListing(const IpmiAccount& account, const Options& options) {
     const std::string& reason = *account.notListed;
     const bool numbered = !reason.empty() && std::isdigit(static_cast<unsigned char>(reason[0]));
     const int number = numbered ? NumberBehind(reason, "", 0) : 0;
-    const std::string words = Clean(numbered ? RestBehind(reason, " ") : reason);
+    // A host key's reason holds the key, for the file of known ones.
+    std::string words = Clean(numbered ? RestBehind(reason, " ") : reason, kMaxReason);
+    if (!words.empty() && words.back() == '.') words.pop_back();
     std::string text = "The BMC's files cannot be listed: " + words +
                        (numbered ? " (" + std::to_string(number) + ")." : ".");
     if (number == kLoginDenied && options.mode == kAccountOverSession) {
@@ -156,11 +159,10 @@ Outcome Spoilt(ExitCode code, const std::string& what, const std::string& doubt,
     if (CountOf(account, State::kFetched) == 0) {
         return Failure(code, what + " Nothing was fetched: " + fetch.reason);
     }
-    const std::string files =
-        fetch.Ok()
-            ? "All " + Plural(static_cast<std::size_t>(CountOf(account, State::kFetched)), "file") +
-                  " that the BMC has were fetched all the same."
-            : fetch.reason;
+    const auto fetched = static_cast<std::size_t>(CountOf(account, State::kFetched));
+    const std::string files = fetch.Ok() ? "All the same, " + Plural(fetched, "file") +
+                                               (fetched == 1 ? " was" : " were") + " fetched."
+                                         : fetch.reason;
     return Failure(code, what + " " + files + " " + doubt);
 }
 

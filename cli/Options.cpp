@@ -47,10 +47,11 @@ constexpr char kFooter[] =
     "Never from an option's value: other users of this machine could read it.\n"
     "\n"
     "Exit codes:\n"
-    "  0    archive or all files obtained, or left at the export URI; check: the BMC can be used\n"
+    "  0    archive obtained, or left at the export URI; ipmi, kcs: all files obtained;\n"
+    "       check: the BMC can be used\n"
     "  2    usage\n"
     "  3    could not connect or authenticate\n"
-    "  4    the BMC refused to gather or to export, or an export failed\n"
+    "  4    the BMC refused the export or to gather, or an export failed\n"
     "  5    the task failed, was killed or ended in an unknown state\n"
     "  6    not finished within the tries; ipmi and kcs: within 900 seconds\n"
     "  7    download failed\n"
@@ -68,6 +69,9 @@ const std::set<int> kCipherSuites{0, 1, 2, 3, 6, 7, 8, 11, 12, 15, 16, 17};
 
 constexpr char kInBand[] = "kcs";
 constexpr int kAccountOverSession = 2;  // the mode that has no use for --user in band
+
+// CLI11 reads an empty text as the number 0, which would be a suite without any protection.
+std::string IsGiven(const std::string& text) { return text.empty() ? "a number is missing" : ""; }
 
 // What CLI11 fills in before it is checked as a whole.
 struct Raw {
@@ -103,6 +107,7 @@ void AddConnectionOptions(CLI::App& app, Raw& raw) {
     app.add_option("--cipher-suite", raw.cipherSuite,
                    "ipmi: how the session is protected; BMCs of today offer 17 and 3 [17]")
         ->type_name("N")
+        ->check(IsGiven)
         ->check(CLI::IsMember(kCipherSuites));
     app.add_flag("--no-proxy", raw.options.noProxy, "Ignore the environment's proxies");
     app.add_flag("--json", raw.options.json, "Print the result as one JSON object");
@@ -120,6 +125,7 @@ void AddCollectOptions(CLI::App& app, Raw& raw) {
                    "ipmi, kcs: which account and which files, see below")
         ->type_name("N")
         ->capture_default_str()
+        ->check(IsGiven)
         ->check(CLI::NonNegativeNumber);
     app.add_option("--log", raw.log, "Which service data to gather: the logs alone, or all")
         ->type_name("KIND")

@@ -1,0 +1,246 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Whole runs over IPMI, over the LAN and in band; in real time, so a poll takes 5 seconds."""
+
+import concurrent.futures
+import pathlib
+import re
+import signal
+import time
+
+import pytest
+
+import ipmi_tool
+import tool
+from ipmi_tool import over_lan, scenario
+
+BOUND = 1.0  # seconds until an interrupted run has ended; instrumented builds get more
+
+INTERRUPTED = "kemffdc: Interrupted. A BMC that has begun to gather goes on. [exit code 130]\n"
+
+
+def collect(bmc, folder, *arguments, **variables):
+    return tool.run(
+        over_lan("collect", bmc, "--output", str(folder / "out"), "--log-file", str(folder / "log"), *arguments),
+        password=bmc.password, environment=ipmi_tool.environment(folder, **variables))
+
+
+def run_folder(folder):
+    (found,) = (folder / "out").iterdir()
+    assert re.fullmatch(r"KEMFFDC\d{14}", found.name)
+    return found
+
+
+def no_secret_in(bmc, folder, ended):
+    log = (folder / "log").read_text(encoding="utf-8")
+    for text in (log, ended.out, ended.err, ended.command_line):
+        for secret in ipmi_tool.secrets(bmc):
+            assert secret not in text
+
+
+MATRIX = [(address, suite, mode) for address in ("IPv4", "IPv6") for suite in (3, 17) for mode in (2, 3, 5)]
+
+
+@pytest.fixture(scope="module")
+def matrix(tmp_path_factory):
+    """All at once: two BMCs, which serve several tools at a time."""
+    folder = tmp_path_factory.mktemp("matrix")
+
+    def one(bmc, name, suite, mode):
+        place = folder / f"{name}-{suite}-{mode}"
+        place.mkdir()
+        return place, collect(bmc, place, "--cipher-suite", str(suite), "--mode", str(mode), "--json")
+
+    # Only the account that this host's own BMC would give is missing: --user holds instead.
+    with ipmi_tool.started() as ipv4, ipmi_tool.started(address="::1") as ipv6:
+        bmcs = {"IPv4": ipv4, "IPv6": ipv6}
+        with concurrent.futures.ThreadPoolExecutor(len(MATRIX)) as pool:
+            runs = {key: pool.submit(one, bmcs[key[0]], *key) for key in MATRIX}
+            yield {key: (bmcs[key[0]], *run.result()) for key, run in runs.items()}
+
+
+@pytest.mark.parametrize("address,suite,mode", MATRIX)
+def test_collects_with_every_suite_over_ipv4_and_ipv6_in_every_mode(matrix, address, suite, mode):
+    bmc, place, ended = matrix[address, suite, mode]
+    assert ended.code == 0, ended.err
+    account = ended.json
+    assert (account["outcome"], account["channel"], account["port"]) == ("downloaded", "ipmi", ipmi_tool.port_of(bmc))
+    assert account["path"] == str(run_folder(place))
+    expected = ipmi_tool.served(bmc, mode)
+    assert ipmi_tool.fetched(account["path"]) == expected
+    fetched = [file for file in account["files"] if file["outcome"] == "fetched"]
+    assert {file["name"]: file["sha256"] for file in fetched} == expected
+    for file in fetched:
+        assert pathlib.Path(file["path"]).stat().st_size == file["size"]
+        assert file["reason"] is None
+    assert account["size"] == sum(file["size"] for file in fetched)
+    assert account["files_not_tried"] == 0
+    no_secret_in(bmc, place, ended)
+
+
+def test_suites_are_used_as_asked_for(matrix):
+    for address in ("IPv4", "IPv6"):
+        bmc = matrix[address, 3, 2][0]
+        opened = [r["cipher_suite"] for r in ipmi_tool.requests(bmc, "ipmi") if r.get("event") == "open"]
+        assert sorted(opened) == [3] * 5 + [17] * 5  # two sessions in modes 3 and 5
+
+
+def test_words_name_every_file_and_the_new_host_key(tmp_path):
+    with ipmi_tool.started() as bmc:
+        ended = collect(bmc, tmp_path)
+        files = ipmi_tool.served(bmc)
+        fingerprint = bmc.ready["sftp"]["fingerprint"]
+    assert ended.code == 0
+    assert f"Folder: {run_folder(tmp_path)}\n" in ended.out
+    for name, sha256 in files.items():
+        assert re.search(rf"  {re.escape(name)}: \d+ bytes, SHA-256 {sha256}\n", ended.out)
+    assert ended.err.count(fingerprint) == 1
+    assert "gather: the BMC gathers, 0 of at most 900 s" in ended.err
+    for number in (1, 2, 3):
+        assert f"download, file {number} of 3 (" in ended.err
+
+
+def test_some_files_missing_end_with_9_and_the_json_says_why(tmp_path):
+    sftp = {"files": {"/download/ffdc/": ["a.tgz", "b.log", "c.log"]},
+            "answers": {"open /download/ffdc/b.log": [{"error": "permission denied", "repeat": True}]}}
+    with ipmi_tool.started(scenario(sftp=sftp)) as bmc:
+        ended = collect(bmc, tmp_path, "--json")
+    assert ended.code == 9
+    account = ended.json
+    assert (account["outcome"], account["exit_code"]) == ("files-missing", 9)
+    assert [file["outcome"] for file in account["files"]] == ["fetched", "failed", "fetched"]
+    failed = account["files"][1]
+    assert (failed["path"], failed["size"], failed["sha256"]) == (None, None, None)
+    assert "Permission denied (varnex.transfer:9)" in failed["reason"]
+    assert sorted(ipmi_tool.fetched(run_folder(tmp_path))) == ["a.tgz", "c.log"]
+
+
+def test_in_band_without_host_and_password(tmp_path):
+    with ipmi_tool.started() as bmc:
+        ended = tool.run(
+            ["collect", "--via", "kcs", "--output", str(tmp_path / "out"), "--json"],
+            environment=ipmi_tool.environment(tmp_path, **ipmi_tool.in_band(bmc, tmp_path)))
+        files = ipmi_tool.served(bmc)
+        commands = [r for r in ipmi_tool.requests(bmc, "ipmi") if r.get("command") == 0x49]
+    assert ended.code == 0, ended.err
+    account = ended.json
+    assert (account["channel"], account["host"], account["port"]) == ("kcs", None, None)
+    assert account["bmc"]["notes"][0] == f"The BMC's files come from {bmc.address} through usb0."
+    assert ipmi_tool.fetched(account["path"]) == files
+    assert [r["interface"] for r in commands] == ["kcs"]
+
+
+def test_mode_5_in_band_fetches_with_the_account_of_this_machine_s_bmc(tmp_path):
+    with ipmi_tool.started(scenario(sftp={"accounts": ["credential"]})) as bmc:
+        ended = collect(bmc, tmp_path, "--mode", "5", **ipmi_tool.in_band(bmc, tmp_path))
+        users = {r["user"] for r in ipmi_tool.requests(bmc, "sftp") if r["operation"] == "login"}
+    assert ended.code == 0, ended.err
+    assert users == {ipmi_tool.USER}
+
+
+def test_check_tells_what_the_bmc_is_and_gathers_nothing(tmp_path):
+    with ipmi_tool.started() as bmc:
+        ended = tool.run(over_lan("check", bmc), password=bmc.password,
+                         environment=ipmi_tool.environment(tmp_path))
+        asked = [r for r in ipmi_tool.requests(bmc, "ipmi") if r.get("netfn") == 0x3A]
+    assert ended.code == 0, ended.err
+    assert f"BMC:             {bmc.address} port {ipmi_tool.port_of(bmc)}, usable through ipmi\n" in ended.out
+    assert "Service version: IPMI 2.0\n" in ended.out
+    assert "Note:" not in ended.out
+    assert asked == []
+
+
+def test_check_in_band_says_that_nothing_answers_on_port_115(tmp_path):
+    with ipmi_tool.started(scenario(sftp=False)) as bmc:
+        ended = tool.run(["check", "--via", "kcs"],
+                         environment=ipmi_tool.environment(tmp_path, **ipmi_tool.in_band(bmc, tmp_path)))
+    assert ended.code == 0, ended.err
+    assert "BMC:             of this machine, in band, usable through kcs\n" in ended.out
+    assert (f"Note: The BMC's file service (SFTP, {bmc.address} port 115) does not answer now: "
+            "Connection refused.\n") in ended.out
+
+
+def test_check_with_a_wrong_password(tmp_path):
+    with ipmi_tool.started() as bmc:
+        ended = tool.run(over_lan("check", bmc), password="not this one",
+                         environment=ipmi_tool.environment(tmp_path))
+    assert ended.code == 3
+    assert "not this one" not in ended.out + ended.err
+
+
+def test_runs_of_several_bmcs_into_one_folder_stay_apart(tmp_path):
+    with ipmi_tool.started() as one, ipmi_tool.started() as other:
+        def run(bmc):
+            return tool.run(over_lan("collect", bmc, "--output", str(tmp_path / "out"), "--json"),
+                            password=bmc.password, environment=ipmi_tool.environment(tmp_path))
+        with concurrent.futures.ThreadPoolExecutor(2) as pool:
+            ended = list(pool.map(run, (one, other)))
+        assert [e.code for e in ended] == [0, 0], [e.err for e in ended]
+        for bmc, run_of_it in zip((one, other), ended):
+            assert ipmi_tool.fetched(run_of_it.json["path"]) == ipmi_tool.served(bmc)
+
+
+# Where the BMC leaves the tool waiting, and the record that shows that it got there.
+STEPS = {
+    "connect": (scenario({"silent": True}), lambda r: r.get("event") == "ignored"),
+    "sleep between polls": (scenario({"polls": -1}), lambda r: r.get("command") == 0x4D),
+    "poll": (scenario({"answers": {"poll": [{"hang": True, "repeat": True}]}}),
+             lambda r: r.get("command") == 0x4D),
+    "login": (scenario(sftp={"answers": {"login": [{"hang": True, "repeat": True}]}}),
+              lambda r: r.get("operation") == "login"),
+    "listing": (scenario(sftp={"answers": {"list": [{"hang": True, "repeat": True}]}}),
+                lambda r: r.get("operation") == "list"),
+    "transfer": (scenario(sftp={"files": {"/download/ffdc/": ["a.log", {"name": "b.log", "size": 1000000}]},
+                                "answers": {"open */b.log": [{"rate": 20000, "repeat": True}]}}),
+                 lambda r: r.get("operation") == "open" and r["path"].endswith("b.log")),
+    "stalled transfer": (scenario(sftp={"answers": {"open": [{"hang_after": 1000, "repeat": True}]}}),
+                         lambda r: r.get("operation") == "open"),
+}
+
+
+def interrupted(step, number, folder):
+    what, there = STEPS[step]
+    with ipmi_tool.started(what) as bmc:
+        running = tool.Running(over_lan("collect", bmc, "--output", str(folder / "out"), "--json"),
+                               password=bmc.password, environment=ipmi_tool.environment(folder))
+        end = time.monotonic() + 30 * tool.SLOWNESS
+        while not any(there(r) for service in ("ipmi", "sftp") for r in ipmi_tool.requests(bmc, service)):
+            assert time.monotonic() < end, f"{step} was not reached"
+            time.sleep(0.05)
+        time.sleep(0.3)  # into the blocking call
+        return running.interrupt(number)
+
+
+@pytest.fixture(scope="module")
+def interruptions(tmp_path_factory):
+    folder = tmp_path_factory.mktemp("interruptions")
+    wanted = {step: signal.SIGINT for step in STEPS} | {"sleep between polls": signal.SIGTERM}
+    with concurrent.futures.ThreadPoolExecutor(4) as pool:
+        runs = {}
+        for step, number in wanted.items():
+            place = folder / step.replace(" ", "-")
+            place.mkdir()
+            runs[step] = place, pool.submit(interrupted, step, number, place)
+        yield {step: (place, run.result()) for step, (place, run) in runs.items()}
+
+
+@pytest.mark.parametrize("step", sorted(STEPS))
+def test_interrupted_within_a_second_and_nothing_is_left(interruptions, step):
+    place, ended = interruptions[step]
+    assert ended.code == 130, ended.err
+    assert ended.seconds < BOUND * tool.SLOWNESS
+    assert (ended.json["outcome"], ended.json["path"]) == ("interrupted", None)
+    assert ended.err.endswith(INTERRUPTED)
+    assert not (place / "out").exists(), tool.files_in(place)
+
+
+def test_the_live_line_shows_the_gathering_and_the_bytes(tmp_path):
+    what = scenario({"polls": 1}, {"files": {"/download/ffdc/": [{"name": "a.log", "size": 60000}]},
+                                   "answers": {"open": [{"rate": 20000, "repeat": True}]}})
+    with ipmi_tool.started(what) as bmc:
+        arguments = [a for a in over_lan("collect", bmc, "--output", str(tmp_path / "out"))
+                     if a not in ("--password-file", "-")]
+        terminal = tool.Terminal(arguments, {**ipmi_tool.environment(tmp_path), "KEMFFDC_PASSWORD": bmc.password})
+        terminal.read(r"gather: the BMC gathers, 5 of at most 900 s", 30)
+        terminal.read(r"download, file 1 of 1 \(a\.log\): [\d.]+ KiB of 58\.6 KiB", 30)
+        assert terminal.end() == 0
+        assert bmc.password not in terminal.text

@@ -1,0 +1,266 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Plays every row of docs/faults.md about IPMI with the real tool.
+
+The table says what comes out; the scenarios here say only how the fault is made. Sleeps of the tool
+are shortened, so that a poll does not take 5 seconds; the rows run several at a time, each with a
+BMC of its own.
+"""
+
+import concurrent.futures
+import os
+import pathlib
+import re
+
+import pytest
+
+import faults_table
+import ipmi_tool
+import tool
+from ipmi_tool import scenario
+
+HEADING = "Over IPMI"
+ROWS = {row.what: row for row in faults_table.read_table(HEADING)}
+AT_ONCE = 4
+
+FFDC = "/download/ffdc/"
+KEM_DUMP = "/download/ffdc/kem_dump/"
+CODES = {"C1": 0xC1, "D4": 0xD4, "FF": 0xFF}
+CUT = {"cut_after": 1000, "repeat": True}
+
+
+class Trouble:
+    """A fault: the BMC, and how the tool is run against it."""
+
+    def __init__(self, bmc=None, arguments=(), environment=None, host=None, port=None, user=None,
+                 password=None, mode=2, kcs=False, output=None, folder=None, known_key=False,
+                 seconds=30.0):
+        self.bmc = bmc or scenario()
+        self.arguments = [*arguments, *(["--mode", str(mode)] if mode != 2 else [])]
+        self.environment = environment or {}
+        self.host = host
+        self.port = port
+        self.user = user
+        self.password = password
+        self.mode = mode
+        self.kcs = kcs
+        self.output = output
+        self.folder = folder
+        self.known_key = known_key
+        self.seconds = seconds
+
+
+def ipmi(**members):
+    return scenario(ipmi=members)
+
+
+def answers(**commands):
+    """Each command has these answers; the last one stays."""
+    listed = {name: [*given[:-1], {**given[-1], "repeat": True}] for name, given in commands.items()}
+    return ipmi(answers=listed)
+
+
+def credential(data):
+    return answers(credential=[{"data": data}])
+
+
+def sftp(files=None, folder=FFDC, **members):
+    if files is not None:
+        members["files"] = {folder: files}
+    return scenario(sftp=members)
+
+
+SHORT = {"VARNEX_IPMI_SESSION_TIMEOUT": "4"}
+
+SCENARIOS = {
+    "Refused UDP port": Trouble(port=9),
+    "Silent UDP port (bounded by IPMI_SESSION_TIMEOUT)": Trouble(ipmi(silent=True), environment=SHORT),
+    "Unknown host": Trouble(host="no-such-bmc.invalid"),
+    "Wrong password": Trouble(password="not this one"),
+    "Unknown user": Trouble(user="nobody"),
+    "User name longer than 16 bytes": Trouble(user="seventeen-letters"),
+    "Suite 3 not offered": Trouble(ipmi(cipher_suites=[17]), ["--cipher-suite", "3"]),
+    "Suite 17 not offered": Trouble(ipmi(cipher_suites=[3])),
+    "User may not act as administrator": Trouble(ipmi(privilege=3)),
+    "BMC gone before it starts to gather": Trouble(
+        ipmi(answers={"collect": [{"gone": True}]}), environment=SHORT),
+    "BMC gone in mid-poll": Trouble(
+        ipmi(answers={"poll": [{"data": "00"}, {"gone": True}]}), environment=SHORT),
+    "BMC gone before it gives an account": Trouble(
+        ipmi(answers={"credential": [{"gone": True}]}), environment=SHORT),
+    "Start refused, and no files": Trouble(
+        scenario({"answers": {"collect": {"code": 0xC1}}}, {"files": {FFDC: []}})),
+    "Poll answered without data": Trouble(answers(poll=[{"data": ""}])),
+    "Not finished after 900 s": Trouble(ipmi(polls=-1), seconds=120),
+    "Account: empty answer": Trouble(credential("")),
+    "Account: length of the name overruns": Trouble(credential("05 72 6f 6f 74")),
+    "Account: length of the password overruns": Trouble(credential("04 72 6f 6f 74 04 61 62 63")),
+    "Account: length of the name 255, and no more": Trouble(credential("ff")),
+    "Account: no length of the password": Trouble(credential("04 72 6f 6f 74")),
+    "Account: lengths 0": Trouble(credential("00 00")),
+    "Account: name and password of 255 bytes": Trouble(
+        scenario({"credential": {"user": "u" * 255, "password": "p" * 255}})),
+    "SFTP refused": Trouble(scenario(sftp=False)),
+    "SFTP silent (bounded by TRANSFER_CONNECT_TIME)": Trouble(
+        sftp(silent=True), environment={"VARNEX_TRANSFER_CONNECT_TIME": "2"}),
+    "SFTP: wrong password": Trouble(sftp(accounts=[])),
+    "SFTP: wrong password (mode 5)": Trouble(sftp(accounts=[]), mode=5),
+    "SFTP: no such folder": Trouble(
+        scenario(sftp={"files": {FFDC: None, KEM_DUMP: None}})),
+    "SFTP: empty folder": Trouble(sftp(files=[])),
+    "Mode 3, and no name that ends with .tzz": Trouble(sftp(["a.tgz", "b.log"], KEM_DUMP), mode=3),
+    "A listing of 10,000 names": Trouble(
+        sftp([{"name": "core_{n}.log", "count": 9999, "text": "a core\n"}, "a.tzz"], KEM_DUMP), mode=3,
+        seconds=60),
+    "Names with blanks, `%`, `#`, escapes, leading dashes": Trouble(
+        sftp(["with blanks.tgz", "a%41 100%.log", "a#1?.log", "a\x1b[2J.log", "-rf", "--output=x"])),
+    "Names with newlines and slashes, `../x` and `/etc/x`": Trouble(
+        sftp(["a\nline.log", "../x", "../../x.tgz", "/etc/x", "a/b.log", "plain.tgz"])),
+    "Two files, one named as the other on its way": Trouble(sftp(["x.part", "x"])),
+    "A name of 300 bytes": Trouble(sftp(["n" * 300, "short.log"])),
+    "A folder among the names": Trouble(sftp(["a.tgz", {"name": "older", "folder": True}, "b.log"])),
+    "Files that may not be opened": Trouble(
+        sftp(["a.log", "b.log"], answers={"open": [{"error": "permission denied", "repeat": True}]})),
+    "Cut in mid-file, not an archive": Trouble(
+        sftp(["a.tgz", "b.log"], answers={f"open {FFDC}b.log": [CUT]})),
+    "Cut in mid-file, an archive": Trouble(
+        sftp(["a.log", "b.tgz", "c.tzz"], answers={f"open {FFDC}b.tgz": [CUT]})),
+    "Both kinds of archives cut (mode 5)": Trouble(
+        sftp(["a.tgz", "b.tzz", "c.log"], KEM_DUMP,
+             answers={f"open {KEM_DUMP}*.t?z": [CUT]}), mode=5),
+    "Stalled transfer (bounded by TRANSFER_STALL_TIME)": Trouble(
+        sftp(["a.tgz"], answers={"open": [{"hang_after": 1000, "repeat": True}]}),
+        environment={"VARNEX_TRANSFER_STALL_TIME": "2"}),
+    "Changed host key": Trouble(known_key=True),
+    "Unknown host key, and only known ones accepted": Trouble(
+        environment={"VARNEX_SFTP_HOST_KEYS": "strict"}),
+    "Output folder not writable": Trouble(folder="ro"),
+    "Output folder not existing, nor its parent": Trouble(output="no/such"),
+    "Output folder that is a file": Trouble(output="known_hosts"),
+    "Disk full": Trouble(
+        sftp([{"name": "a.log", "size": 1000}, {"name": "b.log", "size": 1048576}]), folder="size=256k"),
+    "Clock going back during the run": Trouble(environment={"PLAYED_BACKWARDS": "1"}),
+    "In band: no network interface to the BMC": Trouble(
+        kcs=True, environment={"VARNEX_DMI_TABLE": "/nonexistent"}),
+    "In band: no device": Trouble(kcs=True, environment={"EMULATED_KCS": "errno:2"}),
+    "In band: no permission": Trouble(kcs=True, environment={"EMULATED_KCS": "errno:13"}),
+}
+for name, code in CODES.items():
+    SCENARIOS[f"Start answered with {name}"] = Trouble(answers(collect=[{"code": code}]))
+    SCENARIOS[f"Poll answered with {name}"] = Trouble(answers(poll=[{"data": "00"}, {"code": code}]))
+    SCENARIOS[f"Account refused with {name}"] = Trouble(answers(credential=[{"code": code}]))
+
+
+def test_every_row_has_a_scenario_and_every_scenario_a_row():
+    assert sorted(ROWS) == sorted(SCENARIOS)
+
+
+def test_the_table_names_nothing_twice():
+    assert len(faults_table.read_table(HEADING)) == len(ROWS)
+
+
+class Played:
+    """A row that was played: how the tool ended, and what is left."""
+
+    def __init__(self, ended, place, log, left, secrets):
+        self.ended = ended
+        self.place = place
+        self.log = log
+        self.left = left
+        self.secrets = secrets
+
+
+def special_folder(folder, options):
+    """A command prefix under which `folder` is a small or a read-only file system of its own."""
+    script = (
+        f'mount -t tmpfs -o {options} tmpfs "$0" || exit 99; "$@"; code=$?; '
+        'find "$0" -mindepth 1 | sed s/^/LEFT:/ >&2; exit $code'
+    )
+    user = [] if os.geteuid() == 0 else ["--user", "--map-root-user"]
+    return ["unshare", *user, "--mount", "sh", "-c", script, str(folder)]
+
+
+def play(what, folder):
+    trouble = SCENARIOS[what]
+    folder.mkdir()
+    output = folder / (trouble.output or "out")
+    if not trouble.output:
+        output.mkdir()
+    if trouble.output == "known_hosts":
+        output.touch()
+    with ipmi_tool.started(trouble.bmc) as bmc:
+        host, port = trouble.host or bmc.address, trouble.port or ipmi_tool.port_of(bmc)
+        password = trouble.password or bmc.password
+        if trouble.known_key:
+            other = "AAAAC3NzaC1lZDI1NTE5AAAAIG7CnXZ0rwbTTDQmmFNlUHSxEnIIi0Zu5k0dQgkeBzXq"
+            (folder / "known_hosts").write_text(f"[{host}]:115 ssh-ed25519 {other}\n", encoding="ascii")
+        way = ["--via", "kcs"] if trouble.kcs else [
+            "--via", "ipmi", host, "--port", str(port), "--user", trouble.user or bmc.user, "--password-file", "-"]
+        variables = {**(ipmi_tool.in_band(bmc, folder) if trouble.kcs else {}), **trouble.environment}
+        ended = tool.run(
+            ["collect", *way, "--output", str(output), "--json", "--log-file", str(folder / "log"),
+             *trouble.arguments],
+            password=None if trouble.kcs else password, seconds=trouble.seconds,
+            prefix=special_folder(output, trouble.folder) if trouble.folder else [],
+            environment=ipmi_tool.environment(
+                folder, [ipmi_tool.PLAYED_TIME], PLAYED_SLEEP="1000", **variables))
+        log = folder / "log"
+        return Played(
+            ended, (host, port), log.read_text(encoding="utf-8") if log.exists() else "",
+            tool.files_in(output) if output.is_dir() else [], {password, *ipmi_tool.secrets(bmc)})
+
+
+@pytest.fixture(scope="module")
+def played(request, tmp_path_factory):
+    """The rows that are asked for, several at a time."""
+    folder = tmp_path_factory.mktemp("rows")
+    wanted = [item.callspec.params["what"] for item in request.session.items if hasattr(item, "callspec")]
+    with concurrent.futures.ThreadPoolExecutor(AT_ONCE) as pool:
+        rows = {what: pool.submit(play, what, folder / str(n)) for n, what in enumerate(wanted)}
+        yield rows
+
+
+def last_library_step(account):
+    """Operation and code of the library's last one."""
+    names = {"connect": "Connect", "collect": "Apply"}
+    steps = [step for step in account["steps"] if step["name"] in names]
+    return f"{names[steps[-1]['name']]} {steps[-1]['code']}" if steps else "none"
+
+
+@pytest.mark.parametrize("what", sorted(SCENARIOS))
+def test_fault(what, played):
+    row, trouble, run = ROWS[what], SCENARIOS[what], played[what].result()
+    ended = run.ended
+    assert ended.code == row.code, ended.err
+    account = ended.json
+    assert account["exit_code"] == row.code
+    assert last_library_step(account) == row.library
+    for place, text in {"output": ended.out + ended.err, "log": run.log, "process list": ended.command_line}.items():
+        for secret in run.secrets:
+            assert secret not in text, f"a secret stands in the {place}"
+        assert "\x1b" not in text
+
+    pattern = row.pattern(*map(str, run.place))
+    if row.code != 0:
+        assert re.fullmatch(pattern, account["reason"]), account["reason"]
+        assert f"kemffdc: {account['reason']} [exit code {row.code}]" in ended.err
+    assert all(step["seconds"] >= 0 for step in account["steps"])
+    check_files(account, trouble, run)
+
+
+def check_files(account, trouble, run):
+    """Whole files alone, and exactly those that the account names."""
+    fetched = [file for file in account["files"] if file["outcome"] == "fetched"]
+    left = [name[6:] for name in run.ended.err.splitlines() if name.startswith("LEFT:")]
+    if not fetched:
+        assert account["path"] is None
+        assert run.left == [] and left == []
+        return
+    names = {pathlib.Path(file["path"]).name for file in fetched}
+    run_folder = pathlib.Path(account["path"]).name
+    assert re.fullmatch(r"KEMFFDC\d{14}", run_folder)
+    assert account["size"] == sum(file["size"] for file in fetched)
+    if trouble.folder:
+        assert {pathlib.Path(name).name for name in left} == {run_folder, *names}
+    else:
+        assert set(run.left) == {run_folder, *(f"{run_folder}/{name}" for name in names)}
+
