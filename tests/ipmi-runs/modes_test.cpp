@@ -23,7 +23,7 @@ constexpr char kKemDump[] = "/download/ffdc/kem_dump/";
 
 // Address, cipher suite, mode.
 class IpmiRunOverLan : public IpmiRun,
-                       public testing::WithParamInterface<std::tuple<const char*, int, int>> {};
+                       public testing::WithParamInterface<std::tuple<std::string, int, int>> {};
 
 TEST_P(IpmiRunOverLan, FetchesWhatTheModeSelects) {
     const auto [address, suite, mode] = GetParam();
@@ -53,7 +53,7 @@ TEST_P(IpmiRunOverLan, FetchesWhatTheModeSelects) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Run, IpmiRunOverLan,
-                         testing::Combine(testing::Values("127.0.0.1", "::1"),
+                         testing::Combine(testing::Values<std::string>("127.0.0.1", "::1"),
                                           testing::Values(3, 17), testing::Values(2, 3, 5)),
                          [](const auto& one) {
                              const std::string address = std::get<0>(one.param);

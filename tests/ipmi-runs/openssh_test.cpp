@@ -22,7 +22,7 @@ TEST_F(IpmiRun, OpenSshServesTheFiles) {
     const std::string served = folder + "/served";
     ASSERT_EQ(mkdir(served.c_str(), 0755), 0);
     std::string archive;
-    for (int n = 0; n < 3000000; ++n) archive += static_cast<char>(n * 7919 >> 3);
+    for (unsigned n = 0; n < 3000000; ++n) archive += static_cast<char>((n * 7919 >> 3) & 0x7F);
     const Files expected = {{"a b%41#.tgz", archive}, {"-empty.log", ""}, {"c.tzz", "content\n"}};
     for (const auto& [name, content] : expected) {
         std::ofstream(served + "/" + name, std::ios::binary) << content;
