@@ -101,7 +101,8 @@ private:
 class file_client {
 public:
     // Names in the folder that `uri` names, in the server's order, without "." and ".." and
-    // without any name that is not one plain path component. SFTP.
+    // without any name that is not one plain path component. `names` is replaced on success only.
+    // SFTP.
     static std::error_code ls_directory(const Uri& uri, std::list<std::string>& names);
 
     // Downloads the file that `uri` names to `localPath`, where an existing file is replaced; until
@@ -109,8 +110,9 @@ public:
     // component is "", "." or ".." is refused (EINVAL), and so is one that another download is
     // writing at the same time (EBUSY). HTTPS and SFTP.
     //
-    // Over HTTPS the user and password of `uri` are sent only if the server asks for them; a token
-    // goes into `option` as a header line. Redirects are not followed.
+    // Over SFTP the first key of a server is remembered, and another one refused later. Over HTTPS
+    // the user and password of `uri` are sent only if the server asks for them; a token goes into
+    // `option` as a header line. Redirects are not followed.
     static std::error_code download(const Uri& uri, const std::string& localPath,
                                     const curlcpp::option_trait_base& option);
 };

@@ -3,6 +3,7 @@
 
 #include "DownloadTest.h"
 #include "HttpsPeer.h"
+#include "SftpPeer.h"
 
 namespace {
 
@@ -378,6 +379,21 @@ TEST_F(FileClientDownloadThroughProxy, TheEnvironmentsProxyHolds) {
     EXPECT_THAT(ProxyLog(), HasSubstr("CONNECT 127.0.0.1:" + std::to_string(bmc.Port())));
     ASSERT_EQ(1U, bmc.Requests().size());
     EXPECT_EQ("", Member(bmc.Requests()[0].get_child("headers"), "Proxy-Authorization"));
+}
+
+TEST_F(FileClientDownloadThroughProxy, AProxyForEverythingHoldsForSftp) {
+    files.Write("file", "content");
+    const SftpPeer bmc(files);
+    const Daemon proxy(Command(), port);
+    ASSERT_TRUE(proxy.IsUp());
+    Environment("VARNEX_KNOWN_HOSTS", files / "known_hosts");
+    Environment("all_proxy", Address("proxyuser:pr0xyword"));
+
+    EXPECT_EQ("", Text(Download(bmc.At("/file"))));
+
+    EXPECT_EQ("content", Content(target));
+    EXPECT_THAT(ProxyLog(), HasSubstr("CONNECT 127.0.0.1:" + std::to_string(bmc.Port())));
+    EXPECT_EQ(bmc.Name() + " " + bmc.PublicKey() + "\n", Content(files / "known_hosts"));
 }
 
 TEST_F(FileClientDownloadThroughProxy, TheEnvironmentsExceptionsHoldToo) {
