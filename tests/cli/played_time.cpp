@@ -9,6 +9,11 @@
 #include <cstdlib>
 #include <ctime>
 
+#pragma GCC visibility push(default)
+extern "C" int clock_nanosleep(clockid_t clock, int flags, const timespec* until, timespec* left);
+extern "C" time_t time(time_t* result) noexcept;
+#pragma GCC visibility pop
+
 namespace {
 
 template <class Function>

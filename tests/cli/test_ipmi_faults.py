@@ -10,6 +10,7 @@ import concurrent.futures
 import os
 import pathlib
 import re
+import subprocess
 
 import pytest
 
@@ -180,6 +181,7 @@ def special_folder(folder, options):
 
 
 def play(what, folder):
+    """None where this machine forbids what the row needs."""
     trouble = SCENARIOS[what]
     folder.mkdir()
     output = folder / (trouble.output or "out")
@@ -195,14 +197,19 @@ def play(what, folder):
             (folder / "known_hosts").write_text(f"[{host}]:115 ssh-ed25519 {other}\n", encoding="ascii")
         way = ["--via", "kcs"] if trouble.kcs else [
             "--via", "ipmi", host, "--port", str(port), "--user", trouble.user or bmc.user, "--password-file", "-"]
+        prefix = special_folder(output, trouble.folder) if trouble.folder else []
+        if prefix and subprocess.run([*prefix, "true"], capture_output=True, timeout=20, check=False).returncode != 0:
+            return None
         variables = {**(ipmi_tool.in_band(bmc, folder) if trouble.kcs else {}), **trouble.environment}
+        environment = ipmi_tool.environment(
+            folder, [ipmi_tool.PLAYED_TIME], PLAYED_SLEEP="1000", **variables)
+        if prefix:  # for the tool alone, not for the shell before it
+            prefix += ["env", f"LD_PRELOAD={environment.pop('LD_PRELOAD')}"]
         ended = tool.run(
             ["collect", *way, "--output", str(output), "--json", "--log-file", str(folder / "log"),
              *trouble.arguments],
             password=None if trouble.kcs else password, seconds=trouble.seconds,
-            prefix=special_folder(output, trouble.folder) if trouble.folder else [],
-            environment=ipmi_tool.environment(
-                folder, [ipmi_tool.PLAYED_TIME], PLAYED_SLEEP="1000", **variables))
+            prefix=prefix, environment=environment)
         log = folder / "log"
         return Played(
             ended, (host, port), log.read_text(encoding="utf-8") if log.exists() else "",
@@ -229,6 +236,8 @@ def last_library_step(account):
 @pytest.mark.parametrize("what", sorted(SCENARIOS))
 def test_fault(what, played):
     row, trouble, run = ROWS[what], SCENARIOS[what], played[what].result()
+    if run is None:
+        pytest.skip("no file system of one's own here")
     ended = run.ended
     assert ended.code == row.code, ended.err
     account = ended.json
