@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "common/rest/RestClient.h"
-#include "platform/Peer.h"
+#include "support/Peer.h"
 
 // One of this folder's scripts, running.
 class Server {

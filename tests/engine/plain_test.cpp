@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "Servers.h"
-#include "platform/TempFolder.h"
+#include "support/TempFolder.h"
 
 // The engine, libcurl and a server that tells what it received.
 namespace {

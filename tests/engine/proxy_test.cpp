@@ -2,7 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "Servers.h"
-#include "platform/TempFolder.h"
+#include "support/TempFolder.h"
 
 // The engine through a proxy to a plain server.
 namespace {

@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "Servers.h"
-#include "platform/TempFolder.h"
+#include "support/TempFolder.h"
 
 // The engine against nginx: certificates, and a server that would rather speak HTTP/2.
 namespace {

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "IpmiRun.h"
-#include "platform/Peer.h"
+#include "support/Peer.h"
 
 using testing::AllOf;
 using testing::Contains;

@@ -2,7 +2,7 @@
 #include <boost/filesystem/operations.hpp>
 
 #include "journeys/JourneyTest.h"
-#include "platform/Peer.h"
+#include "support/Peer.h"
 
 using testing::IsEmpty;
 using Varnex::KEMFfdc;

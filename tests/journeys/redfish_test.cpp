@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "journeys/JourneyTest.h"
-#include "platform/Peer.h"
+#include "support/Peer.h"
 
 using testing::ElementsAre;
 using Varnex::KEMFfdc;

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "CapturedLog.h"
-#include "EmulatedBmc.h"
+#include "IpmiBmc.h"
 #include "IpmiClient.h"
 
 using testing::ElementsAre;
@@ -32,7 +32,7 @@ protected:
 };
 
 TEST_F(IpmiClientInBand, RequestReachesTheBmcAndItsAnswerComesBack) {
-    const EmulatedBmc bmc("answers: {poll: [{data: \"00\"}, {code: 0xC1}, {data: \"\"}]}");
+    const IpmiBmc bmc("answers: {poll: [{data: \"00\"}, {code: 0xC1}, {data: \"\"}]}");
     DeviceIs(bmc.Kcs());
     IpmiClient client(0);
 
@@ -53,7 +53,7 @@ TEST_F(IpmiClientInBand, RequestReachesTheBmcAndItsAnswerComesBack) {
 }
 
 TEST_F(IpmiClientInBand, CanConnectAgainAfterADisconnect) {
-    const EmulatedBmc bmc;
+    const IpmiBmc bmc;
     DeviceIs(bmc.Kcs());
     IpmiClient client(0);
 
@@ -83,7 +83,7 @@ TEST_F(IpmiClientInBand, DeviceWithoutHardwareBehindItCountsAsNone) {
 }
 
 TEST_F(IpmiClientInBand, NumberSelectsTheDevice) {
-    const EmulatedBmc bmc;
+    const IpmiBmc bmc;
     DeviceIs(bmc.Kcs());
     IpmiClient client(3);
 

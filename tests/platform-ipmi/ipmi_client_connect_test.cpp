@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "CapturedLog.h"
-#include "EmulatedBmc.h"
+#include "IpmiBmc.h"
 #include "IpmiClient.h"
 
 using testing::ElementsAre;
@@ -82,7 +82,7 @@ protected:
 };
 
 TEST_F(IpmiClientConnect, OverIpv4AtCipherSuite3Works) {
-    const EmulatedBmc bmc;
+    const IpmiBmc bmc;
 
     EXPECT_TRUE(Works("127.0.0.1", bmc.Port(), 3));
 
@@ -93,7 +93,7 @@ TEST_F(IpmiClientConnect, OverIpv4AtCipherSuite3Works) {
 }
 
 TEST_F(IpmiClientConnect, OverIpv4AtCipherSuite17Works) {
-    const EmulatedBmc bmc;
+    const IpmiBmc bmc;
 
     EXPECT_TRUE(Works("127.0.0.1", bmc.Port(), 17));
 
@@ -103,7 +103,7 @@ TEST_F(IpmiClientConnect, OverIpv4AtCipherSuite17Works) {
 }
 
 TEST_F(IpmiClientConnect, OverIpv6WorksBareAndInBracketsAtBothCipherSuites) {
-    const EmulatedBmc bmc("polls: -1", "::1");
+    const IpmiBmc bmc("polls: -1", "::1");
 
     EXPECT_TRUE(Works("::1", bmc.Port(), 3));
     EXPECT_TRUE(Works("[::1]", bmc.Port(), 3));
@@ -120,7 +120,7 @@ TEST_F(IpmiClientConnect, ByNameTriesEveryAddress) {
     ASSERT_EQ(getaddrinfo("localhost", nullptr, &hints, &found), 0);
     const bool ipv6First = found->ai_family == AF_INET6;
     freeaddrinfo(found);
-    const EmulatedBmc bmc;
+    const IpmiBmc bmc;
 
     EXPECT_TRUE(Works("localhost", bmc.Port(), 17));
 
@@ -171,7 +171,7 @@ TEST_F(IpmiClientConnect, SessionTimeoutBelowASecondCountsAsOne) {
 }
 
 TEST_F(IpmiClientConnect, WrongPasswordSaysSoAtBothCipherSuites) {
-    const EmulatedBmc bmc;
+    const IpmiBmc bmc;
 
     EXPECT_EQ(Connect("127.0.0.1", bmc.Port(), 3, "admin", "wrong"), kIpmiWrongPassword);
     EXPECT_EQ(Connect("127.0.0.1", bmc.Port(), 17, "admin", "wrong"), kIpmiWrongPassword);
@@ -182,7 +182,7 @@ TEST_F(IpmiClientConnect, WrongPasswordSaysSoAtBothCipherSuites) {
 }
 
 TEST_F(IpmiClientConnect, UnknownUserSaysSo) {
-    const EmulatedBmc bmc;
+    const IpmiBmc bmc;
 
     EXPECT_EQ(Connect("127.0.0.1", bmc.Port(), 17, "nobody", "secret"), kIpmiUnknownUser);
 
@@ -191,7 +191,7 @@ TEST_F(IpmiClientConnect, UnknownUserSaysSo) {
 }
 
 TEST_F(IpmiClientConnect, CipherSuiteThatTheBmcDoesNotOfferSaysSo) {
-    const EmulatedBmc bmc("cipher_suites: [17]");
+    const IpmiBmc bmc("cipher_suites: [17]");
 
     EXPECT_EQ(Connect("127.0.0.1", bmc.Port(), 3), kIpmiNoCipherSuite);
 
@@ -200,7 +200,7 @@ TEST_F(IpmiClientConnect, CipherSuiteThatTheBmcDoesNotOfferSaysSo) {
 }
 
 TEST_F(IpmiClientConnect, UserWithoutTheAdministratorsPrivilegeIsNamed) {
-    const EmulatedBmc bmc("privilege: 3");
+    const IpmiBmc bmc("privilege: 3");
 
     EXPECT_EQ(Connect("127.0.0.1", bmc.Port(), 17), kIpmiNoPrivilege);
 
@@ -257,7 +257,7 @@ TEST_F(IpmiClientConnect, HostUserAndPasswordThatIpmiCannotCarryAreRefused) {
 }
 
 TEST_F(IpmiClientConnect, LongestUserAndPasswordAreTaken) {
-    const EmulatedBmc bmc;
+    const IpmiBmc bmc;
 
     EXPECT_EQ(Connect("127.0.0.1", bmc.Port(), 17, std::string(16, 'u'), std::string(20, 'p')),
               kIpmiUnknownUser);
@@ -279,7 +279,7 @@ TEST_F(IpmiClientConnect, LinkLocalAddressWithoutItsScopeSaysSo) {
 }
 
 TEST_F(IpmiClientConnect, OnAConnectedObjectStartsAfresh) {
-    const EmulatedBmc bmc;
+    const IpmiBmc bmc;
     IpmiClient client("127.0.0.1", "admin", "secret", bmc.Port(), 17);
 
     EXPECT_EQ(client.connect(), 0);
@@ -292,7 +292,7 @@ TEST_F(IpmiClientConnect, OnAConnectedObjectStartsAfresh) {
 }
 
 TEST_F(IpmiClientConnect, DestructorEndsTheSession) {
-    const EmulatedBmc bmc;
+    const IpmiBmc bmc;
 
     { EXPECT_EQ(Connect("127.0.0.1", bmc.Port()), 0); }
 
@@ -300,7 +300,7 @@ TEST_F(IpmiClientConnect, DestructorEndsTheSession) {
 }
 
 TEST_F(IpmiClientConnect, PasswordIsInNoLine) {
-    const EmulatedBmc bmc("cipher_suites: [3]");
+    const IpmiBmc bmc("cipher_suites: [3]");
 
     Connect("127.0.0.1", bmc.Port(), 3, "admin", "Tr0ub4dor");
     Connect("127.0.0.1", bmc.Port(), 17, "admin", "Tr0ub4dor");

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "CapturedLog.h"
-#include "EmulatedBmc.h"
+#include "IpmiBmc.h"
 #include "IpmiClient.h"
 
 using testing::ElementsAre;
@@ -34,7 +34,7 @@ protected:
         setenv("VARNEX_IPMI_SESSION_TIMEOUT", seconds, 1);
     }
 
-    std::unique_ptr<IpmiClient> Connected(const EmulatedBmc& bmc, std::uint16_t suite = 17) {
+    std::unique_ptr<IpmiClient> Connected(const IpmiBmc& bmc, std::uint16_t suite = 17) {
         auto client =
             std::make_unique<IpmiClient>("127.0.0.1", "admin", "secret", bmc.Port(), suite);
         EXPECT_EQ(client->connect(), 0);
@@ -47,7 +47,7 @@ protected:
 };
 
 TEST_F(IpmiClientSend, RequestGoesOutByteForByte) {
-    const EmulatedBmc bmc;
+    const IpmiBmc bmc;
     const auto client = Connected(bmc, 3);
 
     EXPECT_EQ(client->send(kCollect, response, code), 0);
@@ -61,7 +61,7 @@ TEST_F(IpmiClientSend, RequestGoesOutByteForByte) {
 }
 
 TEST_F(IpmiClientSend, AnswerComesBackWithoutItsCompletionCode) {
-    const EmulatedBmc bmc("polls: 0\ncredential: {user: root, password: abc}");
+    const IpmiBmc bmc("polls: 0\ncredential: {user: root, password: abc}");
     const auto client = Connected(bmc);
 
     EXPECT_EQ(client->send(kPoll, response, code), 0);
@@ -74,7 +74,7 @@ TEST_F(IpmiClientSend, AnswerComesBackWithoutItsCompletionCode) {
 }
 
 TEST_F(IpmiClientSend, AnyCompletionCodeIsAnAnswerAndNoFailure) {
-    const EmulatedBmc bmc(
+    const IpmiBmc bmc(
         "answers: {poll: [{code: 0xC1}, {code: 0xD4, data: \"01\"}, {code: 0xFF}, {code: 0xC0}]}");
     const auto client = Connected(bmc);
 
@@ -93,7 +93,7 @@ TEST_F(IpmiClientSend, AnyCompletionCodeIsAnAnswerAndNoFailure) {
 }
 
 TEST_F(IpmiClientSend, EmptyAnswerIsAnAnswer) {
-    const EmulatedBmc bmc("answers: {poll: [{data: \"\"}]}");
+    const IpmiBmc bmc("answers: {poll: [{data: \"\"}]}");
     const auto client = Connected(bmc);
 
     EXPECT_EQ(client->send(kPoll, response, code), 0);
@@ -110,7 +110,7 @@ TEST_F(IpmiClientSend, LongestAnswerArrivesWhole) {
         text += "0123456789abcdef"[n / 16];
         text += "0123456789abcdef"[n % 16];
     }
-    const EmulatedBmc bmc("answers: {credential: [{data: \"" + text + "\"}]}");
+    const IpmiBmc bmc("answers: {credential: [{data: \"" + text + "\"}]}");
     const auto client = Connected(bmc);
 
     EXPECT_EQ(client->send(kCredential, response, code), 0);
@@ -132,7 +132,7 @@ TEST_F(IpmiClientSend, WithoutAConnectionFailsAndLeavesTheResultsAlone) {
 }
 
 TEST_F(IpmiClientSend, AfterDisconnectFails) {
-    const EmulatedBmc bmc;
+    const IpmiBmc bmc;
     const auto client = Connected(bmc);
     client->disconnect();
 
@@ -140,7 +140,7 @@ TEST_F(IpmiClientSend, AfterDisconnectFails) {
 }
 
 TEST_F(IpmiClientSend, RequestThatIsTooLongFailsAndTheSessionLives) {
-    const EmulatedBmc bmc;
+    const IpmiBmc bmc;
     const auto client = Connected(bmc);
 
     EXPECT_EQ(client->send({0x50, Bytes(5000), 0x3A}, response, code), kIpmiBadArgument);
@@ -148,7 +148,7 @@ TEST_F(IpmiClientSend, RequestThatIsTooLongFailsAndTheSessionLives) {
 }
 
 TEST_F(IpmiClientSend, BmcThatIsGoneInMidSessionCostsTheTimeoutOnce) {
-    const EmulatedBmc bmc("answers: {poll: [{}, {gone: true}]}");
+    const IpmiBmc bmc("answers: {poll: [{}, {gone: true}]}");
     SessionTimeoutIs("3");
     const auto client = Connected(bmc);
     EXPECT_EQ(client->send(kPoll, response, code), 0);
@@ -171,7 +171,7 @@ TEST_F(IpmiClientSend, BmcThatIsGoneInMidSessionCostsTheTimeoutOnce) {
 }
 
 TEST_F(IpmiClientSend, BmcWhoseProcessEndedIsNoAnswer) {
-    EmulatedBmc bmc;
+    IpmiBmc bmc;
     SessionTimeoutIs("3");
     const auto client = Connected(bmc);
     bmc.End();
@@ -181,7 +181,7 @@ TEST_F(IpmiClientSend, BmcWhoseProcessEndedIsNoAnswer) {
 }
 
 TEST_F(IpmiClientSend, LostSessionIsReplacedByTheNextConnect) {
-    const EmulatedBmc bmc("answers: {poll: [{hang: true, repeat: true}]}");
+    const IpmiBmc bmc("answers: {poll: [{hang: true, repeat: true}]}");
     SessionTimeoutIs("3");
     const auto client = Connected(bmc);
     EXPECT_EQ(client->send(kPoll, response, code), kIpmiNoAnswer);
@@ -191,7 +191,7 @@ TEST_F(IpmiClientSend, LostSessionIsReplacedByTheNextConnect) {
 }
 
 TEST_F(IpmiClientSend, SlowAnswerIsAwaitedAndTheRequestExecutedOnce) {
-    const EmulatedBmc bmc("answers: {poll: [{delay: 2.5, data: \"01\"}]}");
+    const IpmiBmc bmc("answers: {poll: [{delay: 2.5, data: \"01\"}]}");
     const auto client = Connected(bmc);
 
     EXPECT_EQ(client->send(kPoll, response, code), 0);
@@ -202,9 +202,9 @@ TEST_F(IpmiClientSend, SlowAnswerIsAwaitedAndTheRequestExecutedOnce) {
 
 // Each thread with its own BMC and its own object; every answer has to be its own BMC's.
 void PollInThreads(int count, int polls) {
-    std::vector<std::unique_ptr<EmulatedBmc>> bmcs;
+    std::vector<std::unique_ptr<IpmiBmc>> bmcs;
     for (int n = 0; n < count; ++n) {
-        bmcs.push_back(std::make_unique<EmulatedBmc>(
+        bmcs.push_back(std::make_unique<IpmiBmc>(
             "answers: {poll: [{data: \"" + std::to_string(10 + n) + "\", repeat: true}]}",
             "127.0.0." + std::to_string(n + 1)));
     }

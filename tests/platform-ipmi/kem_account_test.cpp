@@ -6,7 +6,7 @@
 #include <string>
 
 #include "CapturedLog.h"
-#include "EmulatedBmc.h"
+#include "IpmiBmc.h"
 #include "KEMAccount.h"
 
 using testing::ElementsAre;
@@ -19,7 +19,7 @@ class GetKEMAccountViaKCS : public testing::Test {
 protected:
     // What a BMC that answers `answer` to the request makes of an account.
     int Ask(const std::string& answer) {
-        const EmulatedBmc bmc("answers: {credential: [" + answer + "]}");
+        const IpmiBmc bmc("answers: {credential: [" + answer + "]}");
         setenv("EMULATED_KCS", bmc.Kcs().c_str(), 1);
         const int result = XM_WIDGETS::GetKEMAccountViaKCS(account, 1);
         EXPECT_THAT(bmc.Requests("\"netfn\": 58, \"command\": 121, \"data\": \"01\""), SizeIs(1));

@@ -9,11 +9,11 @@
 #include <string>
 
 #include "LogLines.h"
-#include "TempFolder.h"
 #include "Transfer.h"
 #include "file_client.h"
 #include "gmock/gmock.h"
 #include "gtest/gtest.h"
+#include "support/TempFolder.h"
 
 // The error as a log shows it: "category:value message"; empty where there is none.
 inline std::string Text(const std::error_code& error) {

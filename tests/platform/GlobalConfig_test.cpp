@@ -6,9 +6,9 @@
 
 #include "LogLines.h"
 #include "PrivateMounts.h"
-#include "TempFolder.h"
 #include "gmock/gmock.h"
 #include "gtest/gtest.h"
+#include "support/TempFolder.h"
 
 namespace {
 

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "Peer.h"
-#include "TempFolder.h"
 #include "Uri.h"
+#include "support/Peer.h"
+#include "support/TempFolder.h"
 
 using Json = boost::property_tree::ptree;
 

@@ -11,9 +11,9 @@
 
 #include "LogLines.h"
 #include "LogSink.h"
-#include "TempFolder.h"
 #include "gmock/gmock.h"
 #include "gtest/gtest.h"
+#include "support/TempFolder.h"
 
 namespace {
 

@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "HttpsPeer.h"
-#include "Peer.h"
-#include "TempFolder.h"
 #include "Uri.h"
+#include "support/Peer.h"
+#include "support/TempFolder.h"
 
 // sftp_peer.py, serving a folder of the test's.
 class SftpPeer {

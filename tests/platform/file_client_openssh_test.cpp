@@ -5,7 +5,7 @@
 
 #include "DownloadTest.h"
 #include "HttpsPeer.h"
-#include "Peer.h"
+#include "support/Peer.h"
 
 namespace {
 

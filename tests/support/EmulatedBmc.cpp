@@ -5,7 +5,7 @@
 #include <boost/json/parse.hpp>
 #include <fstream>
 
-#include "platform/Peer.h"
+#include "support/Peer.h"
 
 namespace {
 
@@ -30,10 +30,12 @@ EmulatedBmc::EmulatedBmc(const std::string& scenario, const std::vector<std::str
 }
 
 EmulatedBmc::~EmulatedBmc() {
-    m_peer.reset();
+    End();
     boost::system::error_code ignored;
     boost::filesystem::remove_all(m_folder, ignored);
 }
+
+void EmulatedBmc::End() { m_peer.reset(); }
 
 std::string EmulatedBmc::Text(const char* pointer) const {
     return std::string(m_ready.at_pointer(pointer).as_string().c_str());

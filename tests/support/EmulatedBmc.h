@@ -28,6 +28,9 @@ public:
     // What it was asked for, one line a request: "GET /redfish/v1/". Of CIM, "POST METHOD".
     std::vector<std::string> Requests() const;
 
+    // Ends the process: its ports are dead from here on.
+    void End();
+
 private:
     std::string m_folder;
     std::unique_ptr<Peer> m_peer;

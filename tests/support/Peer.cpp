@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Peer.h"
+#include "support/Peer.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef VARNEX_TESTS_PLATFORM_PEER_H
-#define VARNEX_TESTS_PLATFORM_PEER_H
+#ifndef VARNEX_TESTS_SUPPORT_PEER_H
+#define VARNEX_TESTS_SUPPORT_PEER_H
 
 #include <sys/types.h>
 
