@@ -218,7 +218,7 @@ Outcome JudgeIpmiCollect(int code, const IpmiAccount& account, const Options& op
     for (const Outcome& decisive : {JudgeLost(code, account), JudgeLocalTrouble(account)}) {
         if (!decisive.Ok()) return decisive;
     }
-    const Outcome fetch = JudgeFetch(account, options);
+    Outcome fetch = JudgeFetch(account, options);
     if (account.startUnsent || account.startRefused) {
         return Spoilt(kExportRefused,
                       account.startRefused ? "The BMC refused to start gathering."
