@@ -17,7 +17,7 @@ namespace {
 
 constexpr char kLogSource[] = "platform/src/GlobalConfig";
 constexpr char kSystemFile[] = "/etc/varnex/global.ini";
-constexpr std::streamsize kLargestFile = 1024 * 1024;  // bytes
+constexpr std::streamsize kLargestFile = 1024L * 1024;  // bytes
 
 struct Setting {
     std::string value;

@@ -22,7 +22,7 @@
 namespace {
 
 constexpr unsigned kSshPort = 22;
-constexpr std::size_t kLargestFile = 16 * 1024 * 1024;  // bytes
+constexpr std::size_t kLargestFile = 16UL * 1024 * 1024;  // bytes
 
 const unsigned char* Bytes(const std::string& text) {
     return reinterpret_cast<const unsigned char*>(text.data());
@@ -193,7 +193,7 @@ void MakeFolders(const std::string& path) {
 }
 
 std::string Home() {
-    const std::string home = EnvironmentText("HOME");
+    std::string home = EnvironmentText("HOME");
     if (!home.empty()) return home;
     std::array<char, 16384> buffer{};
     passwd entry{};
@@ -217,7 +217,7 @@ std::string HostKey::Fingerprint() const {
 }
 
 std::string KnownHosts::DefaultPath() {
-    const std::string named = EnvironmentText("VARNEX_KNOWN_HOSTS");
+    std::string named = EnvironmentText("VARNEX_KNOWN_HOSTS");
     if (!named.empty()) return named;
     const std::string state = EnvironmentText("XDG_STATE_HOME");
     if (!state.empty() && state[0] == '/') return state + "/varnex/known_hosts";

@@ -77,7 +77,7 @@ std::string WithPlainScope(const std::string& address) {
 
 std::string CheckedHost(const std::string& host) {
     const bool bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
-    const std::string plain = bracketed ? host.substr(1, host.size() - 2) : host;
+    std::string plain = bracketed ? host.substr(1, host.size() - 2) : host;
     if (Ipmanip::is_ipv6(plain)) return WithPlainScope(plain);
     if (bracketed || plain.empty() || !std::all_of(plain.begin(), plain.end(), IsInHostNames)) {
         throw std::invalid_argument("bad host \"" + host + "\"");

@@ -16,7 +16,7 @@
 namespace {
 
 constexpr char kLogSource[] = "platform/src/file_client";
-constexpr std::size_t kLargestListing = 16 * 1024 * 1024;  // bytes of names
+constexpr std::size_t kLargestListing = 16UL * 1024 * 1024;  // bytes of names
 
 // One transfer: what listing and download have in common.
 class Exchange {

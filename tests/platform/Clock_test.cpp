@@ -2,9 +2,9 @@
 #include "Clock.h"
 
 #include <pthread.h>
-#include <signal.h>
 
 #include <atomic>
+#include <csignal>
 #include <cstdlib>
 #include <thread>
 

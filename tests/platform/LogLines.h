@@ -4,6 +4,7 @@
 
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "LogSink.h"
@@ -24,7 +25,7 @@ public:
 
     std::vector<std::string> Take() {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        return std::move(m_lines);
+        return std::exchange(m_lines, {});
     }
 
 private:

@@ -11,7 +11,6 @@
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 // Notes everything, one line a call; of Progress only what changed.
 class Notes : public Varnex::TransferWatcher {

@@ -12,7 +12,6 @@
 namespace {
 
 using testing::AllOf;
-using testing::AnyOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -425,13 +424,13 @@ TEST_F(FileClientHostKeys, HashedNamesAreUnderstood) {
     root.Write("file", "content");
     const SftpPeer bmc(root);
     const SftpPeer other(root);
-    for (const SftpPeer* known_one : {&bmc, &other}) {
-        KnownHosts(bmc.Name() + " " + known_one->PublicKey() + "\n");
+    for (const SftpPeer* one : {&bmc, &other}) {
+        KnownHosts(bmc.Name() + " " + one->PublicKey() + "\n");
         const std::string command = "ssh-keygen -q -H -f '" + known + "' 2>/dev/null";
         if (std::system(command.c_str()) != 0) GTEST_SKIP() << "no ssh-keygen";
         EXPECT_THAT(Content(known), StartsWith("|1|"));
 
-        EXPECT_THAT(Text(Download(bmc.At("/file"))), known_one == &bmc
+        EXPECT_THAT(Text(Download(bmc.At("/file"))), one == &bmc
                                                          ? testing::Matcher<std::string>("")
                                                          : StartsWith("varnex.transfer:60 "));
     }
