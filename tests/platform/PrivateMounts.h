@@ -9,18 +9,23 @@
 #include <fstream>
 #include <string>
 
-// From now on this process mounts for itself alone, as root or, where the system allows it, as
-// anybody. False where it does not: the test is to be reported as skipped.
-inline bool EnterPrivateMounts() {
+// A namespace of this process alone, as root or, where the system allows it, as anybody who then
+// counts as root in it. False where it cannot be had: the test is to be reported as skipped.
+inline bool EnterNamespace(int kind) {
     const uid_t user = geteuid();
     const gid_t group = getegid();
-    if (unshare(CLONE_NEWNS) != 0) {
-        if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
-        std::ofstream("/proc/self/setgroups") << "deny";
-        std::ofstream("/proc/self/uid_map") << "0 " << user << " 1";
-        std::ofstream("/proc/self/gid_map") << "0 " << group << " 1";
-    }
-    return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    if (unshare(kind) == 0) return true;
+    if (unshare(CLONE_NEWUSER | kind) != 0) return false;
+    std::ofstream("/proc/self/setgroups") << "deny";
+    std::ofstream("/proc/self/uid_map") << "0 " << user << " 1";
+    std::ofstream("/proc/self/gid_map") << "0 " << group << " 1";
+    return true;
+}
+
+// From now on this process mounts for itself alone.
+inline bool EnterPrivateMounts() {
+    return EnterNamespace(CLONE_NEWNS) &&
+           mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 }
 
 inline bool MountTmpfs(const std::string& folder, const std::string& options) {

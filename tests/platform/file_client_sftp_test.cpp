@@ -578,7 +578,7 @@ TEST_F(FileClientHostKeys, ALockThatNobodyReleasesIsNotWaitedForEver) {
 // A network of this process alone with a single interface besides the loopback, whose link-local
 // address is the result; empty where that cannot be had.
 std::string LinkLocalAddress() {
-    if (unshare(CLONE_NEWNET) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) return "";
+    if (!EnterNamespace(CLONE_NEWNET)) return "";
     const char* const commands =
         "PATH=$PATH:/sbin:/usr/sbin; ip link set lo up && "
         "ip link add only0 type veth peer name other0 && "
