@@ -208,9 +208,9 @@ TEST(ParseOptions, HelpShowsExamplesAndEveryExitCode) {
         EXPECT_THAT(parsed.err, IsEmpty());
         EXPECT_THAT(parsed.out, HasSubstr("kemffdc collect --via redfish"));
         for (const char* line :
-             {"  0    archive or all files obtained", "  2    usage", "  3    could not connect",
-              "  4    the BMC refused to gather or to export", "  5    the task failed",
-              "  6    not finished", "  7    download failed", "  8    local file trouble",
+             {"  0    archive obtained", "  2    usage", "  3    could not connect",
+              "  4    the BMC refused the export", "  5    the task failed", "  6    not finished",
+              "  7    download failed", "  8    local file trouble",
               "  9    some files are missing", "  130  interrupted"}) {
             EXPECT_THAT(parsed.out, HasSubstr(line));
         }
