@@ -7,10 +7,8 @@ import asyncio
 import base64
 import http.server
 import socket
-import subprocess
 import sys
 import threading
-import time
 import warnings
 from pathlib import Path
 from typing import Any, Iterator
@@ -22,7 +20,8 @@ with warnings.catch_warnings():
     warnings.simplefilter("ignore")
     import asyncssh
 
-from conftest import EMULATOR, EXPORT, FULL_EXPORT, MINI_EXPORT, TASKS, Bmc, Starter, peer
+import stores
+from conftest import EMULATOR, EXPORT, FULL_EXPORT, MINI_EXPORT, TASKS, Bmc, Starter
 
 sys.path.insert(0, str(EMULATOR))
 from bmc.certificate import make_certificate  # noqa: E402
@@ -194,29 +193,14 @@ def test_an_https_target_receives_the_archive(start: Starter, tmp_path: Path) ->
 
 
 def test_a_tftp_target_receives_the_archive(start: Starter, tmp_path: Path) -> None:
-    program, environment = peer("usr/sbin/atftpd")
     folder = tmp_path / "tftp"
     folder.mkdir()
-    folder.chmod(0o777)  # the daemon steps down to nobody when it is started by root
-    target = folder / "in.tar.gz"
-    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
-        probe.bind(("127.0.0.1", 0))
-        port = probe.getsockname()[1]
-    daemon = subprocess.Popen(
-        [str(program), "--daemon", "--no-fork", "--port", str(port), "--bind-address", "127.0.0.1",
-         "--user", "root", "--group", "root", "--logfile", "-", str(folder)],
-        env=environment, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-    )
-    try:
-        time.sleep(0.5)
+    with stores.atftpd(folder, tmp_path / "log") as port:
         bmc = start()
         task = export(bmc, f"tftp://127.0.0.1:{port}/in.tar.gz", user="", password="")
-    finally:
-        daemon.kill()
-        daemon.wait()
 
     assert task["TaskState"] == "Completed", task["Messages"]
-    assert target.read_bytes() == Path(bmc.archive["file"]).read_bytes()
+    assert (folder / "in.tar.gz").read_bytes() == Path(bmc.archive["file"]).read_bytes()
 
 
 @pytest.mark.parametrize("uri, usable", [
