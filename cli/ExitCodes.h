@@ -18,6 +18,7 @@ enum ExitCode : int {
     kDownloadFailed = 7,  // gathered, but not fetched
     kLocalFile = 8,       // a file or folder of this machine
     kFilesMissing = 9,    // some of the BMC's files were fetched, and some were not
+    kLimited = 10,        // check: reached, but collect would not get as far as gathering
     kInterrupted = 130,   // Ctrl-C, SIGTERM, SIGHUP
 };
 
