@@ -109,6 +109,10 @@ void AddConnectionOptions(CLI::App& app, Raw& raw) {
         ->type_name("N")
         ->check(IsGiven)
         ->check(CLI::IsMember(kCipherSuites));
+    app.add_option("--ca-file", raw.options.caFile,
+                   "redfish, cim: check the BMC's certificate against the CAs in this PEM file "
+                   "before any password leaves [VARNEX_CA_FILE]")
+        ->type_name("FILE");
     app.add_flag("--no-proxy", raw.options.noProxy, "Ignore the environment's proxies");
     app.add_flag("--json", raw.options.json, "Print the result as one JSON object");
     app.add_option("--log-level", raw.logLevel,
@@ -241,6 +245,7 @@ const OwnOption kOwnOptions[] = {
     {"--export-password-file", {"redfish", "cim"}},
     {"--port", {"redfish", "cim", "ipmi"}},
     {"--cipher-suite", {"ipmi"}},
+    {"--ca-file", {"redfish", "cim"}},
     {"--mode", {"ipmi", "kcs"}},
 };
 
@@ -282,6 +287,12 @@ std::string CheckCim(const Options& options) {
     return "";
 }
 
+std::string CheckCaOption(const CLI::App& command, const Options& options) {
+    if (command.get_option("--ca-file")->count() == 0) return "";
+    if (options.caFile.empty()) return "--ca-file is empty.";
+    return options.plain ? "--plain has no certificate for --ca-file to check." : "";
+}
+
 // In band nobody logs in. In the modes that fetch an account in band, the file service may be tried
 // with another one besides.
 std::string CheckInBand(const CLI::App& command, Options& options) {
@@ -309,7 +320,7 @@ std::string Complete(const CLI::App& command, Raw& raw) {
     for (const std::string& fault :
          {CheckForeignOptions(command, options), TakeHost(command, raw.host, options),
           CheckUser(options), CheckExport(options), CheckCim(options),
-          CheckInBand(command, options)}) {
+          CheckCaOption(command, options), CheckInBand(command, options)}) {
         if (!fault.empty()) return fault;
     }
     return options.output.empty() ? "--output is empty." : "";

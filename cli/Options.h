@@ -21,6 +21,9 @@ struct Options {
     std::string passwordFile;  // "-": standard input; empty: environment or prompt
     bool needsPassword = true;
 
+    // PEM file of CAs that the BMC's certificate is checked against; empty: not checked. The
+    // environment's, where the option is not given, is added by SettleCaFile().
+    std::string caFile;
     bool plain = false;                 // CIM: without TLS
     std::optional<std::uint16_t> node;  // CIM: of an enclosure; none: the machine itself
     bool initialize = false;            // CIM: sent along as InitializationNeeded

@@ -9,6 +9,7 @@
 #include <ostream>
 
 #include "Archive.h"
+#include "CaFile.h"
 #include "Channels.h"
 #include "Context.h"
 #include "Interrupt.h"
@@ -81,8 +82,8 @@ public:
           m_interrupt([this] { Abandon(); }),
           m_progress(err, live, TerminalColumns) {}
 
-    int Conduct(const Outcome& logSetUp) {
-        Outcome outcome = logSetUp;
+    int Conduct(const Outcome& setUp) {
+        Outcome outcome = setUp;
         try {
             if (outcome.Ok()) outcome = Work();
         } catch (const std::bad_alloc&) {
@@ -144,13 +145,16 @@ private:
 
 }  // namespace
 
-int Run(const Options& options, std::ostream& out, std::ostream& err) {
+int Run(const Options& given, std::ostream& out, std::ostream& err) {
+    Options options = given;
+    SettleCaFile(options);
     if (options.noProxy) ForgetProxies();
     bool logOnTerminal = false;
-    const Outcome logSetUp = SetUpLog(options, logOnTerminal);
+    Outcome setUp = SetUpLog(options, logOnTerminal);
+    if (setUp.Ok()) setUp = CheckCaFile(options.caFile);
     Conductor conductor(options, out, err, options.liveProgress && !logOnTerminal);
     curl_global_init(CURL_GLOBAL_DEFAULT);
-    return conductor.Conduct(logSetUp);
+    return conductor.Conduct(setUp);
 }
 
 }  // namespace Kemffdc

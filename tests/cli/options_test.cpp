@@ -95,6 +95,19 @@ TEST(ParseOptions, CollectTakesEveryOption) {
     EXPECT_TRUE(options.noProxy);
 }
 
+TEST(ParseOptions, TheCaFileIsForChannelsWithTls) {
+    EXPECT_EQ(Accepted({"check", "--via", "redfish", "h", "--ca-file", "/ca.pem"}).caFile,
+              "/ca.pem");
+    EXPECT_EQ(Accepted({"check", "--via", "cim", "h", "--ca-file", "/ca.pem"}).caFile, "/ca.pem");
+    EXPECT_EQ(Accepted({"check", "--via", "redfish", "h"}).caFile, "");
+    EXPECT_THAT(Parse({"check", "--via", "ipmi", "h", "--ca-file", "/ca.pem"}).err,
+                HasSubstr("--ca-file is an option of --via redfish and cim."));
+    EXPECT_THAT(Parse({"check", "--via", "cim", "h", "--plain", "--ca-file", "/ca.pem"}).err,
+                HasSubstr("--plain has no certificate for --ca-file to check."));
+    EXPECT_THAT(Parse({"check", "--via", "redfish", "h", "--ca-file", ""}).err,
+                HasSubstr("--ca-file is empty."));
+}
+
 TEST(ParseOptions, CheckTakesTheConnectionAndNothingOfTheExport) {
     EXPECT_EQ(Accepted({"check", "--via", "redfish", "::1"}).command, Command::kCheck);
     EXPECT_EQ(Parse({"check", "--via", "redfish", "::1", "--tries", "3"}).exitCode, 2);
