@@ -7,6 +7,10 @@
 
 #pragma GCC visibility push(default)
 
+#ifndef VARNEX_PLATFORM_GLOBAL
+inline namespace varnex_platform {
+#endif
+
 // Time, and the passing of it. An implementer guarantees that Now() never goes back and that both
 // sleeps block the calling thread alone. A sleep that lies in the past, or of a negative duration,
 // returns at once; a signal does not shorten a sleep.
@@ -21,6 +25,10 @@ public:
     // Wall-clock time in the host's time zone, broken down as localtime(3) does it.
     static std::tm LocalTime();
 };
+
+#ifndef VARNEX_PLATFORM_GLOBAL
+}  // namespace varnex_platform
+#endif
 
 #pragma GCC visibility pop
 

@@ -6,6 +6,10 @@
 
 #pragma GCC visibility push(default)
 
+#ifndef VARNEX_PLATFORM_GLOBAL
+inline namespace varnex_platform {
+#endif
+
 // The integer that the host tool set's configuration holds for `key`, or `defaultValue` where it
 // holds none or something that is no 32-bit integer. Never throws; any thread, any time. The
 // library asks for each key once per process:
@@ -18,6 +22,10 @@
 // Our implementation looks into the environment (VARNEX_<key>), then the INI file that
 // VARNEX_CONFIG names, then /etc/varnex/global.ini. The keys stand outside any section.
 int GetGlobalConfigValue(const std::string& key, int defaultValue);
+
+#ifndef VARNEX_PLATFORM_GLOBAL
+}  // namespace varnex_platform
+#endif
 
 #pragma GCC visibility pop
 

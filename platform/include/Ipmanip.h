@@ -6,6 +6,10 @@
 
 #pragma GCC visibility push(default)
 
+#ifndef VARNEX_PLATFORM_GLOBAL
+inline namespace varnex_platform {
+#endif
+
 class Ipmanip {
 public:
     // Whether `host` is the text of an IPv6 address (RFC 4291, section 2.2), with or without a
@@ -13,6 +17,10 @@ public:
     // asks a name server.
     static bool is_ipv6(const std::string& host);
 };
+
+#ifndef VARNEX_PLATFORM_GLOBAL
+}  // namespace varnex_platform
+#endif
 
 #pragma GCC visibility pop
 

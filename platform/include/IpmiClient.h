@@ -9,6 +9,10 @@
 
 #pragma GCC visibility push(default)
 
+#ifndef VARNEX_PLATFORM_GLOBAL
+inline namespace varnex_platform {
+#endif
+
 // One IPMI request to the BMC itself (LUN 0), as IPMI v2.0 section 5 names its parts.
 struct IPMICOMMAND {
     std::uint8_t command;
@@ -91,6 +95,10 @@ private:
     struct Impl;
     std::unique_ptr<Impl> m_impl;
 };
+
+#ifndef VARNEX_PLATFORM_GLOBAL
+}  // namespace varnex_platform
+#endif
 
 #pragma GCC visibility pop
 

@@ -7,6 +7,10 @@
 
 #pragma GCC visibility push(default)
 
+#ifndef VARNEX_PLATFORM_GLOBAL
+inline namespace varnex_platform {
+#endif
+
 namespace XM_WIDGETS {
 
 // An account of the BMC's file service. The bytes are the BMC's own.
@@ -29,6 +33,10 @@ struct KEMAccount {
 int GetKEMAccountViaKCS(KEMAccount& account, std::uint16_t node);
 
 }  // namespace XM_WIDGETS
+
+#ifndef VARNEX_PLATFORM_GLOBAL
+}  // namespace varnex_platform
+#endif
 
 #pragma GCC visibility pop
 

@@ -7,6 +7,10 @@
 
 #pragma GCC visibility push(default)
 
+#ifndef VARNEX_PLATFORM_GLOBAL
+inline namespace varnex_platform {
+#endif
+
 // One log record: made, written into, and emitted when it is destroyed, normally at the end of
 // the statement that made it:
 //
@@ -36,6 +40,10 @@ private:
     struct Impl;
     std::unique_ptr<Impl> m_impl;
 };
+
+#ifndef VARNEX_PLATFORM_GLOBAL
+}  // namespace varnex_platform
+#endif
 
 #pragma GCC visibility pop
 

@@ -8,6 +8,10 @@
 
 #pragma GCC visibility push(default)
 
+#ifndef VARNEX_PLATFORM_GLOBAL
+inline namespace varnex_platform {
+#endif
+
 // Where a file lies: what RFC 3986 calls scheme, authority and path. A value, copyable.
 //
 // An implementer guarantees that user and password are kept apart from the text of the address, so
@@ -55,6 +59,10 @@ private:
     struct Impl;
     std::unique_ptr<Impl> m_impl;
 };
+
+#ifndef VARNEX_PLATFORM_GLOBAL
+}  // namespace varnex_platform
+#endif
 
 #pragma GCC visibility pop
 

@@ -8,6 +8,10 @@
 
 #pragma GCC visibility push(default)
 
+#ifndef VARNEX_PLATFORM_GLOBAL
+inline namespace varnex_platform {
+#endif
+
 // One BMC at the other end of a network interface that it shows to this host over USB.
 struct UsbLanNode {
     std::string address;    // of the BMC: IPv4, or IPv6 without brackets, link-local with a scope
@@ -51,6 +55,10 @@ private:
     struct Impl;
     std::unique_ptr<Impl> m_impl;
 };
+
+#ifndef VARNEX_PLATFORM_GLOBAL
+}  // namespace varnex_platform
+#endif
 
 #pragma GCC visibility pop
 

@@ -15,6 +15,10 @@
 
 #pragma GCC visibility push(default)
 
+#ifndef VARNEX_PLATFORM_GLOBAL
+inline namespace varnex_platform {
+#endif
+
 namespace curlcpp {
 
 // One extra option of libcurl that a caller gives along with a transfer. Option number 0 means
@@ -116,6 +120,10 @@ public:
     static std::error_code download(const Uri& uri, const std::string& localPath,
                                     const curlcpp::option_trait_base& option);
 };
+
+#ifndef VARNEX_PLATFORM_GLOBAL
+}  // namespace varnex_platform
+#endif
 
 #pragma GCC visibility pop
 

@@ -106,7 +106,7 @@ int Lookup(const std::string& key, int defaultValue) {
 
 }  // namespace
 
-int GetGlobalConfigValue(const std::string& key, int defaultValue) {
+int varnex_platform::GetGlobalConfigValue(const std::string& key, int defaultValue) {
     try {
         return Lookup(key, defaultValue);
     } catch (...) {  // no memory for it, for instance

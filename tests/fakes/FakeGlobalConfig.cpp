@@ -14,7 +14,7 @@ std::vector<std::pair<std::string, int>> g_lookups;
 
 }  // namespace
 
-int GetGlobalConfigValue(const std::string& key, int defaultValue) {
+int varnex_platform::GetGlobalConfigValue(const std::string& key, int defaultValue) {
     const std::lock_guard<std::mutex> lock(g_mutex);
     g_lookups.emplace_back(key, defaultValue);
     const auto value = g_values.find(key);

@@ -59,9 +59,11 @@ def compile_with_pkg_config(prefix, source, program, *more):
 
 
 def collect(host, bmc, archive):
-    run(host, bmc["address"], bmc["redfish"]["port"], bmc["user"], archive,
-        input=bmc["password"] + "\n")
+    """What the host printed; it has fetched the small archive."""
+    said = run(host, bmc["address"], bmc["redfish"]["port"], bmc["user"], archive,
+               input=bmc["password"] + "\n").stdout
     assert hashlib.sha256(archive.read_bytes()).hexdigest() == bmc["archives"]["mini"]["sha256"]
+    return said
 
 
 def exported(library):
@@ -107,6 +109,18 @@ def test_a_host_uses_the_platforms_own_services(prefix, tmp_path):
 
     assert "secret" not in run(tmp_path / "out" / "host").stdout
     assert "secret" not in run(tmp_path / "host").stdout
+
+
+@pytest.mark.parametrize("package,words", [("varnex-ffdc", []),
+                                           ("varnex-platform", ["-DWITH_PLATFORM"])])
+def test_a_host_keeps_classes_of_the_platforms_names(prefix, package, words, tmp_path):
+    compile_with_pkg_config(prefix, HERE / "hosts" / "own_classes.cpp", tmp_path / "host", *words,
+                            "-std=c++11", "-rdynamic", *pkg_config(prefix, "--cflags", "--libs",
+                                                                   package))
+    with emulated_bmc(tmp_path, QUICK) as bmc:
+        said = collect(tmp_path / "host", bmc, tmp_path / "ffdc.tar.gz")
+
+    assert said == "host: begins\nhost: ends with 0\n"
 
 
 def test_only_the_facade_is_exported(prefix):
@@ -167,8 +181,9 @@ def test_nothing_installed_knows_where_it_was_built(prefix):
 def test_a_host_brings_its_own_platform_library(prefix, tmp_path):
     """Same sources, another library behind the platform's headers: nothing of ours is linked."""
     platform = tmp_path / "libotherplatform.so"
-    run(CXX, "-std=c++17", *STRICT, "-shared", "-fPIC", HERE / "otherplatform" / "platform.cpp",
-        f"-I{prefix}/include/varnex/platform", "-o", platform, "-Wl,-soname,libotherplatform.so")
+    run(CXX, "-std=c++17", *STRICT, "-DVARNEX_PLATFORM_GLOBAL", "-shared", "-fPIC",
+        HERE / "otherplatform" / "platform.cpp", f"-I{prefix}/include/varnex/platform",
+        "-o", platform, "-Wl,-soname,libotherplatform.so")
     out, other = tmp_path / "out", tmp_path / "other"
     run("cmake", "-S", ROOT, "-B", out, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug",
         f"-DVARNEX_PLATFORM={platform}", f"-DCMAKE_CXX_COMPILER={CXX}")
