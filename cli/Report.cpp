@@ -241,6 +241,8 @@ const char* Report::OutcomeName(ExitCode code) const {
             return "local-file";
         case kFilesMissing:
             return "files-missing";
+        case kLimited:
+            return "limited";
         case kInterrupted:
             return "interrupted";
     }
