@@ -46,11 +46,24 @@ bool SetLogFile(const std::string& path, std::string& error);
 //   2026-01-31 12:00:00.000 4711 warning src/common/rest/RedfishClient:42 text
 void SetLogFormat(const std::string& pattern);
 
-// `text` as the log writes it to a terminal or a file: secrets masked (the value after
-// "X-Auth-Token:" and "Authorization:", a JSON member "Password", the password in
-// scheme://user:password@), control bytes and bytes that are no UTF-8 written as \xNN, line ends
-// too: one text, one line. For hosts that print texts of a BMC.
+// `text` as the log writes it to a terminal or a file: secrets masked (those that HideInLog
+// was given, the value after "X-Auth-Token:" and "Authorization:", a JSON member "Password", the
+// password in scheme://user:password@), control bytes and bytes that are no UTF-8 written as \xNN,
+// line ends too: one text, one line. For hosts that print texts of a BMC.
 std::string MaskedForDisplay(const std::string& text);
+
+// From now on `secret` is masked in everything that the log writes and in the two functions here,
+// in each form in which a BMC may tell it back: as it is, in base64 (also base64url, also as a part
+// of a longer text), in hexadecimal, and with percent, JSON or XML escapes around any of these. A
+// secret of less than four bytes counts as a word of its own only: "abc" is not masked in "abcd".
+// With `user`, what HTTP sends for both (base64 of "user:secret") is masked for such a secret too.
+// Records handed to sinks stay whole. Kept, readable in the process's memory, until the process
+// ends; an empty secret is none. Thread-safe.
+void HideInLog(const std::string& secret, const std::string& user = std::string());
+
+// `text` with ten asterisks in the place of the secrets that HideInLog was given, and else as it
+// is.
+std::string WithoutHiddenSecrets(const std::string& text);
 
 }  // namespace Varnex
 

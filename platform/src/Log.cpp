@@ -16,6 +16,7 @@
 #include <sstream>
 #include <string>
 
+#include "HiddenSecrets.h"
 #include "Listeners.h"
 #include "LogSink.h"
 #include "environment.h"
@@ -34,8 +35,8 @@ spdlog::level::level_enum SpdlogLevel(int level) {
     return level == 3 ? spdlog::level::info : spdlog::level::debug;
 }
 
-// A whole record goes out in one write() where the system takes it in one, so that processes that
-// share a file do not mix their lines.
+// A record goes out in one write() where the system takes it in one and it is not a very long one,
+// so that processes that share a file do not mix their lines.
 void WriteWhole(int fd, const char* data, std::size_t size) {
     constexpr int kPatience = 1000;  // milliseconds for a full pipe that must not block
     while (size > 0) {
@@ -63,14 +64,44 @@ public:
     }
 
 protected:
+    // The record's payload is the text as it was logged.
     void sink_it_(const spdlog::details::log_msg& record) override {
-        spdlog::memory_buf_t line;
-        formatter_->format(record, line);
+        if (record.payload.size() > kLong) {
+            WriteLong(record);
+            return;
+        }
+        const std::string text = ForDisplay({record.payload.data(), record.payload.size()});
+        const std::string line = Line(record, text);
         WriteWhole(m_fd, line.data(), line.size());
     }
     void flush_() override {}
 
 private:
+    // What is longer is written in pieces: a body of many megabytes is not copied again and again.
+    static constexpr std::size_t kLong = 1024UL * 1024;
+
+    std::string Line(spdlog::details::log_msg record, const std::string& text) {
+        record.payload = text;
+        spdlog::memory_buf_t line;
+        formatter_->format(record, line);
+        return {line.data(), line.size()};
+    }
+
+    void WriteLong(const spdlog::details::log_msg& record) {
+        const std::string place = "\x1F";  // of the text in the line; no masked text holds it
+        const std::string line = Line(record, place);
+        std::size_t written = 0;
+        for (std::size_t at = line.find(place); at != std::string::npos;
+             at = line.find(place, written)) {
+            WriteWhole(m_fd, line.data() + written, at - written);
+            ForDisplay(
+                {record.payload.data(), record.payload.size()},
+                [this](const std::string& piece) { WriteWhole(m_fd, piece.data(), piece.size()); });
+            written = at + place.size();
+        }
+        WriteWhole(m_fd, line.data() + written, line.size() - written);
+    }
+
     int m_fd = STDERR_FILENO;
 };
 
@@ -85,8 +116,7 @@ public:
 
     void Write(int level, const char* sourceFile, int line, const std::string& text) {
         if (std::max(level, 1) > m_level) return;
-        m_logger.log(spdlog::source_loc(sourceFile, line, ""), SpdlogLevel(level),
-                     ForDisplay(text));
+        m_logger.log(spdlog::source_loc(sourceFile, line, ""), SpdlogLevel(level), text);
     }
 
     void SetLevel(int level) { m_level = std::min(std::max(level, 0), kMostDetailed); }
@@ -191,3 +221,9 @@ bool Varnex::SetLogFile(const std::string& path, std::string& error) {
 void Varnex::SetLogFormat(const std::string& format) { Writer::Get().SetFormat(format); }
 
 std::string Varnex::MaskedForDisplay(const std::string& text) { return ForDisplay(text); }
+
+void Varnex::HideInLog(const std::string& secret, const std::string& user) {
+    hidden_secrets::Add(secret, user);
+}
+
+std::string Varnex::WithoutHiddenSecrets(const std::string& text) { return WithoutHidden(text); }

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "masking.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
 
-// Every secret stands behind a colon, so the text is walked from colon to colon: what stands
-// before it says whether, and what behind it how far is to be masked. Nothing is walked twice.
+#include "HiddenSecrets.h"
 
 namespace {
 
@@ -213,11 +213,6 @@ std::size_t EndOfWord(Text text, std::size_t at) {
     return end == kNone ? text.size() : end;
 }
 
-struct Span {
-    std::size_t begin = 0;
-    std::size_t end = 0;
-};
-
 Span MemberValue(Text text, std::size_t at) {
     at = SkipBlanks(text, at);
     if (at >= text.size()) return {at, at};
@@ -344,39 +339,132 @@ void AppendEscaped(std::string& out, char c) {
     out += kDigits[byte & 0x0F];
 }
 
-}  // namespace
+// The secrets that what stands around them gives away. Each stands behind a colon, so the text is
+// walked from colon to colon: what stands before it says whether, and what behind it how far is to
+// be masked. Nothing is walked twice.
+class NamedSpans {
+public:
+    explicit NamedSpans(Text text) : m_text(text), m_addresses(text), m_colon(text.find(':')) {}
 
-std::string WithoutSecrets(const std::string& text) {
-    const Text all = text;
-    AddressPassword addresses(all);
-    std::string out;
-    std::size_t copied = 0;
-    std::size_t colon = all.find(':');
-    while (colon != kNone) {
-        const Span secret = SecretAt(all, colon, addresses);
-        if (secret.end > secret.begin) {
-            out.append(all, copied, secret.begin - copied).append(kMask);
-            copied = secret.end;
+    // In order and apart from each other. False: there are no more.
+    bool Next(Span& span) {
+        while (m_colon != kNone) {
+            span = SecretAt(m_text, m_colon, m_addresses);
+            m_colon = m_text.find(':', std::max(span.end, m_colon + 1));
+            if (span.end > span.begin) return true;
         }
-        colon = all.find(':', secret.end > colon ? secret.end : colon + 1);
+        return false;
     }
-    return out.append(all, copied, kNone);
+
+private:
+    Text m_text;
+    AddressPassword m_addresses;
+    std::size_t m_colon;
+};
+
+// Two rows of spans as one, overlapping ones joined.
+class AllSpans {
+public:
+    explicit AllSpans(Text text) : m_named(text), m_hidden(text, hidden_secrets::Current()) {
+        m_hasNamed = m_named.Next(m_nextNamed);
+        m_hasHidden = m_hidden.Next(m_nextHidden);
+    }
+
+    bool Next(Span& span) {
+        if (!m_hasNamed && !m_hasHidden) return false;
+        span = Take(NamedIsFirst());
+        while ((m_hasNamed && m_nextNamed.begin < span.end) ||
+               (m_hasHidden && m_nextHidden.begin < span.end)) {
+            span.end = std::max(span.end, Take(NamedIsFirst()).end);
+        }
+        return true;
+    }
+
+private:
+    bool NamedIsFirst() const {
+        return m_hasNamed && (!m_hasHidden || m_nextNamed.begin <= m_nextHidden.begin);
+    }
+
+    Span Take(bool named) {
+        const Span taken = named ? m_nextNamed : m_nextHidden;
+        if (named) {
+            m_hasNamed = m_named.Next(m_nextNamed);
+        } else {
+            m_hasHidden = m_hidden.Next(m_nextHidden);
+        }
+        return taken;
+    }
+
+    NamedSpans m_named;
+    HiddenSpans m_hidden;
+    bool m_hasNamed = false;
+    bool m_hasHidden = false;
+    Span m_nextNamed;
+    Span m_nextHidden;
+};
+
+// Appends one character of `text` at `at`, as it is or as \xNN; gives where the next one begins.
+std::size_t AppendHarmless(std::string& out, Text text, std::size_t at) {
+    std::uint32_t code = 0;
+    const std::size_t length = Utf8Length(text, at, code);
+    if (length > 0 && !MaySteer(code)) {
+        out.append(text, at, length);
+        return at + length;
+    }
+    const std::size_t end = at + std::max<std::size_t>(length, 1);
+    for (; at < end; ++at) AppendEscaped(out, text[at]);
+    return end;
 }
 
-std::string WithoutControls(const std::string& text) {
-    std::string out;
-    out.reserve(text.size());
-    for (std::size_t at = 0; at < text.size();) {
-        std::uint32_t code = 0;
-        const std::size_t length = Utf8Length(text, at, code);
-        if (length > 0 && !MaySteer(code)) {
-            out.append(text, at, length);
-            at += length;
-            continue;
-        }
-        for (std::size_t end = at + (length > 0 ? length : 1); at < end; ++at) {
-            AppendEscaped(out, text[at]);
+// Collects what is to be written, and writes it in pieces.
+class Pieces {
+public:
+    explicit Pieces(const std::function<void(const std::string&)>& write) : m_write(write) {}
+
+    void Harmless(Text text) {
+        for (std::size_t at = 0; at < text.size();) {
+            at = AppendHarmless(m_piece, text, at);
+            if (m_piece.size() >= kPiece) Flush();
         }
     }
+    void Mask() { m_piece += kMask; }
+    void Flush() {
+        if (!m_piece.empty()) m_write(m_piece);
+        m_piece.clear();
+    }
+
+private:
+    static constexpr std::size_t kPiece = 65536;
+    const std::function<void(const std::string&)>& m_write;
+    std::string m_piece;
+};
+
+}  // namespace
+
+void ForDisplay(std::string_view text, const std::function<void(const std::string&)>& write) {
+    AllSpans spans(text);
+    Pieces pieces(write);
+    std::size_t shown = 0;
+    for (Span span; spans.Next(span); shown = span.end) {
+        pieces.Harmless(text.substr(shown, span.begin - shown));
+        pieces.Mask();
+    }
+    pieces.Harmless(text.substr(shown));
+    pieces.Flush();
+}
+
+std::string ForDisplay(std::string_view text) {
+    std::string out;
+    ForDisplay(text, [&out](const std::string& piece) { out += piece; });
     return out;
+}
+
+std::string WithoutHidden(std::string_view text) {
+    HiddenSpans spans(text, hidden_secrets::Current());
+    std::string out;
+    std::size_t copied = 0;
+    for (Span span; spans.Next(span); copied = span.end) {
+        out.append(text, copied, span.begin - copied).append(kMask);
+    }
+    return out.append(text, copied);
 }

@@ -15,7 +15,8 @@ OURS = 'varnex_platform::'  # no class of a host's own has these names
 EXPECTED = [OURS + name for name in (
     'Log::Log', 'Uri::Uri', 'file_client::download', 'Clock::Now', 'Ipmanip::is_ipv6',
     'GetGlobalConfigValue', 'XM_WIDGETS::GetKEMAccountViaKCS')] + [
-    'Varnex::AddLogSink', 'Varnex::AddTransferWatcher', 'Varnex::MaskedForDisplay']
+    'Varnex::AddLogSink', 'Varnex::AddTransferWatcher', 'Varnex::MaskedForDisplay', 'Varnex::HideInLog',
+            'Varnex::WithoutHiddenSecrets']
 
 
 def exported(library):

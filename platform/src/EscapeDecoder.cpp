@@ -1,0 +1,143 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "EscapeDecoder.h"
+
+#include <algorithm>
+#include <string_view>
+
+namespace {
+
+struct NamedEntity {
+    std::string_view name;
+    char meant;
+};
+constexpr NamedEntity kEntities[] = {
+    {"amp", '&'}, {"lt", '<'}, {"gt", '>'}, {"quot", '"'}, {"apos", '\''}};
+
+int HexValue(unsigned char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    const unsigned char lower = c | 0x20U;
+    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
+}
+
+char MeantBy(unsigned char escaped) {
+    switch (escaped) {
+        case 'b':
+            return '\b';
+        case 'f':
+            return '\f';
+        case 'n':
+            return '\n';
+        case 'r':
+            return '\r';
+        case 't':
+            return '\t';
+        default:
+            return static_cast<char>(escaped);
+    }
+}
+
+}  // namespace
+
+void EscapeDecoder::Hold(const MeantByte& next) {
+    if (m_size == 1 && m_held[0].byte == '\\' && next.byte == '\\') {
+        m_held[0].end = next.end;
+        return;
+    }
+    m_held[m_size++] = next;
+}
+
+void EscapeDecoder::Drop(std::size_t count) {
+    std::copy(m_held + count, m_held + m_size, m_held);
+    m_size -= count;
+}
+
+EscapeDecoder::Token EscapeDecoder::Read() const {
+    switch (m_held[0].byte) {
+        case '%':
+            return ReadHex(1, 2, false, {1, false, false, 0});
+        case '\\':
+            return ReadBackslash();
+        case '&':
+            return ReadEntity();
+        default:
+            return {1, false, false, 0};
+    }
+}
+
+EscapeDecoder::Token EscapeDecoder::ReadHex(std::size_t from, std::size_t digits, bool codePoint,
+                                            Token otherwise) const {
+    std::uint32_t value = 0;
+    for (std::size_t i = from; i < from + digits; ++i) {
+        if (i == m_size) return {};
+        const int digit = HexValue(m_held[i].byte);
+        if (digit < 0) return otherwise;
+        value = value << 4 | static_cast<std::uint32_t>(digit);
+    }
+    return {from + digits, true, codePoint, value};
+}
+
+EscapeDecoder::Token EscapeDecoder::ReadBackslash() const {
+    if (m_size < 2) return {};
+    const unsigned char letter = m_held[1].byte;
+    const Token single{2, true, false, static_cast<unsigned char>(MeantBy(letter))};
+    if (letter == 'u') return ReadHex(2, 4, true, single);
+    if (letter == 'x') return ReadHex(2, 2, false, single);
+    return single;
+}
+
+EscapeDecoder::Token EscapeDecoder::ReadEntity() const {
+    const Token none{1, false, false, 0};
+    if (m_held[m_size - 1].byte == ';') return Entity();
+    const unsigned char last = m_held[m_size - 1].byte;
+    const bool letter = (last >= '0' && last <= '9') || (last >= 'a' && last <= 'z') ||
+                        (last >= 'A' && last <= 'Z') || last == '#';
+    if (m_size > 1 && !letter) return none;
+    return m_size < kLongest ? Token{} : none;
+}
+
+EscapeDecoder::Token EscapeDecoder::Entity() const {
+    std::string_view::value_type text[kLongest];
+    const std::size_t size = m_size - 2;  // between "&" and ";"
+    for (std::size_t i = 0; i < size; ++i) text[i] = static_cast<char>(m_held[i + 1].byte);
+    const std::string_view name(text, size);
+    for (const NamedEntity& entity : kEntities) {
+        if (entity.name == name) return {m_size, true, false, static_cast<unsigned>(entity.meant)};
+    }
+    const Token none{1, false, false, 0};
+    if (size < 2 || name[0] != '#') return none;
+    const bool hex = name[1] == 'x' || name[1] == 'X';
+    std::uint32_t value = 0;
+    for (const char c : name.substr(hex ? 2 : 1)) {
+        const int digit = HexValue(static_cast<unsigned char>(c));
+        if (digit < 0 || (!hex && digit > 9)) return none;
+        value = value * (hex ? 16 : 10) + static_cast<std::uint32_t>(digit);
+        if (value > 0x10FFFF) return none;
+    }
+    return {m_size, true, true, value};
+}
+
+std::size_t EscapeDecoder::ToUtf8(std::uint32_t code, unsigned char (&bytes)[4]) {
+    const auto tail = [code](unsigned shift) {
+        return static_cast<unsigned char>(0x80U | (code >> shift & 0x3FU));
+    };
+    if (code < 0x80) {
+        bytes[0] = static_cast<unsigned char>(code);
+        return 1;
+    }
+    if (code < 0x800) {
+        bytes[0] = static_cast<unsigned char>(0xC0U | code >> 6);
+        bytes[1] = tail(0);
+        return 2;
+    }
+    if (code < 0x10000) {
+        bytes[0] = static_cast<unsigned char>(0xE0U | code >> 12);
+        bytes[1] = tail(6);
+        bytes[2] = tail(0);
+        return 3;
+    }
+    bytes[0] = static_cast<unsigned char>(0xF0U | code >> 18);
+    bytes[1] = tail(12);
+    bytes[2] = tail(6);
+    bytes[3] = tail(0);
+    return 4;
+}
