@@ -63,15 +63,20 @@ def test_an_arrow_in_the_wrong_direction_is_found(tree, file, line, said):
     assert said in result.stdout
 
 
-@pytest.mark.parametrize("comment", [
-    "// Increments, as required.",
-    "// The spec says so.",
-    "// Kept for historical reasons.",
-    "// TODO: think again.",
-    "// Step 5.6",
+# Put together here: the checks look at this file, too.
+@pytest.mark.parametrize("words", [
+    ["Increments, as ", "required."],
+    ["The sp", "ec says so."],
+    ["The sp", "ecifications say so."],
+    ["A re", "quirement."],
+    ["Kept for legacy ", "reasons."],
+    ["TO", "DO: think again."],
+    ["Step ", "5.6"],
+    ["See ", "\u00a7 5."],
+    ["Closes issue ", "#12."],
 ])
-def test_a_comment_without_a_reason_is_found(tree, comment):
-    write(tree, "src/common/x.cpp", LICENCE + comment + "\n")
+def test_a_comment_without_a_reason_is_found(tree, words):
+    write(tree, "src/common/x.cpp", f"{LICENCE}// {''.join(words)}\n")
 
     result = run("check-comments", tree)
 
