@@ -61,8 +61,8 @@ enum IpmiResult : int {
 };
 
 // IPMI over LAN (RMCP+, IPMI v2.0 section 13) as administrator, or in band over the KCS interface
-// through the kernel's device. Our implementation loads libvarnexplatform-ipmi.so, from the folder
-// of the platform library, at the first connect().
+// through the kernel's device. Our implementation loads libvarnexplatform-ipmi.so at the first
+// connect(), from the folder varnex-ffdc/1 beside the platform library and from nowhere else.
 //
 // How long it blocks: LAN: up to the session time-out, for each address of the host and for each
 // request, from the last sign of life on; the integer IPMI_SESSION_TIMEOUT of GlobalConfig.h,

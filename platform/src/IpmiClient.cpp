@@ -61,11 +61,16 @@ std::string ModulePath() {
                                                            &std::free);
     if (!file) return {};
     const std::string library(file.get());
-    return library.substr(0, library.rfind('/') + 1) + "libvarnexplatform-ipmi.so";
+    return library.substr(0, library.rfind('/') + 1) + VARNEX_IPMI_MODULE;
 }
 
+// Found while the library is loaded: its own name may be relative, and the host may later change
+// its current folder. Never destroyed: the last connect() may come late.
+const std::string& g_modulePath = *new std::string(ModulePath());
+
 const varnex_ipmi_module* OpenModule(const std::string& path) {
-    void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    // An empty name would be the host itself.
+    void* library = path.empty() ? nullptr : dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) {
         const char* reason = dlerror();
         Log(1, kLogSource, __LINE__).Stream()
@@ -90,7 +95,7 @@ const varnex_ipmi_module* Module() {
     static std::mutex mutex;
     static const varnex_ipmi_module* module = nullptr;
     const std::lock_guard<std::mutex> lock(mutex);
-    if (module == nullptr) module = OpenModule(ModulePath());
+    if (module == nullptr) module = OpenModule(g_modulePath);
     return module;
 }
 

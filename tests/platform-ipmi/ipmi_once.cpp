@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// ipmi_once HOST PORT USER PASSWORD CIPHER-SUITE: connects, asks whether the collection is
-// finished, and prints what came: "connect RESULT", then "send RESULT CODE DATA", all decimal, data
-// in hexadecimal. The log goes to standard error.
+// ipmi_once HOST PORT USER PASSWORD CIPHER-SUITE [FOLDER]: makes FOLDER the current one, connects,
+// asks whether the collection is finished, and prints what came: "connect RESULT", then "send
+// RESULT CODE DATA", all decimal, data in hexadecimal. The log goes to standard error.
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <vector>
@@ -10,7 +12,8 @@
 #include "IpmiClient.h"
 
 int main(int count, char** words) {
-    if (count != 6) return 2;
+    if (count != 6 && count != 7) return 2;
+    if (count == 7 && chdir(words[6]) != 0) return 2;
     IpmiClient client(words[1], words[3], words[4], words[2],
                       static_cast<std::uint16_t>(std::atoi(words[5])));
     const int connected = client.connect();
