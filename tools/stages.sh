@@ -133,7 +133,8 @@ stage_thread_sanitizer() {
     launcher=()
 }
 
+# stage_fuzz SECONDS: so long for each target.
 stage_fuzz() {
-    build fuzz
-    "$root/fuzz/run" "$root/build/fuzz" 20
+    build fuzz varnex_fuzz_targets
+    "$root/fuzz/run" "$root/build/fuzz" "$1"
 }
