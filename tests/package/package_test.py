@@ -1,46 +1,19 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The installed package in the hands of a foreign project.
-
-VARNEX_BUILD names the build folder that is installed, VARNEX_CXX its compiler.
-"""
+"""The installed package in the hands of a foreign project."""
 
 import hashlib
-import os
 import pathlib
-import re
 import shutil
-import subprocess
 
 import pytest
 
+from commands import BUILD, CXX, run
 from emulated_bmc import emulated_bmc
 
 HERE = pathlib.Path(__file__).resolve().parent
 ROOT = HERE.parents[1]
-BUILD = pathlib.Path(os.environ["VARNEX_BUILD"])
-CXX = os.environ.get("VARNEX_CXX", "g++")
 QUICK = "{redfish: {task_states: [Completed]}}"
 STRICT = ["-Wall", "-Wextra", "-Wpedantic", "-Werror"]
-STEERING = re.compile(r"(?i)(.*_proxy|LD_LIBRARY_PATH|PKG_CONFIG_PATH|CMAKE_PREFIX_PATH"
-                      r"|REQUESTS_CA_BUNDLE|CURL_CA_BUNDLE|SSL_CERT_(FILE|DIR)|VARNEX_.*)$")
-ENVIRONMENT = {name: value for name, value in os.environ.items() if not STEERING.match(name)}
-
-
-def run(*command, environment=None, **options):
-    """The finished process; a failure shows what it said."""
-    finished = subprocess.run([str(word) for word in command], capture_output=True, text=True,
-                              timeout=300, check=False, env={**ENVIRONMENT, **(environment or {})},
-                              **options)
-    assert finished.returncode == 0, f"{command}\n{finished.stdout}\n{finished.stderr}"
-    return finished
-
-
-@pytest.fixture(scope="module")
-def prefix(tmp_path_factory):
-    """Where the package lies: not where it was installed, because a prefix may be moved."""
-    folder = tmp_path_factory.mktemp("package")
-    run("cmake", "--install", BUILD, "--prefix", folder / "installed")
-    return (folder / "installed").rename(folder / "moved")
 
 
 def libraries(prefix):

@@ -1,0 +1,25 @@
+# SPDX-License-Identifier: Apache-2.0
+"""What the tests of the package run, and with what.
+
+VARNEX_BUILD names the build folder that is installed, VARNEX_CXX its compiler.
+"""
+
+import os
+import pathlib
+import re
+import subprocess
+
+BUILD = pathlib.Path(os.environ["VARNEX_BUILD"])
+CXX = os.environ.get("VARNEX_CXX", "g++")
+STEERING = re.compile(r"(?i)(.*_proxy|LD_LIBRARY_PATH|PKG_CONFIG_PATH|CMAKE_PREFIX_PATH"
+                      r"|REQUESTS_CA_BUNDLE|CURL_CA_BUNDLE|SSL_CERT_(FILE|DIR)|VARNEX_.*)$")
+ENVIRONMENT = {name: value for name, value in os.environ.items() if not STEERING.match(name)}
+
+
+def run(*command, environment=None, **options):
+    """The finished process; a failure shows what it said."""
+    finished = subprocess.run([str(word) for word in command], capture_output=True, text=True,
+                              timeout=300, check=False, env={**ENVIRONMENT, **(environment or {})},
+                              **options)
+    assert finished.returncode == 0, f"{command}\n{finished.stdout}\n{finished.stderr}"
+    return finished
