@@ -2,24 +2,50 @@
 #include "HttpsProbe.h"
 
 #include <curl/curl.h>
+#include <strings.h>
 
 #include <algorithm>
+#include <cctype>
+#include <chrono>
+#include <cstdlib>
 #include <cstring>
-#include <new>
 
+#include "ConnectionWatch.h"
+#include "CurlHandle.h"
 #include "Text.h"
 
 namespace Kemffdc {
 namespace {
 
+using SteadyClock = std::chrono::steady_clock;
+
 constexpr std::size_t kMaxBody = std::size_t{1024} * 1024;
-constexpr long kMaxRedirects = 10;  // as the library
+constexpr int kMaxRedirects = 10;  // as the library
 constexpr int kConnectSeconds = 30;
 
-std::size_t CollectBody(char* bytes, std::size_t size, std::size_t count, void* body) {
-    auto& text = *static_cast<std::string*>(body);
+// What an answer is put together from.
+struct Arrival {
+    std::string body;
+    bool anyName = false;
+    bool upperCase = false;  // in any header's name
+};
+
+std::size_t CollectBody(char* bytes, std::size_t size, std::size_t count, void* target) {
+    std::string& text = static_cast<Arrival*>(target)->body;
     if (text.size() + size * count > kMaxBody) return 0;  // ends the transfer
     text.append(bytes, size * count);
+    return size * count;
+}
+
+std::size_t CollectHeader(char* bytes, std::size_t size, std::size_t count, void* target) {
+    Arrival& arrival = *static_cast<Arrival*>(target);
+    const std::string line(bytes, size * count);
+    const std::size_t colon = line.find(':');
+    if (colon == std::string::npos || line.compare(0, 5, "HTTP/") == 0) return size * count;
+    arrival.anyName = true;
+    arrival.upperCase =
+        arrival.upperCase || std::any_of(line.begin(), line.begin() + static_cast<long>(colon),
+                                         [](unsigned char c) { return std::isupper(c) != 0; });
     return size * count;
 }
 
@@ -47,6 +73,15 @@ bool IsTlsFailure(int code) {
     }
 }
 
+// libcurl's own order. Whether one is used for this BMC (no_proxy) is not told by it.
+bool HasProxyInEnvironment() {
+    for (const char* name : {"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"}) {
+        const char* value = std::getenv(name);
+        if (value != nullptr && *value != '\0') return true;
+    }
+    return false;
+}
+
 Answer Failed(Stage stage, const std::string& reason) {
     Answer answer;
     answer.failedAt = stage;
@@ -54,106 +89,284 @@ Answer Failed(Stage stage, const std::string& reason) {
     return answer;
 }
 
+// One part of a URL, as libcurl reads it; empty where there is none.
+struct Url {
+    explicit Url(const std::string& text) : handle(curl_url()) {
+        const unsigned flags = CURLU_NON_SUPPORT_SCHEME;
+        valid = handle != nullptr && curl_url_set(handle, CURLUPART_URL, text.c_str(), flags) == 0;
+    }
+    ~Url() { curl_url_cleanup(handle); }
+    Url(const Url&) = delete;
+    Url& operator=(const Url&) = delete;
+
+    std::string Part(CURLUPart part) const {
+        char* text = nullptr;
+        if (!valid || curl_url_get(handle, part, &text, CURLU_DEFAULT_PORT) != 0) return "";
+        std::string copy = text;
+        curl_free(text);
+        return copy;
+    }
+
+    CURLU* handle;
+    bool valid;
+};
+
+void SetVerification(CURL* easy, const std::string& caFile) {
+    curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, caFile.empty() ? 0L : 1L);
+    curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, caFile.empty() ? 0L : 2L);
+    if (caFile.empty()) return;
+    curl_easy_setopt(easy, CURLOPT_CAINFO, caFile.c_str());
+    curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);  // these CAs, and not the system's besides
+}
+
+void SetTransport(CURL* easy, const std::string& url, const std::string& caFile) {
+    curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+    curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "https");
+    curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+    curl_easy_setopt(easy, CURLOPT_CERTINFO, 1L);
+    SetVerification(easy, caFile);
+}
+
 }  // namespace
 
-struct HttpsProbe::Handle {
-    CURL* curl = curl_easy_init();
+struct HttpsProbe::Connection {
+    ConnectionWatch watch;
+    CurlHandle handle;
     char error[CURL_ERROR_SIZE] = "";
-
-    Handle() {
-        if (curl == nullptr) throw std::bad_alloc();
-    }
-    ~Handle() { curl_easy_cleanup(curl); }
-    Handle(const Handle&) = delete;
-    Handle& operator=(const Handle&) = delete;
 
     long Info(CURLINFO info) const {
         long value = 0;
-        curl_easy_getinfo(curl, info, &value);
+        curl_easy_getinfo(handle.Get(), info, &value);
         return value;
     }
     bool Reached(CURLINFO time) const {
         curl_off_t microseconds = 0;
-        curl_easy_getinfo(curl, time, &microseconds);
+        curl_easy_getinfo(handle.Get(), time, &microseconds);
         return microseconds > 0;
     }
 };
 
+struct HttpsProbe::Login {
+    const std::string& user;
+    const std::string& password;
+};
+
 HttpsProbe::HttpsProbe(const Options& options, int seconds)
-    : m_place(options.host + " port " + std::to_string(options.port)),
+    : m_options(options),
+      m_place(options.host + " port " + std::to_string(options.port)),
       m_baseUrl(UrlOf(options)),
       m_seconds(seconds),
-      m_handle(std::make_unique<Handle>()) {
-    CURL* curl = m_handle->curl;
-    curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, m_handle->error);
-    curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(curl, CURLOPT_USERAGENT, "kemffdc/" KEMFFDC_VERSION);
-    curl_easy_setopt(curl, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-    curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "https");
-    curl_easy_setopt(curl, CURLOPT_REDIR_PROTOCOLS_STR, "https");
-    curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 0L);
-    curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 0L);
-    curl_easy_setopt(curl, CURLOPT_CERTINFO, 1L);
-    curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 1L);
-    curl_easy_setopt(curl, CURLOPT_MAXREDIRS, kMaxRedirects);
-    curl_easy_setopt(curl, CURLOPT_TIMEOUT, static_cast<long>(seconds));
-    curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT,
-                     static_cast<long>(std::min(seconds, kConnectSeconds)));
-    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, CollectBody);
-}
+      m_connection(std::make_unique<Connection>()) {}
 
 HttpsProbe::~HttpsProbe() = default;
 
-Answer HttpsProbe::Get(const std::string& path) { return Perform(path); }
+Answer HttpsProbe::Get(const std::string& path) { return Follow(path, nullptr); }
 
 Answer HttpsProbe::Get(const std::string& path, const std::string& user,
                        const std::string& password) {
-    CURL* curl = m_handle->curl;
-    curl_easy_setopt(curl, CURLOPT_HTTPAUTH, CURLAUTH_BASIC);
-    curl_easy_setopt(curl, CURLOPT_USERNAME, user.c_str());
-    curl_easy_setopt(curl, CURLOPT_PASSWORD, password.c_str());
-    Answer answer = Perform(path);
-    curl_easy_setopt(curl, CURLOPT_USERNAME, nullptr);
-    curl_easy_setopt(curl, CURLOPT_PASSWORD, nullptr);
-    return answer;
+    const Login login{user, password};
+    return Follow(path, &login);
 }
 
-Answer HttpsProbe::Perform(const std::string& path) {
-    CURL* curl = m_handle->curl;
-    Answer answer;
-    m_handle->error[0] = '\0';
-    curl_easy_setopt(curl, CURLOPT_URL, (m_baseUrl + path).c_str());
-    curl_easy_setopt(curl, CURLOPT_WRITEDATA, &answer.body);
-    const CURLcode code = curl_easy_perform(curl);
-
-    curl_certinfo* shown = nullptr;
-    curl_easy_getinfo(curl, CURLINFO_CERTINFO, &shown);
-    if (shown != nullptr && shown->num_of_certs > 0) {
-        for (const curl_slist* line = shown->certinfo[0]; line != nullptr; line = line->next) {
-            if (std::strncmp(line->data, "Cert:", 5) == 0) {
-                m_certificate = ReadCertificate(line->data + 5);
-            }
-        }
+// libcurl does not follow by itself: who the next one is has to be known before it is asked.
+Answer HttpsProbe::Follow(const std::string& path, const Login* login) {
+    const auto end = SteadyClock::now() + std::chrono::seconds(m_seconds);
+    std::string url = m_baseUrl + path;
+    for (int redirects = 0; redirects <= kMaxRedirects; ++redirects) {
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(end - SteadyClock::now());
+        Answer answer = Perform(url, login, std::max<long>(left.count(), 1));
+        char* target = nullptr;
+        curl_easy_getinfo(m_connection->handle.Get(), CURLINFO_REDIRECT_URL, &target);
+        if (answer.failedAt != Stage::kDone || target == nullptr) return answer;
+        answer = CheckRedirect(target);
+        if (answer.failedAt != Stage::kDone) return answer;
+        url = target;
     }
+    return Failed(Stage::kService, m_place + " redirects without end (more than " +
+                                       std::to_string(kMaxRedirects) +
+                                       " times). It is no usable Redfish service.");
+}
+
+Answer HttpsProbe::Perform(const std::string& url, const Login* login, long milliseconds) {
+    CURL* easy = m_connection->handle.Renew();
+    m_connection->watch.Attach(easy);
+    m_connection->error[0] = '\0';
+    Arrival arrival;
+    SetTransport(easy, url, m_options.caFile);
+    curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, m_connection->error);
+    curl_easy_setopt(easy, CURLOPT_USERAGENT, "kemffdc/" KEMFFDC_VERSION);
+    curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, milliseconds);
+    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS,
+                     std::min(milliseconds, kConnectSeconds * 1000L));
+    curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, CollectBody);
+    curl_easy_setopt(easy, CURLOPT_WRITEDATA, &arrival);
+    curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, CollectHeader);
+    curl_easy_setopt(easy, CURLOPT_HEADERDATA, &arrival);
+    if (login != nullptr) {
+        curl_easy_setopt(easy, CURLOPT_HTTPAUTH, CURLAUTH_BASIC);
+        curl_easy_setopt(easy, CURLOPT_USERNAME, login->user.c_str());
+        curl_easy_setopt(easy, CURLOPT_PASSWORD, login->password.c_str());
+    }
+    const CURLcode code = curl_easy_perform(easy);
+    NoteCertificate(easy, !m_options.caFile.empty());
     if (code != CURLE_OK) {
         const char* detail =
-            m_handle->error[0] != '\0' ? m_handle->error : curl_easy_strerror(code);
+            m_connection->error[0] != '\0' ? m_connection->error : curl_easy_strerror(code);
+        if (code == CURLE_PEER_FAILED_VERIFICATION) NoteUntrusted();
         return Explain(code, detail);
     }
-    answer.httpCode = m_handle->Info(CURLINFO_RESPONSE_CODE);
+    Answer answer;
+    answer.httpCode = m_connection->Info(CURLINFO_RESPONSE_CODE);
+    answer.body = std::move(arrival.body);
+    answer.lowerCaseNames = arrival.anyName && !arrival.upperCase;
+    answer.wantsCertificate = m_connection->watch.WantsCertificate();
     return answer;
 }
 
-Answer HttpsProbe::Explain(int code, const char* detail) const {
+Answer HttpsProbe::CheckCertificate() {
+    if (m_options.caFile.empty()) return {};
+    CurlHandle handle;  // goes with its connection: none of them stays open on the BMC
+    CURL* easy = handle.Renew();
+    SetTransport(easy, m_baseUrl, m_options.caFile);
+    char error[CURL_ERROR_SIZE] = "";
+    curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, error);
+    curl_easy_setopt(easy, CURLOPT_CONNECT_ONLY, 1L);
+    curl_easy_setopt(easy, CURLOPT_TIMEOUT,
+                     static_cast<long>(std::min(m_seconds, kConnectSeconds)));
+    const CURLcode code = curl_easy_perform(easy);
+    if (code == CURLE_OK) return {};
+    const std::string detail = error[0] != '\0' ? error : curl_easy_strerror(code);
     const std::string why = " (" + Clean(detail) + ").";
-    if (m_handle->Info(CURLINFO_HTTP_CONNECTCODE) >= 400) {
+    if (code == CURLE_PEER_FAILED_VERIFICATION) {
+        return Failed(Stage::kTrust, "The certificate of " + m_place +
+                                         " was in order at the beginning and is not any more" +
+                                         why + " Somebody else may answer there.");
+    }
+    return Failed(Stage::kConnect,
+                  "The certificate of " + m_place + " could not be checked again" + why);
+}
+
+// Refuses who is not to have the password; the library would send it to anybody.
+Answer HttpsProbe::CheckRedirect(const std::string& target) const {
+    const Url from(m_baseUrl);
+    const Url to(target);
+    const std::string scheme = to.Part(CURLUPART_SCHEME);
+    const std::string host = to.Part(CURLUPART_HOST);
+    const std::string named = Clean(scheme + "://" + host + ":" + to.Part(CURLUPART_PORT));
+    if (!to.valid) {
+        return Failed(Stage::kService, m_place + " redirects to \"" + Clean(target, 255) +
+                                           "\", which is no address.");
+    }
+    if (strcasecmp(scheme.c_str(), "https") != 0) {
+        return Failed(Stage::kTrust,
+                      m_place + " redirects to " + named +
+                          ", away from HTTPS: the password could be read on the way. It was not "
+                          "sent. The BMC's service data is fetched over HTTPS alone.");
+    }
+    if (strcasecmp(host.c_str(), from.Part(CURLUPART_HOST).c_str()) == 0) return {};
+    return Failed(Stage::kTrust, m_place + " redirects to another host, " + named +
+                                     ": the password was not sent there. If that is the BMC, give "
+                                     "its name or address as HOST; else check HOST and --port.");
+}
+
+// For the report: who is it? Without any request.
+void HttpsProbe::NoteUntrusted() {
+    CurlHandle handle;
+    CURL* easy = handle.Renew();
+    SetTransport(easy, m_baseUrl, "");
+    curl_easy_setopt(easy, CURLOPT_CONNECT_ONLY, 1L);
+    curl_easy_setopt(easy, CURLOPT_TIMEOUT,
+                     static_cast<long>(std::min(m_seconds, kConnectSeconds)));
+    if (curl_easy_perform(easy) == CURLE_OK) NoteCertificate(easy, false);
+}
+
+void HttpsProbe::NoteCertificate(void* easy, bool verified) {
+    curl_certinfo* shown = nullptr;
+    curl_easy_getinfo(easy, CURLINFO_CERTINFO, &shown);
+    if (shown == nullptr || shown->num_of_certs <= 0) return;
+    for (const curl_slist* line = shown->certinfo[0]; line != nullptr; line = line->next) {
+        if (std::strncmp(line->data, "Cert:", 5) != 0) continue;
+        m_certificate = ReadCertificate(line->data + 5);
+        if (m_certificate) m_certificate->verified = verified;
+    }
+}
+
+// The connection went to a proxy, and the tunnel to the BMC does not stand. A proxy on the BMC's
+// own port is not told from the BMC.
+bool HttpsProbe::IsAtProxy(int code) const {
+    const int port = m_connection->watch.Port();
+    return HasProxyInEnvironment() && port != 0 && port != m_options.port && !IsTlsFailure(code) &&
+           m_connection->Info(CURLINFO_HTTP_CONNECTCODE) == 0 &&
+           !m_connection->Reached(CURLINFO_APPCONNECT_TIME_T);
+}
+
+Answer HttpsProbe::ExplainProxy(int code, const std::string& why) const {
+    const ConnectionWatch& watch = m_connection->watch;
+    const std::string proxy =
+        "The proxy at " + watch.Address() + " port " + std::to_string(watch.Port());
+    const std::string advice = " Check the proxy that the environment names, or use --no-proxy.";
+    const bool connected = m_connection->Info(CURLINFO_LOCAL_PORT) != 0;
+    if (code == CURLE_COULDNT_CONNECT || !connected) {
+        return Failed(Stage::kConnect,
+                      proxy + " cannot be connected to" + why + " The BMC was not asked." + advice);
+    }
+    return Failed(Stage::kConnect, proxy + " makes no connection to " + m_place + why + advice);
+}
+
+Answer HttpsProbe::ExplainTls(int code, const std::string& why) const {
+    const ConnectionWatch& watch = m_connection->watch;
+    if (code == CURLE_PEER_FAILED_VERIFICATION && !m_options.caFile.empty()) {
+        return Failed(Stage::kTrust,
+                      "The certificate of " + m_place + " is not good for the CAs in " +
+                          Clean(m_options.caFile) + why +
+                          " The password was not sent. Check HOST, or give the BMC a certificate "
+                          "of that CA for this very name or address.");
+    }
+    if (code == CURLE_PEER_FAILED_VERIFICATION) {  // the BMC's is not verified
+        return Failed(Stage::kConnect, "The certificate of the proxy cannot be verified" + why +
+                                           " Check the proxy, or use --no-proxy.");
+    }
+    if (watch.IsTooOld()) {
+        return Failed(Stage::kTls,
+                      m_place + " speaks only versions of TLS that this machine refuses" + why +
+                          " TLS 1.1 and older are not safe. A newer firmware may speak TLS 1.2.");
+    }
+    if (watch.WantsCertificate()) {
+        return Failed(Stage::kTls,
+                      m_place + " wants a certificate of this machine (TLS client certificate)" +
+                          why +
+                          " The library has none to show: switch that demand off on the BMC.");
+    }
+    if (watch.HasTlsAlert()) {
+        return Failed(Stage::kTls, m_place + " speaks TLS, but not in a way that both take" + why +
+                                       " Old firmware offers only what this machine refuses.");
+    }
+    return Failed(Stage::kTls, m_place + " does not speak HTTPS" + why +
+                                   " Check that --port is the port of the BMC's web service.");
+}
+
+Answer HttpsProbe::Explain(int code, const std::string& detail) const {
+    const std::string why = " (" + Clean(detail) + ").";
+    const long tunnel = m_connection->Info(CURLINFO_HTTP_CONNECTCODE);
+    if (tunnel == 407) {
+        return Failed(Stage::kConnect, "The proxy wants a login of its own" + why +
+                                           " Correct it in the environment, or use --no-proxy.");
+    }
+    if (tunnel >= 500) {
+        return Failed(Stage::kConnect,
+                      "The proxy does not reach " + m_place + why +
+                          " Check address, --port and whether the BMC's web service is switched "
+                          "on; --no-proxy goes without the proxy.");
+    }
+    if (tunnel >= 400) {
         return Failed(Stage::kConnect, "The proxy refuses to connect to " + m_place + why +
                                            " Check the proxy, or use --no-proxy.");
     }
-    if (IsTlsFailure(code)) {
-        return Failed(Stage::kTls, m_place + " does not speak HTTPS" + why +
-                                       " Check that --port is the port of the BMC's web service.");
-    }
+    if (IsAtProxy(code)) return ExplainProxy(code, why);
+    if (IsTlsFailure(code) || m_connection->watch.HasTlsAlert()) return ExplainTls(code, why);
     switch (code) {
         case CURLE_COULDNT_RESOLVE_PROXY:
             return Failed(Stage::kResolve, "The name of the proxy is not known" + why +
@@ -168,9 +381,10 @@ Answer HttpsProbe::Explain(int code, const char* detail) const {
                     " Check address, --port and whether the BMC's web service is switched on.");
         case CURLE_OPERATION_TIMEDOUT:
             return ExplainTimeout();
-        case CURLE_TOO_MANY_REDIRECTS:
-            return Failed(Stage::kService, m_place + " redirects without end" + why +
-                                               " It is no usable Redfish service.");
+        case CURLE_BAD_FUNCTION_ARGUMENT:  // what libcurl makes of it
+            return Failed(Stage::kService, m_place +
+                                               " answers with a first header line that is none. "
+                                               "It is no usable Redfish service.");
         case CURLE_WRITE_ERROR:
             return Failed(Stage::kService,
                           m_place +
@@ -184,20 +398,21 @@ Answer HttpsProbe::Explain(int code, const char* detail) const {
 
 Answer HttpsProbe::ExplainTimeout() const {
     const std::string bound = " within " + std::to_string(m_seconds) + " s";
-    if (!m_handle->Reached(CURLINFO_NAMELOOKUP_TIME_T)) {
+    const std::string connectBound =
+        " within " + std::to_string(std::min(m_seconds, kConnectSeconds)) + " s";
+    if (!m_connection->Reached(CURLINFO_NAMELOOKUP_TIME_T)) {
         return Failed(Stage::kResolve, "No name server tells the address of " + m_place + bound +
                                            ". Give the address itself.");
     }
-    if (m_handle->Info(CURLINFO_LOCAL_PORT) == 0) {  // the time of the connect comes with TLS's
-        return Failed(Stage::kConnect, m_place + " does not answer" + " within " +
-                                           std::to_string(std::min(m_seconds, kConnectSeconds)) +
-                                           " s. Check address, network and firewall.");
+    // The time of the connect comes with TLS's.
+    if (m_connection->Info(CURLINFO_LOCAL_PORT) == 0) {
+        return Failed(Stage::kConnect, m_place + " does not answer" + connectBound +
+                                           ". Check address, network and firewall.");
     }
-    if (!m_handle->Reached(CURLINFO_APPCONNECT_TIME_T)) {
+    if (!m_connection->Reached(CURLINFO_APPCONNECT_TIME_T)) {
         return Failed(Stage::kTls, m_place + " accepts connections but does not begin HTTPS" +
-                                       " within " +
-                                       std::to_string(std::min(m_seconds, kConnectSeconds)) +
-                                       " s. Check --port; a BMC that hangs needs a reset.");
+                                       connectBound +
+                                       ". Check --port; a BMC that hangs needs a reset.");
     }
     return Failed(Stage::kService, m_place + " speaks HTTPS but does not answer" + bound +
                                        ". A BMC that hangs needs a reset.");

@@ -12,7 +12,15 @@
 namespace Kemffdc {
 
 // How far a request got. The numbers are the codes of the preflight step in the report.
-enum class Stage { kDone = 0, kResolve = 1, kConnect = 2, kTls = 3, kService = 4, kLogin = 5 };
+enum class Stage {
+    kDone = 0,
+    kResolve = 1,
+    kConnect = 2,
+    kTls = 3,
+    kService = 4,
+    kLogin = 5,
+    kTrust = 6,  // the peer answers, and is not to have the password
+};
 
 // An answer, or why there is none.
 struct Answer {
@@ -20,14 +28,17 @@ struct Answer {
     std::string reason;             // what was wrong and what to do, where there is no answer
     long httpCode = 0;
     std::string body;
+    bool lowerCaseNames = false;    // no header's name has an upper-case letter
+    bool wantsCertificate = false;  // the server asked for one of this machine
 };
 
-// GET requests to one BMC over one connection, to find out what is wrong before the library is
-// used, which does not tell. As the library does: redirects are followed (to HTTPS alone), the
-// environment's proxies hold, the BMC's certificate is not verified.
+// GET requests to one BMC, to find out what is wrong before the library is used, which does not
+// tell. As the library does: redirects are followed and the environment's proxies hold. Unlike the
+// library, which sends the password along: redirects stay with HTTPS on the same host, and the
+// BMC's certificate is verified where the options name a CA file.
 class HttpsProbe {
 public:
-    // `seconds`: for one request, connection set-up included. Throws std::bad_alloc.
+    // `seconds`: for one request, connection set-up and redirects included. Throws std::bad_alloc.
     HttpsProbe(const Options& options, int seconds);
     ~HttpsProbe();
 
@@ -37,19 +48,33 @@ public:
     // With HTTP Basic authentication (RFC 7617).
     Answer Get(const std::string& path, const std::string& user, const std::string& password);
 
+    // A TLS handshake on a new connection, and no request: is this still the BMC? Without a CA file
+    // nothing can be told, and nothing is done.
+    Answer CheckCertificate();
+
     // What the server showed in the last handshake.
     const std::optional<Certificate>& ShownCertificate() const { return m_certificate; }
 
 private:
-    struct Handle;
-    Answer Perform(const std::string& path);
-    Answer Explain(int curlCode, const char* detail) const;
-    Answer ExplainTimeout() const;
+    struct Connection;
+    struct Login;
 
+    Answer Follow(const std::string& path, const Login* login);
+    Answer Perform(const std::string& url, const Login* login, long milliseconds);
+    Answer CheckRedirect(const std::string& target) const;
+    void NoteUntrusted();
+    void NoteCertificate(void* easy, bool verified);
+    Answer Explain(int curlCode, const std::string& detail) const;
+    Answer ExplainTimeout() const;
+    Answer ExplainTls(int curlCode, const std::string& why) const;
+    Answer ExplainProxy(int curlCode, const std::string& why) const;
+    bool IsAtProxy(int curlCode) const;
+
+    const Options& m_options;
     const std::string m_place;  // "192.0.2.10 port 443"
     const std::string m_baseUrl;
     const int m_seconds;
-    std::unique_ptr<Handle> m_handle;
+    std::unique_ptr<Connection> m_connection;
     std::optional<Certificate> m_certificate;
 };
 

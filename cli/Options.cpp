@@ -57,6 +57,7 @@ constexpr char kFooter[] =
     "  7    download failed\n"
     "  8    local file trouble\n"
     "  9    some files are missing, the others were obtained (ipmi, kcs)\n"
+    "  10   check: the BMC was reached, but collect would get nothing from it\n"
     "  130  interrupted\n"
     "\n"
     "By ipmi and kcs, files may have come with 4, 5, 6 and 8 too: old or unfinished ones, perhaps.\n"

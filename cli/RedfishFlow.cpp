@@ -6,6 +6,7 @@
 #include <chrono>
 #include <exception>
 #include <memory>
+#include <new>
 
 #include "Clock.h"
 #include "Context.h"
@@ -57,11 +58,25 @@ public:
     Outcome Reach() {
         bool starting = false;
         Outcome outcome = Look(starting);
+        if (outcome.Ok()) outcome = CheckCertificate();
         if (outcome.Ok()) outcome = Start();
         // While the BMC was starting, nobody has looked at the credentials.
         if (outcome.Ok() && starting) outcome = Look(starting);
+        if (outcome.Ok()) outcome = CheckCertificate();
         if (outcome.Ok()) outcome = Connect();
         return outcome;
+    }
+
+    // Why nothing can be exported by this BMC, where that is sure.
+    const std::string& Limit() const { return m_limit; }
+
+    // The library verifies no certificate before it sends the password: the tool looks right before
+    // each of its steps.
+    Outcome CheckCertificate() {
+        const Answer answer = HttpsProbe(m_run.options, RequestSeconds()).CheckCertificate();
+        if (answer.failedAt == Stage::kDone) return {};
+        m_run.Begin("certificate");
+        return m_run.End(static_cast<int>(answer.failedAt), Failure(kNotConnected, answer.reason));
     }
 
     Outcome Export() {
@@ -71,6 +86,8 @@ public:
         std::string thrown;
         try {
             code = m_ffdc->Apply();
+        } catch (const std::bad_alloc&) {
+            throw;
         } catch (const std::exception& failure) {
             thrown = failure.what();
             if (thrown.empty()) thrown = "no reason given";
@@ -96,17 +113,23 @@ public:
             const DownloadWatch watch(m_run);
             code = m_ffdc->DownloadFFDC(path, m_run.folder.WorkPath(name));
         }
-        const Outcome outcome = m_run.End(code, JudgeDownload(code, m_listener.Take()));
+        const Outcome outcome =
+            m_run.End(code, JudgeDownload(code, m_listener.Take(), m_lowerCaseNames));
         return outcome.Ok() ? Store(name) : outcome;
     }
 
 private:
+    static int RequestSeconds() {
+        const int configured = GetGlobalConfigValue("REST_ACTION_TIMEOUT", 0);
+        return configured > 0 ? configured : kPreflightSeconds;
+    }
+
     Outcome Look(bool& starting) {
         m_run.Begin("preflight");
-        const int configured = GetGlobalConfigValue("REST_ACTION_TIMEOUT", 0);
-        const Preflight found = ProbeRedfish(m_run.options, m_run.password,
-                                             configured > 0 ? configured : kPreflightSeconds);
+        const Preflight found = ProbeRedfish(m_run.options, m_run.password, RequestSeconds());
         m_run.report.SetFacts(found.facts);
+        m_limit = found.limit;
+        m_lowerCaseNames = found.lowerCaseNames;
         starting = found.state == Preflight::State::kStarting;
         if (starting) m_run.progress.State("BMC is starting (503)");
         const bool failed = found.state == Preflight::State::kFailed;
@@ -154,6 +177,8 @@ private:
     Context& m_run;
     RedfishListener m_listener;
     std::unique_ptr<Varnex::KEMFfdc> m_ffdc;
+    std::string m_limit;
+    bool m_lowerCaseNames = false;
 };
 
 }  // namespace
@@ -162,10 +187,13 @@ Outcome CollectByRedfish(Context& run) {
     RedfishRun redfish(run);
     Outcome outcome = redfish.Reach();
     if (!outcome.Ok()) return outcome;
-    outcome = redfish.Export();
+    outcome = redfish.CheckCertificate();
+    if (outcome.Ok()) outcome = redfish.Export();
+    if (outcome.Ok()) outcome = redfish.CheckCertificate();
     if (!outcome.Ok()) return outcome;
     std::string path;
     outcome = redfish.Wait(path);
+    if (outcome.Ok()) outcome = redfish.CheckCertificate();
     if (!outcome.Ok()) return outcome;
 
     if (run.options.exportUri.empty()) return redfish.Download(path);
@@ -175,6 +203,11 @@ Outcome CollectByRedfish(Context& run) {
     return {};
 }
 
-Outcome CheckByRedfish(Context& run) { return RedfishRun(run).Reach(); }
+Outcome CheckByRedfish(Context& run) {
+    RedfishRun redfish(run);
+    const Outcome outcome = redfish.Reach();
+    const bool limited = outcome.Ok() && !redfish.Limit().empty();
+    return limited ? Failure(kLimited, redfish.Limit()) : outcome;
+}
 
 }  // namespace Kemffdc

@@ -37,9 +37,16 @@ private:
     // The service root is readable by anybody (DMTF DSP0266); some services ask all the same.
     bool ReadRoot() {
         Answer answer = m_https.Get(kServiceRoot);
-        if (IsRefused(answer)) answer = GetAsUser(kServiceRoot);
+        if (IsRefused(answer) || answer.httpCode == 400) answer = GetAsUser(kServiceRoot);
         if (!HasAnswer(answer)) return false;
         if (IsRefused(answer)) return Refused(answer);
+        NoteNames(answer);
+        if (answer.httpCode == 400 && answer.wantsCertificate) {
+            return Fail(Stage::kTls,
+                        m_place + " wants a certificate of this machine (TLS client certificate)" +
+                            Http(answer) +
+                            " The library has none to show: switch that demand off on the BMC.");
+        }
         if (answer.httpCode < 200 || answer.httpCode > 299) {
             return Fail(Stage::kService, "There is no Redfish service at " + m_place +
                                              Http(answer) +
@@ -66,8 +73,8 @@ private:
         if (!HasAnswer(answer)) return false;
         if (IsRefused(answer)) return Refused(answer);
         if (answer.httpCode == 404) {
-            m_result.facts.notes.emplace_back(
-                "The BMC has no /redfish/v1/Managers/1; it will refuse the export.");
+            m_result.limit = "The BMC has no /redfish/v1/Managers/1; it will refuse the export.";
+            m_result.facts.notes.push_back(m_result.limit);
         } else if (answer.httpCode < 200 || answer.httpCode > 299) {
             return Fail(Stage::kLogin, "The Redfish service at " + m_place +
                                            " fails on an ordinary request" + Http(answer) +
@@ -78,6 +85,15 @@ private:
         }
         m_result.state = Preflight::State::kReady;
         return true;
+    }
+
+    // The library looks for X-Auth-Token as it is written here.
+    void NoteNames(const Answer& answer) {
+        m_result.lowerCaseNames = answer.lowerCaseNames;
+        if (!answer.lowerCaseNames) return;
+        m_result.facts.notes.emplace_back(
+            "Header names come in lower case: something between here and the BMC changes them. The "
+            "archive cannot be downloaded so; go round it, or use --export-uri.");
     }
 
     Answer GetAsUser(const char* path) {

@@ -22,6 +22,8 @@ struct Preflight {
     Stage stage = Stage::kDone;  // where it failed
     std::string reason;          // what was wrong and what to do; kFailed alone
     BmcFacts facts;
+    std::string limit;            // why nothing can be exported by it, where that is sure
+    bool lowerCaseNames = false;  // of headers; the library finds no session token among such
 };
 
 // Resolves, connects, agrees on TLS, reads the service root, and reads the manager with the

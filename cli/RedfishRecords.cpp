@@ -46,7 +46,7 @@ constexpr Row kRows[] = {
      Sign::kTaskWithoutState},
     {{1, kChannel, "The task \"", "\" encounters exception or other unexpected error. "},
      Sign::kTaskBroken},
-    {{1, kChannel, "Waiting for the FFDC task was ended by an exception: ", ""}, Sign::kTaskBroken},
+    {{1, kChannel, "Waiting for the FFDC task was ended by an exception: ", ""}, Sign::kWaitThrew},
     {{1, kChannel, "Connection error occurred while trying to GET the state of the task: \"",
       "\" from KTC via Redfish. "},
      Sign::kConnectionLost},
@@ -111,7 +111,11 @@ void RedfishListener::Receive(const Varnex::LogRecord& record) {
     try {
         std::optional<Finding> finding = FindRedfishSign(record);
         if (!finding) return;
-        if (finding->sign == Sign::kStarting) m_progress.State("BMC is starting (503)");
+        if (finding->sign == Sign::kProbed)
+            m_started = finding->curlCode == 0 && finding->httpCode != 503;
+        if (finding->sign == Sign::kStarting) {
+            m_progress.State(m_started ? "BMC is busy (503)" : "BMC is starting (503)");
+        }
         const char* task = TaskStateText(finding->sign);
         if (task != nullptr) m_progress.State(std::string("task ") + task);
         Keep(std::move(*finding));

@@ -32,6 +32,7 @@ enum class Sign {
     kTaskIsError,     // it is an error answer
     kTaskWithoutState,
     kTaskBroken,      // ends the wait; why, told the sign before, if it was not an unknown state
+    kWaitThrew,       // ends the wait; text: the exception's
     kConnectionLost,  // the third failed question; ends the wait
     kNoArchivePath,
     kNoToken,
@@ -68,6 +69,7 @@ private:
     void Keep(Finding finding);
 
     Progress& m_progress;
+    bool m_started = false;  // it has answered something else than 503
     std::mutex m_lock;
     std::vector<Finding> m_findings;
 };

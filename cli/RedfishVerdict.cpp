@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <optional>
 
 #include "BmcJson.h"
 #include "RecordTable.h"
@@ -38,6 +39,35 @@ std::string Words(const Finding& answer) {
 Outcome WrongCredentials(const std::string& words) {
     return Failure(kNotConnected, "The BMC does not accept the credentials (" + words +
                                       "). Check --user and the password.");
+}
+
+// A failed exchange that says nothing about the connection or the BMC's state. `what` it was about,
+// and how a run ends that got such an answer.
+std::optional<Outcome> OtherTrouble(const Finding& answer, const std::string& what, ExitCode code) {
+    switch (answer.curlCode) {
+        case CURLE_WRITE_ERROR:
+            return Failure(code, "The BMC's answer to " + what + " is too large to be taken (" +
+                                     Clean(answer.text) + "). It is no usable Redfish service.");
+        case CURLE_UNSUPPORTED_PROTOCOL:
+            return Failure(code, "The BMC answers " + what +
+                                     " with a redirect away from HTTPS, which is not followed.");
+        case CURLE_TOO_MANY_REDIRECTS:
+            return Failure(code, "The BMC answers " + what + " with redirects without end.");
+        case CURLE_BAD_FUNCTION_ARGUMENT:  // what libcurl makes of it
+            return Failure(code, "The BMC's answer to " + what +
+                                     " begins with a header line that is none. It is no usable "
+                                     "Redfish service.");
+        case CURLE_FAILED_INIT:
+        case CURLE_OUT_OF_MEMORY:
+            return Failure(kLocalFile, "This machine has no memory left for " + what + " (" +
+                                           Words(answer) + ").");
+        default:
+            return std::nullopt;
+    }
+}
+
+bool IsNoSuchOperation(int httpCode) {
+    return httpCode == 404 || httpCode == 405 || httpCode == 501;
 }
 
 // Bytes that may stand in one segment of a path (RFC 3986) unencoded: the library puts the Id into
@@ -88,11 +118,24 @@ Outcome TaskFailure(const std::vector<Finding>& findings) {
     return Failure(kTaskFailed, "The task is in a state that is not known; it counts as failed.");
 }
 
+Outcome BrokenWait(const std::string& text) {
+    if (text.find("bad_alloc") != std::string::npos) {
+        return Failure(kLocalFile,
+                       "This machine ran out of memory while it followed the task. The BMC may go "
+                       "on gathering.");
+    }
+    return Failure(kTaskFailed, "The task could not be followed to its end (" + Clean(text) +
+                                    "). The BMC may go on gathering.");
+}
+
 Outcome LostTask(const Finding* failed) {
     if (failed == nullptr) {
         return Failure(kTaskFailed, "The task could not be followed: its outcome is not known.");
     }
     const Finding& last = *failed;
+    if (const auto other = OtherTrouble(last, "the question for the task", kTaskFailed)) {
+        return *other;
+    }
     if (last.curlCode != 0) {
         return Failure(kNotConnected, "The connection to the BMC was lost while it gathered (" +
                                           Words(last) + "). It may go on gathering.");
@@ -122,6 +165,9 @@ Outcome TransferFailure(const std::string& text) {
 Outcome JudgeStart(const std::vector<Finding>& findings, std::chrono::seconds waited) {
     const Finding* failed = Last(findings, Sign::kVersionFailed);
     if (failed == nullptr) return {};
+    if (const auto other = OtherTrouble(*failed, "the question for its version", kNotConnected)) {
+        return *other;
+    }
     if (failed->curlCode == 0 && failed->httpCode == 503) {
         return Failure(kNotConnected,
                        "The BMC is still starting (503) after " + std::to_string(waited.count()) +
@@ -138,6 +184,9 @@ Outcome JudgeConnect(int code, const std::vector<Finding>& findings) {
     const Finding* probed = Last(findings, Sign::kProbed);
     if (probed == nullptr) {
         return Failure(kNotConnected, "The library has no connection to the BMC.");
+    }
+    if (const auto other = OtherTrouble(*probed, "a question for tasks", kNotConnected)) {
+        return *other;
     }
     if (probed->curlCode != 0) {
         return Failure(kNotConnected,
@@ -161,12 +210,23 @@ Outcome JudgeExport(int code, const std::string& thrown, const std::vector<Findi
     if (code != 0) {
         const Finding* answer = Last(findings, Sign::kPostFailed);
         if (answer == nullptr) return Failure(kExportRefused, "The export could not be requested.");
+        if (const auto other = OtherTrouble(*answer, "the export", kExportRefused)) return *other;
         if (answer->curlCode != 0) {
             return Failure(kNotConnected,
                            "The connection to the BMC was lost while the export was requested (" +
                                Words(*answer) + "). It may gather all the same.");
         }
         if (answer->httpCode == 401) return WrongCredentials(Words(*answer));
+        if (answer->httpCode == 503) {
+            return Failure(kExportRefused, "The BMC is busy (" + Words(*answer) +
+                                               "), perhaps with another export. Try again later.");
+        }
+        if (IsNoSuchOperation(answer->httpCode)) {
+            return Failure(kExportRefused,
+                           "This BMC has no such operation as the export of service data (" +
+                               Words(*answer) +
+                               "). It is of another make, or its firmware is too old.");
+        }
         return Failure(kExportRefused, "The BMC refused the export (" + Words(*answer) + ").");
     }
     if (!Has(findings, Sign::kTaskNamed)) {
@@ -188,6 +248,7 @@ Outcome JudgeWait(bool exists, const std::string& path, const std::vector<Findin
                        "The task is completed, but the BMC does not tell where the archive lies.");
     }
     if (exists) return {};
+    if (const Finding* thrown = Last(findings, Sign::kWaitThrew)) return BrokenWait(thrown->text);
     if (Has(findings, Sign::kTaskKilled) || Has(findings, Sign::kTaskBroken)) {
         return TaskFailure(findings);
     }
@@ -202,15 +263,26 @@ Outcome JudgeWait(bool exists, const std::string& path, const std::vector<Findin
                        " s. It goes on; run again with more --tries or a longer --interval.");
 }
 
-Outcome JudgeDownload(int code, const std::vector<Finding>& findings) {
+Outcome JudgeDownload(int code, const std::vector<Finding>& findings, bool lowerCaseNames) {
     if (code == 0) return {};
     if (const Finding* transfer = Last(findings, Sign::kTransferFailed)) {
         return TransferFailure(transfer->text);
     }
     if (const Finding* refused = Last(findings, Sign::kPostFailed)) {
+        if (const auto other =
+                OtherTrouble(*refused, "the login for the download", kDownloadFailed)) {
+            return *other;
+        }
         return Failure(kDownloadFailed,
                        "The archive was gathered, but the BMC opens no session to download it (" +
                            Words(*refused) + ").");
+    }
+    if (Has(findings, Sign::kNoToken) && lowerCaseNames) {
+        return Failure(
+            kDownloadFailed,
+            "The archive was gathered, but there is no X-Auth-Token to download it with: "
+            "something between here and the BMC changes header names to lower case. Go "
+            "round it, or let the BMC send the archive with --export-uri.");
     }
     if (Has(findings, Sign::kNoToken)) {
         return Failure(

@@ -27,7 +27,8 @@ Outcome JudgeExport(int code, const std::string& thrown, const std::vector<Findi
 Outcome JudgeWait(bool exists, const std::string& path, const std::vector<Finding>& findings,
                   const Options& options);
 
-Outcome JudgeDownload(int code, const std::vector<Finding>& findings);
+// `lowerCaseNames`: header names come so from this BMC, or from something before it.
+Outcome JudgeDownload(int code, const std::vector<Finding>& findings, bool lowerCaseNames);
 
 }  // namespace Kemffdc
 

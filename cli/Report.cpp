@@ -23,9 +23,8 @@ constexpr std::size_t kMinSecret = 4;  // masking "a" would make every text unre
 
 // Said by check, and only there: collect would not be the place to learn it.
 constexpr char kTrustNote[] =
-    "The certificate is shown, not verified: requests to a BMC go without verification, and "
-    "VARNEX_CA_FILE holds for the download of the archive alone. Compare the SHA-256 with the "
-    "BMC's own.";
+    "The certificate is shown, not verified. Compare the SHA-256 with the BMC's own, or name your "
+    "CA with --ca-file: then it is checked before any password leaves.";
 
 // Null in JSON for what is not known.
 json::value TextOrNull(const std::string& text) {
@@ -56,7 +55,7 @@ json::value CertificateValue(const std::optional<Certificate>& certificate) {
                         {"not_after", TextOrNull(certificate->notAfter)},
                         {"valid_now", certificate->validNow},
                         {"self_signed", certificate->selfSigned},
-                        {"verified", false}};
+                        {"verified", certificate->verified}};
 }
 
 json::object FactsObject(const BmcFacts& facts) {
@@ -214,8 +213,8 @@ void Report::Write(const Outcome& ending, std::ostream& out, std::ostream& err) 
     }
     if (m_options.json) {
         WriteJson(outcome, out);
-    } else if (outcome.Ok() || !m_delivery.path.empty()) {
-        WriteWords(out);  // what came is said, also where something else did not
+    } else if (outcome.Ok() || outcome.code == kLimited || !m_delivery.path.empty()) {
+        WriteWords(outcome, out);  // what came is said, also where something else did not
     }
     out.flush();
 }
@@ -282,9 +281,9 @@ void Report::WriteJson(const Outcome& outcome, std::ostream& out) const {
     out << json::serialize(object) << "\n";
 }
 
-void Report::WriteWords(std::ostream& out) const {
+void Report::WriteWords(const Outcome& outcome, std::ostream& out) const {
     if (m_options.command == Command::kCheck) {
-        WriteFacts(out);
+        WriteFacts(outcome.Ok() ? ", usable through " : ", reached, but of no use through ", out);
         return;
     }
     Line(out, "Exported to: ", m_delivery.exportUri);
@@ -327,14 +326,14 @@ void Report::WriteFiles(std::ostream& out) const {
     if (m_notTried > 0) out << "  NOT TRIED: " << m_notTried << " more\n";
 }
 
-void Report::WriteFacts(std::ostream& out) const {
+void Report::WriteFacts(const char* state, std::ostream& out) const {
     out << "BMC:             ";
     if (m_options.host.empty()) {
         out << "of this machine, in band";
     } else {
         out << m_options.host << " port " << m_options.port;
     }
-    out << ", usable through " << m_options.via << "\n";
+    out << state << m_options.via << "\n";
     Line(out, "Service version: ", m_facts.serviceVersion);
     Line(out, "Product:         ", m_facts.product);
     Line(out, "Vendor:          ", m_facts.vendor);
@@ -347,7 +346,11 @@ void Report::WriteFacts(std::ostream& out) const {
         Line(out, "  issuer:        ", shown.issuer + (shown.selfSigned ? " (self-signed)" : ""));
         out << "  valid:         " << shown.notBefore << " to " << shown.notAfter
             << (shown.validNow ? "" : " (NOT VALID NOW)") << "\n";
-        out << "Note: " << kTrustNote << "\n";
+        if (shown.verified) {
+            Line(out, "  verified by:   ", Clean(m_options.caFile));
+        } else {
+            out << "Note: " << kTrustNote << "\n";
+        }
     }
     for (const std::string& note : m_facts.notes) out << "Note: " << note << "\n";
 }

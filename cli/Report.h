@@ -25,6 +25,7 @@ struct Certificate {
     std::string notAfter;
     bool validNow = false;  // by this machine's clock
     bool selfSigned = false;
+    bool verified = false;  // against the run's CA file, in the same handshake
 };
 
 // What a BMC says of itself. Empty where it does not say; fit for display.
@@ -118,8 +119,8 @@ private:
     std::string Masked(std::string text) const;
     void CloseStep(int code, const std::string& detail);
     void WriteJson(const Outcome& outcome, std::ostream& out) const;
-    void WriteWords(std::ostream& out) const;
-    void WriteFacts(std::ostream& out) const;
+    void WriteWords(const Outcome& outcome, std::ostream& out) const;
+    void WriteFacts(const char* state, std::ostream& out) const;
     void WriteObjects(std::ostream& out) const;
     void WriteFiles(std::ostream& out) const;
     const char* OutcomeName(ExitCode code) const;

@@ -145,6 +145,17 @@ TEST_F(ListenerTest, KeepsWhatTheLibraryLogsInOrderAndCountsARepetitionOnce) {
               "0:00  gather: task Running\n");
 }
 
+TEST_F(ListenerTest, ABmcThatHasAnsweredBeforeIsBusyAndNotStarting) {
+    m_progress.Step("export");
+    Log(4, kClient, 1).Stream() << "curlCode: 0 | httpCode: 503 | body: a";
+    Log(4, kChannel, 1).Stream() << "curlCode: 0, httpCode: 404, body:\n";
+    Log(4, kClient, 1).Stream() << "curlCode: 0 | httpCode: 503 | body: b";
+
+    EXPECT_EQ(
+        m_out.str(),
+        "0:00  export\n0:00  export: BMC is starting (503)\n0:00  export: BMC is busy (503)\n");
+}
+
 TEST_F(ListenerTest, KeepsTheNewestSixtyFour) {
     for (int i = 0; i < 100; ++i) {
         Log(3, kChannel, 1).Stream() << "The task \"/t\" is newing, please wait... ";

@@ -120,7 +120,7 @@ def test_check_says_what_it_found_and_collects_nothing(bmc):
         "Service version: 1.15.0\n",
         f"Certificate:     SHA-256 {fingerprint}\n",
         "(self-signed)\n",
-        "Note: The certificate is shown, not verified: requests to a BMC go without verification",
+        "Note: The certificate is shown, not verified. Compare the SHA-256 with the BMC's own",
     ):
         assert line in ended.out
     assert re.search(r"Product:         \S.*\n", ended.out)
@@ -138,11 +138,16 @@ def test_check_as_json_holds_the_same(bmc):
     assert account["path"] is None and account["size"] is None
 
 
-def test_check_tells_that_the_manager_is_missing(start_bmc):
+def test_check_of_a_bmc_without_the_manager_ends_as_limited(start_bmc):
     bmc = start_bmc({"redfish": {"answers": {"GET /redfish/v1/Managers/1": [{"status": 404, "repeat": True}]}}})
     ended = tool.run(tool.check(bmc), password=bmc.password)
-    assert ended.code == 0
-    assert "Note: The BMC has no /redfish/v1/Managers/1; it will refuse the export.\n" in ended.out
+    assert ended.code == 10
+    note = "The BMC has no /redfish/v1/Managers/1; it will refuse the export."
+    assert f"kemffdc: {note} [exit code 10]\n" in ended.err
+    assert f"127.0.0.1 port {bmc.port}, reached, but of no use through redfish\n" in ended.out
+    assert f"Note: {note}\n" in ended.out
+    account = tool.run(tool.check(bmc, "--json"), password=bmc.password).json
+    assert (account["outcome"], account["exit_code"], account["reason"]) == ("limited", 10, note)
 
 
 def test_the_certificate_is_told_although_the_password_is_wrong(bmc):

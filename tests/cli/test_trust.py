@@ -1,13 +1,26 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Whom the tool trusts with a password: certificates, CA files, impostors."""
+"""Whom the tool trusts with a password, and what it does with answers that nobody should send."""
+
+import hashlib
 
 import pytest
 
+import odd_servers
 import tool
 
 
 def with_authorization(bmc):
     return [r for r in bmc.requests() if any(name.lower() == "authorization" for name in r["headers"])]
+
+
+def at(port, command="collect", *arguments):
+    """The arguments of a run against a server that is no emulated BMC."""
+    own = ["--interval", "0", "--tries", "3"] if command == "collect" else []
+    return [command, "--via", "redfish", "127.0.0.1", "--port", str(port), "--password-file", "-",
+            *own, *arguments]
+
+
+# --- CA files ---------------------------------------------------------------------------------
 
 
 @pytest.mark.parametrize("how", ["option", "environment"])
@@ -22,3 +35,150 @@ def test_an_unusable_ca_file_ends_the_run_at_once(bmc, tmp_path, how):
         "Correct --ca-file or VARNEX_CA_FILE. [exit code 8]\n")
     assert bmc.requests() == []
     assert not (tmp_path / "out").exists()
+
+
+@pytest.mark.parametrize("how", ["option", "environment"])
+def test_a_certificate_of_the_ca_is_taken_and_said_to_be_verified(bmc, tmp_path, how):
+    file = bmc.ready["redfish"]["certificate"]
+    option = ["--ca-file", file] if how == "option" else []
+    environment = {"VARNEX_CA_FILE": file} if how == "environment" else {}
+    log = tmp_path / "log"
+    ended = tool.run(tool.collect(bmc, tmp_path / "out", "--json", "--log-file", str(log), *option),
+                     password=bmc.password, environment=environment)
+    assert ended.code == 0, ended.err
+    assert ended.json["bmc"]["certificate"]["verified"] is True
+    assert f"is verified against {file}." in log.read_text(encoding="utf-8"), "the download"
+    words = tool.run(tool.check(bmc, *option), password=bmc.password, environment=environment)
+    assert words.code == 0, words.err
+    assert f"  verified by:   {file}\n" in words.out and "not verified" not in words.out
+
+
+@pytest.mark.parametrize("command", ["check", "collect"])
+@pytest.mark.parametrize("how", ["option", "environment"])
+def test_an_impostor_gets_no_password_in_any_request(start_bmc, tmp_path, command, how):
+    bmc, impostor = start_bmc(), start_bmc()
+    file = bmc.ready["redfish"]["certificate"]
+    option = ["--ca-file", file] if how == "option" else []
+    environment = {"VARNEX_CA_FILE": file} if how == "environment" else {}
+    arguments = (tool.check(impostor, "--json", *option) if command == "check"
+                 else tool.collect(impostor, tmp_path / "out", "--json", *option))
+    ended = tool.run(arguments, password=impostor.password, environment=environment)
+    assert ended.code == 3
+    assert impostor.requests() == [], "no request at all, so no password in any"
+    account = ended.json
+    assert account["reason"].startswith(
+        f"The certificate of 127.0.0.1 port {impostor.port} is not good for the CAs in {file} (")
+    assert account["steps"][-1]["name"] == "preflight" and account["steps"][-1]["code"] == 6
+    shown = account["bmc"]["certificate"]
+    assert shown["sha256"].replace(":", "").lower() == impostor.ready["redfish"]["sha256"]
+    assert shown["verified"] is False
+
+
+def test_a_certificate_for_another_address_is_no_good(bmc):
+    relay = odd_servers.Relay(bmc.port, "127.0.0.2")  # not in the certificate
+    arguments = tool.check(bmc, "--ca-file", bmc.ready["redfish"]["certificate"])
+    arguments[3], arguments[5] = "127.0.0.2", str(relay.port)
+    ended = tool.run(arguments, password=bmc.password)
+    assert ended.code == 3
+    assert "is not good for the CAs in" in ended.err and "subject name matches" in ended.err
+    assert bmc.requests() == []
+    arguments = [a for a in arguments if a not in ("--ca-file", bmc.ready["redfish"]["certificate"])]
+    assert tool.run(arguments, password=bmc.password).code == 0, "without a CA file it is not looked at"
+    relay.stop()
+
+
+# The tool looks before each step of the library, which verifies nothing.
+@pytest.mark.parametrize("last", ["ExportFFDCData", "Tasks/8A6CA3D3EC", "Managers/1"])
+def test_an_impostor_that_takes_over_in_between_gets_no_password(start_bmc, tmp_path, last):
+    bmc, impostor = start_bmc({"redfish": {"answers": {f"* *{last}": [{"delay": 0.6}]}}}), start_bmc()
+    relay = odd_servers.Relay(bmc.port)
+    arguments = tool.collect(bmc, tmp_path / "out", "--ca-file", bmc.ready["redfish"]["certificate"])
+    arguments[arguments.index("--port") + 1] = str(relay.port)
+    running = tool.Running(arguments, password=bmc.password)
+    bmc.wait_for(last)
+    relay.target = impostor.port  # for connections from now on; the open one gets its answer
+    ended = running.end()
+    relay.stop()
+    assert with_authorization(impostor) == []
+    assert impostor.requests() == []
+    assert ended.code == 3, ended.err
+    assert (f"The certificate of 127.0.0.1 port {relay.port} was in order at the beginning and is "
+            "not any more (") in ended.err
+
+
+# --- redirects --------------------------------------------------------------------------------
+
+
+def redirecting(target):
+    return {"redfish": {"answers": {tool.SERVICE_ROOT: [{"redirect": target, "repeat": True}]}}}
+
+
+def test_a_redirect_to_another_host_is_refused_before_the_password_leaves(start_bmc):
+    other = start_bmc(None, "--bind", "127.0.0.2")
+    bmc = start_bmc(redirecting(f"https://127.0.0.2:{other.port}/redfish/v1/"))
+    ended = tool.run(tool.check(bmc), password=bmc.password)
+    assert ended.code == 3
+    assert (f"kemffdc: 127.0.0.1 port {bmc.port} redirects to another host, "
+            f"https://127.0.0.2:{other.port}: the password was not sent there.") in ended.err
+    assert other.requests() == [] and with_authorization(bmc) == []
+
+
+@pytest.mark.parametrize("target", ["http://127.0.0.1:9/redfish/v1/", "ftp://127.0.0.1:9/x"])
+def test_a_redirect_away_from_https_is_refused_before_the_password_leaves(start_bmc, target):
+    bmc = start_bmc(redirecting(target))
+    ended = tool.run(tool.check(bmc), password=bmc.password)
+    assert ended.code == 3
+    named = target.split("/")[0] + "//127.0.0.1:9"
+    assert (f"kemffdc: 127.0.0.1 port {bmc.port} redirects to {named}, away from HTTPS: "
+            "the password could be read on the way.") in ended.err
+    assert with_authorization(bmc) == []
+
+
+def test_a_redirect_on_the_same_host_is_followed(start_bmc, tmp_path):
+    front = start_bmc()
+    bmc = start_bmc({**redirecting(f"https://127.0.0.1:{front.port}/redfish/v1/"), "password": "a secret word"})
+    ended = tool.run(tool.collect(bmc, tmp_path), password=bmc.password)
+    assert ended.code == 0, ended.err
+
+
+def test_a_redirect_of_the_manager_is_looked_at_as_well(start_bmc):
+    other = start_bmc(None, "--bind", "127.0.0.2")
+    bmc = start_bmc({"redfish": {"answers": {"GET /redfish/v1/Managers/1": [
+        {"redirect": f"https://127.0.0.2:{other.port}/redfish/v1/Managers/1", "repeat": True}]}}})
+    ended = tool.run(tool.check(bmc), password=bmc.password)
+    assert ended.code == 3 and "redirects to another host" in ended.err
+    assert other.requests() == []
+
+
+# --- answers whose first header line begins with a blank ------------------------------------------
+
+ODD_PLACES = {
+    "root": lambda method, path: path == "/redfish/v1/",
+    "manager": lambda method, path: path.endswith("/Managers/1"),
+}
+CODE_AT = {"root": 3, "manager": 3, "probe": 3, "export": 4, "task": 5, "session": 7}
+
+
+@pytest.mark.parametrize("place", sorted(ODD_PLACES))
+def test_a_first_header_line_that_begins_with_a_blank_ends_in_words(tmp_path, place):
+    with odd_servers.odd_server(odd_servers.blank_before_the_first_header(ODD_PLACES[place])) as server:
+        ended = tool.run(at(server.port, "collect", "--output", str(tmp_path)), password="a secret word")
+        assert ended.code == CODE_AT[place], ended.err
+        assert "header line" in ended.err and "Sanitizer" not in ended.err
+        assert tool.files_in(tmp_path) == []
+
+
+def test_requests_share_a_connection_all_the_same():
+    with odd_servers.odd_server() as server:
+        ended = tool.run(at(server.port, "check"), password="a secret word")
+        assert ended.code == 0, ended.err
+        assert [path for _, path, _ in server.requests][:2] == ["/redfish/v1/", "/redfish/v1/Managers/1"]
+        assert server.connections == 2, "one of the tool's preflight, one of the library"
+
+
+def test_the_ordinary_odd_server_gives_its_archive(tmp_path):
+    with odd_servers.odd_server() as server:
+        ended = tool.run(at(server.port, "collect", "--output", str(tmp_path), "--json"),
+                         password="a secret word")
+    assert ended.code == 0, ended.err
+    assert ended.json["sha256"] == hashlib.sha256(odd_servers.ARCHIVE).hexdigest()

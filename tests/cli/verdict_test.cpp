@@ -95,6 +95,46 @@ TEST(JudgeExport, RefusalsTellWhatTheBmcSaid) {
                  "named no task");
 }
 
+TEST(JudgeExport, ABusyBmcAndOneWithoutTheOperationAreToldApart) {
+    ExpectEnding(Kemffdc::JudgeExport(2, "", {{Sign::kPostFailed, 0, 503, ""}}), 4,
+                 "The BMC is busy (HTTP 503), perhaps with another export.");
+    for (const int http : {404, 405, 501}) {
+        ExpectEnding(
+            Kemffdc::JudgeExport(2, "", {{Sign::kPostFailed, 0, http, ""}}), 4,
+            "no such operation as the export of service data (HTTP " + std::to_string(http) + ")");
+    }
+}
+
+// Neither the connection nor the BMC's state is at fault, and no step says so.
+TEST(EveryJudge, TellsWhatFailedWhereItWasNotTheConnection) {
+    struct Row {
+        int curlCode;
+        bool local;
+        const char* words;
+    };
+    const Row rows[] = {
+        {23, false, "is too large to be taken (cut at 16 MiB)"},
+        {1, false, "with a redirect away from HTTPS, which is not followed"},
+        {43, false, "begins with a header line that is none"},
+        {47, false, "with redirects without end"},
+        {27, true, "This machine has no memory left for "},
+        {2, true, "This machine has no memory left for "},
+    };
+    for (const Row& row : rows) {
+        const auto failed = [&](Sign sign) {
+            return Findings{{sign, row.curlCode, -1, "cut at 16 MiB"}};
+        };
+        const auto code = [&](int own) { return row.local ? 8 : own; };
+        ExpectEnding(Kemffdc::JudgeStart(failed(Sign::kVersionFailed), 0s), code(3), row.words);
+        ExpectEnding(Kemffdc::JudgeConnect(0, failed(Sign::kProbed)), code(3), row.words);
+        ExpectEnding(Kemffdc::JudgeExport(2, "", failed(Sign::kPostFailed)), code(4), row.words);
+        ExpectEnding(Kemffdc::JudgeWait(false, "", failed(Sign::kPollFailed), Options()), code(5),
+                     row.words);
+        ExpectEnding(Kemffdc::JudgeDownload(2, failed(Sign::kPostFailed), false), code(7),
+                     row.words);
+    }
+}
+
 class JudgeWaitTest : public testing::Test {
 protected:
     Outcome Judge(const Findings& findings) {
@@ -126,6 +166,14 @@ TEST_F(JudgeWaitTest, FailedIsNotTheSameAsNotFinished) {
     ExpectEnding(Judge({running, broken}), 5, "in a state that is not known");
 }
 
+TEST_F(JudgeWaitTest, AnExceptionIsNoStateOfTheTask) {
+    const Finding running{Sign::kTaskRunning, 0, 0, "/t"};
+    ExpectEnding(Judge({running, {Sign::kWaitThrew, 0, 0, "std::bad_alloc"}}), 8,
+                 "This machine ran out of memory while it followed the task.");
+    ExpectEnding(Judge({running, {Sign::kWaitThrew, 0, 0, "odd"}}), 5,
+                 "The task could not be followed to its end (odd).");
+}
+
 TEST_F(JudgeWaitTest, LostTasksAreJudgedByTheLastAnswer) {
     const Finding lost{Sign::kConnectionLost, 0, 0, "/t"};
     ExpectEnding(Judge({{Sign::kPollFailed, 7, 0, ""}, lost}), 3, "connection to the BMC was lost");
@@ -137,19 +185,23 @@ TEST_F(JudgeWaitTest, LostTasksAreJudgedByTheLastAnswer) {
 }
 
 TEST(JudgeDownload, LocalTroubleIsToldFromRemoteTrouble) {
-    EXPECT_TRUE(Kemffdc::JudgeDownload(0, {}).Ok());
-    ExpectEnding(Kemffdc::JudgeDownload(
-                     2, {{Sign::kTransferFailed, 0, 0, "generic:28 No space left on device"}}),
-                 8, "No space left on device (generic:28)");
+    EXPECT_TRUE(Kemffdc::JudgeDownload(0, {}, false).Ok());
     ExpectEnding(
-        Kemffdc::JudgeDownload(2, {{Sign::kTransferFailed, 0, 0, "varnex.transfer:18 cut off"}}), 7,
-        "cut off (varnex.transfer:18)");
-    ExpectEnding(Kemffdc::JudgeDownload(2, {{Sign::kPostFailed, 0, 401, ""}}), 7,
+        Kemffdc::JudgeDownload(
+            2, {{Sign::kTransferFailed, 0, 0, "generic:28 No space left on device"}}, false),
+        8, "No space left on device (generic:28)");
+    ExpectEnding(Kemffdc::JudgeDownload(
+                     2, {{Sign::kTransferFailed, 0, 0, "varnex.transfer:18 cut off"}}, false),
+                 7, "cut off (varnex.transfer:18)");
+    ExpectEnding(Kemffdc::JudgeDownload(2, {{Sign::kPostFailed, 0, 401, ""}}, false), 7,
                  "opens no session to download it (HTTP 401)");
-    ExpectEnding(Kemffdc::JudgeDownload(4, {{Sign::kNoToken, 0, 0, ""}}), 7, "no session token");
-    ExpectEnding(Kemffdc::JudgeDownload(2, {{Sign::kBadUri, 0, 0, "a NUL byte"}}), 7,
+    ExpectEnding(Kemffdc::JudgeDownload(4, {{Sign::kNoToken, 0, 0, ""}}, false), 7,
+                 "no session token");
+    ExpectEnding(Kemffdc::JudgeDownload(4, {{Sign::kNoToken, 0, 0, ""}}, true), 7,
+                 "something between here and the BMC changes header names to lower case");
+    ExpectEnding(Kemffdc::JudgeDownload(2, {{Sign::kBadUri, 0, 0, "a NUL byte"}}, false), 7,
                  "cannot be used (a NUL byte)");
-    ExpectEnding(Kemffdc::JudgeDownload(1, {}), 7, "could not be downloaded");
+    ExpectEnding(Kemffdc::JudgeDownload(1, {}, false), 7, "could not be downloaded");
 }
 
 }  // namespace

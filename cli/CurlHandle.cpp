@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "CurlHandle.h"
+
+#include <new>
+
+namespace Kemffdc {
+namespace {
+
+constexpr unsigned kReusable = 0x080100;  // libcurl 8.1.0
+
+bool IsReusable() { return curl_version_info(CURLVERSION_NOW)->version_num >= kReusable; }
+
+CURL* MakeEasy() {
+    CURL* easy = curl_easy_init();
+    if (easy == nullptr) throw std::bad_alloc();
+    return easy;
+}
+
+CURLSH* MakeShare() {
+    CURLSH* share = curl_share_init();
+    if (share == nullptr) throw std::bad_alloc();
+    curl_share_setopt(share, CURLSHOPT_SHARE, CURL_LOCK_DATA_CONNECT);
+    curl_share_setopt(share, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+    return share;
+}
+
+}  // namespace
+
+CurlHandle::CurlHandle() : m_share(IsReusable() ? nullptr : MakeShare()), m_easy(MakeEasy()) {}
+
+CURL* CurlHandle::Renew() {
+    if (m_share) {
+        m_easy.reset();  // before the next one, so that its connection is free
+        m_easy.reset(MakeEasy());
+        curl_easy_setopt(m_easy.get(), CURLOPT_SHARE, m_share.get());
+    } else {
+        curl_easy_reset(m_easy.get());
+    }
+    return m_easy.get();
+}
+
+}  // namespace Kemffdc
