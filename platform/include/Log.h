@@ -21,6 +21,7 @@ inline namespace varnex_platform {
 //     ends, and the destructor never throws; a record that cannot be written is lost;
 //   - any number of threads may make records at the same time, each its own;
 //   - `sourceFile` need not outlive the record;
+//   - numbers are written as in the classic locale ("1404"), whatever the host's global one is;
 //   - the library masks passwords before it logs, but not everything else that is secret: a
 //     Redfish session token stands in a level-3 record, and bodies of a BMC's answers stand in
 //     records as they came. What is written to a terminal or a file is to be masked there.

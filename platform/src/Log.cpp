@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <locale>
 #include <mutex>
 #include <sstream>
 #include <string>
@@ -193,7 +194,9 @@ struct Log::Impl {
 };
 
 Log::Log(int level, const char* sourceFile, int line)
-    : m_impl(new Impl{level, sourceFile == nullptr ? "" : sourceFile, line, {}}) {}
+    : m_impl(new Impl{level, sourceFile == nullptr ? "" : sourceFile, line, {}}) {
+    m_impl->stream.imbue(std::locale::classic());
+}
 
 Log::~Log() {
     try {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "fakes/FakeLog.h"
 
+#include <locale>
 #include <mutex>
 #include <sstream>
 
@@ -21,6 +22,7 @@ struct Log::Impl {
 
 Log::Log(int level, const char* sourceFile, int line) : m_impl(new Impl{level, sourceFile, {}}) {
     EXPECT_GT(line, 0);
+    m_impl->stream.imbue(std::locale::classic());
 }
 
 Log::~Log() {

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <locale>
 #include <sstream>
 #include <thread>
 
@@ -55,6 +56,24 @@ TEST_F(LogTest, FailuresAndWarningsGoToStandardErrorByDefault) {
         "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}[.][0-9]{3} [0-9]+ ";
     EXPECT_THAT(lines[0], testing::MatchesRegex(time + "error src/some/source:41 text 1"));
     EXPECT_THAT(lines[1], testing::MatchesRegex(time + "warning src/some/source:42 text 2"));
+}
+
+struct Grouping : std::numpunct<char> {
+    char do_decimal_point() const override { return ','; }
+    char do_thousands_sep() const override { return '.'; }
+    std::string do_grouping() const override { return "\3"; }
+};
+
+TEST_F(LogTest, NumbersAreWrittenTheSameWhateverTheHostsLocale) {
+    ShortFormat();
+    const std::locale before =
+        std::locale::global(std::locale(std::locale::classic(), new Grouping));
+    CaptureStderr();
+
+    Log(1, kSource, 1404).Stream() << 1404 << ' ' << 1234567.5;
+
+    std::locale::global(before);
+    EXPECT_EQ("error src/some/source:1404 1404 1.23457e+06\n", GetCapturedStderr());
 }
 
 TEST_F(LogTest, TheEnvironmentSetsTheLevel) {

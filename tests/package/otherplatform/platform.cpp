@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <fstream>
 #include <iostream>
+#include <locale>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -25,7 +26,9 @@ struct Log::Impl {
     std::ostringstream text;
 };
 
-Log::Log(int level, const char* sourceFile, int) : m_impl(new Impl{level, sourceFile, {}}) {}
+Log::Log(int level, const char* sourceFile, int) : m_impl(new Impl{level, sourceFile, {}}) {
+    m_impl->text.imbue(std::locale::classic());
+}
 
 Log::~Log() {
     std::cerr << "other log " << m_impl->level << ' ' << m_impl->sourceFile << ": "
