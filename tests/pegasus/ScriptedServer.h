@@ -37,6 +37,10 @@ public:
     void Trickle(const std::string& bytes, std::chrono::milliseconds pause);
     // Until the client closes: true; after `limit`: false.
     bool ClientCloses(std::chrono::milliseconds limit = std::chrono::seconds(10));
+    // The goodbye of TLS, while the connection stays open.
+    void SayGoodbye() { SSL_shutdown(m_ssl); }
+    // Closing will say no goodbye.
+    void SkipGoodbye() { SSL_set_quiet_shutdown(m_ssl, 1); }
     // Closing sends a reset instead of an end.
     void ResetOnClose();
 

@@ -208,6 +208,30 @@ TEST(PegasusAnswer, CimErrorsInATrailerAreExceptions) {
     }
 }
 
+TEST(PegasusAnswer, AnEmptyBodyWithACimErrorInItsTrailerIsThatError) {
+    const auto outcome = [](const std::string& trailer) {
+        return Outcome([&](const std::string& request) { return Chunked(request, "", trailer); });
+    };
+    EXPECT_EQ("CIMException 3: CIM_ERR_INVALID_NAMESPACE", outcome("CIMStatusCode: 3\r\n"));
+    EXPECT_EQ("CIMException 5: no class",
+              outcome("CIMStatusCode: 5\r\nCIMStatusCodeDescription: no%20class\r\n"));
+    ExpectRefused(outcome("CIMStatusCode: 0\r\n"), "success without a document");
+    ExpectRefused(outcome(""), "nothing at all");
+}
+
+TEST(PegasusAnswer, AMethodsCimErrorComesThroughAnEmptyBodyToo) {
+    ScriptedServer server({Answering(
+        [](const std::string& request) { return Chunked(request, "", "CIMStatusCode: 16\r\n"); })});
+    ConnectedClient client(server);
+    EXPECT_EQ("CIMException 16: CIM_ERR_METHOD_NOT_AVAILABLE", Thrown([&] { client.Invoke(); }));
+}
+
+TEST(PegasusAnswer, LineEndsInAttributesAreBlanks) {
+    EXPECT_EQ("CIMException 1: a b c d\ne",
+              OutcomeOfXml(Replaced(EnumerationXml(""), "<IRETURNVALUE></IRETURNVALUE>",
+                                    "<ERROR CODE=\"1\" DESCRIPTION=\"a\nb\r\nc\td&#10;e\"/>")));
+}
+
 TEST(PegasusAnswer, AStatusCodeInAnOrdinaryHeaderCountsToo) {
     EXPECT_EQ("CIMException 6: gone", Outcome([](const std::string& request) {
                   return WithLength(request, EnumerationXml(""),
@@ -305,6 +329,10 @@ TEST(PegasusAnswer, DocumentsThatAreOnlyUnusualAreTaken) {
         Replaced(good, "NAME=\"EnumerateInstances\"", "NAME='EnumerateInstances'"),
         "\xEF\xBB\xBF" + good,
         good + "text behind the root",
+        good + '\0',
+        good + std::string(3, '\0') + "<rest of a buffer",
+        Replaced(good, "NAME=\"EnumerateInstances\"", "NAME=\"ENUMERATEinstances\""),
+        "\r\n \t" + good,
     };
     for (const std::string& xml : rows) EXPECT_EQ("1 instances", OutcomeOfXml(xml)) << xml;
 }
@@ -342,6 +370,10 @@ TEST(PegasusAnswer, ValuesAreReadByTheirType) {
         {"char16", "<VALUE>&#32;</VALUE>", "char16  "},
         {"datetime", "<VALUE>00000001020304.000005:000</VALUE>",
          "datetime 00000001020304.000005:000"},
+        {"datetime", "<VALUE></VALUE>", "datetime 00000000000000.000000:000"},
+        {"sint32", "<VALUE>-0</VALUE>", "sint32 0"},
+        {"uint32", "<VALUE>0</VALUE>", "uint32 0"},
+        {"uint32", "<VALUE>0x00F</VALUE>", "uint32 15"},
         {"string", "<VALUE></VALUE>", "string "},
         {"string", "<VALUE/>", "string "},
         {"string", "<VALUE>   </VALUE>", "string "},
@@ -367,6 +399,12 @@ TEST(PegasusAnswer, ValuesThatAreNoneOfTheirTypeAreRefused) {
         {"uint64", "<VALUE>18446744073709551616</VALUE>"},
         {"uint32", "<VALUE></VALUE>"},
         {"uint32", "<VALUE>1 2</VALUE>"},
+        {"uint32", "<VALUE>00</VALUE>"},
+        {"uint32", "<VALUE>-0</VALUE>"},
+        {"uint32", "<VALUE>+0</VALUE>"},
+        {"uint32", "<VALUE>+5</VALUE>"},
+        {"uint32", "<VALUE>007</VALUE>"},
+        {"sint32", "<VALUE>-07</VALUE>"},
         {"uint32", "<VALUE>0x</VALUE>"},
         {"uint32", "<VALUE>--1</VALUE>"},
         {"uint32", "<VALUE>1.0</VALUE>"},
@@ -475,6 +513,9 @@ TEST(PegasusAnswer, AMethodReturnsWhatItsAnswerHolds) {
         {"<RETURNVALUE PARAMTYPE=\"uint32\"><VALUE>0</VALUE></RETURNVALUE>", "uint32 0"},
         {"<RETURNVALUE PARAMTYPE=\"uint16\"><VALUE>0</VALUE></RETURNVALUE>", "uint16 0"},
         {"<RETURNVALUE><VALUE>0</VALUE></RETURNVALUE>", "string 0"},
+        {"<PARAMVALUE NAME=\"Job\"/><RETURNVALUE PARAMTYPE=\"uint32\"><VALUE>6</VALUE></RETURNVALUE>"
+         "<PARAMVALUE NAME=\"After\"/>",
+         "uint32 6"},
         {"", "boolean (null)"},
         {"<RETURNVALUE><VALUE.REFERENCE><CLASSNAME NAME=\"ZOR_Y\"/></VALUE.REFERENCE></RETURNVALUE>",
          "reference ZOR_Y"},

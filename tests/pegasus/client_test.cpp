@@ -9,6 +9,8 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
+#include <cstring>
 #include <thread>
 
 #include "support.h"
@@ -166,6 +168,59 @@ TEST(PegasusDisconnect, RequestsThenThrowAndConnectingAgainWorks) {
     EXPECT_EQ(kNotConnected, Thrown([&] { client.Invoke(); }));
     client->connect("127.0.0.1", server.Port(), "", "");
     EXPECT_EQ("", Thrown([&] { client.Enumerate(); }));
+}
+
+TEST(PegasusDisconnect, ThePeerConnectedNextGetsNoCredentialsUnasked) {
+    std::string first;
+    const auto challenge = [](Peer& peer) {
+        peer.Request();
+        peer.Send(std::string(kChallenge) + "\r\n");
+        AnswerOnce(peer);
+        peer.ClientCloses();
+    };
+    ScriptedServer one({challenge});
+    ScriptedServer another({[&](Peer& peer) {
+        first = peer.Request();
+        peer.Send(WithLength(first, EnumerationXml("")));
+    }});
+    ConnectedClient client(one);
+    client.Enumerate();
+    client->disconnect();
+    client->connect("127.0.0.1", another.Port(), "user", "password");
+    client.Enumerate();
+    EXPECT_THAT(first, Not(HasSubstr("Authorization")));
+}
+
+// Those that a program started now would inherit.
+std::vector<std::string> InheritedDescriptors() {
+    std::vector<std::string> names;
+    FILE* child = ::popen("exec ls -l /proc/self/fd", "re");
+    char line[4096];
+    while (child != nullptr && std::fgets(line, sizeof line, child) != nullptr) {
+        const char* target = std::strstr(line, "-> ");
+        if (target == nullptr) continue;
+        if (std::strstr(target, "socket:") != nullptr || std::strstr(target, "anon_inode:")) {
+            names.emplace_back(target);
+        }
+    }
+    if (child != nullptr) ::pclose(child);
+    return names;
+}
+
+TEST(PegasusConnect, AChildOfTheProcessInheritsNoneOfItsDescriptors) {
+    const auto context = SelfSigned("some.example");
+    ScriptedServer plain({AnsweringXml(EnumerationXml(""))});
+    ScriptedServer secured({[&](Peer& peer) {
+        if (peer.StartTls(context.get())) AnsweringXml(EnumerationXml(""))(peer);
+    }});
+    const auto before = InheritedDescriptors();
+    ConnectedClient client(plain);
+    CIMClient tls;
+    tls.connect("127.0.0.1", secured.Port(), SSLContext("", nullptr), "", "");
+    EXPECT_EQ(before, InheritedDescriptors());
+    client.Enumerate();
+    tls.enumerateInstances("root/cimv2", "ZOR_X");
+    EXPECT_EQ(before, InheritedDescriptors());
 }
 
 TEST(PegasusRequest, WithoutAConnectionItThrows) {

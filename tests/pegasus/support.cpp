@@ -84,11 +84,12 @@ std::string Chunked(const std::string& request, const std::string& xml,
                     const std::string& trailer) {
     const std::string body = Replaced(xml, "@ID@", MessageId(request));
     char size[24];
-    std::snprintf(size, sizeof size, "%zx", body.size());
+    std::snprintf(size, sizeof size, "%zx\r\n", body.size());
+    const std::string chunk = body.empty() ? "" : size + body + "\r\n";
     return "HTTP/1.1 200 OK\r\nContent-Type: application/xml; charset=utf-8\r\n"
            "transfer-encoding: chunked\r\nCIMOperation: MethodResponse\r\n"
            "Trailer: CIMStatusCode, CIMStatusCodeDescription, Content-Language\r\n\r\n" +
-           std::string(size) + "\r\n" + body + "\r\n0\r\n" + trailer + "\r\n";
+           chunk + "0\r\n" + trailer + "\r\n";
 }
 
 ScriptedServer::Scene Answering(std::function<std::string(const std::string&)> answer) {

@@ -174,4 +174,53 @@ TEST(PegasusTls, AnIdleConnectionThatTheServerClosedIsRenewed) {
     EXPECT_EQ(2U, server.Connections());
 }
 
+// A good answer whose end is the end of the connection.
+std::string EndedByClosing(const std::string& request) {
+    std::string answer = WithLength(request, EnumerationXml(kOneInstance));
+    const std::size_t at = answer.find("content-length");
+    return answer.erase(at, answer.find("\r\n", at) + 2 - at);
+}
+
+TEST(PegasusTls, APeerThatJustClosesHasEndedItsBody) {
+    const auto context = SelfSigned("some.example");
+    ScriptedServer server({Secured(context, [](Peer& peer) {
+        peer.Send(EndedByClosing(peer.Request()));
+        peer.SkipGoodbye();
+    })});
+    CIMClient client;
+    Connect(client, server);
+    EXPECT_EQ(1U, client.enumerateInstances("root/cimv2", "ZOR_X").size());
+}
+
+TEST(PegasusTls, APeerThatJustClosesHasCutABodyOfKnownLength) {
+    const auto context = SelfSigned("some.example");
+    for (const bool goodbye : {true, false}) {
+        ScriptedServer server({Secured(context, [&](Peer& peer) {
+            const std::string answer = WithLength(peer.Request(), EnumerationXml(kOneInstance));
+            peer.Send(answer.substr(0, answer.size() - 1));
+            if (!goodbye) peer.SkipGoodbye();
+        })});
+        CIMClient client;
+        Connect(client, server);
+        EXPECT_EQ("CIMClientMalformedHTTPException: Connection closed by CIM Server.",
+                  Thrown([&] { client.enumerateInstances("root/cimv2", "ZOR_X"); }));
+    }
+}
+
+TEST(PegasusTls, AfterABodyThatEndedWithTlsTheConnectionIsRenewedThoughItIsOpen) {
+    const auto context = SelfSigned("some.example");
+    ScriptedServer server({Secured(context,
+                                   [](Peer& peer) {
+                                       peer.Send(EndedByClosing(peer.Request()));
+                                       peer.SayGoodbye();
+                                       peer.ClientCloses();
+                                   }),
+                           Secured(context, AnsweringXml(EnumerationXml(kOneInstance)))});
+    CIMClient client;
+    Connect(client, server);
+    EXPECT_EQ(1U, client.enumerateInstances("root/cimv2", "ZOR_X").size());
+    EXPECT_EQ(1U, client.enumerateInstances("root/cimv2", "ZOR_X").size());
+    EXPECT_EQ(2U, server.Connections());
+}
+
 }  // namespace

@@ -148,7 +148,7 @@ void RequireCimAnswer(const HttpAnswer& answer) {
 }
 
 // A server that was told that trailers are welcome reports CIM errors there and nowhere else: the
-// document then looks like an empty success.
+// document then looks like an empty success, or there is none.
 void ThrowIfFailed(const HttpAnswer& answer) {
     const std::string* code = FindField(answer, "CIMStatusCode");
     if (code == nullptr) return;
@@ -286,6 +286,7 @@ Array<CIMInstance> CIMClient::enumerateInstances(const CIMNamespaceName& nameSpa
                                     Internal::WriteEnumerateInstances(
                                         id, {nameSpace, className, deepInheritance, localOnly,
                                              includeQualifiers, includeClassOrigin, propertyList}));
+    if (answer.body.empty()) ThrowIfFailed(answer);
     Internal::EnumerateInstancesAnswer read = Internal::ReadEnumerateInstances(answer.body, id);
     ThrowIfFailed(answer);
     ThrowIfFailed(read.error);
@@ -303,6 +304,7 @@ CIMValue CIMClient::invokeMethod(const CIMNamespaceName& nameSpace,
     HttpAnswer answer = m_impl->Ask(
         ToUtf8(methodName.getString()), ToUtf8(target.toString()),
         Internal::WriteInvokeMethod(id, nameSpace, instanceName, methodName, inParameters));
+    if (answer.body.empty()) ThrowIfFailed(answer);
     Internal::InvokeMethodAnswer read = Internal::ReadInvokeMethod(answer.body, id);
     ThrowIfFailed(answer);
     ThrowIfFailed(read.error);

@@ -3,10 +3,8 @@
 #include <Pegasus/Common/CIMInstance.h>
 
 #include <algorithm>
-#include <vector>
 
-#include "NameIndex.h"
-#include "Text.h"
+#include "NamedList.h"
 
 namespace Pegasus {
 
@@ -18,26 +16,11 @@ Rep& Initialized(const std::shared_ptr<Rep>& rep) {
     return *rep;
 }
 
-template <class T>
-const T& At(const std::vector<T>& items, Uint32 index) {
-    if (index >= items.size()) throw IndexOutOfBoundsException();
-    return items[index];
-}
+using Qualifiers = Internal::NamedList<CIMQualifier>;
 
-Uint32 Find(const std::vector<CIMQualifier>& qualifiers, const CIMName& name) {
-    const auto found =
-        std::find_if(qualifiers.begin(), qualifiers.end(),
-                     [&](const CIMQualifier& qualifier) { return qualifier.getName() == name; });
-    return found == qualifiers.end() ? PEG_NOT_FOUND
-                                     : static_cast<Uint32>(found - qualifiers.begin());
-}
-
-void Add(std::vector<CIMQualifier>& qualifiers, const CIMQualifier& qualifier) {
-    const CIMName& name = qualifier.getName();
-    if (Find(qualifiers, name) != PEG_NOT_FOUND) {
-        throw AlreadyExistsException("qualifier \"" + name.getString() + "\"");
-    }
-    qualifiers.push_back(qualifier);
+void Add(Qualifiers& qualifiers, const CIMQualifier& qualifier) {
+    if (qualifiers.Add(qualifier)) return;
+    throw AlreadyExistsException("qualifier \"" + qualifier.getName().getString() + "\"");
 }
 
 bool SameQualifier(const CIMQualifier& a, const CIMQualifier& b) {
@@ -85,7 +68,7 @@ struct CIMProperty::Rep {
         CIMName referenceClassName;
         CIMName classOrigin;
         Boolean propagated = false;
-        std::vector<CIMQualifier> qualifiers;
+        Qualifiers qualifiers;
     };
     std::unique_ptr<Rare> rare;
 
@@ -131,20 +114,18 @@ CIMProperty& CIMProperty::addQualifier(const CIMQualifier& qualifier) {
 }
 
 Uint32 CIMProperty::findQualifier(const CIMName& name) const {
-    return Find(Held().Details().qualifiers, name);
+    return Held().Details().qualifiers.Find(name);
 }
 
 CIMQualifier CIMProperty::getQualifier(Uint32 index) {
-    return At(Held().Details().qualifiers, index);
+    return Held().Details().qualifiers.At(index);
 }
 
 CIMConstQualifier CIMProperty::getQualifier(Uint32 index) const {
-    return At(Held().Details().qualifiers, index);
+    return Held().Details().qualifiers.At(index);
 }
 
-Uint32 CIMProperty::getQualifierCount() const {
-    return static_cast<Uint32>(Held().Details().qualifiers.size());
-}
+Uint32 CIMProperty::getQualifierCount() const { return Held().Details().qualifiers.Size(); }
 
 CIMProperty CIMProperty::clone() const {
     CIMProperty copy(getName(), getValue(), getArraySize(), getReferenceClassName(),
@@ -158,18 +139,12 @@ CIMProperty CIMProperty::clone() const {
 
 struct CIMInstance::Rep {
     CIMObjectPath path;  // its class name is the instance's
-    std::vector<CIMQualifier> qualifiers;
-    std::vector<CIMProperty> properties;
-    Internal::NameIndex index;
-
-    auto NameAt() const {
-        return [this](Uint32 i) -> const CIMName& { return properties[i].getName(); };
-    }
-    Uint32 Find(const CIMName& name) const { return index.Find(name, NameAt()); }
+    Qualifiers qualifiers;
+    Internal::NamedList<CIMProperty> properties;
 };
 
 CIMInstance::CIMInstance(const CIMName& className)
-    : m_rep(std::make_shared<Rep>(Rep{{String(), CIMNamespaceName(), className}, {}, {}, {}})) {
+    : m_rep(std::make_shared<Rep>(Rep{{String(), CIMNamespaceName(), className}, {}, {}})) {
     if (className.isNull()) throw UninitializedObjectException();
 }
 
@@ -184,46 +159,33 @@ CIMInstance& CIMInstance::addQualifier(const CIMQualifier& qualifier) {
 }
 
 Uint32 CIMInstance::findQualifier(const CIMName& name) const {
-    return Find(Held().qualifiers, name);
+    return Held().qualifiers.Find(name);
 }
 
 CIMConstQualifier CIMInstance::getQualifier(Uint32 index) const {
-    return At(Held().qualifiers, index);
+    return Held().qualifiers.At(index);
 }
 
-Uint32 CIMInstance::getQualifierCount() const {
-    return static_cast<Uint32>(Held().qualifiers.size());
-}
+Uint32 CIMInstance::getQualifierCount() const { return Held().qualifiers.Size(); }
 
 CIMInstance& CIMInstance::addProperty(const CIMProperty& property) {
-    Rep& rep = Held();
-    const CIMName& name = property.getName();
-    if (rep.Find(name) != PEG_NOT_FOUND) {
-        throw AlreadyExistsException("property \"" + name.getString() + "\"");
+    if (!Held().properties.Add(property)) {
+        throw AlreadyExistsException("property \"" + property.getName().getString() + "\"");
     }
-    rep.properties.push_back(property);
-    rep.index.Add(rep.NameAt());
     return *this;
 }
 
-Uint32 CIMInstance::findProperty(const CIMName& name) const { return Held().Find(name); }
+Uint32 CIMInstance::findProperty(const CIMName& name) const { return Held().properties.Find(name); }
 
-CIMProperty CIMInstance::getProperty(Uint32 index) { return At(Held().properties, index); }
+CIMProperty CIMInstance::getProperty(Uint32 index) { return Held().properties.At(index); }
 
 CIMConstProperty CIMInstance::getProperty(Uint32 index) const {
-    return At(Held().properties, index);
+    return Held().properties.At(index);
 }
 
-void CIMInstance::removeProperty(Uint32 index) {
-    Rep& rep = Held();
-    At(rep.properties, index);
-    rep.properties.erase(rep.properties.begin() + static_cast<std::ptrdiff_t>(index));
-    rep.index.Rebuild(getPropertyCount(), rep.NameAt());
-}
+void CIMInstance::removeProperty(Uint32 index) { Held().properties.Remove(index); }
 
-Uint32 CIMInstance::getPropertyCount() const {
-    return static_cast<Uint32>(Held().properties.size());
-}
+Uint32 CIMInstance::getPropertyCount() const { return Held().properties.Size(); }
 
 CIMInstance CIMInstance::clone() const {
     CIMInstance copy(getClassName());

@@ -3,6 +3,7 @@
 
 #include <Pegasus/Client/CIMClientException.h>
 
+#include <algorithm>
 #include <boost/asio/error.hpp>
 #include <boost/beast/core/error.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
@@ -12,6 +13,7 @@
 #include <boost/beast/http/read.hpp>
 #include <boost/beast/http/string_body.hpp>
 #include <boost/none.hpp>
+#include <chrono>
 #include <optional>
 
 #include "Text.h"
@@ -28,9 +30,12 @@ using boost::system::error_code;
 constexpr std::uint32_t kMaxHeader = 64U * 1024;
 // Holds a piece of body or a whole trailer.
 constexpr std::size_t kMaxBuffer = std::size_t{256} * 1024;
-// Some hundred thousand properties; the document's tree needs up to 16 times as much.
+// Some ten thousand objects. What a document may take is XmlDocument's business.
 constexpr std::uint64_t kMaxBody = std::uint64_t{16} * 1024 * 1024;
-constexpr int kMaxInterimAnswers = 8;
+// The body of a refusal is of no interest, except that the next answer begins behind it.
+constexpr std::uint64_t kMaxRefusal = std::uint64_t{64} * 1024;
+constexpr std::chrono::seconds kRefusalPatience{1};
+constexpr int kMaxInterimAnswers = 7;
 
 using Parser = http::response_parser<http::string_body>;
 
@@ -93,10 +98,10 @@ struct HttpConnection::Impl {
     // Interim answers (100 Continue) are passed over.
     void ReadHeader(std::optional<Parser>& parser) {
         error_code error;
-        for (int i = 0; i < kMaxInterimAnswers; ++i) {
+        for (int i = 0; i <= kMaxInterimAnswers; ++i) {
             parser.emplace();
             parser->header_limit(kMaxHeader);
-            parser->body_limit(boost::none);  // a refusal's length does not matter: see ReadBody
+            parser->body_limit(boost::none);  // a refusal's length does not matter: see PassBody
             http::read_header(source, buffer, *parser, error);
             ThrowIf(error);
             if (parser->get().result_int() / 100 != 1) return;
@@ -104,21 +109,28 @@ struct HttpConnection::Impl {
         ThrowMalformed("Malformed HTTP response: too many interim answers");
     }
 
-    // Whether the connection can go on afterwards. Of a refusal the status is worth more than its
-    // body, which may be missing.
+    // Whether the connection can go on afterwards.
     bool ReadBody(Parser& parser) {
-        const bool good = parser.get().result_int() == 200;
-        const bool noLength = !parser.chunked() && !parser.content_length();
-        if (!good && noLength) return parser.get().keep_alive();
-        error_code error;
-        if (parser.content_length().value_or(0) > kMaxBody) {
-            error = http::error::body_limit;
-        } else {
-            parser.body_limit(kMaxBody);
+        parser.body_limit(kMaxBody);
+        error_code error = http::error::body_limit;
+        if (parser.content_length().value_or(0) <= kMaxBody) {
             http::read(source, buffer, parser, error);
         }
-        if (good || error == asio::error::timed_out) ThrowIf(error);
-        return !error && !parser.need_eof() && parser.get().keep_alive();
+        ThrowIf(error);
+        return !parser.need_eof() && parser.get().keep_alive();
+    }
+
+    // The same for a refusal, whose status is worth more than its body: many servers announce one
+    // that never comes.
+    bool PassBody(Parser& parser, Transport::Clock::time_point deadline) {
+        const auto length = parser.content_length();
+        if (!parser.chunked() && !length) return parser.get().keep_alive();
+        if (length.value_or(0) > kMaxRefusal) return false;
+        parser.body_limit(kMaxRefusal);
+        transport->SetDeadline(std::min(deadline, Transport::Clock::now() + kRefusalPatience));
+        error_code error;
+        http::read(source, buffer, parser, error);
+        return !error && parser.get().keep_alive();
     }
 
     std::unique_ptr<Transport> transport;
@@ -145,8 +157,9 @@ HttpAnswer HttpConnection::Exchange(std::string_view head, std::string_view body
     HttpAnswer answer;
     std::optional<Parser> parser;
     m_impl->ReadHeader(parser);
-    answer.keepAlive = m_impl->ReadBody(*parser);
     answer.status = parser->get().result_int();
+    answer.keepAlive =
+        answer.status == 200 ? m_impl->ReadBody(*parser) : m_impl->PassBody(*parser, deadline);
     answer.reason = std::string(parser->get().reason());
     for (const auto& field : parser->get()) {
         answer.fields.emplace_back(field.name_string(), field.value());

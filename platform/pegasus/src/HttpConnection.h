@@ -17,7 +17,7 @@ struct HttpAnswer {
     std::string reason;  // the status's usual one where the peer sends none
     // Header and trailer, in the order of arrival.
     std::vector<std::pair<std::string, std::string>> fields;
-    std::string body;
+    std::string body;  // of an answer other than 200: perhaps not all of it
     // The connection is good for another request.
     bool keepAlive = false;
 
@@ -37,7 +37,8 @@ public:
     bool IsStale();
 
     // Sends a request and takes its whole answer, trailers included. An answer other than 200 that
-    // tells no length has no body: servers leave the connection open after it.
+    // tells no length has no body: servers leave the connection open after it. A body that it
+    // announces is waited for a second at most, and then the connection is of no more use.
     // Throws ConnectionTimeoutException and CIMClientMalformedHTTPException; the connection is
     // then of no more use.
     HttpAnswer Exchange(std::string_view head, std::string_view body,

@@ -4,6 +4,8 @@
 #include <Pegasus/Common/Exception.h>
 #include <openssl/ssl.h>
 #include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -67,9 +69,7 @@ public:
     // asio's own connect would wait for ever, on a non-blocking socket too.
     void Connect(const tcp::endpoint& endpoint, error_code& error) {
         m_socket.close(error);
-        m_socket.open(endpoint.protocol(), error);
-        if (error) throw CannotCreateSocketException();
-        m_socket.non_blocking(true, error);
+        Open(endpoint.protocol());
         const int result = ::connect(m_socket.native_handle(), endpoint.data(),
                                      static_cast<socklen_t>(endpoint.size()));
         if (result == 0) return;
@@ -85,6 +85,19 @@ public:
     }
 
 private:
+    // asio's own open would leave the socket to the children of the process.
+    void Open(const tcp& protocol) {
+        const int type = SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK;
+        const int descriptor = ::socket(protocol.family(), type, protocol.protocol());
+        if (descriptor < 0) throw CannotCreateSocketException();
+        error_code error;
+        m_socket.assign(protocol, descriptor, error);
+        if (!error) m_socket.non_blocking(true, error);
+        if (!error) return;
+        if (!m_socket.is_open()) ::close(descriptor);
+        throw CannotCreateSocketException();
+    }
+
     void Await(short event, error_code& error) {
         using std::chrono::milliseconds;
         pollfd wanted{m_socket.native_handle(), event, 0};

@@ -17,6 +17,42 @@ constexpr std::string_view kBlanks = " \t\r\n";
 constexpr std::string_view kDeclaration = "<?xml";
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
+// A tree of small elements takes 16 times their text. This one holds some hundred thousand
+// properties.
+constexpr std::size_t kMaxTree = std::size_t{48} * 1024 * 1024;
+constexpr std::size_t kNodeSize = 64;  // pugixml's, on a machine of 64 bits
+constexpr std::size_t kAttributeSize = 40;
+// Of a value or an attribute.
+constexpr std::size_t kMaxText = std::size_t{1024} * 1024;
+// Of a failure's message: names of elements are the peer's.
+constexpr std::size_t kMaxMessage = 1024;
+
+bool IsBlank(char c) { return kBlanks.find(c) != std::string_view::npos; }
+
+// No less than what the document's tree takes: counts "<" and "=" in tags, and texts between them.
+std::size_t TreeSize(std::string_view text) {
+    std::size_t size = 0;
+    bool inTag = false;
+    bool inText = false;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const char c = text[at];
+        if (c == '<') {
+            const bool closing = at + 1 < text.size() && text[at + 1] == '/';
+            if (inText) size += kNodeSize;
+            if (!closing) size += kNodeSize;
+            inTag = true;
+            inText = false;
+        } else if (c == '>') {
+            inTag = false;
+        } else if (inTag) {
+            if (c == '=') size += kAttributeSize;
+        } else if (!IsBlank(c)) {
+            inText = true;
+        }
+    }
+    return size;
+}
+
 const char* Problem(pugi::xml_parse_status status) {
     switch (status) {
         case pugi::status_end_element_mismatch:
@@ -103,12 +139,17 @@ void XmlDocument::RequireDeclaration() const {
 }
 
 void XmlDocument::Parse() {
-    const std::size_t nul = m_text.find('\0');  // would end the document unseen
+    // Some servers send the end of their text along, and what lies behind it.
+    m_text.resize(std::min(m_text.find('\0'), m_text.size()));
+    if (TreeSize(m_text) > kMaxTree) {
+        throw CIMClientXmlException("Too many elements: the answer takes more than 48 MiB");
+    }
     const pugi::xml_parse_result result = m_document.load_buffer_inplace(
-        m_text.data(), m_text.size(), pugi::parse_cdata | pugi::parse_declaration,
+        m_text.data(), m_text.size(),
+        pugi::parse_cdata | pugi::parse_declaration | pugi::parse_wconv_attribute,
         pugi::encoding_utf8);
-    if (result && nul == std::string::npos) return;
-    const std::size_t line = Line(result ? static_cast<std::ptrdiff_t>(nul) : result.offset);
+    if (result) return;
+    const std::size_t line = Line(result.offset);
     throw CIMClientXmlException(String(
         (std::string(Problem(result.status)) + ": on line " + std::to_string(line)).c_str()));
 }
@@ -149,8 +190,9 @@ std::string XmlDocument::Text(pugi::xml_node element) const {
     if (!IsText(first))
         Fail(element, std::string("Expected text in the ") + element.name() + " element");
     if (!first.next_sibling()) {
-        return first.type() == pugi::node_cdata ? first.value()
-                                                : Resolve(element, Trimmed(first.value()));
+        if (first.type() != pugi::node_cdata) return Resolve(element, Trimmed(first.value()));
+        RequireBounded(element, first.value());
+        return first.value();
     }
     std::string raw;  // in pieces, with comments between
     for (const pugi::xml_node piece : element.children()) {
@@ -171,11 +213,18 @@ String XmlDocument::ToString(pugi::xml_node element, std::string_view bytes) con
 }
 
 void XmlDocument::Fail(pugi::xml_node element, const std::string& what) const {
-    throw CIMClientXmlException(FromPeer(
-        "Validation error: on line " + std::to_string(Line(element.offset_debug())) + ": " + what));
+    throw CIMClientXmlException(FromPeer("Validation error: on line " +
+                                         std::to_string(Line(element.offset_debug())) + ": " +
+                                         what.substr(0, kMaxMessage)));
+}
+
+void XmlDocument::RequireBounded(pugi::xml_node element, std::string_view text) const {
+    if (text.size() <= kMaxText) return;
+    Fail(element, std::string("More than 1 MiB of text in the ") + element.name() + " element");
 }
 
 std::string XmlDocument::Resolve(pugi::xml_node element, std::string_view raw) const {
+    RequireBounded(element, raw);
     std::string bytes;
     for (;;) {
         const std::size_t ampersand = raw.find('&');

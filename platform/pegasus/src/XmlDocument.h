@@ -13,7 +13,8 @@ namespace Pegasus::Internal {
 
 // One XML document, parsed in place: escapes are resolved when a text is asked for, because
 // literal blanks at the ends of a value are dropped and escaped ones are not.
-// All failures are CIMClientXmlException with the line.
+// All failures are CIMClientXmlException with the line. Documents whose tree takes more than 48 MiB
+// and texts of more than 1 MiB are failures. A NUL ends the document.
 class XmlDocument {
 public:
     // `text` must outlive the document and is changed by it.
@@ -40,6 +41,7 @@ public:
 private:
     void RequireDeclaration() const;
     void Parse();
+    void RequireBounded(pugi::xml_node element, std::string_view text) const;
     std::string Resolve(pugi::xml_node element, std::string_view raw) const;
     std::size_t Line(std::ptrdiff_t offset) const;
 

@@ -18,27 +18,38 @@ namespace {
 
 using pugi::xml_node;
 
-// References as keys of references: real ones have one level.
+// What one answer may hold. Data objects are counted in tens; the rest leaves room for a thousand
+// times as much, and for the memory that it takes (README.md has the figures).
+constexpr Uint32 kMaxInstances = 16384;
+constexpr Uint32 kMaxItems = 262144;  // properties, qualifiers, keys, array elements, parameters
+// In UTF-16 units.
+constexpr Uint32 kMaxValue = 1024 * 1024;
+constexpr Uint32 kMaxPath = 256 * 1024;
+// References as keys of references: real ones have one level. Each level escapes the one below,
+// which can double it, so that all of them together are bounded too.
 constexpr int kMaxReferenceDepth = 16;
-// Each level escapes the one below, which can double it.
-constexpr Uint32 kMaxReferenceKey = 1024 * 1024;
+constexpr Uint32 kMaxReferenceKeys = 4 * 1024 * 1024;
 
 // Decimal or hexadecimal ("0x1F"), with blanks around; false when it is no such number or does not
-// fit.
+// fit. Unsigned ones have no sign; leading zeros are no decimal number.
 template <class T>
 bool ReadInteger(std::string_view text, T& number) {
     text = Trimmed(text);
     const bool negative = !text.empty() && text[0] == '-';
-    if (negative || (!text.empty() && text[0] == '+')) text.remove_prefix(1);
+    if (negative || (!text.empty() && text[0] == '+')) {
+        if (!std::is_signed_v<T>) return false;
+        text.remove_prefix(1);
+    }
     const bool hexadecimal =
         text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
     if (hexadecimal) text.remove_prefix(2);
+    if (!hexadecimal && text.size() > 1 && text[0] == '0') return false;
     Uint64 magnitude = 0;
     const char* end = text.data() + text.size();
     const auto read = std::from_chars(text.data(), end, magnitude, hexadecimal ? 16 : 10);
     if (read.ec != std::errc() || read.ptr != end) return false;
     constexpr auto kMax = static_cast<Uint64>(std::numeric_limits<T>::max());
-    const Uint64 limit = !negative ? kMax : std::is_signed_v<T> ? kMax + 1 : 0;
+    const Uint64 limit = negative ? kMax + 1 : kMax;
     if (magnitude > limit) return false;
     number = static_cast<T>(negative ? Uint64{0} - magnitude : magnitude);
     return true;
@@ -54,6 +65,24 @@ bool ReadReal(std::string_view text, T& number) {
     return read.ec == std::errc() && read.ptr == end;
 }
 
+// What a value adds to its property's text, about.
+Uint32 SizeOf(const String& text) { return text.size() + 1; }
+
+Uint32 SizeOf(const CIMObjectPath& path) {
+    Uint32 size = path.getHost().size() + path.getNameSpace().getString().size() +
+                  path.getClassName().getString().size();
+    for (Uint32 i = 0; i < path.getKeyBindings().size(); ++i) {
+        const CIMKeyBinding& key = path.getKeyBindings()[i];
+        size += key.getName().getString().size() + key.getValue().size() + 4;
+    }
+    return size;
+}
+
+template <class T>
+Uint32 SizeOf(const T&) {
+    return 0;  // a few: the count of elements bounds them
+}
+
 // Reads one answer's document from top to bottom.
 class Reader {
 public:
@@ -62,7 +91,8 @@ public:
 
     EnumerateInstancesAnswer EnumerateInstances() {
         const xml_node response = Response("IMETHODRESPONSE");
-        if (m_document.Attribute(response, "NAME") != "EnumerateInstances") {
+        const String name = m_document.ToString(response, m_document.Attribute(response, "NAME"));
+        if (!String::equalNoCase(name, "EnumerateInstances")) {
             m_document.Fail(response, "Expected IMETHODRESPONSE of EnumerateInstances");
         }
         EnumerateInstancesAnswer answer;
@@ -85,12 +115,11 @@ public:
         if (const xml_node error = children.If("ERROR")) {
             answer.error = Error(error);
         } else {
+            OutParameters(children, answer);
             if (const xml_node value = children.If("RETURNVALUE")) {
                 answer.returnValue = ReturnValue(value);
             }
-            while (const xml_node parameter = children.If("PARAMVALUE")) {
-                answer.outParameters.append(Parameter(parameter));
-            }
+            OutParameters(children, answer);
         }
         children.End();
         RequireMessageId();
@@ -107,6 +136,21 @@ private:
         m_id = m_document.Attribute(message, "ID");
         RequireProtocol(m_document.Attribute(message, "PROTOCOLVERSION"));
         return Only(Only(message, "SIMPLERSP"), name);
+    }
+
+    // Behind the return value, as DSP0201 has them, or before it.
+    void OutParameters(XmlChildren& children, InvokeMethodAnswer& answer) {
+        while (const xml_node parameter = children.If("PARAMVALUE")) {
+            CountItem(parameter);
+            answer.outParameters.append(Parameter(parameter));
+        }
+    }
+
+    void CountItem(xml_node element) {
+        if (++m_items > kMaxItems) {
+            m_document.Fail(element,
+                            "The answer holds more than 262144 properties, values or keys");
+        }
     }
 
     xml_node Only(xml_node parent, const char* name) const {
@@ -130,10 +174,15 @@ private:
                                                   "\", expected \"" + m_expectedId + "\"."));
     }
 
+    static std::string WithoutZeros(const std::string& code) {
+        const std::size_t first = code.find_first_not_of('0');
+        return first == std::string::npos ? code.substr(0, 1) : code.substr(first);
+    }
+
     // Code 0 is success all the same.
     std::optional<CimError> Error(xml_node element) const {
         Uint32 code = 0;
-        if (!ReadInteger(m_document.Attribute(element, "CODE"), code)) {
+        if (!ReadInteger(WithoutZeros(m_document.Attribute(element, "CODE")), code)) {
             m_document.Fail(element, "Illegal value for ERROR.CODE attribute");
         }
         if (code == CIM_ERR_SUCCESS) return {};
@@ -145,10 +194,13 @@ private:
         return CimError{static_cast<CIMStatusCode>(code), description};
     }
 
-    Array<CIMInstance> NamedInstances(xml_node values) const {
+    Array<CIMInstance> NamedInstances(xml_node values) {
         Array<CIMInstance> instances;
         XmlChildren children(m_document, values);
         while (const xml_node named = children.If("VALUE.NAMEDINSTANCE")) {
+            if (instances.size() == kMaxInstances) {
+                m_document.Fail(named, "The answer holds more than 16384 instances");
+            }
             XmlChildren parts(m_document, named);
             const CIMObjectPath path = InstanceName(parts.Expect("INSTANCENAME"), 0);
             CIMInstance instance = Instance(parts.Expect("INSTANCE"));
@@ -160,7 +212,7 @@ private:
         return instances;
     }
 
-    CIMInstance Instance(xml_node element) const {
+    CIMInstance Instance(xml_node element) {
         CIMInstance instance(m_document.NameAttribute(element, "CLASSNAME"));
         XmlChildren children(m_document, element);
         while (const xml_node qualifier = children.If("QUALIFIER")) {
@@ -170,7 +222,7 @@ private:
         return instance;
     }
 
-    void AddProperty(XmlChildren& children, CIMInstance& instance) const {
+    void AddProperty(XmlChildren& children, CIMInstance& instance) {
         if (const xml_node simple = children.If("PROPERTY")) {
             Add(simple, instance, &CIMInstance::addProperty,
                 Property(simple, Type(simple), "VALUE"));
@@ -196,7 +248,8 @@ private:
         }
     }
 
-    CIMProperty Property(xml_node element, CIMType type, const char* valueElement) const {
+    CIMProperty Property(xml_node element, CIMType type, const char* valueElement) {
+        CountItem(element);
         XmlChildren children(m_document, element);
         std::vector<CIMQualifier> qualifiers;
         while (const xml_node qualifier = children.If("QUALIFIER")) {
@@ -215,7 +268,8 @@ private:
         return property;
     }
 
-    CIMQualifier Qualifier(xml_node element) const {
+    CIMQualifier Qualifier(xml_node element) {
+        CountItem(element);
         const CIMType type = Type(element);
         XmlChildren children(m_document, element);
         CIMValue value(type, false);
@@ -229,7 +283,7 @@ private:
                 IsTrue(element, "PROPAGATED")};
     }
 
-    CIMValue ReturnValue(xml_node element) const {
+    CIMValue ReturnValue(xml_node element) {
         XmlChildren children(m_document, element);
         CIMValue value;
         if (const xml_node reference = children.If("VALUE.REFERENCE")) {
@@ -241,7 +295,7 @@ private:
         return value;
     }
 
-    CIMParamValue Parameter(xml_node element) const {
+    CIMParamValue Parameter(xml_node element) {
         static constexpr const char* kValues[] = {"VALUE", "VALUE.ARRAY"};
         static constexpr const char* kReferences[] = {"VALUE.REFERENCE", "VALUE.REFARRAY"};
         XmlChildren children(m_document, element);
@@ -289,7 +343,7 @@ private:
     }
 
     // `element` is one of the VALUE family.
-    CIMValue Value(xml_node element, CIMType type) const {
+    CIMValue Value(xml_node element, CIMType type) {
         switch (type) {
             case CIMTYPE_BOOLEAN:
                 return Typed<Boolean>(element);
@@ -325,7 +379,7 @@ private:
     }
 
     template <class T>
-    CIMValue Typed(xml_node element) const {
+    CIMValue Typed(xml_node element) {
         constexpr bool kReference = std::is_same_v<T, CIMObjectPath>;
         const std::string_view name = element.name();
         T item{};
@@ -337,10 +391,14 @@ private:
             m_document.Fail(element, "The value does not have its type");
         }
         Array<T> items;
+        Uint32 size = 0;
         XmlChildren children(m_document, element);
         while (!children.AtEnd()) {
+            CountItem(element);
             T each{};
             Read(children.Expect(kReference ? "VALUE.REFERENCE" : "VALUE"), each);
+            size += SizeOf(each);
+            if (size > kMaxValue) m_document.Fail(element, "The array holds more than 1 MiB");
             items.append(each);
         }
         return {items};
@@ -383,6 +441,7 @@ private:
 
     void Read(xml_node element, CIMDateTime& value) const {
         const std::string text = m_document.Text(element);
+        if (text.empty()) return;  // none: stays the default one
         try {
             value = CIMDateTime(m_document.ToString(element, text));
         } catch (const InvalidDateTimeFormatException&) {
@@ -390,10 +449,10 @@ private:
         }
     }
 
-    void Read(xml_node element, CIMObjectPath& value) const { value = Reference(element, 0); }
+    void Read(xml_node element, CIMObjectPath& value) { value = Reference(element, 0); }
 
     // VALUE.REFERENCE
-    CIMObjectPath Reference(xml_node element, int depth) const {
+    CIMObjectPath Reference(xml_node element, int depth) {
         if (depth > kMaxReferenceDepth) m_document.Fail(element, "References are nested too deep");
         XmlChildren children(m_document, element);
         CIMObjectPath path;
@@ -414,7 +473,7 @@ private:
         return path;
     }
 
-    CIMObjectPath LocalPath(xml_node element, const char* last, int depth) const {
+    CIMObjectPath LocalPath(xml_node element, const char* last, int depth) {
         XmlChildren children(m_document, element);
         const CIMNamespaceName nameSpace = NameSpace(children.Expect("LOCALNAMESPACEPATH"));
         CIMObjectPath path = Named(children.Expect(last), depth);
@@ -423,7 +482,7 @@ private:
         return path;
     }
 
-    CIMObjectPath FullPath(xml_node element, const char* last, int depth) const {
+    CIMObjectPath FullPath(xml_node element, const char* last, int depth) {
         XmlChildren children(m_document, element);
         XmlChildren location(m_document, children.Expect("NAMESPACEPATH"));
         const xml_node host = location.Expect("HOST");
@@ -437,7 +496,7 @@ private:
     }
 
     // INSTANCENAME or CLASSNAME
-    CIMObjectPath Named(xml_node element, int depth) const {
+    CIMObjectPath Named(xml_node element, int depth) {
         if (std::string_view(element.name()) == "INSTANCENAME") return InstanceName(element, depth);
         return {String(), CIMNamespaceName(), m_document.NameAttribute(element, "NAME")};
     }
@@ -448,11 +507,12 @@ private:
         do {
             if (text.size() != 0) text.append("/");
             text.append(m_document.NameAttribute(children.Expect("NAMESPACE"), "NAME").getString());
+            if (text.size() > kMaxPath) FailPath(element);
         } while (!children.AtEnd());
         return {text};
     }
 
-    CIMObjectPath InstanceName(xml_node element, int depth) const {
+    CIMObjectPath InstanceName(xml_node element, int depth) {
         const CIMName className = m_document.NameAttribute(element, "CLASSNAME");
         Array<CIMKeyBinding> keys;
         XmlChildren children(m_document, element);
@@ -467,10 +527,17 @@ private:
             keys.append(KeyBinding(binding, depth));
         }
         children.End();
-        return {String(), CIMNamespaceName(), className, keys};
+        CIMObjectPath path(String(), CIMNamespaceName(), className, keys);
+        if (SizeOf(path) > kMaxPath) FailPath(element);
+        return path;
     }
 
-    CIMKeyBinding KeyBinding(xml_node element, int depth) const {
+    [[noreturn]] void FailPath(xml_node element) const {
+        m_document.Fail(element, "The path is longer than 256 KiB");
+    }
+
+    CIMKeyBinding KeyBinding(xml_node element, int depth) {
+        CountItem(element);
         const CIMName name = m_document.NameAttribute(element, "NAME");
         XmlChildren children(m_document, element);
         const xml_node value = children.If("KEYVALUE");
@@ -491,15 +558,20 @@ private:
         m_document.Fail(element, "Illegal value for KEYVALUE.VALUETYPE attribute");
     }
 
-    CIMKeyBinding ReferenceKey(const CIMName& name, xml_node element, int depth) const {
+    CIMKeyBinding ReferenceKey(const CIMName& name, xml_node element, int depth) {
         const String value = Reference(element, depth + 1).toString();
-        if (value.size() > kMaxReferenceKey) m_document.Fail(element, "The reference is too long");
+        m_referenceKeys += value.size();
+        if (m_referenceKeys > kMaxReferenceKeys) {
+            m_document.Fail(element, "The references in keys are longer than 4 MiB together");
+        }
         return {name, value, CIMKeyBinding::REFERENCE};
     }
 
     XmlDocument m_document;
     std::string m_expectedId;
     std::string m_id;
+    Uint32 m_items = 0;
+    Uint32 m_referenceKeys = 0;  // units of all of them
 };
 
 }  // namespace
