@@ -43,12 +43,7 @@ public:
     const T& value() const noexcept { return m_value; }
     CURLoption option() const noexcept override { return Option; }
     CURLcode apply(CURL* handle) const override {
-        if constexpr (static_cast<int>(Option) == 0) {
-            (void)handle;
-            return CURLE_OK;
-        } else {
-            return curl_easy_setopt(handle, Option, m_value);
-        }
+        return static_cast<int>(Option) == 0 ? CURLE_OK : curl_easy_setopt(handle, Option, m_value);
     }
 
 private:
@@ -71,7 +66,8 @@ public:
     const std::list<std::string>& value() const noexcept { return m_value; }
     CURLoption option() const noexcept override { return Option; }
     CURLcode apply(CURL* handle) const override {
-        return curl_easy_setopt(handle, Option, m_lines.get());
+        return static_cast<int>(Option) == 0 ? CURLE_OK
+                                             : curl_easy_setopt(handle, Option, m_lines.get());
     }
 
 private:
