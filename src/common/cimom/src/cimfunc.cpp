@@ -157,6 +157,7 @@ int CimClientHolder::ConnectToCimServer() {
             << "Failed to connect remote cimserver due to invalid connection information. ";
         return kNotConnected;
     }
+    if (!m_client) return kNotConnected;
     return ConnectCimServer(*m_client, m_connection);
 }
 
@@ -216,7 +217,9 @@ int GetCIMArrayFromEnumerateInstances(const std::string& className, CimClientHol
 }
 
 void GetProperties(Pegasus::CIMInstance instance, std::map<std::string, std::string>& properties) {
-    LOG_LINE(kTrace) << "Showing properties for " << ToUtf8(instance.getPath().toString());
+    const std::string path =
+        instance.isUninitialized() ? std::string() : ToUtf8(instance.getPath().toString());
+    LOG_LINE(kTrace) << "Showing properties for " << path;
     for (auto& [key, value] : properties) {
         try {
             ReadProperty(instance, key, value);

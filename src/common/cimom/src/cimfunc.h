@@ -33,7 +33,7 @@ public:
     // Drops the client and connects anew. 0 connected, else ConnectToCimServer's code.
     int ReConnect();
 
-    // 0, or 1 when the host is empty or no connection could be made.
+    // 0, or 1 when the host is empty, there is no client, or no connection could be made.
     int ConnectToCimServer();
 
     // 0, or 1 when all attempts failed or the connection case is not one for CIM. A connection type
@@ -61,7 +61,8 @@ int GetCIMArrayFromEnumerateInstances(const std::string& className, CimClientHol
                                       Pegasus::Array<Pegasus::CIMInstance>& instances,
                                       unsigned int timeoutMs);
 
-// Fills in the values of the keys that `properties` has; a key that `instance` lacks keeps its own.
+// Fills in the values of the keys that `properties` has; a key that `instance` lacks keeps its own,
+// as all do where `instance` is not initialized.
 void GetProperties(Pegasus::CIMInstance instance, std::map<std::string, std::string>& properties);
 
 // The property's value as text, without white space at its ends; or what its value map (the

@@ -145,7 +145,7 @@ TEST_F(CimConnect,
 
 TEST_F(CimConnect,
        ConnectionCase1Or5Returns1AfterTheTwoOpeningLogLinesWithoutBuildingTheSslContext) {
-    for (const int connectionCase : {1, 5}) {
+    for (const int connectionCase : {1, 5, 0, -1}) {
         conn.connection_case = connectionCase;
 
         const auto holder = Holder();
@@ -219,6 +219,19 @@ TEST_F(CimConnect, SslContextThatCannotBeMadeIsAFailureAndNotThrown) {
                 Failure("Failed to connect remote cimserver with the reason: no SSL here"));
 }
 
+TEST_F(CimConnect, AHolderWithoutAClientCannotConnectIt) {
+    for (int i = 0; i < 3; ++i) cim.RefuseConnect("no");
+    const auto holder = Holder();
+    ASSERT_EQ(nullptr, holder->GetClient());
+    log.Clear();
+    Journal::Take();
+
+    EXPECT_EQ(1, holder->ConnectToCimServer());
+
+    EXPECT_THAT(Journal::Take(), IsEmpty());
+    EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
 TEST_F(CimConnect, ReConnectDestroysTheClientBeforeItMakesANewOne) {
     const auto holder = Holder();
     Journal::Take();
@@ -264,6 +277,15 @@ TEST_F(CimEnumerate, ReadsAllInstancesWithTheGivenFlagsAndTimeOut) {
                             Milestone("The value of class name is:ZOR_FFDCData"),
                             Milestone("The value of cim namespace is:root/cimv2"),
                             Milestone("The size of ei_array is:2")));
+}
+
+TEST_F(CimEnumerate, TheTimeOutIsTheCallersOwn) {
+    cim.Enumerate({});
+
+    EXPECT_EQ(0, Varnex::GetCIMArrayFromEnumerateInstances("ZOR_X", holder, instances, 1234));
+
+    EXPECT_THAT(Journal::Take(),
+                ElementsAre("timeout 1234", "enumerate root/cimv2 ZOR_X deep local"));
 }
 
 TEST_F(CimEnumerate, EnumeratingInANamespaceThatTheServerDoesNotHaveGives6) {
@@ -399,6 +421,18 @@ TEST_F(CimProperties, ValueThatTheMapLacksComesBackStripped) {
     EXPECT_THAT(log.Lines(), ElementsAre(Trace(" processing value maps ..."), Trace("_1-one_")));
 }
 
+TEST_F(CimProperties, TheMapIsComparedWithTheRawTextAndItsMeaningIsTakenAsItIs) {
+    const CIMValue raw(String(" 2 "));
+
+    EXPECT_EQ("2", Varnex::GetPropertyValueText(Mapped(raw, Texts({"2"}), Texts({"two"}))));
+    EXPECT_EQ(" two\t",
+              Varnex::GetPropertyValueText(Mapped(raw, Texts({" 2 "}), Texts({" two\t"}))));
+
+    EXPECT_THAT(log.Lines(),
+                ElementsAre(Trace(" processing value maps ..."), Trace("_2-two_"),
+                            Trace(" processing value maps ..."), Trace("_ 2 - two\t_")));
+}
+
 TEST_F(CimProperties, MapsOfUnequalLengthAreWalkedAsFarAsBothReach) {
     const CIMProperty property =
         Mapped(CIMValue(String("3")), Texts({"1", "2", "3"}), Texts({"one", "two"}));
@@ -453,4 +487,18 @@ TEST_F(CimProperties, ExceptionForOneKeyIsLoggedAndTheNextKeyRead) {
                             Failure("Get properties from CIM instance failed with the reason: "
                                     "The CIM name is not valid:  bad name"),
                             Trace("Good = g with raw data (g)")));
+}
+
+TEST_F(CimProperties, AnInstanceThatIsNoneIsAFailureForEachKey) {
+    std::map<std::string, std::string> properties = {{"A", "kept"}, {"B", ""}};
+
+    Varnex::GetProperties(Pegasus::CIMInstance(), properties);
+
+    EXPECT_EQ("kept", properties["A"]);
+    EXPECT_THAT(log.Lines(),
+                ElementsAre(Trace("Showing properties for "),
+                            Failure("Get properties from CIM instance failed with the reason: "
+                                    "uninitialized object"),
+                            Failure("Get properties from CIM instance failed with the reason: "
+                                    "uninitialized object")));
 }

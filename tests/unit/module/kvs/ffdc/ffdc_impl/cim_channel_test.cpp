@@ -205,6 +205,22 @@ TEST_F(CimChannelConnect, ResetConnConnectsWithTheNewDataAndAbandonsTheEarlierHo
                                              "connect 10.0.0.6 5988 operator other"));
 }
 
+TEST_F(CimChannelConnect, ResetConnTakesOverCaseAndNodeToo) {
+    KEMFfdcImpl& channel = ConnectedChannel();
+    Varnex::VarnexConnection::ConnectionInfo other = conn;
+    other.connection_case = 3;
+    other.node = 7;
+    cim.Enumerate({});
+
+    EXPECT_EQ(0, channel.ResetConn(other));
+    EXPECT_THAT(log.Lines(), Contains(Trace("connection case is 3")));
+    EXPECT_EQ(1, channel.Apply());
+
+    EXPECT_THAT(Journal::Take(), Contains("enumerate zor/kem7/cimv2 ZOR_FFDCService deep local"));
+    other.connection_case = 5;
+    EXPECT_EQ(1, channel.ResetConn(other));
+}
+
 TEST_F(CimChannelApply, ExportsEveryObjectInTheOrderOfTheEnumeration) {
     BmcHas({"1", "2"});
     cim.Return(CIMValue(Pegasus::Uint32(0)));
@@ -263,6 +279,20 @@ TEST_F(CimChannelApply, AFilestoreUriOfTftpSendsUsernameAndPasswordAsEmptyString
                                    "InitializationNeeded=boolean:TRUE "
                                    "ExportURI=string:tftp://10.0.0.5/ffdc Username=string: "
                                    "Password=string:")));
+}
+
+TEST_F(CimChannelApply, TheWordsCountAnywhereInTheUri) {
+    for (const auto& [text, user] :
+         {std::pair("ftp://10.0.0.5/tftpboot", ""), std::pair("ftp://10.0.0.5/by-sftp", "store")}) {
+        uri.filestore_uri_ = text;
+        BmcHas({"1"});
+        cim.Return(CIMValue(Pegasus::Uint32(0)));
+
+        EXPECT_EQ(0, ConnectedChannel().Apply());
+
+        EXPECT_THAT(Invocations(),
+                    ElementsAre(testing::HasSubstr("Username=string:" + std::string(user) + " ")));
+    }
 }
 
 TEST_F(CimChannelApply, AUriHoldingBothWordsCountsAsSftp) {
@@ -325,6 +355,15 @@ TEST_F(CimChannelApply, AnObjectWithoutACollectionTypeIsExported) {
     EXPECT_THAT(log.Lines(), Contains(fakes::Warning("Property DataCollectionType is not found!")));
 }
 
+TEST_F(CimChannelApply, AnObjectWithoutACollectionTypeDoesNotTakeThatOfTheOneBefore) {
+    BmcHas({"4", "", "4"});
+    cim.Return(CIMValue(Pegasus::Uint32(0)));
+
+    EXPECT_EQ(0, ConnectedChannel().Apply());
+
+    EXPECT_THAT(Invocations(), ElementsAre(Export("2")));
+}
+
 TEST_F(CimChannelApply, ExportDataReturning3Gives4Returning1Gives2Returning4Gives2) {
     struct Row {
         Pegasus::Uint32 value;
@@ -352,6 +391,9 @@ TEST_F(CimChannelApply, AReturnValueOfUint16OrNullIsNotUint32) {
         {CIMValue(), ""},
         {CIMValue(String("0")), "0"},
         {CIMValue(Pegasus::Uint16(3)), "3"},
+        {CIMValue(Pegasus::Uint16(5)), "5"},
+        {CIMValue(Pegasus::Uint16(6)), "6"},
+        {CIMValue(String("6")), "6"},
     };
     for (const Row& row : rows) {
         EXPECT_EQ(2, ApplyReturning(row.value));
