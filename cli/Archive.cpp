@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <openssl/evp.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,7 +14,7 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
-#include <vector>
+#include <utility>
 
 namespace Kemffdc {
 namespace {
@@ -23,6 +24,9 @@ namespace fs = std::filesystem;
 constexpr std::size_t kMaxHost = 60;
 constexpr std::size_t kMaxName = 120;
 constexpr int kMaxSameNames = 1000;
+constexpr char kWorkFolder[] = ".kemffdc-XXXXXX";  // a pattern of mkdtemp(3)
+constexpr int kMaxStarts = 100;
+constexpr std::time_t kLongestStart = 60;  // seconds from a working folder's making to its lock
 
 bool IsPlain(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
@@ -83,6 +87,73 @@ int MoveWithoutReplacing(const std::string& from, const std::string& to) {
     return why;
 }
 
+bool IsWorkFolderName(const std::string& name) {
+    const std::string pattern = kWorkFolder;
+    const std::size_t fixed = pattern.find('X');
+    return name.size() == pattern.size() && name.compare(0, fixed, pattern, 0, fixed) == 0;
+}
+
+// A folder opened and locked; closed with the object.
+class LockedFolder {
+public:
+    enum class State { kLocked, kTaken, kGone, kNoLocks };
+
+    explicit LockedFolder(const std::string& path)
+        : m_descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)) {
+        if (m_descriptor < 0) {
+            m_state = errno == ENOENT ? State::kGone : State::kNoLocks;
+            return;
+        }
+        if (flock(m_descriptor, LOCK_EX | LOCK_NB) != 0) {
+            m_state = errno == EWOULDBLOCK ? State::kTaken : State::kNoLocks;
+            return;
+        }
+        // Whoever had the lock before may have removed the folder.
+        struct stat held {};
+        struct stat named {};
+        const bool same = fstat(m_descriptor, &held) == 0 && lstat(path.c_str(), &named) == 0 &&
+                          held.st_ino == named.st_ino && held.st_dev == named.st_dev;
+        m_state = same ? State::kLocked : State::kGone;
+        m_owner = held.st_uid;
+        m_changed = held.st_mtime;
+    }
+    ~LockedFolder() {
+        if (m_descriptor >= 0) close(m_descriptor);
+    }
+    LockedFolder(const LockedFolder&) = delete;
+    LockedFolder& operator=(const LockedFolder&) = delete;
+
+    State Is() const { return m_state; }
+    bool IsOurs() const { return m_owner == geteuid(); }
+    std::time_t Age() const { return std::time(nullptr) - m_changed; }
+    int Release() { return std::exchange(m_descriptor, -1); }  // still open and locked
+
+private:
+    int m_descriptor;
+    State m_state = State::kNoLocks;
+    uid_t m_owner = 0;
+    std::time_t m_changed = 0;
+};
+
+bool IsLeftOver(const LockedFolder& lock, const std::string& path) {
+    if (lock.Is() != LockedFolder::State::kLocked || !lock.IsOurs()) return false;
+    // Nothing in it: a run may be about to lock it.
+    std::error_code ignored;
+    return !fs::is_empty(path, ignored) || lock.Age() > kLongestStart;
+}
+
+std::uint64_t BytesBelow(const std::string& folder) {
+    std::uint64_t bytes = 0;
+    std::error_code error;
+    for (fs::recursive_directory_iterator at(folder, error), end; !error && at != end;
+         at.increment(error)) {
+        std::error_code ignored;
+        const std::uintmax_t size = at->is_symlink(ignored) ? 0 : at->file_size(ignored);
+        if (!ignored) bytes += size;
+    }
+    return bytes;
+}
+
 struct CloseFile {
     void operator()(std::FILE* file) const { (void)std::fclose(file); }
 };
@@ -128,15 +199,49 @@ Outcome OutputFolder::Open(const std::string& folder) {
     std::lock_guard<std::mutex> hold(m_lock);
     m_folder = absolute.string();
     m_made = made;
-    // The download gets a folder that is ours alone: nobody can plant a link at its name, and one
-    // removal cleans up.
-    std::string work = (absolute / ".kemffdc-XXXXXX").string();
-    if (mkdtemp(work.data()) == nullptr) {
-        return Failure(kLocalFile, shown + " cannot be written to: " + Why() +
-                                       " Choose another with --output.");
+    return MakeWorkFolder(shown);
+}
+
+// The download gets a folder that is ours alone: nobody can plant a link at its name, and one
+// removal cleans up.
+Outcome OutputFolder::MakeWorkFolder(const std::string& shown) {
+    for (int start = 0; start < kMaxStarts; ++start) {
+        std::string work = (fs::path(m_folder) / kWorkFolder).string();
+        if (mkdtemp(work.data()) == nullptr) {
+            return Failure(kLocalFile, shown + " cannot be written to: " + Why() +
+                                           " Choose another with --output.");
+        }
+        // Until it is locked, another run may look at it, with the lock held, or even remove it.
+        LockedFolder lock(work);
+        const bool lost =
+            lock.Is() == LockedFolder::State::kTaken || lock.Is() == LockedFolder::State::kGone;
+        if (lost) {
+            rmdir(work.c_str());
+            continue;
+        }
+        m_hold = lock.Release();
+        m_work = work;
+        return {};
     }
-    m_work = work;
-    return {};
+    return Failure(kLocalFile, shown + " loses each folder that is made in it.");
+}
+
+std::vector<OutputFolder::LeftOver> OutputFolder::RemoveLeftOvers() const {
+    std::vector<LeftOver> removed;
+    std::error_code error;
+    for (fs::directory_iterator at(m_folder, error), end; !error && at != end;
+         at.increment(error)) {
+        const std::string name = at->path().filename().string();
+        const std::string path = at->path().string();
+        if (!IsWorkFolderName(name) || path == m_work) continue;
+        const LockedFolder lock(path);
+        if (!IsLeftOver(lock, path)) continue;
+        const std::uint64_t bytes = BytesBelow(path);
+        std::error_code failed;
+        fs::remove_all(path, failed);
+        if (!failed) removed.push_back({name, bytes});
+    }
+    return removed;
 }
 
 std::string OutputFolder::WorkPath(const std::string& name) const {
@@ -160,13 +265,13 @@ Outcome OutputFolder::Deliver(const std::string& name, std::string& path) {
 
 void OutputFolder::Discard() {
     std::lock_guard<std::mutex> hold(m_lock);
-    if (m_work.empty()) return;
     // A download that goes on may put a file there while it is emptied.
-    for (int round = 0; round < 10; ++round) {
+    for (int round = 0; round < 10 && !m_work.empty(); ++round) {
         std::error_code error;
         fs::remove_all(m_work, error);
         if (!error) break;
     }
+    if (m_hold >= 0) close(std::exchange(m_hold, -1));
     if (m_made && !m_delivered) rmdir(m_folder.c_str());  // fails where something is in it: good
 }
 

@@ -8,6 +8,7 @@
 #include <functional>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "ExitCodes.h"
 
@@ -22,8 +23,16 @@ std::string ArchiveName(const std::string& host, const std::tm& when, const std:
 // A folder for the archive, and a folder of its own in it for the download. Nothing appears in the
 // output folder before it is complete, and nothing of a failed run stays: the destructor removes
 // what is not delivered, and the output folder too if this object has made it and it is empty.
+//
+// The working folder is locked for as long as the run lives. One that nobody locks is left over
+// from a run that was killed.
 class OutputFolder {
 public:
+    struct LeftOver {
+        std::string name;  // of a working folder
+        std::uint64_t bytes = 0;
+    };
+
     OutputFolder() = default;
     ~OutputFolder();
 
@@ -33,6 +42,13 @@ public:
     // Makes `folder` where it is missing (its parent must exist), and the working folder in it,
     // which proves that files can be written there.
     Outcome Open(const std::string& folder);
+
+    // Removes the working folders of this user's killed runs, and tells which. None of a run that
+    // lives, and none where the file system has no locks (NFS).
+    std::vector<LeftOver> RemoveLeftOvers() const;
+
+    // Absolute; empty until Open has succeeded.
+    const std::string& Path() const { return m_folder; }
 
     // Path for a download.
     std::string WorkPath(const std::string& name) const;
@@ -47,9 +63,12 @@ public:
     void Discard();
 
 private:
+    Outcome MakeWorkFolder(const std::string& shown);
+
     std::mutex m_lock;     // between Open and Discard; later m_folder and m_work do not change
     std::string m_folder;  // absolute
     std::string m_work;    // empty until Open has succeeded
+    int m_hold = -1;       // of m_work, locked; -1: the file system has no locks
     bool m_made = false;
     std::atomic<bool> m_delivered{false};
 };

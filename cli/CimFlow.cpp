@@ -42,7 +42,7 @@ class CimRun {
 public:
     explicit CimRun(Context& run)
         : m_run(run),
-          m_listener(run.progress, run.report),
+          m_listener(run.progress, run.report, run.bmcGathers),
           m_ffdc(ConnectionOf(run), TargetOf(run), run.options.initialize) {}
 
     // Until the BMC can be asked for an export.

@@ -144,8 +144,8 @@ std::string ObjectProgress(const CimAccount& account) {
     return text + ": the BMC gathers and uploads, for up to 20 minutes";
 }
 
-CimListener::CimListener(Progress& progress, Report& report)
-    : m_progress(progress), m_report(report) {
+CimListener::CimListener(Progress& progress, Report& report, std::atomic<bool>& bmcGathers)
+    : m_progress(progress), m_report(report), m_bmcGathers(bmcGathers) {
     Varnex::AddLogSink(this);
 }
 
@@ -158,6 +158,8 @@ void CimListener::Receive(const Varnex::LogRecord& record) {
         std::lock_guard<std::mutex> hold(m_lock);
         const std::size_t before = m_ledger.Account().objects.size();
         const bool changed = m_ledger.Take(*finding, std::chrono::steady_clock::now());
+        const std::vector<ExportedObject>& objects = m_ledger.Account().objects;
+        m_bmcGathers = !objects.empty() && objects.back().state == ExportedObject::State::kRunning;
         // The object before it has ended well.
         if (m_ledger.Account().objects.size() > before && before > 0) {
             m_report.SetObject(before - 1, m_ledger.Account().objects[before - 1]);

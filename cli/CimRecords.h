@@ -2,6 +2,7 @@
 #ifndef KEMFFDC_CIMRECORDS_H
 #define KEMFFDC_CIMRECORDS_H
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <mutex>
@@ -81,7 +82,8 @@ std::string ObjectProgress(const CimAccount& account);
 // Listens to the library while it works: keeps the ledger and shows where the run is.
 class CimListener : public Varnex::LogSink {
 public:
-    CimListener(Progress& progress, Report& report);
+    // `bmcGathers` is true while an object's export is under way.
+    CimListener(Progress& progress, Report& report, std::atomic<bool>& bmcGathers);
     ~CimListener() override;
     CimListener(const CimListener&) = delete;
     CimListener& operator=(const CimListener&) = delete;
@@ -97,6 +99,7 @@ private:
 
     Progress& m_progress;
     Report& m_report;
+    std::atomic<bool>& m_bmcGathers;
     std::mutex m_lock;
     CimLedger m_ledger;
 };

@@ -2,12 +2,14 @@
 #ifndef KEMFFDC_CONTEXT_H
 #define KEMFFDC_CONTEXT_H
 
+#include <atomic>
 #include <string>
 #include <vector>
 
 #include "Archive.h"
 #include "ExitCodes.h"
 #include "Interrupt.h"
+#include "Limits.h"
 #include "Options.h"
 #include "Progress.h"
 #include "Report.h"
@@ -23,7 +25,9 @@ struct Context {
     Progress& progress;
     Report& report;
     OutputFolder& folder;  // open where something is to be downloaded
-    const Interrupt& interrupt;
+    Interrupt& interrupt;
+    const Limits& limits;
+    std::atomic<bool>& bmcGathers;  // a run that ends now leaves the BMC at work
 
     // Announces a step to progress and report.
     void Begin(const std::string& step) {
@@ -31,11 +35,12 @@ struct Context {
         report.BeginStep(step);
     }
 
-    // Ends it; gives `outcome` back, or that of an interrupted run.
+    // Ends it; gives `outcome` back, or that of an interrupted run or of a limit that was reached.
     Outcome End(int code, const Outcome& outcome, const std::string& detail = "") {
         report.EndStep(code, outcome.Ok() ? detail : outcome.reason);
         if (interrupt.Raised()) return Failure(kInterrupted, "Interrupted.");
-        return outcome;
+        const Outcome limit = limits.Reached();
+        return limit.Ok() ? outcome : limit;
     }
 };
 

@@ -14,12 +14,12 @@ enum ExitCode : int {
     kNotConnected = 3,    // could not connect or authenticate
     kExportRefused = 4,   // the BMC refused to gather or to export, or gave nothing to follow it by
     kTaskFailed = 5,      // the task failed, was killed or ended in an unknown state
-    kNotFinished = 6,     // still running after the last try
+    kNotFinished = 6,     // still running after the last try, or the run at its deadline
     kDownloadFailed = 7,  // gathered, but not fetched
-    kLocalFile = 8,       // a file or folder of this machine
+    kLocalFile = 8,       // a file, folder or disk of this machine
     kFilesMissing = 9,    // some of the BMC's files were fetched, and some were not
     kLimited = 10,        // check: reached, but collect would not get as far as gathering
-    kInterrupted = 130,   // Ctrl-C, SIGTERM, SIGHUP
+    kInterrupted = 130,   // Ctrl-C and the other signals that ask a process to end
 };
 
 // The result of a step: an exit code, and for every code but 0 a text that tells the operator what

@@ -6,74 +6,145 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <system_error>
 #include <utility>
 
-#include "ExitCodes.h"
+#include "Secret.h"
 
 namespace Kemffdc {
 namespace {
 
-constexpr int kMomentMs = 500;  // for the run to end by itself; the second is not full yet
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
 
-// Signals that this process is to be ended with; who ignores one (nohup) means it.
+constexpr int kMomentMs = 500;  // for the run to end by itself; the second is not full yet
+constexpr int kStuckMs = 2000;  // who has not told by then is not read by anybody
+constexpr int kForever = -1;
+
+bool IsIgnored(int number) {
+    struct sigaction action {};
+    sigaction(number, nullptr, &action);
+    return action.sa_handler == SIG_IGN;
+}
+
+// Those that end a process by default; who ignores one (nohup) means it.
 sigset_t EndingSignals() {
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
-        struct sigaction action {};
-        sigaction(number, nullptr, &action);
-        if (action.sa_handler != SIG_IGN) sigaddset(&signals, number);
+    for (const int number :
+         {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2, SIGALRM, SIGXCPU}) {
+        if (!IsIgnored(number)) sigaddset(&signals, number);
     }
     return signals;
 }
 
+// Job control: a prompt has the terminal's echo off, and the shell needs it.
+sigset_t PausingSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGCONT);
+    if (!IsIgnored(SIGTSTP)) sigaddset(&signals, SIGTSTP);
+    return signals;
+}
+
+// Stops the process as the signal would have. The kernel discards it where nobody could continue.
+void StopHere() {
+    sigset_t stop;
+    sigemptyset(&stop);
+    sigaddset(&stop, SIGTSTP);
+    kill(getpid(), SIGTSTP);
+    pthread_sigmask(SIG_UNBLOCK, &stop, nullptr);
+    pthread_sigmask(SIG_BLOCK, &stop, nullptr);
+}
+
+bool WaitFor(int event, int ms) {
+    pollfd wanted{event, POLLIN, 0};
+    return poll(&wanted, 1, ms) > 0;
+}
+
+int MillisecondsUntil(steady_clock::time_point moment) {
+    constexpr long long kLongest = 3600LL * 1000;  // then it is looked at again
+    const auto left = std::chrono::ceil<milliseconds>(moment - steady_clock::now()).count();
+    return static_cast<int>(std::clamp<long long>(left, 0, kLongest));
+}
+
 }  // namespace
 
-Interrupt::Interrupt(std::function<void()> abandon) : m_abandon(std::move(abandon)) {
-    const sigset_t signals = EndingSignals();
+Interrupt::Interrupt(std::chrono::seconds deadline, Ends ends)
+    : m_deadline(deadline), m_start(steady_clock::now()), m_ends(std::move(ends)) {
+    sigset_t signals = PausingSignals();
+    const sigset_t ending = EndingSignals();
+    sigorset(&signals, &signals, &ending);
     m_signals = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
     m_stop = eventfd(0, EFD_CLOEXEC);
-    if (m_signals < 0 || m_stop < 0) throw std::system_error(errno, std::generic_category());
-    pthread_sigmask(SIG_BLOCK, &signals, &m_before);
+    m_told = eventfd(0, EFD_CLOEXEC);
+    if (m_signals < 0 || m_stop < 0 || m_told < 0) {
+        throw std::system_error(errno, std::generic_category());
+    }
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     m_thread = std::thread([this] { Listen(); });
 }
 
 Interrupt::~Interrupt() {
     eventfd_write(m_stop, 1);
     m_thread.join();
-    pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
-    close(m_signals);
-    close(m_stop);
+    for (const int descriptor : {m_signals, m_stop, m_told}) close(descriptor);
+}
+
+void Interrupt::AtStop(std::function<void()> call) {
+    std::lock_guard<std::mutex> hold(m_atStopLock);
+    m_atStop = std::move(call);
 }
 
 void Interrupt::ClaimEnding() {
     while (m_claimed.exchange(true)) pause();  // the other thread ends the process
 }
 
+void Interrupt::Told() { eventfd_write(m_told, 1); }
+
 void Interrupt::Listen() {
-    if (!WaitForSignal()) return;
-    m_raised = true;
-    pollfd stop{m_stop, POLLIN, 0};
-    if (poll(&stop, 1, kMomentMs) > 0) return;
-    EndProcess();
+    const ExitCode code = WaitForCause();
+    if (code == kDone) return;
+    Raise(code);
+    if (!WaitFor(m_stop, kMomentMs)) EndProcess();
 }
 
-bool Interrupt::WaitForSignal() const {
+ExitCode Interrupt::WaitForCause() const {
     for (;;) {
+        const bool bounded = m_deadline.count() > 0;
         pollfd events[] = {{m_stop, POLLIN, 0}, {m_signals, POLLIN, 0}};
-        poll(events, 2, -1);
-        if (events[0].revents != 0) return false;
+        poll(events, 2, bounded ? MillisecondsUntil(m_start + m_deadline) : kForever);
+        if (events[0].revents != 0) return kDone;
         signalfd_siginfo info;
-        if (read(m_signals, &info, sizeof info) == sizeof info) return true;
+        if (read(m_signals, &info, sizeof info) != sizeof info) {
+            if (bounded && steady_clock::now() >= m_start + m_deadline) return kNotFinished;
+        } else if (info.ssi_signo == SIGTSTP) {
+            LendTerminal();
+            StopHere();
+            TakeTerminalBack();
+        } else if (info.ssi_signo == SIGCONT) {
+            TakeTerminalBack();
+        } else {
+            return kInterrupted;
+        }
     }
 }
 
+void Interrupt::Raise(ExitCode code) {
+    m_code = code;
+    std::lock_guard<std::mutex> hold(m_atStopLock);
+    if (m_atStop) m_atStop();
+}
+
 void Interrupt::EndProcess() {
-    // Where the run has claimed its ending but is stuck reporting it, nobody reports twice.
-    if (!m_claimed.exchange(true)) m_abandon();
-    _exit(kInterrupted);
+    const bool byTheRun = m_claimed.exchange(true);
+    if (!byTheRun) std::thread(m_ends.tell).detach();
+    const bool told = WaitFor(m_told, kStuckMs);
+    if (byTheRun && told) return;  // it cleans up now
+    m_ends.cleanUp();
+    _exit(m_code);
 }
 
 }  // namespace Kemffdc

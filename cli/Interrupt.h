@@ -3,43 +3,77 @@
 #define KEMFFDC_INTERRUPT_H
 
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <functional>
+#include <mutex>
 #include <thread>
+
+#include "ExitCodes.h"
 
 namespace Kemffdc {
 
-// Ends a run within a second after SIGINT, SIGTERM or SIGHUP, whatever blocks it.
+// Ends a run within a second after a signal or at its deadline, whatever blocks it.
 //
-// While the object lives, those signals reach a thread of its own (those that were ignored before
-// stay ignored). On a signal, Raised() becomes true and the run has a moment to end by itself.
-// After that moment the thread calls `abandon`, unless the run has claimed its ending, and ends the
-// process with exit code 130. To be made before any thread that it shall cover.
+// From the moment on that the object is made, the signals that would end the process (SIGINT,
+// SIGTERM, SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2, SIGALRM, SIGXCPU; not those that were ignored before)
+// reach a thread of its own, and none of them ends the process in another way any more, not even
+// after the object is gone: a second signal must not change the exit code. On the first one, or at
+// the deadline, Raised() becomes true and the run has a moment to end by itself. After that moment
+// the thread has the ending told and the process cleaned up, and ends it; where the run has claimed
+// its ending, it may tell and clean up by itself, unless it is stuck telling.
+//
+// To be made before any thread that it shall cover.
 class Interrupt {
 public:
-    explicit Interrupt(std::function<void()> abandon);
+    // What the thread does in place of a blocked run. `tell` calls Told() at its end.
+    struct Ends {
+        std::function<void()> tell;
+        std::function<void()> cleanUp;
+    };
+
+    // `deadline`: after so long the run is ended; 0: never.
+    Interrupt(std::chrono::seconds deadline, Ends ends);
     ~Interrupt();
 
     Interrupt(const Interrupt&) = delete;
     Interrupt& operator=(const Interrupt&) = delete;
 
-    bool Raised() const { return m_raised; }
+    bool Raised() const { return m_code != kDone; }
 
-    // To be called once, by the run, before it reports how it ended. Does not return when the
+    // With which the process ends once Raised(): kInterrupted for a signal, kNotFinished for the
+    // deadline.
+    ExitCode Code() const { return m_code; }
+
+    // `call` is called once, on the object's thread, as soon as the run is to end; it must not
+    // block. Null: nothing is.
+    void AtStop(std::function<void()> call);
+
+    // To be called once, by the run, before it tells how it ended. Does not return when the
     // process is being ended already.
     void ClaimEnding();
 
+    // The ending is told: what is left may take its time.
+    void Told();
+
 private:
+    using Time = std::chrono::steady_clock::time_point;
+
     void Listen();
-    bool WaitForSignal() const;  // false: the object is being destroyed
+    ExitCode WaitForCause() const;  // kDone: the object is being destroyed
+    void Raise(ExitCode code);
     void EndProcess();
 
-    const std::function<void()> m_abandon;
-    std::atomic<bool> m_raised{false};
-    std::atomic<bool> m_claimed{false};  // by whoever reports the ending
-    sigset_t m_before;
-    int m_signals = -1;  // signalfd(2)
-    int m_stop = -1;     // eventfd(2)
+    const std::chrono::seconds m_deadline;
+    const Time m_start;
+    const Ends m_ends;
+    std::mutex m_atStopLock;
+    std::function<void()> m_atStop;
+    std::atomic<ExitCode> m_code{kDone};
+    std::atomic<bool> m_claimed{false};  // by whoever tells the ending
+    int m_signals = -1;                  // signalfd(2)
+    int m_stop = -1;                     // eventfd(2), as the next
+    int m_told = -1;
     std::thread m_thread;
 };
 

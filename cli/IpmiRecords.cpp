@@ -251,6 +251,8 @@ void IpmiListener::Receive(const Varnex::LogRecord& record) {
         std::lock_guard<std::mutex> hold(m_lock);
         const std::size_t said = m_ledger.Account().hostKeys.size();
         m_ledger.Take(*finding);
+        if (finding->sign == IpmiSign::kStarting) m_run.bmcGathers = true;
+        if (finding->sign == IpmiSign::kAskingAccount) m_run.bmcGathers = false;
         if (m_ledger.Account().hostKeys.size() > said) m_run.progress.Say(finding->text);
         Show(*finding);
     } catch (...) {

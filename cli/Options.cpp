@@ -4,6 +4,10 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cctype>
+#include <charconv>
+#include <cstdint>
+#include <cstring>
+#include <map>
 #include <set>
 #include <vector>
 
@@ -53,9 +57,9 @@ constexpr char kFooter[] =
     "  3    could not connect or authenticate\n"
     "  4    the BMC refused the export or to gather, or an export failed\n"
     "  5    the task failed, was killed or ended in an unknown state\n"
-    "  6    not finished within the tries; ipmi and kcs: within 900 seconds\n"
-    "  7    download failed\n"
-    "  8    local file trouble\n"
+    "  6    not finished within the tries or the --deadline; ipmi and kcs: within 900 seconds\n"
+    "  7    download failed, or it was larger than --max-size\n"
+    "  8    local file trouble, or less free than --keep-free\n"
     "  9    some files are missing, the others were obtained (ipmi, kcs)\n"
     "  10   check: the BMC was reached, but collect would get nothing from it\n"
     "  130  interrupted\n"
@@ -68,11 +72,45 @@ constexpr char kFooter[] =
 // Those that the platform's IPMI client knows.
 const std::set<int> kCipherSuites{0, 1, 2, 3, 6, 7, 8, 11, 12, 15, 16, 17};
 
+// A number that may have a unit.
+struct Quantity {
+    std::map<std::string, std::uint64_t> units;  // in lower case
+    std::uint64_t most;
+    const char* notOne;  // what to write instead of one that cannot be read
+};
+const Quantity kTime{{{"", 1}, {"s", 1}, {"m", 60}, {"h", 3600}},
+                     std::uint64_t{365} * 24 * 3600,
+                     " is no time; write 90s, 45m or 2h, at most 8760h"};
+const Quantity kSize{{{"", 1},
+                      {"k", std::uint64_t{1} << 10},
+                      {"m", std::uint64_t{1} << 20},
+                      {"g", std::uint64_t{1} << 30},
+                      {"t", std::uint64_t{1} << 40}},
+                     std::uint64_t{1} << 60,
+                     " is no size; write 500M or 16G, at most 1048576T"};
+
 constexpr char kInBand[] = "kcs";
 constexpr int kAccountOverSession = 2;  // the mode that has no use for --user in band
 
 // CLI11 reads an empty text as the number 0, which would be a suite without any protection.
 std::string IsGiven(const std::string& text) { return text.empty() ? "a number is missing" : ""; }
+
+// "2h" becomes "7200".
+CLI::Validator InUnitsOf(const Quantity& quantity) {
+    const auto convert = [quantity](std::string& text) -> std::string {
+        std::uint64_t number = 0;
+        const char* end = text.data() + text.size();
+        const auto read = std::from_chars(text.data(), end, number);
+        const auto unit = quantity.units.find(CLI::detail::to_lower(std::string(read.ptr, end)));
+        const bool readable = read.ec == std::errc() && unit != quantity.units.end();
+        if (!readable || number > quantity.most / unit->second) {
+            return "\"" + text + "\"" + quantity.notOne;
+        }
+        text = std::to_string(number * unit->second);
+        return "";
+    };
+    return {convert, ""};
+}
 
 // What CLI11 fills in before it is checked as a whole.
 struct Raw {
@@ -114,6 +152,10 @@ void AddConnectionOptions(CLI::App& app, Raw& raw) {
                    "redfish, cim: check the BMC's certificate against the CAs in this PEM file "
                    "before any password leaves [VARNEX_CA_FILE]")
         ->type_name("FILE");
+    app.add_option("--deadline", raw.options.deadline,
+                   "End the run after this time, 90s, 45m or 2h; 0 is never [2h]")
+        ->type_name("TIME")
+        ->transform(InUnitsOf(kTime));
     app.add_flag("--no-proxy", raw.options.noProxy, "Ignore the environment's proxies");
     app.add_flag("--json", raw.options.json, "Print the result as one JSON object");
     app.add_option("--log-level", raw.logLevel,
@@ -158,6 +200,14 @@ void AddCollectOptions(CLI::App& app, Raw& raw) {
                    "Folder for the archive; made if its parent exists")
         ->type_name("DIR")
         ->capture_default_str();
+    app.add_option("--max-size", raw.options.maxSize,
+                   "Download no more than this in all, 500M or 16G; 0 is no limit [16G]")
+        ->type_name("SIZE")
+        ->transform(InUnitsOf(kSize));
+    app.add_option("--keep-free", raw.options.keepFree,
+                   "Leave this much of the output folder's disk free; 0 is nothing [1G]")
+        ->type_name("SIZE")
+        ->transform(InUnitsOf(kSize));
 }
 
 bool HasControl(const std::string& text) {
@@ -192,7 +242,6 @@ std::string TakeHost(const CLI::App& command, const std::string& given, Options&
 }
 
 std::string CheckUser(const Options& options) {
-    if (options.user.empty()) return "--user is empty.";
     if (HasControl(options.user)) return "--user holds control bytes.";
     if (options.via == "ipmi" || options.via == kInBand) return "";
     // HTTP Basic authentication (RFC 7617) cannot tell where such a name ends.
@@ -241,6 +290,8 @@ const OwnOption kOwnOptions[] = {
     {"--tries", {"redfish"}},
     {"--interval", {"redfish"}},
     {"--output", {"redfish", "ipmi", "kcs"}},
+    {"--max-size", {"redfish", "ipmi", "kcs"}},
+    {"--keep-free", {"redfish", "ipmi", "kcs"}},
     {"--export-uri", {"redfish", "cim"}},
     {"--export-user", {"redfish", "cim"}},
     {"--export-password-file", {"redfish", "cim"}},
@@ -270,6 +321,16 @@ std::string CheckForeignOptions(const CLI::App& command, const Options& options)
     return "";
 }
 
+// No option means anything by an empty text; where one stands, a variable was not set.
+std::string CheckEmpty(const CLI::App& command) {
+    for (const CLI::Option* option : command.get_options()) {
+        const CLI::results_t& given = option->results();
+        const bool empty = std::find(given.begin(), given.end(), "") != given.end();
+        if (empty && !option->get_positional()) return option->get_name() + " is empty.";
+    }
+    return "";
+}
+
 // The library looks for these words in the whole URI, in lower case; the tool wants to be sure of
 // what the BMC makes of it.
 std::string CheckCim(const Options& options) {
@@ -290,7 +351,6 @@ std::string CheckCim(const Options& options) {
 
 std::string CheckCaOption(const CLI::App& command, const Options& options) {
     if (command.get_option("--ca-file")->count() == 0) return "";
-    if (options.caFile.empty()) return "--ca-file is empty.";
     return options.plain ? "--plain has no certificate for --ca-file to check." : "";
 }
 
@@ -319,12 +379,12 @@ std::string Complete(const CLI::App& command, Raw& raw) {
     options.port = options.plain ? channel.plainPort : channel.defaultPort;
     if (raw.port != 0) options.port = static_cast<std::uint16_t>(raw.port);
     for (const std::string& fault :
-         {CheckForeignOptions(command, options), TakeHost(command, raw.host, options),
-          CheckUser(options), CheckExport(options), CheckCim(options),
-          CheckCaOption(command, options), CheckInBand(command, options)}) {
+         {CheckForeignOptions(command, options), CheckEmpty(command),
+          TakeHost(command, raw.host, options), CheckUser(options), CheckExport(options),
+          CheckCim(options), CheckCaOption(command, options), CheckInBand(command, options)}) {
         if (!fault.empty()) return fault;
     }
-    return options.output.empty() ? "--output is empty." : "";
+    return "";
 }
 
 Parsed UsageError(const std::string& text) {
@@ -354,6 +414,16 @@ std::string UnknownArguments(int argc, const char* const* argv, const CLI::App& 
     return "Unknown option: " + names + ".";
 }
 
+// "--output=", where an unset variable was to fill it: CLI11 would take the next argument.
+std::string EmptyValue(int argc, const char* const* argv) {
+    for (int i = 1; i < argc && std::strcmp(argv[i], "--") != 0; ++i) {
+        const std::string argument = argv[i];
+        if (argument.rfind("--", 0) != 0 || argument.find('=') != argument.size() - 1) continue;
+        return argument.substr(0, argument.size() - 1) + " is empty: nothing stands behind its =.";
+    }
+    return "";
+}
+
 }  // namespace
 
 Parsed ParseOptions(int argc, const char* const* argv) {
@@ -370,6 +440,8 @@ Parsed ParseOptions(int argc, const char* const* argv) {
         command->footer(kFooter);
     }
     AddCollectOptions(*collect, raw);
+    const std::string empty = EmptyValue(argc, argv);
+    if (!empty.empty()) return UsageError(empty);
 
     try {
         app.parse(argc, argv);

@@ -38,6 +38,9 @@ struct Options {
     int tries = 120;   // questions for the task's state
     int interval = 5;  // seconds between them
     std::string output = ".";
+    std::uint64_t maxSize = std::uint64_t{16} << 30;  // bytes of all downloads; 0: no limit
+    std::uint64_t keepFree = std::uint64_t{1} << 30;  // bytes, on the disk of `output`
+    std::int64_t deadline = std::int64_t{2} * 3600;   // seconds for the whole run; 0: none
 
     bool json = false;
     bool noProxy = false;

@@ -11,6 +11,7 @@
 #include "Clock.h"
 #include "Context.h"
 #include "GlobalConfig.h"
+#include "LogSink.h"
 #include "RedfishPreflight.h"
 #include "RedfishRecords.h"
 #include "RedfishVerdict.h"
@@ -84,6 +85,7 @@ public:
         m_listener.Take();
         int code = -1;
         std::string thrown;
+        m_run.bmcGathers = true;
         try {
             code = m_ffdc->Apply();
         } catch (const std::bad_alloc&) {
@@ -101,11 +103,13 @@ public:
         m_ffdc->SetTrialCount(m_run.options.tries);
         m_ffdc->SetTrialInterval(m_run.options.interval);
         const bool exists = m_ffdc->IsFFDCLogExist(path);
+        m_run.bmcGathers = !exists;
         return m_run.End(exists ? 0 : 1, JudgeWait(exists, path, m_listener.Take(), m_run.options));
     }
 
     Outcome Download(const std::string& path) {
-        const std::string name = ArchiveName(m_run.options.host, Clock::LocalTime(), path);
+        const std::string name =
+            ArchiveName(m_run.options.host, Clock::LocalTime(), Varnex::WithoutHiddenSecrets(path));
         m_run.Begin("download");
         m_listener.Take();
         int code = 0;

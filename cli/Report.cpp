@@ -8,6 +8,7 @@
 #include <ostream>
 
 #include "LockSoon.h"
+#include "LogSink.h"
 #include "Text.h"
 
 namespace Kemffdc {
@@ -19,7 +20,6 @@ constexpr int kSchema = 1;
 constexpr char kByObjects[] = "cim";                 // the channel whose account lists objects
 constexpr const char* kByFiles[] = {"ipmi", "kcs"};  // those whose account lists files
 constexpr std::size_t kMaxShownName = 255;
-constexpr std::size_t kMinSecret = 4;  // masking "a" would make every text unreadable
 
 // Said by check, and only there: collect would not be the place to learn it.
 constexpr char kTrustNote[] =
@@ -137,23 +137,6 @@ void Line(std::ostream& out, const char* label, const std::string& text) {
 
 }  // namespace
 
-void Report::Hide(const Secret& secret) {
-    std::lock_guard<std::mutex> hold(m_lock);
-    m_secrets.push_back(&secret);
-}
-
-std::string Report::Masked(std::string text) const {
-    for (const Secret* secret : m_secrets) {
-        const std::string& value = secret->Reveal();
-        if (value.size() < kMinSecret) continue;
-        for (std::size_t at = text.find(value); at != std::string::npos;
-             at = text.find(value, at)) {
-            text.replace(at, value.size(), "**********");
-        }
-    }
-    return text;
-}
-
 void Report::BeginStep(const std::string& name) {
     std::lock_guard<std::mutex> hold(m_lock);
     m_open = name;
@@ -167,7 +150,7 @@ void Report::EndStep(int code, const std::string& detail) {
 
 void Report::CloseStep(int code, const std::string& detail) {
     const std::chrono::duration<double> time = std::chrono::steady_clock::now() - m_openSince;
-    m_steps.push_back({m_open, code, time.count(), Masked(detail)});
+    m_steps.push_back({m_open, code, time.count(), Varnex::WithoutHiddenSecrets(detail)});
     m_open.clear();
 }
 
@@ -176,13 +159,14 @@ void Report::SetFacts(const BmcFacts& facts) {
     m_facts = facts;
     for (std::string* text : {&m_facts.serviceVersion, &m_facts.product, &m_facts.vendor,
                               &m_facts.model, &m_facts.firmware}) {
-        *text = Masked(*text);
+        *text = Varnex::WithoutHiddenSecrets(*text);
     }
 }
 
 void Report::SetDelivery(const Delivery& delivery) {
     std::lock_guard<std::mutex> hold(m_lock);
     m_delivery = delivery;
+    m_delivery.exportUri = Varnex::WithoutHiddenSecrets(delivery.exportUri);
 }
 
 void Report::SetObject(std::size_t number, const ExportedObject& object) {
@@ -190,7 +174,8 @@ void Report::SetObject(std::size_t number, const ExportedObject& object) {
     if (m_objects.size() <= number) m_objects.resize(number + 1);
     ExportedObject& kept = m_objects[number];
     kept = object;
-    for (std::string* text : {&kept.path, &kept.type, &kept.returned}) *text = Masked(*text);
+    for (std::string* text : {&kept.path, &kept.type, &kept.returned})
+        *text = Varnex::WithoutHiddenSecrets(*text);
 }
 
 void Report::SetFiles(const std::vector<RemoteFile>& files, std::size_t notTried) {
@@ -198,15 +183,19 @@ void Report::SetFiles(const std::vector<RemoteFile>& files, std::size_t notTried
     m_files = files;
     m_notTried = notTried;
     for (RemoteFile& file : m_files) {
-        file.name = Masked(file.name);
-        file.reason = Masked(file.reason);
+        const std::string name = Varnex::WithoutHiddenSecrets(file.name);
+        if (!file.path.empty() && name != file.name) {
+            file.path = file.path.substr(0, file.path.rfind('/') + 1) + name;
+        }
+        file.name = name;
+        file.reason = Varnex::WithoutHiddenSecrets(file.reason);
     }
 }
 
 void Report::Write(const Outcome& ending, std::ostream& out, std::ostream& err) {
     const std::unique_lock<std::mutex> hold = LockSoon(m_lock);
     if (!hold.owns_lock()) return;
-    const Outcome outcome{ending.code, Masked(ending.reason)};
+    const Outcome outcome{ending.code, Varnex::WithoutHiddenSecrets(ending.reason)};
     if (!m_open.empty()) CloseStep(-1, "not ended");
     if (!outcome.Ok()) {
         err << "kemffdc: " << outcome.reason << " [exit code " << outcome.code << "]" << std::endl;

@@ -12,7 +12,6 @@
 
 #include "ExitCodes.h"
 #include "Options.h"
-#include "Secret.h"
 
 namespace Kemffdc {
 
@@ -96,10 +95,6 @@ class Report {
 public:
     explicit Report(const Options& options) : m_options(options) {}
 
-    // From now on `secret` is masked in every text given to the report: a BMC may send back what
-    // it was sent. Kept by address.
-    void Hide(const Secret& secret);
-
     void BeginStep(const std::string& name);
     void EndStep(int code, const std::string& detail = "");
     void SetFacts(const BmcFacts& facts);
@@ -116,7 +111,6 @@ public:
     void Write(const Outcome& ending, std::ostream& out, std::ostream& err);
 
 private:
-    std::string Masked(std::string text) const;
     void CloseStep(int code, const std::string& detail);
     void WriteJson(const Outcome& outcome, std::ostream& out) const;
     void WriteWords(const Outcome& outcome, std::ostream& out) const;
@@ -127,7 +121,6 @@ private:
 
     const Options& m_options;
     std::mutex m_lock;
-    std::vector<const Secret*> m_secrets;
     std::vector<Step> m_steps;
     std::string m_open;  // name of the step that has not ended
     std::chrono::steady_clock::time_point m_openSince;

@@ -3,6 +3,8 @@
 
 #include <curl/curl.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <exception>
 #include <new>
@@ -13,6 +15,7 @@
 #include "Channels.h"
 #include "Context.h"
 #include "Interrupt.h"
+#include "Limits.h"
 #include "LogSink.h"
 #include "Progress.h"
 #include "Report.h"
@@ -79,7 +82,9 @@ public:
           m_out(out),
           m_err(err),
           m_report(options),
-          m_interrupt([this] { Abandon(); }),
+          m_limits(options.maxSize, options.keepFree),
+          m_interrupt(std::chrono::seconds(options.deadline),
+                      {[this] { TellStopped(); }, [this] { m_folder.Discard(); }}),
           m_progress(err, live, TerminalColumns) {}
 
     int Conduct(const Outcome& setUp) {
@@ -91,11 +96,10 @@ public:
         } catch (const std::exception& failure) {
             outcome = Failure(kNotConnected, "The run failed: " + Clean(failure.what()));
         }
-        if (m_interrupt.Raised() && !outcome.Ok()) outcome = Interrupted();
+        if (m_interrupt.Raised() && !outcome.Ok()) outcome = Stopped();
         m_interrupt.ClaimEnding();
-        m_progress.End();
-        m_folder.Discard();
-        m_report.Write(outcome, m_out, m_err);
+        Tell(outcome);
+        m_folder.Discard();  // on a slow disk this takes longer than anybody waits for a word
         return outcome.code;
     }
 
@@ -103,32 +107,59 @@ private:
     Outcome Work() {
         Outcome outcome = ReadPasswords(m_options, m_password, m_exportPassword);
         if (!outcome.Ok()) return outcome;
-        m_report.Hide(m_password);
-        m_report.Hide(m_exportPassword);
+        // A BMC may send back what it was sent.
+        Varnex::HideInLog(m_password.Reveal(), m_options.user);
+        Varnex::HideInLog(m_exportPassword.Reveal(), m_options.exportUser);
 
         // CIM has no download: there the URI is never empty.
         const bool downloads =
             m_options.command == Command::kCollect && m_options.exportUri.empty();
-        if (downloads) outcome = m_folder.Open(m_options.output);
+        if (downloads) outcome = PrepareFolder();
         if (!outcome.Ok()) return outcome;
 
-        Context context{m_options, m_password, m_exportPassword, m_progress,
-                        m_report,  m_folder,   m_interrupt};
+        Context context{m_options, m_password,  m_exportPassword, m_progress,  m_report,
+                        m_folder,  m_interrupt, m_limits,         m_bmcGathers};
         const Channel* channel = FindChannel(m_options.via);
         return m_options.command == Command::kCheck ? channel->check(context)
                                                     : channel->collect(context);
     }
 
-    static Outcome Interrupted() {
-        return Failure(kInterrupted, "Interrupted. A BMC that has begun to gather goes on.");
+    Outcome PrepareFolder() {
+        const Outcome outcome = m_folder.Open(m_options.output);
+        if (!outcome.Ok()) return outcome;
+        for (const OutputFolder::LeftOver& leftOver : m_folder.RemoveLeftOvers()) {
+            m_progress.Say("Removed " + leftOver.name + " (" + HumanBytes(leftOver.bytes) +
+                           ") from " + m_folder.Path() + ": a run was killed and left it there.");
+        }
+        return m_limits.Watch(m_folder.Path());
+    }
+
+    // How a run ends that a signal or its deadline has stopped.
+    Outcome Stopped() const {
+        const ExitCode code = m_interrupt.Code();
+        const std::string what = code == kInterrupted
+                                     ? "Interrupted."
+                                     : "The run has not ended within " +
+                                           Elapsed(std::chrono::seconds(m_options.deadline)) +
+                                           " (--deadline).";
+        return Failure(code,
+                       what + (m_bmcGathers ? " A BMC that has begun to gather goes on." : ""));
     }
 
     // Called while the run is still blocked somewhere; the process ends right after it.
-    void Abandon() {
-        RestoreTerminal();
+    void TellStopped() {
+        try {
+            RestoreTerminal();
+            Tell(Stopped());
+        } catch (...) {
+            // Out of memory: the exit code has to say it.
+        }
+    }
+
+    void Tell(const Outcome& outcome) {
         m_progress.End();
-        m_folder.Discard();
-        m_report.Write(Interrupted(), m_out, m_err);
+        m_report.Write(outcome, m_out, m_err);
+        m_interrupt.Told();
     }
 
     const Options& m_options;
@@ -139,6 +170,8 @@ private:
     Secret m_exportPassword;
     Report m_report;
     OutputFolder m_folder;
+    Limits m_limits;
+    std::atomic<bool> m_bmcGathers{false};
     Interrupt m_interrupt;  // before any thread is started
     Progress m_progress;
 };

@@ -9,9 +9,10 @@
 namespace Kemffdc {
 
 // Carries out what `options` say and returns the exit code. Results go to `out`, progress and
-// reasons to `err`. Blocks for as long as the BMC takes; SIGINT, SIGTERM and SIGHUP end the process
-// from within, with exit code 130. Changes the process: the variables that hold passwords, and with
-// noProxy those that name proxies, are removed from its environment; the library's log is set up.
+// reasons to `err`. Blocks for as long as the BMC takes, but not beyond options.deadline; that and
+// the signals of Interrupt.h end the process from within. Changes the process: those signals stay
+// blocked; the variables that hold passwords, and with noProxy those that name proxies, are removed
+// from its environment; the library's log is set up.
 int Run(const Options& options, std::ostream& out, std::ostream& err);
 
 }  // namespace Kemffdc

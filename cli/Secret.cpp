@@ -17,24 +17,33 @@ namespace {
 constexpr std::size_t kMaxSecret = std::size_t{64} * 1024;
 
 std::mutex g_terminalLock;
-int g_terminal = -1;  // the terminal whose echo is off, or -1
+int g_terminal = -1;  // the terminal whose echo is off, or -1; what follows counts with it
+bool g_lent = false;  // its echo is on for the moment
+std::string g_prompt;
 termios g_terminalBefore;
-
-// Ctrl-Z is off as well: a stopped tool would leave the shell without echo.
-bool SwitchEchoOff(int terminal) {
-    std::lock_guard<std::mutex> hold(g_terminalLock);
-    if (tcgetattr(terminal, &g_terminalBefore) != 0) return false;
-    termios silent = g_terminalBefore;
-    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-    silent.c_cc[VSUSP] = _POSIX_VDISABLE;
-    if (tcsetattr(terminal, TCSAFLUSH, &silent) != 0) return false;
-    g_terminal = terminal;
-    return true;
-}
+termios g_terminalSilent;
 
 void Say(int terminal, const std::string& text) {
     (void)!write(terminal, text.data(), text.size());  // who cannot be asked cannot answer either
 }
+
+// Switches the echo off and asks.
+bool Ask(int terminal, const std::string& prompt) {
+    std::lock_guard<std::mutex> hold(g_terminalLock);
+    if (tcgetattr(terminal, &g_terminalBefore) != 0) return false;
+    g_terminalSilent = g_terminalBefore;
+    g_terminalSilent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    if (tcsetattr(terminal, TCSAFLUSH, &g_terminalSilent) != 0) return false;
+    g_terminal = terminal;
+    g_lent = false;
+    g_prompt = prompt;
+    Say(terminal, prompt);
+    return true;
+}
+
+// Whether there is a prompt, and the terminal is this process's to change. In the background it is
+// the shell's, and who changes it there is stopped.
+bool HoldsTerminal() { return g_terminal >= 0 && tcgetpgrp(g_terminal) == getpgrp(); }
 
 // The next bytes of `descriptor`, a whole password at most. Stops at a line end if `line`.
 bool ReadBytes(int descriptor, bool line, std::string& bytes) {
@@ -91,12 +100,11 @@ Outcome FromFile(const SecretSource& source, Secret& secret) {
 
 Outcome FromPrompt(const SecretSource& source, Secret& secret) {
     const int terminal = open("/dev/tty", O_RDWR | O_CLOEXEC);
-    if (terminal < 0 || !SwitchEchoOff(terminal)) {
+    if (terminal < 0 || !Ask(terminal, source.prompt)) {
         if (terminal >= 0) close(terminal);
         return Failure(kUsage, "Cannot ask for a password on this terminal; use " +
                                    std::string(source.option) + " FILE.");
     }
-    Say(terminal, source.prompt);
     std::string bytes;
     const bool read = ReadBytes(terminal, true, bytes);
     Say(terminal, "\n");
@@ -151,9 +159,23 @@ Outcome ReadSecret(const SecretSource& source, Secret& secret) {
 
 void RestoreTerminal() {
     std::lock_guard<std::mutex> hold(g_terminalLock);
-    if (g_terminal < 0) return;
-    tcsetattr(g_terminal, TCSANOW, &g_terminalBefore);
+    if (HoldsTerminal()) tcsetattr(g_terminal, TCSANOW, &g_terminalBefore);
     g_terminal = -1;
+}
+
+void LendTerminal() {
+    std::lock_guard<std::mutex> hold(g_terminalLock);
+    if (!HoldsTerminal()) return;
+    tcsetattr(g_terminal, TCSANOW, &g_terminalBefore);
+    g_lent = true;
+}
+
+void TakeTerminalBack() {
+    std::lock_guard<std::mutex> hold(g_terminalLock);
+    if (!HoldsTerminal()) return;
+    tcsetattr(g_terminal, TCSANOW, &g_terminalSilent);
+    if (g_lent) Say(g_terminal, "\n" + g_prompt);  // what was typed so far is gone
+    g_lent = false;
 }
 
 }  // namespace Kemffdc

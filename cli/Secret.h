@@ -42,8 +42,14 @@ struct SecretSource {
 // holds a NUL byte.
 Outcome ReadSecret(const SecretSource& source, Secret& secret);
 
-// Switches echo on again where a prompt has switched it off. Safe from any thread, any time.
+// Ends a prompt, if there is one: echo is on again. Safe from any thread, any time, as are the
+// next.
 void RestoreTerminal();
+
+// Around a stop of this process: echo is on for the shell, then off again, and the prompt is
+// repeated. Both do nothing where there is no prompt.
+void LendTerminal();
+void TakeTerminalBack();
 
 }  // namespace Kemffdc
 

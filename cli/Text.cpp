@@ -56,9 +56,9 @@ std::string CutUtf8(const std::string& text, std::size_t bytes) {
 }
 
 std::string Clean(const std::string& text, std::size_t limit) {
-    // Masking looks at a bounded part: a BMC may send many megabytes.
-    const std::string part = LineEndsAsBlanks(text.substr(0, 4 * limit + 1024));
-    std::string clean = Varnex::MaskedForDisplay(part);
+    // A secret may hold line ends, and must not be cut in two before it is found.
+    const std::string open = LineEndsAsBlanks(Varnex::WithoutHiddenSecrets(text));
+    std::string clean = Varnex::MaskedForDisplay(open);
     if (clean.size() <= limit) return clean;
     return CutUtf8(clean, limit) + "...";
 }

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -13,10 +14,15 @@
 
 namespace {
 
-// A core file would hold the passwords.
-void ForbidCoreFiles() {
+// It would hold the passwords. A handler that the kernel pipes core dumps to does not ask for the
+// limit; but a process that is not dumpable cannot be traced by its own user either, and that is
+// how the leak sanitizer works.
+void ForbidCoreDumps() {
     const rlimit none{0, 0};
     setrlimit(RLIMIT_CORE, &none);
+#ifndef __SANITIZE_ADDRESS__
+    prctl(PR_SET_DUMPABLE, 0);
+#endif
 }
 
 bool IsLiveTerminal() {
@@ -43,7 +49,8 @@ int main(int argc, char** argv) {
         return Ended(parsed.exitCode);
     }
     (void)std::signal(SIGPIPE, SIG_IGN);
-    ForbidCoreFiles();
+    (void)std::signal(SIGXFSZ, SIG_IGN);  // a file that grows too large is an error like others
+    ForbidCoreDumps();
     parsed.options->liveProgress = IsLiveTerminal();
     return Ended(Kemffdc::Run(*parsed.options, std::cout, std::cerr));
 }

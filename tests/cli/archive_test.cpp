@@ -5,9 +5,12 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -173,6 +176,86 @@ TEST_F(OutputFolderTest, DiscardedTwiceIsDiscardedOnce) {
     ASSERT_TRUE(folder.Open(m_place.string()).Ok());
     folder.Discard();
     folder.Discard();
+    EXPECT_THAT(Names(m_place), IsEmpty());
+}
+
+TEST_F(OutputFolderTest, RemovesWhatKilledRunsLeftAndTellsItsSize) {
+    const fs::path killed = m_place / ".kemffdc-Ab3_xY";
+    fs::create_directories(killed / "KEMFFDC20261120203705");
+    Write(killed / "a.tar.gz.part", std::string(1000, 'a'));
+    Write(killed / "KEMFFDC20261120203705" / "b.log", std::string(500, 'b'));
+    OutputFolder folder;
+    ASSERT_TRUE(folder.Open(m_place.string()).Ok());
+
+    const auto removed = folder.RemoveLeftOvers();
+
+    ASSERT_EQ(removed.size(), 1U);
+    EXPECT_EQ(removed[0].name, ".kemffdc-Ab3_xY");
+    EXPECT_EQ(removed[0].bytes, 1500U);
+    folder.Discard();
+    EXPECT_THAT(Names(m_place), IsEmpty());
+}
+
+TEST_F(OutputFolderTest, RemovesAnEmptyFolderOnlyWhenNoRunCanBeStartingInIt) {
+    fs::create_directory(m_place / ".kemffdc-fresh1");
+    fs::create_directory(m_place / ".kemffdc-older1");
+    fs::last_write_time(m_place / ".kemffdc-older1",
+                        fs::file_time_type::clock::now() - std::chrono::minutes(2));
+    OutputFolder folder;
+    ASSERT_TRUE(folder.Open(m_place.string()).Ok());
+    const auto removed = folder.RemoveLeftOvers();
+    ASSERT_EQ(removed.size(), 1U);
+    EXPECT_EQ(removed[0].name, ".kemffdc-older1");
+}
+
+TEST_F(OutputFolderTest, LeavesTheFoldersOfRunsThatLive) {
+    OutputFolder one;
+    OutputFolder other;
+    ASSERT_TRUE(one.Open(m_place.string()).Ok());
+    ASSERT_TRUE(other.Open(m_place.string()).Ok());
+    Write(other.WorkPath("a.part"), "half");
+
+    EXPECT_THAT(one.RemoveLeftOvers(), IsEmpty());
+
+    EXPECT_EQ(Read(other.WorkPath("a.part")), "half");
+}
+
+TEST_F(OutputFolderTest, LeavesWhatIsNoWorkingFolder) {
+    const fs::path elsewhere = m_place / "elsewhere";
+    fs::create_directory(elsewhere);
+    Write(elsewhere / "kept", "text");
+    fs::create_directory_symlink(elsewhere, m_place / ".kemffdc-linked");
+    Write(m_place / ".kemffdc-a_file", "text");
+    fs::create_directory(m_place / ".kemffdc-short");
+    fs::create_directory(m_place / ".kemffdc-history");
+    fs::create_directory(m_place / "x.kemffdc-Ab3_xY");
+    const std::vector<std::string> before = Names(m_place);
+    {
+        OutputFolder folder;
+        ASSERT_TRUE(folder.Open(m_place.string()).Ok());
+        EXPECT_THAT(folder.RemoveLeftOvers(), IsEmpty());
+    }
+    EXPECT_EQ(Names(m_place), before);
+    EXPECT_EQ(Read(elsewhere / "kept"), "text");
+}
+
+// Whoever removes a left-over has it locked; a run that has just made its folder must notice.
+TEST_F(OutputFolderTest, RunsThatStartTogetherNeverTakeEachOthersFolders) {
+    std::atomic<int> lost{0};
+    std::vector<std::thread> runs;
+    for (int n = 0; n < 8; ++n) {
+        runs.emplace_back([this, &lost] {
+            for (int round = 0; round < 50; ++round) {
+                OutputFolder folder;
+                if (!folder.Open(m_place.string()).Ok()) ++lost;
+                if (!folder.RemoveLeftOvers().empty()) ++lost;
+                Write(folder.WorkPath("a.part"), "half");
+                if (Read(folder.WorkPath("a.part")) != "half") ++lost;
+            }
+        });
+    }
+    for (std::thread& run : runs) run.join();
+    EXPECT_EQ(lost, 0);
     EXPECT_THAT(Names(m_place), IsEmpty());
 }
 

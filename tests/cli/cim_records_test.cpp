@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <ostream>
 #include <sstream>
 
@@ -229,7 +230,8 @@ TEST(CimListenerTest, ShowsEachObjectAndCompletesTheAccountAtTheEnd) {
     {
         Kemffdc::Progress progress(shown, false, Eighty);
         progress.Step("export");
-        CimListener listener(progress, report);
+        std::atomic<bool> gathers{false};
+        CimListener listener(progress, report, gathers);
         Write(3, kHelpers, "The value of class name is:ZOR_FFDCData");
         Write(3, kHelpers, "The size of ei_array is:2");
         Write(4, kHelpers, "Showing properties for p1");
@@ -238,6 +240,7 @@ TEST(CimListenerTest, ShowsEachObjectAndCompletesTheAccountAtTheEnd) {
         Write(4, kHelpers, "DataCollectionType = 4 with raw data (4)");
         const CimAccount account = listener.End(true);
         EXPECT_EQ(account.objects.size(), 2U);
+        EXPECT_FALSE(gathers);
     }
     EXPECT_THAT(shown.str(), HasSubstr("export: looking for ZOR_FFDCData\n"));
     EXPECT_THAT(shown.str(), HasSubstr("export: object 1 of 2 (type 1): the BMC gathers"));
@@ -257,8 +260,11 @@ TEST(CimListenerTest, AnObjectThatIsNotDoneWhenTheRunIsAbandonedSaysSo) {
     options.json = true;
     Kemffdc::Report report(options);
     Kemffdc::Progress progress(shown, false, Eighty);
-    const CimListener listener(progress, report);
+    std::atomic<bool> gathers{false};
+    const CimListener listener(progress, report, gathers);
+    EXPECT_FALSE(gathers);
     Write(4, kHelpers, "Showing properties for p1");
+    EXPECT_TRUE(gathers);
 
     std::ostringstream out;
     std::ostringstream err;

@@ -2,10 +2,13 @@
 """Fixtures of the tool's tests."""
 
 import os
+import sys
 
 import pytest
 
 import tool
+
+sys.path.insert(0, str(tool.ROOT / "tests" / "support"))  # weather.py
 
 
 def pytest_configure():

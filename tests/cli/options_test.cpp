@@ -108,6 +108,58 @@ TEST(ParseOptions, TheCaFileIsForChannelsWithTls) {
                 HasSubstr("--ca-file is empty."));
 }
 
+struct QuantityRow {
+    const char* given;
+    std::uint64_t value;
+};
+
+TEST(ParseOptions, SizesAndTimesHaveUnits) {
+    for (const QuantityRow& row : {QuantityRow{"0", 0},
+                                   {"512", 512},
+                                   {"3k", 3072},
+                                   {"500M", 524288000},
+                                   {"16G", 17179869184},
+                                   {"2T", 2199023255552}}) {
+        const Options options = Accepted({"collect", "--via", "redfish", "h", "--max-size",
+                                          row.given, "--keep-free", row.given});
+        EXPECT_EQ(options.maxSize, row.value) << row.given;
+        EXPECT_EQ(options.keepFree, row.value) << row.given;
+    }
+    for (const QuantityRow& row :
+         {QuantityRow{"0", 0}, {"90", 90}, {"90s", 90}, {"45M", 2700}, {"2h", 7200}}) {
+        const Options options =
+            Accepted({"check", "--via", "redfish", "h", "--deadline", row.given});
+        EXPECT_EQ(static_cast<std::uint64_t>(options.deadline), row.value) << row.given;
+    }
+    const Options options = Accepted({"collect", "--via", "redfish", "h"});
+    EXPECT_EQ(options.maxSize, 17179869184U);
+    EXPECT_EQ(options.keepFree, 1073741824U);
+    EXPECT_EQ(options.deadline, 7200);
+}
+
+TEST(ParseOptions, WhatIsNoSizeOrTimeIsRefused) {
+    for (const char* given : {"-1", "1.5G", "G", "16 G", "16GB", "0x10", "1E",
+                              "99999999999999999999", "99999999999T"}) {
+        EXPECT_THAT(Parse({"collect", "--via", "redfish", "h", "--max-size", given}).err,
+                    HasSubstr("--max-size: \"" + std::string(given) + "\" is no size; write 500M"));
+    }
+    for (const char* given : {"-1", "1.5h", "2d", "1h30m", "8761h"}) {
+        EXPECT_THAT(Parse({"check", "--via", "redfish", "h", "--deadline", given}).err,
+                    HasSubstr("--deadline: \"" + std::string(given) + "\" is no time; write 90s"));
+    }
+}
+
+TEST(ParseOptions, NothingBehindAnEqualsSignIsNotTheNextArgument) {
+    for (const char* option : {"--output", "--password-file", "--log-file", "--user", "--via",
+                               "--export-uri", "--max-size", "--deadline", "--json"}) {
+        const Parsed parsed =
+            Parse({"collect", "--via", "redfish", "h", std::string(option) + "=", "--no-proxy"});
+        EXPECT_EQ(parsed.exitCode, 2) << option;
+        EXPECT_THAT(parsed.err,
+                    HasSubstr(std::string(option) + " is empty: nothing stands behind its =."));
+    }
+}
+
 TEST(ParseOptions, CheckTakesTheConnectionAndNothingOfTheExport) {
     EXPECT_EQ(Accepted({"check", "--via", "redfish", "::1"}).command, Command::kCheck);
     EXPECT_EQ(Parse({"check", "--via", "redfish", "::1", "--tries", "3"}).exitCode, 2);
@@ -175,6 +227,12 @@ TEST(ParseOptions, WhatCannotBeMeantEndsWithTwoAndSaysWhy) {
         {with({"--interval", "-1"}), "--interval"},
         {with({"--log-level", "5"}), "--log-level"},
         {with({"--output", ""}), "--output is empty."},
+        {with({"--password-file", ""}), "--password-file is empty."},
+        {with({"--log-file", ""}), "--log-file is empty."},
+        {with({"--export-uri", ""}), "--export-uri is empty."},
+        {with({"--max-size", ""}), "--max-size"},
+        {{"collect", "--via", "cim", "h", "--export-uri", "sftp://s/", "--keep-free", "1"},
+         "--keep-free is an option of --via redfish, ipmi and kcs."},
         {with({"--export-user", "up"}), "need --export-uri."},
         {with({"--export-password-file", "f"}), "need --export-uri."},
         {with({"--export-uri", "store/path"}), "--export-uri is no URI"},

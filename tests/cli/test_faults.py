@@ -145,7 +145,22 @@ SCENARIOS = {
         {"redfish": {"archive": {"size": 200000}, "answers": {"GET /download/*": [{"cut_after": 100000, "repeat": True}]}}}),
     "Archive of 0 bytes": Trouble({"redfish": {"archive": {"size": 0}}}),
     "Download answered 404": Trouble({"redfish": {"answers": {"GET /download/*": [{"status": 404, "repeat": True}]}}}),
-    "Disk full": Trouble({"redfish": {"archive": {"size": 1048576}}}, folder="size=256k"),
+    "Disk full": Trouble(
+        {"redfish": {"archive": {"size": 1048576}}}, ["--keep-free", "0"], folder="size=256k"),
+    "Less free than --keep-free before the run": Trouble(folder="size=2m"),
+    "Archive that would leave less free than --keep-free": Trouble(
+        {"redfish": {"archive": {"size": 1500000}}}, ["--keep-free", "1m"], folder="size=2m"),
+    "Archive larger than --max-size": Trouble(
+        {"redfish": {"archive": {"size": 1048577}}}, ["--max-size", "1M"]),
+    "Archive as large as --max-size": Trouble(
+        {"redfish": {"archive": {"size": 1048576}}}, ["--max-size", "1M"]),
+    "BMC that sends 50 bytes a second (bounded by --deadline)": Trouble(
+        {"redfish": {"archive": {"size": 1048576}, "answers": {"GET /download/*": [{"rate": 50}]}}},
+        ["--deadline", "3s"], seconds=10),
+    "BMC that gathers for ever (bounded by --deadline)": Trouble(
+        task_states("Running"), ["--tries", "1000000", "--deadline", "2"], seconds=10),
+    "Export never answered (bounded by --deadline)": Trouble(
+        answers(export={"hang": True}), ["--deadline", "2"], seconds=10),
     "Output folder not writable": Trouble(folder="ro"),
     "Password of 1,000 characters with quotes, newlines and UTF-8": Trouble({"password": LONG_PASSWORD}),
     "BMC body with terminal escapes": Trouble(
@@ -199,6 +214,8 @@ def check_library_code(row, steps):
         return
     if row.library == "constructor":
         assert steps[-1]["name"] == "start"
+        return
+    if row.library == "stopped":
         return
     operation, result = row.library.split(" ")
     found = [step for step in steps if step["name"] == STEP_OF[operation]]

@@ -1,16 +1,30 @@
 # SPDX-License-Identifier: Apache-2.0
 """Ctrl-C and its kin, while the tool is blocked in every one of its steps."""
 
+import contextlib
+import json
+import os
+import pathlib
+import re
 import signal
+import subprocess
+import sys
 import termios
 import time
 
 import pytest
 
 import tool
+import weather
 from tool import EXPORT, SERVICE_ROOT, SESSIONS, TASK
 
 BOUND = 1.0  # seconds; instrumented builds get more
+
+GOES_ON = " A BMC that has begun to gather goes on."
+GATHERING = ("export", "gather")  # steps
+ENDING = [signal.SIGINT, signal.SIGTERM, signal.SIGHUP]
+# These too end a process that does not handle them; one step is enough.
+MORE_ENDING = [signal.SIGQUIT, signal.SIGUSR1, signal.SIGUSR2, signal.SIGALRM, signal.SIGXCPU]
 
 HANG = [{"hang": True, "repeat": True}]
 
@@ -34,8 +48,15 @@ def scenario(answers):
     return {"redfish": {"archive": {"size": 1000000}, "task_states": ["Completed"], "answers": answers}}
 
 
-@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP], ids=lambda n: n.name)
-@pytest.mark.parametrize("step", sorted(STEPS))
+def last_word(step):
+    return f"kemffdc: Interrupted.{GOES_ON if step in GATHERING else ''} [exit code 130]\n"
+
+
+@pytest.mark.parametrize(
+    ("step", "number"),
+    [(step, number) for step in sorted(STEPS) for number in ENDING]
+    + [("download", number) for number in MORE_ENDING],
+    ids=lambda value: getattr(value, "name", value))
 def test_interrupted_in_every_step(start_bmc, tmp_path, step, number):
     answers, path = STEPS[step]
     bmc = start_bmc(scenario(answers))
@@ -49,8 +70,7 @@ def test_interrupted_in_every_step(start_bmc, tmp_path, step, number):
     account = ended.json
     assert (account["outcome"], account["exit_code"]) == ("interrupted", 130)
     assert account["path"] is None
-    assert ended.err.endswith(
-        "kemffdc: Interrupted. A BMC that has begun to gather goes on. [exit code 130]\n")
+    assert ended.err.endswith(last_word(step)), ended.err
     assert not output.exists(), tool.files_in(output)
 
 
@@ -74,27 +94,153 @@ def test_interrupted_while_the_password_is_read_from_a_pipe(bmc, tmp_path):
         [tool.TOOL, *tool.check(bmc)], stdin=tool.subprocess.PIPE, stdout=tool.subprocess.PIPE,
         stderr=tool.subprocess.PIPE, env=tool.clean_environment())
     running.command_line = ""
-    time.sleep(0.5)
-    ended = running.interrupt()
-    assert ended.code == 130
-    assert ended.seconds < BOUND * tool.SLOWNESS
+    time.sleep(0.5 * tool.SLOWNESS)
+    running.process.send_signal(signal.SIGINT)
+    assert running.process.wait(BOUND * tool.SLOWNESS) == 130
+    running.end()
 
 
-def test_ctrl_c_at_the_prompt_gives_the_echo_back(bmc):
+def has_echo(terminal):
+    return bool(termios.tcgetattr(terminal.descriptor)[3] & termios.ECHO)
+
+
+def at_the_prompt(bmc, **options):
     arguments = [a for a in tool.check(bmc) if a not in ("--password-file", "-")]
-    terminal = tool.Terminal(arguments)
+    terminal = tool.Terminal(arguments, **options)
     terminal.read("Password of admin")
-    deadline = time.monotonic() + 5
-    while termios.tcgetattr(terminal.descriptor)[3] & termios.ECHO and time.monotonic() < deadline:
-        time.sleep(0.01)
-    assert not termios.tcgetattr(terminal.descriptor)[3] & termios.ECHO
+    assert not has_echo(terminal)
+    return terminal
+
+
+@pytest.mark.parametrize("key", ["\x03", "\x1c"], ids=["ctrl-c", "ctrl-backslash"])
+def test_a_key_that_ends_the_prompt_gives_the_echo_back(bmc, key):
+    terminal = at_the_prompt(bmc)
     before = time.monotonic()
-    terminal.type("\x03")
+    terminal.type("half a pass" + key)
     terminal.read(r"\[exit code 130\]")
     assert time.monotonic() - before < BOUND * tool.SLOWNESS
-    assert termios.tcgetattr(terminal.descriptor)[3] & termios.ECHO
+    assert has_echo(terminal)
+    assert "kemffdc: Interrupted. [exit code 130]" in terminal.text
     assert terminal.end() == 130
     assert bmc.requests() == []
+
+
+# What a shell does with a job: it starts it in the foreground, and continues it once it is stopped.
+SHELL = """
+import os, signal, sys
+signal.signal(signal.SIGTTOU, signal.SIG_IGN)
+job = os.fork()
+if job == 0:
+    os.setpgid(0, 0)
+    os.tcsetpgrp(0, os.getpgrp())
+    signal.signal(signal.SIGTTOU, signal.SIG_DFL)
+    os.execv(sys.argv[1], sys.argv[1:])
+_, status = os.waitpid(job, os.WUNTRACED)
+os.tcsetpgrp(0, os.getpgrp())
+print("stopped", os.WIFSTOPPED(status), flush=True)
+sys.stdin.readline()
+os.tcsetpgrp(0, job)
+os.kill(-job, signal.SIGCONT)
+_, status = os.waitpid(job, 0)
+sys.exit(os.waitstatus_to_exitcode(status))
+"""
+
+
+def test_a_prompt_that_is_stopped_lends_the_shell_its_echo_and_asks_again(bmc):
+    terminal = at_the_prompt(bmc, before=[sys.executable, "-c", SHELL])
+    terminal.type("half a pass\x1a")
+    terminal.read("stopped True")
+    assert has_echo(terminal)
+    asked = terminal.text.count("Password of admin")
+    terminal.type("fg\n")
+    terminal.read("(?s)stopped.*Password of admin")
+    assert terminal.text.count("Password of admin") == asked + 1
+    assert not has_echo(terminal)
+    terminal.type(bmc.password + "\n")
+    assert terminal.end() == 0
+    assert bmc.password not in terminal.text
+
+
+def test_a_stop_that_nobody_could_end_stops_nothing(bmc):
+    """The tool leads the session: the kernel discards the key's signal."""
+    terminal = at_the_prompt(bmc)
+    terminal.type("\x1a")
+    terminal.read("(?s)Password of admin.*Password of admin")
+    assert not has_echo(terminal)
+    terminal.type(bmc.password + "\n")
+    assert terminal.end() == 0
+
+
+def test_an_interrupted_check_says_nothing_of_gathering(start_bmc):
+    bmc = start_bmc(scenario({SERVICE_ROOT: HANG}))
+    running = tool.Running(tool.check(bmc), password=bmc.password)
+    bmc.wait_for("/redfish/v1/")
+    assert running.interrupt().err.endswith("kemffdc: Interrupted. [exit code 130]\n")
+
+
+def downloading(start_bmc, output, *arguments, **options):
+    """A run in the middle of a download that takes a minute."""
+    bmc = start_bmc(scenario({"GET /download/*": [{"rate": 20000}]}))
+    running = tool.Running(tool.collect(bmc, output, *arguments), password=bmc.password, **options)
+    bmc.wait_for("/download")
+    time.sleep(0.3)
+    return running
+
+
+def slow_disk(folder, milliseconds):
+    return weather.disk_faults(tool.TOOL, f"unlink:{folder}:*:delay={milliseconds}")
+
+
+def test_on_a_slow_disk_the_last_word_comes_before_the_folder_goes(start_bmc, tmp_path):
+    output = tmp_path / "out"
+    running = downloading(start_bmc, output, "--json", environment=slow_disk(output, 1500))
+    (work,) = output.iterdir()
+    for n in range(2):  # beside the part file
+        (work / str(n)).touch()
+    running.process.send_signal(signal.SIGINT)
+    before = time.monotonic()
+    account = json.loads(running.process.stdout.readline())
+    assert time.monotonic() - before < BOUND * tool.SLOWNESS
+    assert (account["outcome"], account["exit_code"]) == ("interrupted", 130)
+    assert running.process.poll() is None, "the folder is still to be removed"
+    ended = running.end(30)
+    assert ended.code == 130
+    assert ended.err.endswith(last_word("download"))
+    assert not output.exists(), tool.files_in(output)
+
+
+def test_a_second_signal_changes_neither_code_nor_clean_up(start_bmc, tmp_path):
+    output = tmp_path / "out"
+    running = downloading(start_bmc, output, environment=slow_disk(output, 200))
+    for number in [signal.SIGINT, *ENDING, *MORE_ENDING]:
+        running.process.send_signal(number)
+        time.sleep(0.1)
+    ended = running.end(30)
+    assert ended.code == 130
+    assert ended.err.count("kemffdc: Interrupted.") == 1
+    assert not output.exists(), tool.files_in(output)
+
+
+def test_a_reader_that_has_stopped_reading_keeps_nothing_from_ending(start_bmc, tmp_path):
+    output = tmp_path / "out"
+    bmc = start_bmc(scenario({"GET /download/*": [{"rate": 20000}]}))
+    reading, writing = os.pipe()
+    process = subprocess.Popen(
+        [tool.TOOL, *tool.collect(bmc, output)], stdin=subprocess.PIPE, stdout=writing, stderr=writing,
+        env=tool.clean_environment())
+    process.stdin.write(bmc.password.encode())
+    process.stdin.close()
+    bmc.wait_for("/download")
+    os.set_blocking(writing, False)  # which holds for the tool too, so not for long
+    with contextlib.suppress(BlockingIOError):
+        while True:
+            os.write(writing, bytes(4096))
+    os.set_blocking(writing, True)
+    process.send_signal(signal.SIGINT)
+    assert process.wait(10 * tool.SLOWNESS) == 130
+    os.close(reading)
+    os.close(writing)
+    assert not output.exists(), tool.files_in(output)
 
 
 def test_ctrl_c_takes_the_live_line_off_the_terminal(start_bmc, tmp_path):
@@ -107,7 +253,7 @@ def test_ctrl_c_takes_the_live_line_off_the_terminal(start_bmc, tmp_path):
     assert terminal.end() == 130
     assert time.monotonic() - before < BOUND * tool.SLOWNESS
     last = terminal.text.rpartition("\r\x1b[K")[2]
-    assert last == "kemffdc: Interrupted. A BMC that has begun to gather goes on. [exit code 130]\r\n"
+    assert last == "kemffdc: Interrupted. [exit code 130]\r\n"
     assert tool.files_in(tmp_path) == []
 
 
@@ -119,3 +265,30 @@ def test_a_signal_that_was_ignored_stays_ignored(start_bmc, tmp_path):
         preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN))
     bmc.wait_for("/Managers/1")
     assert running.interrupt(signal.SIGHUP).code == 0
+
+
+def work_folders(output):
+    return {path.name for path in output.iterdir() if path.name.startswith(".kemffdc-")}
+
+
+def test_the_next_run_removes_what_a_killed_one_left_and_nothing_else(start_bmc, tmp_path):
+    killed = downloading(start_bmc, tmp_path)
+    (left,) = work_folders(tmp_path)
+    living = downloading(start_bmc, tmp_path)
+    (lives,) = work_folders(tmp_path) - {left}
+    killed.process.kill()
+    killed.end()
+    size = sum(path.stat().st_size for path in (tmp_path / left).iterdir())
+    assert size > 0
+
+    bmc = start_bmc()
+    ended = tool.run(tool.collect(bmc, tmp_path), password=bmc.password)
+
+    assert ended.code == 0, ended.err
+    said = re.findall(r"^Removed (\S+) \((.*)\) from (\S+): a run was killed and left it there\.$", ended.err, re.M)
+    assert [(name, folder) for name, _, folder in said] == [(left, str(tmp_path))]
+    assert said[0][1] == f"{size / 1024:.1f} KiB"
+    assert work_folders(tmp_path) == {lives}
+    assert living.process.poll() is None
+    assert living.interrupt().code == 130
+    assert [path.name for path in tmp_path.iterdir()] == [pathlib.Path(ended.out.split()[1]).name]

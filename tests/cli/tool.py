@@ -201,11 +201,13 @@ def files_in(folder):
 class Terminal:
     """The tool on a pseudo-terminal of its own."""
 
-    def __init__(self, arguments, environment=None):
+    def __init__(self, arguments, environment=None, before=()):
+        """`before`: a program and its arguments that start the tool."""
         self.text = ""
         self.process, self.descriptor = pty.fork()
         if self.process == 0:
-            os.execve(TOOL, [TOOL, *arguments], {**clean_environment(), "TERM": "xterm", **(environment or {})})
+            command = [*before, TOOL, *arguments]
+            os.execve(command[0], command, {**clean_environment(), "TERM": "xterm", **(environment or {})})
         self.code = None
 
     def read(self, pattern=None, seconds=20.0):
