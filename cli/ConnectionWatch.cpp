@@ -26,6 +26,7 @@ struct TlsCallbacks {
         ConnectionWatch* watch = WatchOf(ssl);
         if ((where & SSL_CB_ALERT) != 0 && fatal && watch != nullptr) {
             watch->m_alert = value & 0xFF;
+            watch->m_version = SSL_version(ssl);
         }
     }
 
@@ -56,7 +57,10 @@ void ConnectionWatch::Attach(CURL* easy) {
     curl_easy_setopt(easy, CURLOPT_SSL_CTX_DATA, this);
 }
 
-bool ConnectionWatch::IsTooOld() const { return m_alert == SSL_AD_PROTOCOL_VERSION; }
+bool ConnectionWatch::IsTooOld() const {
+    // Without a ban on the version, its signatures are refused.
+    return m_alert == SSL_AD_PROTOCOL_VERSION || (HasTlsAlert() && m_version < TLS1_2_VERSION);
+}
 
 curl_socket_t ConnectionWatch::OnSocket(void* self, curlsocktype, curl_sockaddr* address) {
     auto& watch = *static_cast<ConnectionWatch*>(self);

@@ -35,6 +35,7 @@ private:
     std::string m_address;
     int m_port = 0;
     int m_alert = kNone;  // TLS's number of it
+    int m_version = 0;    // of TLS, at the alert
     bool m_wantsCertificate = false;
 };
 

@@ -269,7 +269,7 @@ Answer HttpsProbe::CheckRedirect(const std::string& target) const {
     if (strcasecmp(host.c_str(), from.Part(CURLUPART_HOST).c_str()) == 0) return {};
     return Failed(Stage::kTrust, m_place + " redirects to another host, " + named +
                                      ": the password was not sent there. If that is the BMC, give "
-                                     "its name or address as HOST; else check HOST and --port.");
+                                     "its name or address instead; else check address and --port.");
 }
 
 // For the report: who is it? Without any request.
@@ -319,11 +319,12 @@ Answer HttpsProbe::ExplainProxy(int code, const std::string& why) const {
 Answer HttpsProbe::ExplainTls(int code, const std::string& why) const {
     const ConnectionWatch& watch = m_connection->watch;
     if (code == CURLE_PEER_FAILED_VERIFICATION && !m_options.caFile.empty()) {
-        return Failed(Stage::kTrust,
-                      "The certificate of " + m_place + " is not good for the CAs in " +
-                          Clean(m_options.caFile) + why +
-                          " The password was not sent. Check HOST, or give the BMC a certificate "
-                          "of that CA for this very name or address.");
+        return Failed(
+            Stage::kTrust,
+            "The certificate of " + m_place + " is not good for the CAs in " +
+                Clean(m_options.caFile) + why +
+                " The password was not sent. Check the address, or give the BMC a certificate "
+                "of that CA for this very name or address.");
     }
     if (code == CURLE_PEER_FAILED_VERIFICATION) {  // the BMC's is not verified
         return Failed(Stage::kConnect, "The certificate of the proxy cannot be verified" + why +

@@ -9,10 +9,12 @@ import os
 import pathlib
 import re
 import socket
+import ssl
 import subprocess
 
 import pytest
 
+import odd_servers
 import tool
 from faults_table import read_table
 from tool import EXPORT, SERVICE_ROOT, SESSIONS, TASK
@@ -86,6 +88,27 @@ def mute_server():
         yield "127.0.0.1", listener.getsockname()[1]
 
 
+def odd(respond=None, prepare=None, trusted=None):
+    """A server of odd_servers; `trusted`: the tool is given another CA file than its own."""
+    @contextlib.contextmanager
+    def start():
+        with odd_servers.odd_server(respond, prepare) as server, odd_servers.odd_server() as other:
+            yield "127.0.0.1", server.port, {"VARNEX_CA_FILE": str(other.certificate)} if trusted else {}
+    return start
+
+
+def behind_a_proxy(answer):
+    """A BMC that is not there, behind a proxy that answers so; `closed_port` for one that is not there."""
+    @contextlib.contextmanager
+    def start():
+        if answer is closed_port:
+            yield "127.0.0.1", tool.free_port(), {"https_proxy": f"http://127.0.0.1:{tool.free_port()}"}
+            return
+        with odd_servers.proxy_that_says(answer) as port:
+            yield "127.0.0.1", tool.free_port(), {"https_proxy": f"http://127.0.0.1:{port}"}
+    return start
+
+
 LONG_PASSWORD = ('quote " apostrophe \' backslash \\ newline \n tab \t percent % Grüße 密码 ' * 20)[:1000]
 
 SCENARIOS = {
@@ -104,12 +127,42 @@ SCENARIOS = {
     "503 for ever (bounded by REDFISH_STARTUP_WAIT_TIME)": Trouble(
         answers(all={"status": 503}), environment={"VARNEX_REDFISH_STARTUP_WAIT_TIME": "1"}, seconds=10),
     "Redirect loop": Trouble(answers(root={"redirect": "/redfish/v1/"})),
+    "Redirect on the same host": Trouble({"redfish": {"answers": {SERVICE_ROOT: [{"redirect": "/redfish/v1/"}]}}}),
+    "Redirect to another host": Trouble(answers(root={"redirect": "https://other.example/redfish/v1/"})),
+    "Redirect to plain HTTP": Trouble(answers(root={"redirect": "http://127.0.0.1/redfish/v1/"})),
+    "Redirect to FTP": Trouble(answers(root={"redirect": "ftp://127.0.0.1/redfish/v1/"})),
+    "Redirect to no address": Trouble(answers(root={"redirect": "https://[redfish/v1/"})),
+    "Certificate of another CA": Trouble(server=odd(trusted=True)),
+    "CA file missing": Trouble(arguments=["--ca-file", "/nonexistent/ca.pem"]),
+    "TLS 1.1 and older alone": Trouble(server=odd(prepare=odd_servers.old_tls)),
+    "Client certificate demanded, TLS 1.2": Trouble(
+        server=odd(prepare=odd_servers.client_certificate(ssl.TLSVersion.TLSv1_2))),
+    "Client certificate demanded, TLS 1.3": Trouble(
+        server=odd(prepare=odd_servers.client_certificate(ssl.TLSVersion.TLSv1_3))),
+    "Proxy that is not there": Trouble(server=behind_a_proxy(closed_port)),
+    "Proxy that never answers (bounded by REST_ACTION_TIMEOUT)": Trouble(
+        server=behind_a_proxy(None), environment={"VARNEX_REST_ACTION_TIMEOUT": "2"}, seconds=6),
+    "Proxy that closes the connection": Trouble(server=behind_a_proxy(b"")),
+    "Proxy that wants a login": Trouble(
+        server=behind_a_proxy(b"HTTP/1.1 407 Login\r\nProxy-Authenticate: Basic realm=x\r\nContent-Length: 0\r\n\r\n")),
+    "Proxy that refuses": Trouble(server=behind_a_proxy(b"HTTP/1.1 403 No\r\nContent-Length: 0\r\n\r\n")),
+    "Proxy that does not reach the BMC": Trouble(
+        server=behind_a_proxy(b"HTTP/1.1 503 Gone\r\nContent-Length: 0\r\n\r\n")),
+    "First header line of an answer begins with a blank": Trouble(
+        server=odd(odd_servers.blank_before_the_first_header(lambda _, path: path.endswith("/Managers/1")))),
+    "Service root: 400 to who has not logged in": Trouble(
+        {"redfish": {"answers": {SERVICE_ROOT: [{"status": 400}]}}}),
     "Service root: empty body": Trouble(answers(root=EMPTY)),
     "Service root: HTML with status 200": Trouble(answers(root=HTML)),
     "Service root: truncated JSON": Trouble(answers(root=TRUNCATED)),
     "Service root: 100,000 nested brackets": Trouble(answers(root=NESTED)),
     "Service root: 100 MB of JSON": Trouble(answers(root=HUGE)),
     "Export refused": Trouble(answers(export={"status": 400})),
+    "Export: 404": Trouble(answers(export={"status": 404})),
+    "Export: 405": Trouble(answers(export={"status": 405})),
+    "Export: 501": Trouble(answers(export={"status": 501})),
+    "Export: 503 for ever (bounded by REDFISH_STARTUP_WAIT_TIME)": Trouble(
+        answers(export={"status": 503}), environment={"VARNEX_REDFISH_STARTUP_WAIT_TIME": "1"}, seconds=15),
     "Export answer: empty body": Trouble(answers(export=EMPTY)),
     "Export answer: HTML with status 200": Trouble(answers(export=HTML)),
     "Export answer: truncated JSON": Trouble(answers(export=TRUNCATED)),
@@ -141,6 +194,7 @@ SCENARIOS = {
     "Archive path with a blank and a `%`": Trouble(archive_path("/download/service data 100%.tar.gz")),
     "Session for the download refused": Trouble(answers(sessions={"status": 401})),
     "Session without a token": Trouble(answers(sessions={"headers": {"X-Auth-Token": None}})),
+    "Header names in lower case": Trouble(server=odd(odd_servers.lower_case_names)),
     "Archive cut after half": Trouble(
         {"redfish": {"archive": {"size": 200000}, "answers": {"GET /download/*": [{"cut_after": 100000, "repeat": True}]}}}),
     "Archive of 0 bytes": Trouble({"redfish": {"archive": {"size": 0}}}),
@@ -178,14 +232,15 @@ def test_the_table_names_nothing_twice():
 
 @contextlib.contextmanager
 def place_of(trouble):
-    """Address, port, user and password of what the tool is to be pointed at; the BMC, if it is one."""
+    """Address, port, user, password and environment for the tool; the BMC, if it is one."""
     if trouble.server:
-        with trouble.server() as (host, port):
-            yield host, port, "admin", "a secret for nobody", None
+        with trouble.server() as (host, port, *environment):
+            given = {**trouble.environment, **(environment[0] if environment else {})}
+            yield host, port, "admin", "a secret for nobody", given, None
         return
     bmc = tool.Bmc(trouble.scenario, trouble.bmc_arguments)
     try:
-        yield bmc.address, bmc.port, bmc.user, bmc.password, bmc
+        yield bmc.address, bmc.port, bmc.user, bmc.password, trouble.environment, bmc
     finally:
         bmc.stop()
 
@@ -240,12 +295,12 @@ def test_fault(what, tmp_path):
     output.mkdir()
     log = tmp_path / "log"
     prefix = special_folder(output, trouble.folder) if trouble.folder else []
-    with place_of(trouble) as (host, port, user, password, bmc):
+    with place_of(trouble) as (host, port, user, password, environment, bmc):
         ended = tool.run(
             ["collect", "--via", "redfish", host, "--port", str(port), "--user", user,
              "--password-file", "-", "--interval", "0", "--output", str(output), "--json",
              "--log-file", str(log), *trouble.arguments],
-            password=password, environment=trouble.environment, prefix=prefix,
+            password=password, environment=environment, prefix=prefix,
             seconds=trouble.seconds,
         )
         log_text = log.read_text(encoding="utf-8", errors="replace") if log.exists() else ""
