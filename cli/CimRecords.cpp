@@ -136,6 +136,7 @@ void CimLedger::TakeCount(const std::string& text) {
 }
 
 std::string ObjectProgress(const CimAccount& account) {
+    if (account.objects.empty()) return "";  // a type that belongs to no data object
     const ExportedObject& object = account.objects.back();
     std::string text = "object " + std::to_string(account.objects.size()) + " of " +
                        std::to_string(account.found.value_or(0));

@@ -76,7 +76,8 @@ private:
     Time m_since;
 };
 
-// "object 2 of 3 (type 1): the BMC gathers and uploads, for up to 20 minutes"
+// "object 2 of 3 (type 1): the BMC gathers and uploads, for up to 20 minutes"; empty before the
+// first object.
 std::string ObjectProgress(const CimAccount& account);
 
 // Listens to the library while it works: keeps the ledger and shows where the run is.
