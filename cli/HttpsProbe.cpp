@@ -316,6 +316,14 @@ Answer HttpsProbe::ExplainProxy(int code, const std::string& why) const {
     return Failed(Stage::kConnect, proxy + " makes no connection to " + m_place + why + advice);
 }
 
+bool HttpsProbe::IsOverTls(int code) const {
+    if (IsTlsFailure(code) || m_connection->watch.HasTlsAlert()) return true;
+    // By TLS 1.3 the handshake is over when the server refuses, and its alert may be lost.
+    const bool cutOff = code == CURLE_COULDNT_CONNECT || code == CURLE_GOT_NOTHING ||
+                        code == CURLE_SEND_ERROR || code == CURLE_RECV_ERROR;
+    return cutOff && m_connection->watch.WantsCertificate();
+}
+
 Answer HttpsProbe::ExplainTls(int code, const std::string& why) const {
     const ConnectionWatch& watch = m_connection->watch;
     if (code == CURLE_PEER_FAILED_VERIFICATION && !m_options.caFile.empty()) {
@@ -367,7 +375,7 @@ Answer HttpsProbe::Explain(int code, const std::string& detail) const {
                                            " Check the proxy, or use --no-proxy.");
     }
     if (IsAtProxy(code)) return ExplainProxy(code, why);
-    if (IsTlsFailure(code) || m_connection->watch.HasTlsAlert()) return ExplainTls(code, why);
+    if (IsOverTls(code)) return ExplainTls(code, why);
     switch (code) {
         case CURLE_COULDNT_RESOLVE_PROXY:
             return Failed(Stage::kResolve, "The name of the proxy is not known" + why +

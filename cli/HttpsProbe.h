@@ -69,6 +69,7 @@ private:
     Answer ExplainTls(int curlCode, const std::string& why) const;
     Answer ExplainProxy(int curlCode, const std::string& why) const;
     bool IsAtProxy(int curlCode) const;
+    bool IsOverTls(int curlCode) const;
 
     const Options& m_options;
     const std::string m_place;  // "192.0.2.10 port 443"
