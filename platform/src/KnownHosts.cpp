@@ -135,8 +135,9 @@ std::error_code Failure(int number) { return {number, std::generic_category()}; 
 class LockedFile {
 public:
     LockedFile(const std::string& path, int flags, int lock)
-        : m_fd(::open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY, 0600)) {
-        m_error = m_fd < 0 ? Failure(errno) : Lock(lock);
+        : m_fd(::open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0600)) {
+        m_error = m_fd < 0 ? Failure(errno) : Checked();
+        if (!m_error) m_error = Lock(lock);
     }
     ~LockedFile() {
         if (m_fd >= 0) ::close(m_fd);
@@ -169,6 +170,16 @@ public:
     }
 
 private:
+    // What is no file has no end, or keeps its reader waiting for one who writes.
+    std::error_code Checked() const {
+        struct stat opened {};
+        if (::fstat(m_fd, &opened) != 0) return Failure(errno);
+        if (S_ISDIR(opened.st_mode)) return Failure(EISDIR);
+        if (!S_ISREG(opened.st_mode)) return Failure(EINVAL);
+        return opened.st_size > static_cast<off_t>(kLargestFile) ? Failure(EFBIG)
+                                                                 : std::error_code();
+    }
+
     // Others hold it for a moment; longer than this nobody should.
     std::error_code Lock(int lock) const {
         constexpr std::chrono::milliseconds kPause(10);

@@ -2,15 +2,22 @@
 #ifndef VARNEX_PLATFORM_SRC_PARTFILE_H
 #define VARNEX_PLATFORM_SRC_PARTFILE_H
 
+#include <openssl/evp.h>
+
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <system_error>
+#include <vector>
 
-// A file on its way: written as NAME.part, mode 0600, and renamed to NAME when it is complete.
-// Destroyed before that it is removed. Errors are those of the system, in std::generic_category().
+// A file on its way: written as NAME.varnex-part, mode 0600, and renamed to NAME when it is
+// complete. Destroyed before that it is removed. Errors are those of the system, in
+// std::generic_category().
 //
-// A NAME.part that an earlier process left behind is replaced, whatever it is, a link included;
-// one that somebody is writing at this moment is not (EBUSY): a lock (flock) tells them apart.
+// No file is ever wanted under the name of such a part (EINVAL), so that a folder's files cannot
+// get in each other's way. A part that an earlier process left behind is replaced, whatever it is,
+// a link included; one that somebody is writing at this moment is not (EBUSY): a lock (flock) tells
+// them apart.
 class PartFile {
 public:
     PartFile() = default;
@@ -18,20 +25,36 @@ public:
     PartFile(const PartFile&) = delete;
     PartFile& operator=(const PartFile&) = delete;
 
-    // EINVAL where the last component of `path` is no file name, EISDIR where `path` is a folder.
+    // EINVAL where the last component of `path` is no name for a file, EISDIR where `path` is a
+    // folder.
     std::error_code Create(const std::string& path);
 
+    // From now on what is appended is hashed. To be called before the first Append(); false where
+    // OpenSSL cannot.
+    bool Hash();
+
+    // Gathers: what is written, and what it costs, is known with one of the next calls.
     std::error_code Append(const char* data, std::size_t size);
 
-    // Closes and renames. Not synchronised with the disk: an archive lost in a power failure is
-    // fetched again.
+    // Writes what is left, closes and renames. Not synchronised with the disk: an archive lost in a
+    // power failure is fetched again.
     std::error_code Commit();
 
+    // After Commit(): of the content, in lower-case hexadecimal. Empty without Hash().
+    const std::string& Sha256() const { return m_sha256; }
+
 private:
+    struct FreeDigest {
+        void operator()(EVP_MD_CTX* digest) const noexcept { EVP_MD_CTX_free(digest); }
+    };
+
     std::error_code OpenFolder(const std::string& path);
     std::error_code OpenNew();
     std::error_code RemoveLeftover() const;
     bool StandsUnderItsName(int fd) const;
+    std::error_code WriteGathered();
+    std::error_code Close();
+    void EndHash();
     void Discard();
 
     // The folder is kept open: the file stays in it though the process changes its own.
@@ -39,6 +62,9 @@ private:
     int m_fd = -1;
     std::string m_name;
     std::string m_partName;
+    std::vector<char> m_gathered;
+    std::unique_ptr<EVP_MD_CTX, FreeDigest> m_digest;
+    std::string m_sha256;
 };
 
 #endif

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <ostream>
 
+#include "ExcessBytes.h"
 #include "HostKeyCheck.h"
 #include "Log.h"
 #include "OpenSockets.h"
@@ -38,7 +39,7 @@ protected:
         if (!m_handle) return false;
         Settings settings(m_handle.get());
         SetProtocol(settings, m_uri, m_hostKey);
-        if (IsSftp(m_uri)) m_sockets.Watch(settings);
+        m_sockets.Watch(settings);
         if (option != nullptr) settings.Set(*option);
         m_settingsResult = settings.Result();
         if (IsHttps(m_uri)) LogVerification();
@@ -210,8 +211,16 @@ public:
         if (const std::error_code error = RefusedAddress()) return error;
         if (const std::error_code error = m_file.Create(m_localPath)) return error;
         if (!Open(&option)) return TransferError(CURLE_FAILED_INIT, "");
+        Settings settings(m_handle.get());
+        if (IsHttps(m_uri)) m_excess.Watch(settings);
+        if (settings.Result() != CURLE_OK) return LibcurlError(settings.Result(), "");
         const CURLcode code = Perform(Url());
         if (const std::error_code error = Judge(code)) return error;
+        if (IsHttps(m_uri) && m_excess.Any(m_handle.get(), m_bytes)) {
+            return TransferError(CURLE_PARTIAL_FILE, "The server sends more than the " +
+                                                         std::to_string(m_bytes) +
+                                                         " bytes that it announced");
+        }
         return m_file.Commit();
     }
 
@@ -223,8 +232,7 @@ private:
         }
         // libcurl would list it.
         if (IsSftp(m_uri) && m_uri.str().back() == '/') {
-            return TransferError(CURLE_REMOTE_FILE_NOT_FOUND,
-                                 "\"" + m_uri.path() + "\" is a folder");
+            return TransferError(CURLE_SSH, "\"" + m_uri.path() + "\" is a folder");
         }
         return {};
     }
@@ -265,6 +273,7 @@ private:
 
     const std::string& m_localPath;
     PartFile m_file;
+    ExcessBytes m_excess;
     std::error_code m_diskError;
 };
 

@@ -76,10 +76,14 @@ const KnownOption kKnownOptions[] = {
     {CURLOPT_BUFFERSIZE, "CURLOPT_BUFFERSIZE", Kind::Number},
     {CURLOPT_CAINFO, "CURLOPT_CAINFO", Kind::Text},
     {CURLOPT_CAPATH, "CURLOPT_CAPATH", Kind::Text},
+    {CURLOPT_CLOSESOCKETDATA, "CURLOPT_CLOSESOCKETDATA", Kind::Pointer},
+    {CURLOPT_CLOSESOCKETFUNCTION, "CURLOPT_CLOSESOCKETFUNCTION", Kind::Function},
     {CURLOPT_CONNECTTIMEOUT, "CURLOPT_CONNECTTIMEOUT", Kind::Number},
     {CURLOPT_COOKIEJAR, "CURLOPT_COOKIEJAR", Kind::Text},
     {CURLOPT_COOKIELIST, "CURLOPT_COOKIELIST", Kind::Text},
     {CURLOPT_CUSTOMREQUEST, "CURLOPT_CUSTOMREQUEST", Kind::Text},
+    {CURLOPT_DEBUGDATA, "CURLOPT_DEBUGDATA", Kind::Pointer},
+    {CURLOPT_DEBUGFUNCTION, "CURLOPT_DEBUGFUNCTION", Kind::Function},
     {CURLOPT_ERRORBUFFER, "CURLOPT_ERRORBUFFER", Kind::Pointer},
     {CURLOPT_FAILONERROR, "CURLOPT_FAILONERROR", Kind::Number},
     {CURLOPT_FOLLOWLOCATION, "CURLOPT_FOLLOWLOCATION", Kind::Number},
@@ -100,6 +104,8 @@ const KnownOption kKnownOptions[] = {
     {CURLOPT_NOBODY, "CURLOPT_NOBODY", Kind::Number},
     {CURLOPT_NOPROGRESS, "CURLOPT_NOPROGRESS", Kind::Number},
     {CURLOPT_NOSIGNAL, "CURLOPT_NOSIGNAL", Kind::Number},
+    {CURLOPT_OPENSOCKETFUNCTION, "CURLOPT_OPENSOCKETFUNCTION", Kind::Function},
+    {CURLOPT_OPENSOCKETDATA, "CURLOPT_OPENSOCKETDATA", Kind::Pointer},
     {CURLOPT_PASSWORD, "CURLOPT_PASSWORD", Kind::Text},
     {CURLOPT_PATH_AS_IS, "CURLOPT_PATH_AS_IS", Kind::Number},
     {CURLOPT_POST, "CURLOPT_POST", Kind::Number},
@@ -127,6 +133,7 @@ const KnownOption kKnownOptions[] = {
     {CURLOPT_USERAGENT, "CURLOPT_USERAGENT", Kind::Text},
     {CURLOPT_USERNAME, "CURLOPT_USERNAME", Kind::Text},
     {CURLOPT_USERPWD, "CURLOPT_USERPWD", Kind::Text},
+    {CURLOPT_VERBOSE, "CURLOPT_VERBOSE", Kind::Number},
     {CURLOPT_WRITEDATA, "CURLOPT_WRITEDATA", Kind::Pointer},
     {CURLOPT_WRITEFUNCTION, "CURLOPT_WRITEFUNCTION", Kind::Function},
     {CURLOPT_XFERINFODATA, "CURLOPT_XFERINFODATA", Kind::Pointer},
@@ -562,6 +569,11 @@ CURLcode curl_easy_perform(CURL* curl) {
     return fakes::Machine::Perform(*static_cast<fakes::Handle*>(curl));
 }
 
+CURLcode curl_easy_recv(CURL* curl, void*, size_t, size_t*) {
+    fakes::Machine::ExpectAlive(curl, "a handle");
+    return CURLE_AGAIN;
+}
+
 CURLcode curl_easy_getinfo(CURL* curl, CURLINFO info, ...) {
     fakes::Machine::ExpectAlive(curl, "a handle");
     std::va_list arguments;
@@ -572,6 +584,14 @@ CURLcode curl_easy_getinfo(CURL* curl, CURLINFO info, ...) {
     if (info == CURLINFO_RESPONSE_CODE) {
         fakes::Machine::Record("CURLINFO_RESPONSE_CODE");
         *static_cast<long*>(result) = static_cast<fakes::Handle*>(curl)->status;
+        return CURLE_OK;
+    }
+    if (info == CURLINFO_ACTIVESOCKET) {
+        *static_cast<curl_socket_t*>(result) = CURL_SOCKET_BAD;
+        return CURLE_OK;
+    }
+    if (info == CURLINFO_CONTENT_LENGTH_DOWNLOAD_T) {
+        *static_cast<curl_off_t*>(result) = -1;
         return CURLE_OK;
     }
     ADD_FAILURE() << "information " << info << " is unknown to the scripted libcurl";

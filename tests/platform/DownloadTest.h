@@ -61,7 +61,7 @@ protected:
 
     TempFolder folder;
     const std::string target = folder / "archive";
-    const std::string part = folder / "archive.part";
+    const std::string part = folder / "archive.varnex-part";
 };
 
 class Stopwatch {

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Transfer.h"
 
+#include <fcntl.h>
+#include <sys/socket.h>
+
 #include <atomic>
 #include <mutex>
 #include <thread>
@@ -117,6 +120,48 @@ TEST_F(TransferWatcherTest, StopsADownloadWithinASecondAndNothingIsLeft) {
         EXPECT_LT(sinceStop.Seconds(), 1.0) << path;
         ExpectNothingLeft();
     }
+}
+
+TEST_F(TransferWatcherTest, StopsAFileWithoutAnEndWhereItSays) {
+    const HttpsPeer bmc;
+    std::uint64_t atMost = 0;
+    const Watcher watcher([&](const Varnex::TransferProgress& progress) {
+        atMost = progress.bytes;
+        return progress.bytes < 20000000;
+    });
+
+    EXPECT_EQ("varnex.transfer:42 The download was stopped", Text(Download(bmc.At("/endless"))));
+
+    EXPECT_LT(atMost, 25000000U) << "asked too seldom";
+    ExpectNothingLeft();
+}
+
+// Connections of this process that a program started now would have. A pair of local sockets, with
+// which libcurl wakes itself, is not one.
+int InheritedConnections() {
+    int count = 0;
+    for (int fd = 3; fd < 1024; ++fd) {
+        int domain = 0;
+        socklen_t size = sizeof domain;
+        const int flags = fcntl(fd, F_GETFD);
+        if (flags < 0 || (flags & FD_CLOEXEC) != 0) continue;
+        if (getsockopt(fd, SOL_SOCKET, SO_DOMAIN, &domain, &size) != 0) continue;
+        if (domain == AF_INET || domain == AF_INET6) ++count;
+    }
+    return count;
+}
+
+TEST_F(TransferWatcherTest, ADownloadHasNoConnectionThatAChildInherits) {
+    const HttpsPeer bmc;
+    int during = -1;
+    const Watcher watcher([&](const Varnex::TransferProgress& progress) {
+        if (progress.bytes > 0) during = std::max(during, InheritedConnections());
+        return true;
+    });
+
+    EXPECT_EQ("", Text(Download(bmc.At("/slow/5"))));
+
+    EXPECT_EQ(0, during);
 }
 
 TEST_F(TransferWatcherTest, OneOfSeveralIsEnoughToStopAndAllAreAsked) {

@@ -198,6 +198,19 @@ TEST_F(FileClientDownloadHttps, ACutConnectionIsAnErrorAndLeavesNothing) {
     }
 }
 
+TEST_F(FileClientDownloadHttps, AServerThatSendsMoreThanItAnnouncedHasNotSentTheFile) {
+    const HttpsPeer bmc;
+    for (const char* kind : {"/double/", "/more/"}) {
+        for (const char* size : {"10", "16384", "5000000"}) {
+            EXPECT_EQ("varnex.transfer:18 The server sends more than the " + std::string(size) +
+                          " bytes that it announced",
+                      Text(Download(bmc.At(kind + std::string(size)))))
+                << kind;
+            ExpectNothingLeft();
+        }
+    }
+}
+
 TEST_F(FileClientDownloadHttps, ARefusedPortIsAnErrorWithLibcurlsText) {
     const int port = FreePort();
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 #include <thread>
@@ -190,6 +192,23 @@ TEST_F(FileClientDownloadSftp, WorksOverIPv6BareAndInBrackets) {
                 StartsWith("[::1]:" + std::to_string(bmc.Port()) + " ssh-ed25519 "));
 }
 
+TEST_F(FileClientDownloadSftp, NamesOfAFolderDoNotGetInEachOthersWay) {
+    const std::vector<std::string> all = {"x.part", "x", "x.part.part", ".x.part", "x.varnex"};
+    for (const std::string& name : all) root.Write(name, "content of " + name);
+    const SftpPeer bmc(root);
+
+    for (const std::string& name : all) {
+        EXPECT_EQ(
+            "", Text(file_client::download(bmc.At("/" + name), folder / name, NoOption(nullptr))));
+    }
+    EXPECT_EQ(
+        "generic:22 Invalid argument",
+        Text(file_client::download(bmc.At("/x"), folder / "x.varnex-part", NoOption(nullptr))));
+
+    EXPECT_THAT(folder.Names(), testing::UnorderedElementsAreArray(all));
+    for (const std::string& name : all) EXPECT_EQ("content of " + name, Content(folder / name));
+}
+
 TEST_F(FileClientDownloadSftp, WhatIsNoFileIsAnErrorAndLeavesNothing) {
     std::filesystem::create_directory(root / "folder");
     root.Write("closed", "1");
@@ -200,7 +219,7 @@ TEST_F(FileClientDownloadSftp, WhatIsNoFileIsAnErrorAndLeavesNothing) {
     ExpectNothingLeft();
     EXPECT_THAT(Text(Download(bmc.At("/folder"))), StartsWith("varnex.transfer:"));
     ExpectNothingLeft();
-    EXPECT_EQ("varnex.transfer:78 \"/folder/\" is a folder", Text(Download(bmc.At("/folder/"))));
+    EXPECT_EQ("varnex.transfer:79 \"/folder/\" is a folder", Text(Download(bmc.At("/folder/"))));
     ExpectNothingLeft();
     EXPECT_THAT(Text(Download(bmc.At("/closed"))), StartsWith("varnex.transfer:9 "));
     ExpectNothingLeft();
@@ -557,6 +576,29 @@ TEST_F(FileClientHostKeys, AFileThatCannotBeReadIsARefusal) {
         "varnex.transfer:60 The known host keys cannot be read: " + known + ": Is a directory",
         Text(Download(bmc.At("/file"))));
     ExpectNothingLeft();
+}
+
+TEST_F(FileClientHostKeys, WhatIsNoFileOrAHugeOneIsARefusalAtOnce) {
+    root.Write("file", "content");
+    const SftpPeer bmc(root);
+    const Stopwatch watch;
+    const std::string start = "varnex.transfer:60 The known host keys cannot be read: ";
+
+    ASSERT_EQ(0, mkfifo(known.c_str(), 0600));
+    EXPECT_EQ(start + known + ": Invalid argument", Text(Download(bmc.At("/file"))));
+    for (const char* device : {"/dev/zero", "/dev/tty0", "/dev/full"}) {
+        if (access(device, R_OK) != 0) continue;
+        Environment("VARNEX_KNOWN_HOSTS", device);
+        EXPECT_EQ(start + device + ": Invalid argument", Text(Download(bmc.At("/file"))));
+    }
+    const std::string huge = keys.Write("huge", "");
+    std::filesystem::resize_file(huge, 17UL << 20);
+    Environment("VARNEX_KNOWN_HOSTS", huge);
+    EXPECT_EQ(start + huge + ": File too large", Text(Download(bmc.At("/file"))));
+    std::filesystem::resize_file(huge, 16UL << 20);  // one line of NULs
+    EXPECT_THAT(Text(Download(bmc.At("/file"))), testing::Not(HasSubstr("Invalid")));
+
+    EXPECT_LT(watch.Seconds(), 15);
 }
 
 TEST_F(FileClientHostKeys, ALockThatNobodyReleasesIsNotWaitedForEver) {

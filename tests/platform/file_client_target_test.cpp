@@ -22,7 +22,7 @@ bool IsPartFile(int fd) {
     const std::string link = "/proc/self/fd/" + std::to_string(fd);
     const ssize_t size = readlink(link.c_str(), target, sizeof target - 1);
     const std::string path(target, size > 0 ? static_cast<std::size_t>(size) : 0);
-    return path.size() > 5 && path.compare(path.size() - 5, 5, ".part") == 0;
+    return path.find(".varnex-part") != std::string::npos;
 }
 
 }  // namespace
@@ -58,7 +58,7 @@ TEST_F(FileClientTarget, StandsUnderItsFinalNameOnlyWhenItIsComplete) {
     const Watcher watcher([&](const Varnex::TransferProgress& progress) {
         if (progress.bytes == 0) return true;
         seen = true;
-        EXPECT_THAT(folder.Names(), ElementsAre("archive.part"));
+        EXPECT_THAT(folder.Names(), ElementsAre("archive.varnex-part"));
         EXPECT_EQ(0600U, Mode(part));
         return true;
     });
@@ -95,11 +95,11 @@ TEST_F(FileClientTarget, ALinkIsReplacedAndWhatItNamesIsNot) {
 
 TEST_F(FileClientTarget, AnOldPartOfAnyKindIsReplaced) {
     const std::function<void()> leftovers[] = {
-        [&] { folder.Write("archive.part", std::string(1000000, 'x')); },
+        [&] { folder.Write("archive.varnex-part", std::string(1000000, 'x')); },
         [&] { std::filesystem::create_symlink("nowhere", part); },
         [&] { EXPECT_EQ(0, mkfifo(part.c_str(), 0600)); },
         [&] {
-            folder.Write("archive.part", "x");
+            folder.Write("archive.varnex-part", "x");
             EXPECT_EQ(0, chmod(part.c_str(), 0));
         },
     };
@@ -123,7 +123,7 @@ TEST_F(FileClientTarget, AFolderInThePlaceOfThePartIsAnError) {
 }
 
 TEST_F(FileClientTarget, APartThatSomebodyIsWritingIsLeftAlone) {
-    folder.Write("archive.part", "theirs");
+    folder.Write("archive.varnex-part", "theirs");
     const int fd = open(part.c_str(), O_RDWR | O_CLOEXEC);
     ASSERT_EQ(0, flock(fd, LOCK_EX));
 
@@ -168,7 +168,7 @@ TEST_F(FileClientTarget, APartThatIsTakenAwayMeanwhileIsAnError) {
     const Watcher watcher([&](const Varnex::TransferProgress& progress) {
         if (progress.bytes > 0) {
             std::filesystem::remove(part);
-            folder.Write("archive.part", "somebody else's");
+            folder.Write("archive.varnex-part", "somebody else's");
         }
         return true;
     });

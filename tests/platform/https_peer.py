@@ -9,6 +9,9 @@
 /unclean/N       the same, but TLS is not closed
 /stall/N         half of N bytes, then silence
 /slow/N          N times 1000 bytes, one each 50 ms
+/double/N        announces N bytes and sends twice as many
+/more/N          the same in one piece with the header lines
+/endless         bytes without an end
 /hang            no answer          /status/CODE    that status, with a body
 /redirect        to /file/10        /account        wants admin:secret or the token "good"
 /any/...         ten bytes, whatever follows
@@ -142,6 +145,16 @@ class Conversation:
         if kind == 'file':
             self.send_head(200, f'Content-Length: {size}')
             self.send_content(0, size)
+        elif kind == 'double':
+            self.send_head(200, f'Content-Length: {size}')
+            self.send_content(0, size)
+            self.send_content(size, size)
+        elif kind == 'more':
+            head = f'HTTP/1.1 200 Text\r\nContent-Length: {size}\r\n\r\n'
+            self.connection.sendall(head.encode() + b''.join(content(0, 2 * size)))
+        elif kind == 'endless':
+            self.send_head(200, 'Connection: close')
+            self.send_content(0, 1 << 60)
         elif kind == 'any':
             self.send_head(200, 'Content-Length: 10')
             self.send_content(0, 10)
