@@ -50,6 +50,9 @@ public:
     //   2      the account for SFTP comes over the open session; /download/ffdc/, every file
     //   3      the account comes in band; /download/ffdc/kem_dump/, the .tzz files alone
     //   other  as 3, but every file
+    //
+    // Connect and Apply need more than the 128 KiB that some C libraries give a thread: call them
+    // on one with at least 256 KiB of stack.
     KEMFfdc(const VarnexConnection::ConnectionInfo& conn, const std::string& outputPath, int mode);
 
     // Redfish. Copies its arguments and already asks the BMC for its Redfish version: one GET, of

@@ -23,7 +23,7 @@ struct IPMICOMMAND {
 // A way to a BMC. An implementer guarantees:
 //   - every operation returns 0 for success and something else for failure, and for each failure
 //     one level-1 record says why, in words an operator can act upon, without the password;
-//   - a dead BMC costs some seconds, never minutes; nothing else blocks;
+//   - a dead BMC costs half a minute, never minutes; nothing else blocks;
 //   - objects share nothing that is visible: any number of threads, each with its own object;
 //   - connect() on a connected object starts afresh; disconnect() may be called at any time;
 //   - the destructor ends what is still open.
@@ -66,10 +66,13 @@ enum IpmiResult : int {
 //
 // How long it blocks: LAN: up to the session time-out, for each address of the host and for each
 // request, from the last sign of life on; the integer IPMI_SESSION_TIMEOUT of GlobalConfig.h,
-// seconds, 1 to 300, default 8, read at every connect(). A refused port is noticed at once. In
+// seconds, 1 to 300, default 30, read at every connect(). A refused port is noticed at once. In
 // band: as long as the kernel's driver takes to answer for a BMC that does not (completion code
-// 0xC3, some seconds), at the most a minute. A request whose answer is late, or lost, is sent again
-// four times within the time-out, so the BMC may execute it more than once.
+// 0xC3, some seconds), at the most a minute.
+//
+// A request whose answer is late, or lost, is sent again: after 1.5 s twice, after 3 s twice, and
+// so on, whatever the time-out is, so the BMC may execute it more than once. The answer to any of
+// its copies is taken, an answer that belongs to another request is not.
 class IpmiClient : public IpmiClientInterface {
 public:
     // `host`: a name, an IPv4 address, or an IPv6 address, bare or in brackets, with or without a

@@ -19,7 +19,7 @@
 extern "C" {
 #endif
 
-#define VARNEX_IPMI_MODULE_VERSION 1
+#define VARNEX_IPMI_MODULE_VERSION 2
 
 // Why an operation failed. Numbers of IpmiClient.h; those that only the module tells apart.
 enum varnex_ipmi_result {
@@ -32,7 +32,9 @@ enum varnex_ipmi_result {
     VARNEX_IPMI_NO_PRIVILEGE = 9,
     VARNEX_IPMI_NO_DEVICE = 10,
     VARNEX_IPMI_NO_PERMISSION = 11,
-    VARNEX_IPMI_FAILED = 13
+    VARNEX_IPMI_FAILED = 13,
+    VARNEX_IPMI_REFUSED = 14,  // the session, with a status code that the library does not hand out
+    VARNEX_IPMI_DISTURBED = 15  // by answers that belong to other requests
 };
 
 struct varnex_ipmi_session;  // one session, or one open device; one thread at a time
@@ -43,7 +45,7 @@ struct varnex_ipmi_lan {
     const char* password;
     uint8_t cipher_suite;
     uint32_t session_timeout;         // milliseconds without a sign of life
-    uint32_t retransmission_timeout;  // milliseconds, less than session_timeout
+    uint32_t retransmission_timeout;  // milliseconds before the first copy; less than the above
 };
 
 // The library's own words for a failure; cut where they do not fit.
@@ -54,8 +56,9 @@ struct varnex_ipmi_error {
 struct varnex_ipmi_module {
     uint32_t version;  // VARNEX_IPMI_MODULE_VERSION
 
-    // Whether a session can be set up with this cipher suite; 1 or 0.
-    int (*knows_cipher_suite)(uint16_t cipher_suite);
+    // Whether a session can be set up with this cipher suite, 1 or 0, and the numbers of its
+    // algorithms: authentication, integrity, confidentiality.
+    int (*knows_cipher_suite)(uint16_t cipher_suite, uint8_t algorithms[3]);
 
     // On success *session is set, to be given back to close(); else it is null and *error is set.
     int (*open_lan)(const struct varnex_ipmi_lan* lan, struct varnex_ipmi_session** session,
@@ -63,8 +66,9 @@ struct varnex_ipmi_module {
     int (*open_device)(const char* device, struct varnex_ipmi_session** session,
                        struct varnex_ipmi_error* error);
 
-    // One request to LUN 0. `answer` receives the completion code and the data, *answer_size their
-    // number, at least 1; an answer longer than `capacity` is a failure.
+    // One request to LUN 0. The answer to any of its copies is taken, one that names another
+    // command or network function is not. `answer` receives the completion code and the data,
+    // *answer_size their number, at least 1; an answer longer than `capacity` is a failure.
     int (*send)(struct varnex_ipmi_session* session, uint8_t netfn, uint8_t command,
                 const uint8_t* data, size_t data_size, uint8_t* answer, size_t capacity,
                 size_t* answer_size, struct varnex_ipmi_error* error);

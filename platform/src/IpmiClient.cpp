@@ -4,7 +4,6 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <netdb.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -14,18 +13,25 @@
 #include <charconv>
 #include <chrono>
 #include <climits>
+#include <condition_variable>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <ostream>
+#include <set>
 #include <string>
 #include <system_error>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "../ipmi/module.h"
 #include "GlobalConfig.h"
+#include "IpmiProbe.h"
+#include "IpmiSessions.h"
 #include "LinkLocalRelay.h"
 #include "Log.h"
 
@@ -38,19 +44,23 @@ constexpr std::size_t kLongestUser = 16;
 constexpr std::size_t kLongestPassword = 20;
 constexpr std::size_t kLongestAnswer = 1024;
 
-constexpr int kSessionTimeout = 8;  // seconds
+constexpr int kSessionTimeout = 30;  // seconds
 constexpr int kShortestSessionTimeout = 1;
 constexpr int kLongestSessionTimeout = 300;
 
-// Long enough for a refusal to come back across a site, short for a BMC that ignores the question.
-constexpr std::chrono::milliseconds kProbeTime{250};
+// What a request waits before its first copy, however long the session lives. A BMC that gives the
+// session up after some seconds of silence hears of it in time, one that is slow is not flooded.
+constexpr std::chrono::milliseconds kFirstWait{1500};
 
-// Get Channel Authentication Capabilities, without a session: IPMI v2.0 sections 13.6 and 22.13.
-constexpr std::uint8_t kProbe[] = {
-    0x06, 0x00, 0xFF, 0x07,                                   // RMCP, no acknowledgement, IPMI
-    0x00, 0,    0,    0,    0,    0,    0,    0,    0,    9,  // no session, 9 bytes follow
-    0x20, 0x18, 0xC8, 0x81, 0x00, 0x38, 0x8E, 0x04, 0xB5,     // this channel, administrator
-};
+constexpr int kWaitsOfATimeout = 4;  // at the least, for a short session time-out
+
+// How often the set-up of a session is tried when answers of other steps disturb it.
+constexpr int kTriesWhenDisturbed = 3;
+
+constexpr std::uint8_t kBadAuthentication = 0x04;  // status codes of RMCP+ (table 13-15)
+constexpr std::uint8_t kBadIntegrity = 0x05;
+constexpr std::uint8_t kBadConfidentiality = 0x10;
+constexpr std::uint8_t kNoMatchingSuite = 0x11;
 
 // The module
 
@@ -125,19 +135,6 @@ std::string NumberOf(const addrinfo& address) {
     return text;
 }
 
-// Whether the UDP port is refused, which the library would not notice before its time-out. 0: it
-// is not, as far as can be told; else the error of the socket.
-int Probe(const addrinfo& address) {
-    const FileDescriptor udp(socket(address.ai_family, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    if (!udp.IsOpen()) return errno;
-    if (connect(udp.Get(), address.ai_addr, address.ai_addrlen) != 0) return errno;
-    if (send(udp.Get(), kProbe, sizeof kProbe, 0) < 0) return errno;
-    pollfd answer{udp.Get(), POLLIN, 0};
-    if (poll(&answer, 1, static_cast<int>(kProbeTime.count())) <= 0) return 0;
-    std::uint8_t ignored[64];
-    return recv(udp.Get(), ignored, sizeof ignored, MSG_DONTWAIT) < 0 ? errno : 0;
-}
-
 int SessionTimeout() {
     return std::clamp(GetGlobalConfigValue("IPMI_SESSION_TIMEOUT", kSessionTimeout),
                       kShortestSessionTimeout, kLongestSessionTimeout);
@@ -162,20 +159,71 @@ int ResultOf(int error) {
 
 std::string Quoted(const std::string& text) { return "\"" + text + "\""; }
 
+struct CloseSession {
+    const varnex_ipmi_module* module;
+    void operator()(varnex_ipmi_session* ended) const { module->close(ended); }
+};
+
+struct Session {
+    void Close() {
+        open.reset();
+        relay.reset();
+    }
+
+    std::unique_ptr<LinkLocalRelay> relay;
+    std::unique_ptr<varnex_ipmi_session, CloseSession> open{nullptr, CloseSession{nullptr}};
+};
+
+// The session of a client, as the whole process sees it.
+struct Connection {
+    Connection();
+    ~Connection();
+
+    std::mutex inUse;  // held while an operation of the client is at work
+    Session session;
+};
+
+// For CloseIpmiSessions. Never destroyed: clients may be of static storage.
+struct Connections {
+    std::mutex lock;
+    std::set<Connection*> all;
+};
+
+Connections& TheConnections() {
+    static Connections* const connections = new Connections;
+    return *connections;
+}
+
+Connection::Connection() {
+    Connections& connections = TheConnections();
+    const std::lock_guard<std::mutex> hold(connections.lock);
+    connections.all.insert(this);
+}
+
+Connection::~Connection() {
+    Connections& connections = TheConnections();
+    const std::lock_guard<std::mutex> hold(connections.lock);
+    connections.all.erase(this);
+}
+
 }  // namespace
 
 struct IpmiClient::Impl {
-    struct Close {
-        const varnex_ipmi_module* module;
-        void operator()(varnex_ipmi_session* ended) const { module->close(ended); }
-    };
-    using Session = std::unique_ptr<varnex_ipmi_session, Close>;
+    int Connect();
+    void Disconnect();
+    int Send(const IPMICOMMAND& command, std::vector<std::uint8_t>& response,
+             std::uint8_t& completionCode);
 
     int ConnectLan();
-    bool ArgumentsHold() const;
+    bool ArgumentsHold();
     bool TakePort();
-    int ConnectTo(const addrinfo& address, std::string& why);
-    int OpenSession(const std::string& endpoint, std::string& why);
+    int ConnectTo(const addrinfo& found, std::string& why);
+    void Keep(const addrinfo& found);
+    int OpenSession(std::string& why);
+    int OpenSessionOnce(varnex_ipmi_error& error);
+    bool StartRelay();
+    int WhyRefused(std::string& why) const;
+    std::chrono::milliseconds Timeout() const { return std::chrono::seconds(timeout); }
     int ConnectDevice();
     int FindDevice(std::string& device) const;
     std::string WhyNot(int result, const char* words) const;
@@ -192,10 +240,15 @@ struct IpmiClient::Impl {
     // Of the connection that is being made or open.
     const varnex_ipmi_module* module = nullptr;  // null until a connect() has loaded it
     std::uint16_t port = 0;
-    int timeout = 0;   // seconds
-    std::string peer;  // how texts call it
-    std::unique_ptr<LinkLocalRelay> relay;
-    Session session{nullptr, Close{nullptr}};  // after `relay`: ends before it
+    int timeout = 0;                         // seconds
+    std::chrono::milliseconds firstWait{0};  // before a request's first copy
+    addrinfo address{};                      // of the BMC; points to `storage`
+    sockaddr_storage storage{};
+    IpmiAlgorithms algorithms{};
+    std::string endpoint;  // how the module calls the BMC
+    std::string peer;      // how texts call it
+    Connection connection;
+    Session& session = connection.session;
 };
 
 IpmiClient::IpmiClient(const std::string& host, const std::string& userid,
@@ -217,21 +270,34 @@ IpmiClient::IpmiClient(int interfaceNumber) : m_impl(std::make_unique<Impl>()) {
 IpmiClient::~IpmiClient() = default;
 
 int IpmiClient::connect() {
-    disconnect();
-    m_impl->module = Module();
-    if (m_impl->module == nullptr) return kIpmiNoModule;
-    m_impl->timeout = SessionTimeout();
-    return m_impl->lan ? m_impl->ConnectLan() : m_impl->ConnectDevice();
+    const std::lock_guard<std::mutex> hold(m_impl->connection.inUse);
+    return m_impl->Connect();
 }
 
 void IpmiClient::disconnect() {
-    m_impl->session.reset();
-    m_impl->relay.reset();
+    const std::lock_guard<std::mutex> hold(m_impl->connection.inUse);
+    m_impl->Disconnect();
 }
 
 int IpmiClient::send(const IPMICOMMAND& command, std::vector<std::uint8_t>& response,
                      std::uint8_t& completionCode) {
-    if (!m_impl->session) {
+    const std::lock_guard<std::mutex> hold(m_impl->connection.inUse);
+    return m_impl->Send(command, response, completionCode);
+}
+
+int IpmiClient::Impl::Connect() {
+    Disconnect();
+    module = Module();
+    if (module == nullptr) return kIpmiNoModule;
+    timeout = SessionTimeout();
+    return lan ? ConnectLan() : ConnectDevice();
+}
+
+void IpmiClient::Impl::Disconnect() { session.Close(); }
+
+int IpmiClient::Impl::Send(const IPMICOMMAND& command, std::vector<std::uint8_t>& response,
+                           std::uint8_t& completionCode) {
+    if (!session.open) {
         Log(1, kLogSource, __LINE__).Stream()
             << "IPMI: nothing is connected, or the session was lost; connect again";
         return kIpmiNotConnected;
@@ -239,12 +305,12 @@ int IpmiClient::send(const IPMICOMMAND& command, std::vector<std::uint8_t>& resp
     std::array<std::uint8_t, kLongestAnswer> answer;
     std::size_t size = 0;
     varnex_ipmi_error error{};
-    const int result = m_impl->module->send(m_impl->session.get(), command.netfn, command.command,
-                                            command.data.data(), command.data.size(), answer.data(),
-                                            answer.size(), &size, &error);
+    const int result =
+        module->send(session.open.get(), command.netfn, command.command, command.data.data(),
+                     command.data.size(), answer.data(), answer.size(), &size, &error);
     if (result != kIpmiDone) {
-        Log(1, kLogSource, __LINE__).Stream() << m_impl->WhyNot(result, error.text);
-        if (result == kIpmiNoAnswer) disconnect();  // the library would never send again
+        Log(1, kLogSource, __LINE__).Stream() << WhyNot(result, error.text);
+        if (result == kIpmiNoAnswer) Disconnect();  // the library would never send again
         return result;
     }
     response.assign(answer.begin() + 1, answer.begin() + static_cast<std::ptrdiff_t>(size));
@@ -268,14 +334,14 @@ int IpmiClient::Impl::ConnectLan() {
     }
 
     const Addresses addresses(found);
-    for (const addrinfo* address = found;; address = address->ai_next) {
+    for (const addrinfo* one = found;; one = one->ai_next) {
         std::string why;
-        const int result = ConnectTo(*address, why);
+        const int result = ConnectTo(*one, why);
         if (result == kIpmiDone) return result;
         // Another address may lead to the same BMC; another password does not.
         const bool unreached =
             result == kIpmiRefused || result == kIpmiNoAnswer || result == kIpmiFailed;
-        const bool last = !unreached || address->ai_next == nullptr;
+        const bool last = !unreached || one->ai_next == nullptr;
         Log(last ? 1 : 2, kLogSource, __LINE__).Stream() << why;
         if (last) return result;
     }
@@ -291,7 +357,7 @@ bool IpmiClient::Impl::TakePort() {
     return parsed.has_value();
 }
 
-bool IpmiClient::Impl::ArgumentsHold() const {
+bool IpmiClient::Impl::ArgumentsHold() {
     const auto unfit = [](const std::string& text, std::size_t longest) {
         return text.size() > longest || text.find('\0') != std::string::npos;
     };
@@ -307,51 +373,104 @@ bool IpmiClient::Impl::ArgumentsHold() const {
         Log(1, kLogSource, __LINE__).Stream() << "IPMI: " << why;
         return false;
     }
-    if (module->knows_cipher_suite(suite) != 0) return true;
+    if (module->knows_cipher_suite(suite, algorithms.data()) != 0) return true;
     Log(1, kLogSource, __LINE__).Stream()
         << "IPMI: cipher suite " << suite << " is not supported; 3 and 17 are the usual ones";
     return false;
 }
 
-int IpmiClient::Impl::ConnectTo(const addrinfo& address, std::string& why) {
+int IpmiClient::Impl::ConnectTo(const addrinfo& found, std::string& why) {
+    Keep(found);
     const std::string numeric = NumberOf(address);
     peer = "IPMI to " + numeric + " port " + std::to_string(port);
-    if (const int error = Probe(address); error == EINVAL) {  // what Linux makes of a lost scope
+    firstWait = std::min(kFirstWait, Timeout() / kWaitsOfATimeout);
+    const IpmiProbe probe = ProbeIpmi(address, firstWait, Timeout());
+    if (probe.error == EINVAL) {  // what Linux makes of a lost scope
         why = WhyNot(kIpmiBadArgument, "a link-local address needs its scope, as in fe80::1%eth0");
         return kIpmiBadArgument;
-    } else if (error != 0) {
-        const int result = error == ECONNREFUSED ? kIpmiRefused : kIpmiFailed;
-        why = WhyNot(result, std::generic_category().message(error).c_str());
+    }
+    if (probe.error != 0 || !probe.answerTime) {
+        const int result = probe.error == 0              ? kIpmiNoAnswer
+                           : probe.error == ECONNREFUSED ? kIpmiRefused
+                                                         : kIpmiFailed;
+        why = WhyNot(result, std::generic_category().message(probe.error).c_str());
         return result;
     }
-    if (numeric.find('%') != std::string::npos) {
-        relay = LinkLocalRelay::Start(*address.ai_addr, address.ai_addrlen);
-        if (!relay) {
-            why = WhyNot(kIpmiFailed, "a link-local address needs a relay, which cannot be set up");
-            return kIpmiFailed;
-        }
-        return OpenSession(relay->Endpoint(), why);
+    // In the set-up the newest copy's answer alone counts: a quarter more time than the BMC took.
+    firstWait = std::max(firstWait, std::min(*probe.answerTime * 5 / 4, Timeout() / 2));
+    endpoint = (address.ai_family == AF_INET6 ? "[" + numeric + "]" : numeric) + ":" +
+               std::to_string(port);
+    if (numeric.find('%') != std::string::npos && !StartRelay()) {
+        why = WhyNot(kIpmiFailed, "a link-local address needs a relay, which cannot be set up");
+        return kIpmiFailed;
     }
-    const std::string written = address.ai_family == AF_INET6 ? "[" + numeric + "]" : numeric;
-    return OpenSession(written + ":" + std::to_string(port), why);
+    const int result = OpenSession(why);
+    if (result != kIpmiDone) session.Close();
+    return result;
 }
 
-int IpmiClient::Impl::OpenSession(const std::string& endpoint, std::string& why) {
-    const std::uint32_t milliseconds = static_cast<std::uint32_t>(timeout) * 1000;
-    // A BMC executes a request that was sent again once more, so not too eager.
-    const varnex_ipmi_lan request = {endpoint.c_str(), user.c_str(),
-                                     password.c_str(), static_cast<std::uint8_t>(suite),
-                                     milliseconds,     milliseconds / 4};
-    varnex_ipmi_session* opened = nullptr;
+void IpmiClient::Impl::Keep(const addrinfo& found) {
+    address = found;
+    std::memcpy(&storage, found.ai_addr, found.ai_addrlen);
+    address.ai_addr = reinterpret_cast<sockaddr*>(&storage);
+    address.ai_next = nullptr;
+}
+
+bool IpmiClient::Impl::StartRelay() {
+    session.relay = LinkLocalRelay::Start(*address.ai_addr, address.ai_addrlen);
+    if (session.relay) endpoint = session.relay->Endpoint();
+    return session.relay != nullptr;
+}
+
+// Directly first: the relay, which keeps the answers in step, costs a thread for each session.
+int IpmiClient::Impl::OpenSession(std::string& why) {
     varnex_ipmi_error error{};
-    const int result = module->open_lan(&request, &opened, &error);
-    if (result == kIpmiDone) {
-        session = Session(opened, Close{module});
-    } else {
-        why = WhyNot(result, error.text);
-        relay.reset();
+    int result = OpenSessionOnce(error);
+    for (int tries = 1; result == VARNEX_IPMI_DISTURBED && tries < kTriesWhenDisturbed; ++tries) {
+        if (!StartRelay()) break;
+        result = OpenSessionOnce(error);
     }
+    if (result == VARNEX_IPMI_REFUSED) return WhyRefused(why);
+    if (result == VARNEX_IPMI_DISTURBED) result = kIpmiFailed;
+    if (result != kIpmiDone) why = WhyNot(result, error.text);
     return result;
+}
+
+int IpmiClient::Impl::OpenSessionOnce(varnex_ipmi_error& error) {
+    const varnex_ipmi_lan request = {endpoint.c_str(),
+                                     user.c_str(),
+                                     password.c_str(),
+                                     static_cast<std::uint8_t>(suite),
+                                     static_cast<std::uint32_t>(Timeout().count()),
+                                     static_cast<std::uint32_t>(firstWait.count())};
+    varnex_ipmi_session* opened = nullptr;
+    const int result = module->open_lan(&request, &opened, &error);
+    if (result == kIpmiDone) session.open = {opened, CloseSession{module}};
+    return result;
+}
+
+// FreeIPMI has one error for most of the status codes that a BMC can refuse a session with.
+int IpmiClient::Impl::WhyRefused(std::string& why) const {
+    const std::optional<std::uint8_t> status =
+        AskOpenSessionStatus(address, algorithms, firstWait, Timeout());
+    switch (status.value_or(0)) {
+        case kBadAuthentication:
+        case kBadIntegrity:
+        case kBadConfidentiality:
+        case kNoMatchingSuite:
+            why = WhyNot(kIpmiNoCipherSuite, "");
+            return kIpmiNoCipherSuite;
+        case 0:  // it refuses a later step
+            why = WhyNot(kIpmiFailed, "the BMC refuses the session, and IPMI has no word for why");
+            return kIpmiFailed;
+        default:
+            char text[80];
+            (void)std::snprintf(text, sizeof text,
+                                "the BMC refuses the session (RMCP+ status %02Xh)",
+                                unsigned{*status});
+            why = WhyNot(kIpmiFailed, text);
+            return kIpmiFailed;
+    }
 }
 
 int IpmiClient::Impl::ConnectDevice() {
@@ -362,7 +481,7 @@ int IpmiClient::Impl::ConnectDevice() {
     varnex_ipmi_error error{};
     const int result = module->open_device(device.c_str(), &opened, &error);
     if (result == kIpmiDone) {
-        session = Session(opened, Close{module});
+        session.open = {opened, CloseSession{module}};
     } else {
         Log(1, kLogSource, __LINE__).Stream() << WhyNot(result, error.text);
     }
@@ -400,7 +519,7 @@ std::string IpmiClient::Impl::WhyNot(int result, const char* words) const {
         case kIpmiNoAnswer:
             return start + "no answer" +
                    (lan ? " within " + std::to_string(timeout) + " seconds" : std::string()) +
-                   (session ? "; the session is lost" : "");
+                   (session.open ? "; the session is lost" : "");
         case kIpmiWrongPassword:
             return start + "wrong password for user " + Quoted(user);
         case kIpmiUnknownUser:
@@ -413,3 +532,49 @@ std::string IpmiClient::Impl::WhyNot(int result, const char* words) const {
             return start + words;
     }
 }
+
+namespace Varnex {
+namespace {
+
+// What is left to be closed, and how far that is. Shared with a thread that may outlive the caller.
+struct Closing {
+    std::vector<Session> sessions;
+    std::mutex lock;
+    std::condition_variable changed;
+    bool done = false;
+};
+
+// Those of all clients that are idle.
+void TakeSessions(Closing& closing) {
+    Connections& connections = TheConnections();
+    const std::lock_guard<std::mutex> hold(connections.lock);
+    for (Connection* connection : connections.all) {
+        const std::unique_lock<std::mutex> idle(connection->inUse, std::try_to_lock);
+        if (!idle.owns_lock() || !connection->session.open) continue;
+        closing.sessions.push_back(std::move(connection->session));
+    }
+}
+
+void Close(const std::shared_ptr<Closing>& closing) {
+    for (Session& session : closing->sessions) session.Close();
+    const std::lock_guard<std::mutex> over(closing->lock);
+    closing->done = true;
+    closing->changed.notify_all();
+}
+
+}  // namespace
+
+void CloseIpmiSessions(std::chrono::milliseconds atMost) {
+    const auto closing = std::make_shared<Closing>();
+    TakeSessions(*closing);
+    if (closing->sessions.empty()) return;
+    std::unique_lock<std::mutex> hold(closing->lock);
+    try {
+        std::thread(Close, closing).detach();
+    } catch (const std::system_error&) {
+        return;  // no thread to be had: the BMC gives the sessions up by itself
+    }
+    closing->changed.wait_for(hold, atMost, [&] { return closing->done; });
+}
+
+}  // namespace Varnex

@@ -23,9 +23,9 @@ void Pass(const FileDescriptor& to, const std::uint8_t* datagram, ssize_t size) 
 
 }  // namespace
 
-LinkLocalRelay::LinkLocalRelay()
+LinkLocalRelay::LinkLocalRelay(sa_family_t family)
     : m_near(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)),
-      m_far(socket(AF_INET6, SOCK_DGRAM | SOCK_CLOEXEC, 0)),
+      m_far(socket(family, SOCK_DGRAM | SOCK_CLOEXEC, 0)),
       m_stop(eventfd(0, EFD_CLOEXEC)) {}
 
 LinkLocalRelay::~LinkLocalRelay() {
@@ -35,7 +35,7 @@ LinkLocalRelay::~LinkLocalRelay() {
 }
 
 std::unique_ptr<LinkLocalRelay> LinkLocalRelay::Start(const sockaddr& to, socklen_t length) {
-    std::unique_ptr<LinkLocalRelay> relay(new LinkLocalRelay);
+    std::unique_ptr<LinkLocalRelay> relay(new LinkLocalRelay(to.sa_family));
     if (!relay->Open(to, length)) return nullptr;
     try {
         relay->m_thread = std::thread([carrier = relay.get()] { carrier->Carry(); });
@@ -75,11 +75,15 @@ void LinkLocalRelay::Carry() {
             const ssize_t size = recvfrom(m_near.Get(), datagram.data(), datagram.size(),
                                           MSG_DONTWAIT, Generic(peer), &length);
             if (size >= 0 && !known) known = connect(m_near.Get(), Generic(peer), length) == 0;
+            if (size >= 0) m_steps.Sent(datagram.data(), static_cast<std::size_t>(size));
             Pass(m_far, datagram.data(), size);
         }
         if (ready[2].revents != 0) {
             const ssize_t size = recv(m_far.Get(), datagram.data(), datagram.size(), MSG_DONTWAIT);
-            if (known) Pass(m_near, datagram.data(), size);
+            if (known && size >= 0 &&
+                m_steps.Passes(datagram.data(), static_cast<std::size_t>(size))) {
+                Pass(m_near, datagram.data(), size);
+            }
         }
     }
 }

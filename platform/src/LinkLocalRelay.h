@@ -9,6 +9,8 @@
 #include <string>
 #include <thread>
 
+#include "IpmiSteps.h"
+
 // Owns a file descriptor; -1: none.
 class FileDescriptor {
 public:
@@ -26,9 +28,10 @@ private:
     int m_descriptor;
 };
 
-// Carries datagrams between 127.0.0.1 and an address that a library cannot be told, which is a
-// link-local one with its scope. One peer on this side: the first one that sends. Nothing is
-// trusted that was not before: the session above authenticates every datagram.
+// Carries IPMI datagrams between 127.0.0.1 and a BMC whose address a library cannot be told (a
+// link-local one with its scope), or whose answers to the set-up of a session have to be kept in
+// step. One peer on this side: the first one that sends. Nothing is trusted that was not before:
+// the session above authenticates every datagram.
 class LinkLocalRelay {
 public:
     // Null when a socket or the thread cannot be had.
@@ -41,13 +44,14 @@ public:
     std::string Endpoint() const;  // "127.0.0.1:PORT"
 
 private:
-    LinkLocalRelay();
+    explicit LinkLocalRelay(sa_family_t family);
     bool Open(const sockaddr& to, socklen_t length);
     void Carry();
 
     FileDescriptor m_near;
     FileDescriptor m_far;
     FileDescriptor m_stop;
+    IpmiSteps m_steps;  // the thread's
     std::thread m_thread;
 };
 

@@ -13,6 +13,7 @@
 #include "CapturedLog.h"
 #include "IpmiBmc.h"
 #include "IpmiClient.h"
+#include "IpmiSessions.h"
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -190,14 +191,140 @@ TEST_F(IpmiClientSend, LostSessionIsReplacedByTheNextConnect) {
     EXPECT_EQ(client->send(kCollect, response, code), 0);
 }
 
-TEST_F(IpmiClientSend, SlowAnswerIsAwaitedAndTheRequestExecutedOnce) {
-    const IpmiBmc bmc("answers: {poll: [{delay: 2.5, data: \"01\"}]}");
+double SecondsSince(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+TEST_F(IpmiClientSend, AnswerThatComesAfterACopyWasSentIsTaken) {
+    const IpmiBmc bmc("answers: {poll: {delay: 2, data: \"01\", repeat: true}}");
+    const auto client = Connected(bmc);
+
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(client->send(kPoll, response, code), 0);
+
+    EXPECT_LT(SecondsSince(start), 3.4) << "it was the answer to the copy that was taken";
+    EXPECT_EQ(response, Bytes{0x01});
+    EXPECT_THAT(bmc.Requests("\"netfn\": 58"), SizeIs(2)) << "the BMC was not asked again";
+}
+
+TEST_F(IpmiClientSend, BmcThatTakesEightSecondsForEachCommandIsHeard) {
+    const IpmiBmc bmc(
+        "answers: {collect: {delay: 8, repeat: true}, poll: {delay: 8, data: \"01\", repeat: true}}");
+    const auto client = Connected(bmc, 3);
+
+    EXPECT_EQ(client->send(kCollect, response, code), 0);
+    EXPECT_EQ(client->send(kPoll, response, code), 0);
+
+    EXPECT_EQ(response, Bytes{0x01});
+    EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
+TEST_F(IpmiClientSend, LateAnswerIsNotTakenForTheNextRequests) {
+    const IpmiBmc bmc(
+        "answers: {poll: [{delay: 2, data: \"01\"}, {data: \"02\"}, {delay: 1, data: \"03\"}]}");
+    const auto client = Connected(bmc);
+
+    EXPECT_EQ(client->send(kPoll, response, code), 0);
+    EXPECT_EQ(response, Bytes{0x02});
+    EXPECT_EQ(client->send(kPoll, response, code), 0);  // 01 comes while it waits
+
+    EXPECT_EQ(response, Bytes{0x03});
+}
+
+TEST_F(IpmiClientSend, FirstCopyIsSentAfterTheSameTimeWhateverTheSessionTimeoutIs) {
+    const IpmiBmc bmc("answers: {poll: [{hang: true}, {data: \"01\"}]}");
+    SessionTimeoutIs("300");
+    const auto client = Connected(bmc);
+
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(client->send(kPoll, response, code), 0);
+
+    EXPECT_GE(SecondsSince(start), 1.4);
+    EXPECT_LT(SecondsSince(start), 4.0);
+}
+
+TEST_F(IpmiClientSend, AnswerOfAnotherCommandOrNetworkFunctionIsNotTaken) {
+    const IpmiBmc bmc(
+        "answers: {poll: [{as: \"3A 49\", data: \"05\"}, {as: \"2E 4D\", data: \"06\"}, {data: \"01\"}]}");
     const auto client = Connected(bmc);
 
     EXPECT_EQ(client->send(kPoll, response, code), 0);
 
     EXPECT_EQ(response, Bytes{0x01});
-    EXPECT_THAT(bmc.Requests("\"netfn\": 58"), SizeIs(1));
+    EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
+TEST_F(IpmiClientSend, NothingButAnswersOfAnotherCommandIsAFailure) {
+    const IpmiBmc bmc("answers: {poll: {as: \"3A 49\", data: \"01\", repeat: true}}");
+    const auto client = Connected(bmc);
+
+    EXPECT_EQ(client->send(kPoll, response, code), kIpmiFailed);
+
+    EXPECT_EQ(response, Bytes{0xAB});
+    EXPECT_THAT(log.Lines(),
+                ElementsAre("1 platform/src/IpmiClient: IPMI to 127.0.0.1 port " + bmc.Port() +
+                            ": answers that belong to other requests keep coming"));
+}
+
+TEST_F(IpmiClientSend, SixtyPollsOverANetworkThatLosesSomeDatagramsGoThrough) {
+    const IpmiBmc bmc("polls: -1\nnetwork: {loss: 3, duplicates: 3, reordered: 3, seed: 5}");
+    const auto client = Connected(bmc);
+
+    for (int poll = 0; poll < 60; ++poll) EXPECT_EQ(client->send(kPoll, response, code), 0) << poll;
+
+    EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
+TEST_F(IpmiClientSend, RealSecondsMayPassBetweenPolls) {
+    const IpmiBmc bmc("polls: -1");
+    const auto client = Connected(bmc);
+
+    for (int poll = 0; poll < 3; ++poll) {
+        EXPECT_EQ(client->send(kPoll, response, code), 0);
+        std::this_thread::sleep_for(std::chrono::seconds(5));
+    }
+    EXPECT_EQ(client->send(kPoll, response, code), 0);
+
+    EXPECT_THAT(bmc.Requests("\"netfn\": 58"), SizeIs(4));
+    EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
+class CloseSessions : public IpmiClientSend {};
+
+TEST_F(CloseSessions, TellsTheBmcsOfAllIdleClients) {
+    const IpmiBmc bmc;
+    const auto one = Connected(bmc);
+    const auto other = Connected(bmc, 3);
+
+    Varnex::CloseIpmiSessions(std::chrono::seconds(1));
+
+    EXPECT_THAT(bmc.Requests("\"close\""), SizeIs(2));
+    EXPECT_EQ(one->send(kPoll, response, code), kIpmiNotConnected);
+    EXPECT_EQ(one->connect(), 0);
+}
+
+TEST_F(CloseSessions, ReturnsInTimeWhereTheBmcIsGoneAndWhereAClientIsWaiting) {
+    const IpmiBmc gone("answers: {\"3A 50\": [{gone: true}]}");
+    const IpmiBmc slow("answers: {poll: {delay: 4, repeat: true}}", "127.0.0.2");
+    const auto idle = Connected(gone);
+    EXPECT_EQ(idle->send(kPoll, response, code), 0);
+    IpmiClient busy("127.0.0.2", "admin", "secret", slow.Port(), 17);
+    ASSERT_EQ(busy.connect(), 0);
+    std::thread waiting([&busy] {
+        Bytes answer;
+        std::uint8_t completion = 0;
+        EXPECT_EQ(busy.send(kPoll, answer, completion), 0);
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    SessionTimeoutIs("2");
+    const auto silencer = Connected(gone);
+    EXPECT_EQ(silencer->send({0x50, {}, 0x3A}, response, code), kIpmiNoAnswer);
+
+    const auto start = std::chrono::steady_clock::now();
+    Varnex::CloseIpmiSessions(std::chrono::milliseconds(300));
+
+    EXPECT_LT(SecondsSince(start), 1.0);
+    waiting.join();
 }
 
 // Each thread with its own BMC and its own object; every answer has to be its own BMC's.

@@ -6,6 +6,7 @@ from __future__ import annotations
 import random
 import socket
 import subprocess
+import time
 from pathlib import Path
 from typing import Any
 
@@ -100,6 +101,72 @@ def test_noise_is_survived(start_bmc):
     assert any(request["event"] == "malformed" for request in bmc.requests())
 
 
+def answers(bmc: Any, datagrams: list[bytes], wait: float) -> list[tuple[float, bytes]]:
+    """What comes back, each with the seconds since the first one was sent."""
+    came = []
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as client:
+        client.connect((bmc.address, int(bmc.port)))
+        begin = time.monotonic()
+        for datagram in datagrams:
+            client.send(datagram)
+        while (left := begin + wait - time.monotonic()) > 0:
+            client.settimeout(left)
+            try:
+                datagram = client.recv(2048)
+                came.append((time.monotonic() - begin, datagram))
+            except socket.timeout:
+                break
+    return came
+
+
+def capabilities(number: int) -> bytes:
+    body = bytes([0x81, number << 2, 0x38, 0x8E, 0x04])
+    return GET_CAPABILITIES[:-6] + body + bytes([-sum(body) & 0xFF])
+
+
+def numbers_of(came: list[tuple[float, bytes]]) -> list[int]:
+    return [datagram[18] >> 2 for _, datagram in came]
+
+
+def test_every_datagram_is_answered_in_its_time_with_its_own_number(start_bmc):
+    bmc = start_bmc({"answer_time": 0.5})
+
+    came = answers(bmc, [capabilities(number) for number in (1, 2, 3)], wait=1)
+
+    assert numbers_of(came) == [1, 2, 3]
+    assert all(0.45 <= seconds < 0.9 for seconds, _ in came)
+
+
+def test_bmc_that_does_one_thing_at_a_time_answers_one_after_the_other(start_bmc):
+    bmc = start_bmc({"answer_time": 0.4, "one_at_a_time": True})
+
+    came = answers(bmc, [capabilities(number) for number in (1, 2, 3)], wait=2)
+
+    assert numbers_of(came) == [1, 2, 3]
+    assert [round(seconds / 0.4) for seconds, _ in came] == [1, 2, 3]
+
+
+def test_network_loses_doubles_and_reorders_the_same_datagrams_for_the_same_seed(start_bmc):
+    sent = [capabilities(number) for number in range(60)]
+
+    def numbers(**network: float) -> list[int]:
+        return numbers_of(answers(start_bmc({"network": network}), sent, wait=1))
+
+    lossy = numbers(loss=10, seed=3)
+    assert 40 < len(lossy) < 60
+    assert lossy == numbers(loss=10, seed=3)
+    assert lossy != numbers(loss=10, seed=4)
+    assert numbers(duplicates=100) == sorted(4 * list(range(60)))
+    late = numbers(reordered=20)
+    assert sorted(late) == list(range(60)) != late
+    assert numbers() == list(range(60))
+
+
+def test_suite_that_is_not_offered_is_refused_with_the_code_of_the_scenario(start_bmc):
+    assert ask(start_bmc({"cipher_suites": [3]}), OPEN_SESSION_17)[17] == 0x11
+    assert ask(start_bmc({"cipher_suites": [3], "refusal": 4}), OPEN_SESSION_17)[17] == 0x04
+
+
 def test_silent_bmc_records_and_says_nothing(start_bmc):
     bmc = start_bmc({"silent": True})
 
@@ -121,6 +188,14 @@ def test_silent_bmc_records_and_says_nothing(start_bmc):
     ("{answers: {poll: [{code: 256}]}}", "ipmi.answers.poll[0].code: must be a whole number"),
     ("{answers: {poll: [{data: 'abc'}]}}", "ipmi.answers.poll[0].data: must be hexadecimal"),
     ("{answers: {poll: [{hang: true, code: 1}]}}", "ipmi.answers.poll[0].code: hang sends no answer"),
+    ("{users: {root: 7}}", "ipmi.users.root: must be text"),
+    ("{refusal: 0}", "ipmi.refusal: must be a whole number"),
+    ("{answer_time: -1}", "ipmi.answer_time: must be a number"),
+    ("{one_at_a_time: 1}", "ipmi.one_at_a_time: must be true or false"),
+    ("{network: {loss: 101}}", "ipmi.network.loss: must be a number from 0 to 100"),
+    ("{network: {rain: 1}}", "ipmi.network.rain: unknown member"),
+    ("{answers: {poll: [{as: 7}]}}", "ipmi.answers.poll[0].as: must be text"),
+    ("{answers: {poll: [{as: '3A'}]}}", "ipmi.answers.poll[0].as: is no command"),
     ("{answers: {poll: [{repeat: true}, {}]}}", "only the last answer of a list can repeat"),
     ("{answers: {poll: [{}], '3A 4D': [{}]}}", "the same command is named twice"),
 ])

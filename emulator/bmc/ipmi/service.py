@@ -6,7 +6,7 @@ from __future__ import annotations
 import asyncio
 import struct
 import uuid
-from typing import Any
+from typing import Any, Callable
 
 from pyghmi.ipmi.private import constants
 from pyghmi.ipmi.private.serversession import IpmiServer
@@ -14,13 +14,16 @@ from pyghmi.ipmi.private.session import Session as PyghmiSession
 from pyghmi.ipmi.private.session import _checksum
 
 from bmc.ipmi.commands import Commands, entry
-from bmc.ipmi.session import APPLICATION, Session
-from bmc.ipmi.settings import IpmiSettings
+from bmc.ipmi.network import Network
+from bmc.ipmi.session import APPLICATION, Request, Session
+from bmc.ipmi.settings import IpmiAnswer, IpmiSettings
 from bmc.ipmi.suites import SUITES, CipherSuite
 from bmc.record import RequestRecord
 
 _RMCP = b"\x06\x00\xff\x07"
 _OPEN_SESSION = constants.payload_types["rmcpplusopenreq"]
+_SETTING_UP = (constants.payload_types["rakp1"], constants.payload_types["rakp3"])
+_MOST_SESSIONS = 64  # the oldest makes room
 _GET_CIPHER_SUITES = 0x54
 _SUITE_BYTES = 16  # of the list, per answer
 _LAN_CHANNEL = 1
@@ -30,14 +33,16 @@ _IPMI_2_ONLY = bytes([0, _LAN_CHANNEL, 0x80, 0x04, 0x02, 0, 0, 0, 0])  # with na
 class _Socket:
     """What pyghmi asks of a socket, over a transport of asyncio."""
 
-    def __init__(self, transport: asyncio.DatagramTransport) -> None:
+    def __init__(self, transport: asyncio.DatagramTransport, network: Network) -> None:
         self._transport = transport
+        self._network = network
 
     def setblocking(self, _blocking: bool) -> None:
         pass
 
     def sendto(self, packet: bytes, address: Any) -> None:
-        self._transport.sendto(bytes(packet), address)
+        copy = bytes(packet)
+        self._network.carry(lambda: self._transport.sendto(copy, address))
 
 
 class IpmiService(IpmiServer, asyncio.DatagramProtocol):
@@ -49,37 +54,56 @@ class IpmiService(IpmiServer, asyncio.DatagramProtocol):
     ) -> None:
         # Deliberate: IpmiServer's constructor would open a socket and start a thread.
         self.settings = settings
-        self.passwords = {account[0].encode(): account[1].encode()}
+        self.passwords = {user.encode(): password.encode()
+                          for user, password in {**settings.users, account[0]: account[1]}.items()}
         self.uuid = uuid.uuid4()
         self.authcap = _IPMI_2_ONLY
         self.port = 0
         self._commands = commands
         self._record = record
-        self._sessions: dict[Any, Session] = {}  # by the client's address
+        self._sessions: dict[bytes, Session] = {}  # by the BMC's identifier
+        self._network = Network(settings.network)
+        self._busy_until = 0.0  # in the event loop's time
 
     def connection_made(self, transport: Any) -> None:
-        self.serversocket = _Socket(transport)
+        self.serversocket = _Socket(transport, self._network)
         self.port = transport.get_extra_info("sockname")[1]
 
     def datagram_received(self, data: bytes, addr: Any) -> None:
         datagram = bytearray(data)
         if len(datagram) < len(_RMCP) or datagram[:1] + datagram[2:4] != _RMCP[:1] + _RMCP[2:]:
             return
+        self._network.carry(lambda: self._await_turn(lambda: self._take(bytearray(data), addr)))
+
+    def _await_turn(self, action: Callable[[], None]) -> None:
+        if not self.settings.answer_time:
+            action()
+            return
+        loop = asyncio.get_running_loop()
+        begin = loop.time()
+        if self.settings.one_at_a_time:
+            begin = max(begin, self._busy_until)
+        self._busy_until = begin + self.settings.answer_time
+        loop.call_at(self._busy_until, action)
+
+    def _take(self, datagram: bytearray, addr: Any) -> None:
         if self._commands.silent:
             self.record({"event": "ignored", "bytes": len(datagram)})
             return
         try:
-            self._take(datagram, addr)
+            self._dispatch(datagram, addr)
         except Exception as error:  # pyghmi trusts its input; asyncio would close the port
             self.record({"event": "malformed", "why": repr(error)})
 
-    def _take(self, datagram: bytearray, addr: Any) -> None:
+    def _dispatch(self, datagram: bytearray, addr: Any) -> None:
         is_rmcp_plus = datagram[4] == 6
+        kind = datagram[5] & 0x3F
         if is_rmcp_plus and datagram[5] == _OPEN_SESSION:
             self._open(bytes(datagram[16:]), addr)
         elif is_rmcp_plus and (datagram[5] != 0 or any(datagram[6:10])):
-            if addr in self._sessions:
-                self._sessions[addr]._handle_ipmi_packet(datagram, sockaddr=addr)
+            identifier = bytes(datagram[20:24] if kind in _SETTING_UP else datagram[6:10])
+            if identifier in self._sessions:
+                self._sessions[identifier].take(datagram, addr)
         else:
             self.sessionless_data(datagram, addr)
 
@@ -88,8 +112,10 @@ class IpmiService(IpmiServer, asyncio.DatagramProtocol):
         PyghmiSession.bmc_handlers.pop(addr, None)  # its table is process-wide; ours is not
         if session.suite is None:
             self.record({"event": "refused", "why": "cipher suite", **session.who})
-        else:
-            self._sessions[addr] = session  # a new session at an old address replaces it
+            return
+        if len(self._sessions) >= _MOST_SESSIONS:
+            del self._sessions[next(iter(self._sessions))]
+        self._sessions[session.managedsessionid] = session
 
     def send_cipher_suites(
         self, myaddr: int, mylun: int, clientaddr: int, clientlun: int,
@@ -115,23 +141,22 @@ class IpmiService(IpmiServer, asyncio.DatagramProtocol):
         return next((suite for suite in offered if suite.algorithms == algorithms), None)
 
     def forget(self, session: Session) -> None:
-        if self._sessions.get(session.sockaddr) is session:
-            del self._sessions[session.sockaddr]
+        self._sessions.pop(session.managedsessionid, None)
 
-    def handle(self, session: Session, asked: tuple[Any, bytes]) -> None:
-        answer = self._commands.answer(asked[0])
-        self.record(entry(*asked, answer, **session.who))
+    def handle(self, session: Session, asked: Request) -> None:
+        answer = self._commands.answer(asked.command)
+        self.record(entry(asked.command, asked.data, answer, **session.who))
         if answer.hang or answer.gone:
-            session.pending = None  # asked once more, it is a request of its own
-        elif answer.delay:
-            loop = asyncio.get_running_loop()
-            loop.call_later(answer.delay, self._answer_late, session, asked, answer)
+            return
+        if answer.delay:
+            asyncio.get_running_loop().call_later(
+                answer.delay, self._answer, session, asked, answer)
         else:
-            session.answer(asked, answer.code, answer.data)
+            self._answer(session, asked, answer)
 
-    def _answer_late(self, session: Session, asked: tuple[Any, bytes], answer: Any) -> None:
-        if session.pending == asked and not self._commands.silent:
-            session.answer(asked, answer.code, answer.data)
+    def _answer(self, session: Session, asked: Request, answer: IpmiAnswer) -> None:
+        if not self._commands.silent:
+            session.answer(asked, answer.code, answer.data, answer.answers_as)
 
 
 async def serve(

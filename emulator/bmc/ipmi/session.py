@@ -2,13 +2,15 @@
 """One RMCP+ session (IPMI v2.0, sections 13.15 to 13.28).
 
 Framing and ciphers are pyghmi's. Its own session knows cipher suite 3 alone and answers no wrong
-password; the choice of the suite, the refusals and the end of a session stand here.
+password; the choice of the suite, the refusals, copies of a request and the end of a session stand
+here.
 """
 
 from __future__ import annotations
 
 import hmac
 import os
+from dataclasses import dataclass
 from typing import Any
 
 from pyghmi.ipmi.private import constants
@@ -24,10 +26,24 @@ CLOSE_SESSION: Command = (APPLICATION, 0x3C)
 _INVALID_ROLE = 0x09
 _UNAUTHORIZED_NAME = 0x0D
 _INVALID_INTEGRITY_CHECK = 0x0F
-_NO_MATCHING_SUITE = 0x11
 
 _REQUESTED_LEVEL_EXCEEDS_LIMIT = 0x81
 _KEY_CONSTANT = 20  # bytes, whatever the hash
+_SEQUENCE_WINDOW = 16  # how far a datagram may be behind the newest one
+
+_NO_KEYS = {"confalgo": 0, "integrityalgo": 0, "sequencenumber": 0, "sessionid": 0}
+
+
+@dataclass(frozen=True)
+class Request:
+    """One datagram's request. Its answer carries the same numbers, whatever has come meanwhile."""
+
+    command: Command
+    data: bytes
+    number: int  # the requester's sequence number
+    address: int  # the requester's
+    lun: int
+
 
 
 class Session(ServerSession):
@@ -43,10 +59,10 @@ class Session(ServerSession):
         self.kuid: bytes | None = None
         self.k1 = self.sessioncontext = None  # pyghmi looks at both before they are due
         self.is_open = False
-        self.pending: tuple[Any, ...] | None = None  # the request that is not answered yet
-        self.answered: tuple[Any, ...] | None = None  # the last one that was, with its answer
+        self.rakp4: bytearray | None = None
+        self.seen: set[int] = set()  # session sequence numbers within the window
         if self.suite is None:
-            return bytearray([request[0], _NO_MATCHING_SUITE, 0, 0]) + self.clientsessionid
+            return bytearray([request[0], self.bmc.settings.refusal, 0, 0]) + self.clientsessionid
         self.currhashlib = self.suite.hash
         self.currhashlen = self.suite.check_length
         response = bytearray([request[0], 0, self.privlevel, 0])
@@ -66,6 +82,9 @@ class Session(ServerSession):
         if self.suite is None or self.is_open:
             return
         data = bytes(data)
+        if self.kuid is not None and self.Rm == data[8:24]:
+            self._send_rakp2(data[0])  # a copy; other random numbers would spoil the first one's
+            return
         self.Rm, self.rolem = data[8:24], data[24]
         self.maxpriv = self.rolem & 0x07
         self.username = data[28:28 + data[27]]
@@ -75,20 +94,23 @@ class Session(ServerSession):
         elif self.maxpriv > self.privlevel:
             self._refuse("rakp2", data[0], _INVALID_ROLE, "privilege")
         else:
+            self.uuiddata = self.uuid.bytes
+            self.Rc = os.urandom(16)
             self._send_rakp2(data[0])
 
     def _send_rakp2(self, tag: int) -> None:
-        self.uuiddata = self.uuid.bytes
-        self.Rc = os.urandom(16)
         proof = self._digest(self.kuid, self.clientsessionid + self.managedsessionid + self.Rm
                              + self.Rc + self.uuiddata + self._role_and_name())
         self._send("rakp2", bytearray([tag, 0, 0, 0]) + self.clientsessionid + self.Rc
                    + self.uuiddata + proof)
 
     def _got_rakp3(self, data: bytes) -> None:
-        if self.suite is None or self.kuid is None or self.is_open:
+        if self.suite is None or self.kuid is None:
             return
         data = bytes(data)
+        if self.rakp4 is not None:
+            self._repeat_rakp4(data[0])
+            return
         if data[1] != 0:  # it did not like our proof: its password is another one
             self.bmc.record({"event": "refused", "why": "wrong password", **self.who})
             self.bmc.forget(self)
@@ -112,17 +134,24 @@ class Session(ServerSession):
 
     def _send_rakp4(self, tagvalue: int, statuscode: int) -> None:
         proof = self._digest(self.sik, self.Rm + self.managedsessionid + self.uuiddata)
-        self._send("rakp4", bytearray([tagvalue, statuscode, 0, 0]) + self.clientsessionid
-                   + proof[:self.suite.check_length])
+        self.rakp4 = (bytearray([tagvalue, statuscode, 0, 0]) + self.clientsessionid
+                      + proof[:self.suite.check_length])
+        self._send("rakp4", self.rakp4)
         self.confalgo = "aes"  # from here on
         self.integrityalgo = self.suite.integrity
         self.sequencenumber = 1
         self.sessionid = int.from_bytes(self.clientsessionid, "little")
 
+    def _repeat_rakp4(self, tag: int) -> None:
+        """As before the session: without its keys, its numbers or its identifier."""
+        kept = {name: getattr(self, name) for name in _NO_KEYS}
+        vars(self).update(_NO_KEYS)
+        self._send("rakp4", bytearray([tag]) + self.rakp4[1:])
+        vars(self).update(kept)
+
     def _refuse(self, kind: str, tag: int, status: int, why: str) -> None:
         self.bmc.record({"event": "refused", "why": why, **self.who})
         self._send(kind, bytearray([tag, status, 0, 0]) + self.clientsessionid)
-        self.bmc.forget(self)
 
     def _send(self, kind: str, payload: bytearray) -> None:
         self.send_payload(payload, constants.payload_types[kind], retry=False)
@@ -135,34 +164,44 @@ class Session(ServerSession):
 
     # Requests within the session.
 
+    def take(self, datagram: bytearray, address: Any) -> None:
+        """One datagram that names this session."""
+        self.remseqnumber = 0  # pyghmi takes nothing older than the newest, and the newest twice
+        self._handle_ipmi_packet(datagram, sockaddr=address)
+
+    def _is_new(self, number: int) -> bool:
+        newest = max(self.seen, default=number)
+        if number in self.seen or number < newest - _SEQUENCE_WINDOW:
+            return False
+        self.seen = {seen for seen in self.seen if seen >= newest - _SEQUENCE_WINDOW} | {number}
+        return True
+
     def handle_client_request(self, request: dict[str, Any]) -> None:
+        """Each request is executed, also one that is sent again under another number."""
+        if not self._is_new(self.remseqnumber):
+            return  # the same datagram again, or one that is too late
         command = (request["netfn"], request["command"])
-        asked = (command, bytes(request["data"]))
-        if self.answered is not None and self.answered[0] == (self.seqlun, *asked):
-            self._answer_with(command, *self.answered[1])  # the answer was lost on the way
-        elif self.pending == asked:
-            pass  # asked again because we are slow: one answer will do
-        elif command == SET_PRIVILEGE:
+        asked = Request(command, bytes(request["data"]), self.seqlun, self.clientaddr, self.rqlun)
+        if command == SET_PRIVILEGE:
             self._set_privilege(asked)
         elif command == CLOSE_SESSION:
             self.bmc.record({"event": "close", **self.who})
             self.answer(asked, 0, b"")
             self.bmc.forget(self)
         else:
-            self.pending = asked
             self.bmc.handle(self, asked)
 
-    def _set_privilege(self, asked: tuple[Any, ...]) -> None:
-        level = asked[1][0] or self.maxpriv
+    def _set_privilege(self, asked: Request) -> None:
+        level = asked.data[0] or self.maxpriv
         if level > self.maxpriv:
             self.answer(asked, _REQUESTED_LEVEL_EXCEEDS_LIMIT, b"")
         else:
             self.answer(asked, 0, bytes([level]))
 
-    def answer(self, asked: tuple[Any, ...], code: int, data: bytes) -> None:
-        self.pending = None
-        self.answered = ((self.seqlun, *asked), (code, data))
-        self._answer_with(asked[0], code, data)
-
-    def _answer_with(self, command: Command, code: int, data: bytes) -> None:
-        self._send_ipmi_net_payload(command[0] + 1, command[1], data, code)
+    def answer(
+        self, asked: Request, code: int, data: bytes, command: Command | None = None,
+    ) -> None:
+        """`command`: in place of the request's own."""
+        self.seqlun, self.clientaddr, self.rqlun = asked.number, asked.address, asked.lun
+        function, number = command or asked.command
+        self._send_ipmi_net_payload(function | 1, number, data, code)
