@@ -4,6 +4,7 @@
 #include <varnex/KEMFfdc.h>
 
 #include "CimPreflight.h"
+#include "CimProbe.h"
 #include "CimRecords.h"
 #include "CimVerdict.h"
 #include "Context.h"
@@ -48,8 +49,21 @@ public:
     // Until the BMC can be asked for an export.
     Outcome Reach(bool look) {
         Outcome outcome = Look(look);
+        if (outcome.Ok()) outcome = CheckCertificate();
         if (outcome.Ok()) outcome = Connect();
         return outcome;
+    }
+
+    // Why nothing can be exported by this BMC, where that is sure.
+    const std::string& Limit() const { return m_limit; }
+
+    // The library verifies no certificate before it sends the password: the tool looks right before
+    // each of its steps.
+    Outcome CheckCertificate() {
+        const CimReply reply = CimProbe(m_run.options, RequestSeconds()).CheckCertificate();
+        if (reply.failedAt == Stage::kDone) return {};
+        m_run.Begin("certificate");
+        return m_run.End(static_cast<int>(reply.failedAt), Failure(kNotConnected, reply.reason));
     }
 
     Outcome Export() {
@@ -61,12 +75,16 @@ public:
     }
 
 private:
+    static int RequestSeconds() {
+        const int configured = GetGlobalConfigValue("REST_ACTION_TIMEOUT", 0);
+        return configured > 0 ? configured : kPreflightSeconds;
+    }
+
     Outcome Look(bool look) {
         m_run.Begin("preflight");
-        const int configured = GetGlobalConfigValue("REST_ACTION_TIMEOUT", 0);
-        const CimPreflight found = ProbeCim(m_run.options, m_run.password,
-                                            configured > 0 ? configured : kPreflightSeconds, look);
+        const CimPreflight found = ProbeCim(m_run.options, m_run.password, RequestSeconds(), look);
         m_run.report.SetFacts(found.facts);
+        m_limit = found.limit;
         return m_run.End(static_cast<int>(found.stage),
                          found.reason.empty() ? Outcome{} : Failure(kNotConnected, found.reason));
     }
@@ -80,6 +98,7 @@ private:
     Context& m_run;
     CimListener m_listener;
     Varnex::KEMFfdc m_ffdc;
+    std::string m_limit;
 };
 
 }  // namespace
@@ -87,6 +106,7 @@ private:
 Outcome CollectByCim(Context& run) {
     CimRun cim(run);
     Outcome outcome = cim.Reach(false);
+    if (outcome.Ok()) outcome = cim.CheckCertificate();
     if (outcome.Ok()) outcome = cim.Export();
     if (!outcome.Ok()) return outcome;
     Delivery delivery;
@@ -95,6 +115,11 @@ Outcome CollectByCim(Context& run) {
     return {};
 }
 
-Outcome CheckByCim(Context& run) { return CimRun(run).Reach(true); }
+Outcome CheckByCim(Context& run) {
+    CimRun cim(run);
+    const Outcome outcome = cim.Reach(true);
+    const bool limited = outcome.Ok() && !cim.Limit().empty();
+    return limited ? Failure(kLimited, cim.Limit()) : outcome;
+}
 
 }  // namespace Kemffdc

@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "CimPreflight.h"
 
+#include <strings.h>
+
 #include <algorithm>
+#include <cstdlib>
+#include <utility>
 
 #include "CimProbe.h"
 #include "CimXml.h"
@@ -22,7 +26,7 @@ constexpr int kInvalidClass = 5;
 std::string Http(const CimReply& reply) {
     std::string words = "HTTP " + std::to_string(reply.httpCode);
     for (const char* name : {"cimerror", "pgerrordetail"}) {
-        const std::string value = reply.Header(name);
+        const std::string value = reply.CimHeader(name);
         if (!value.empty()) words += ", " + Clean(PercentDecoded(value));
     }
     return " (" + words + ").";
@@ -31,6 +35,37 @@ std::string Http(const CimReply& reply) {
 std::string Words(const Enumeration& answer) {
     const std::string code = "CIM error " + std::to_string(answer.errorCode);
     return " (" + (answer.errorText.empty() ? code : code + ": " + Clean(answer.errorText)) + ").";
+}
+
+// A server that was told that trailers are welcome puts a CIM error there, and nowhere else.
+void ReadStatus(const CimReply& reply, Enumeration& answer) {
+    const std::string code = reply.CimHeader("cimstatuscode");
+    if (code.empty()) return;
+    if (code.size() > 9 || code.find_first_not_of("0123456789") != std::string::npos) {
+        answer.unreadable = "its status is no number";
+        return;
+    }
+    const int number = std::atoi(code.c_str());
+    if (number == 0) return;  // success
+    answer.failed = true;
+    answer.errorCode = number;
+    answer.errorText = PercentDecoded(reply.CimHeader("cimstatuscodedescription"));
+}
+
+// In the library's order. Nothing but a status is as good as a document that holds none.
+Enumeration ReadReply(CimReply& reply) {
+    Enumeration answer;
+    if (strcasecmp(reply.CimHeader("cimoperation").c_str(), "MethodResponse") != 0) {
+        answer.unreadable = "its answer lacks the header CIMOperation";
+        return answer;
+    }
+    if (reply.body.empty()) {
+        ReadStatus(reply, answer);
+        if (answer.failed) return answer;
+    }
+    answer = ReadEnumeration(std::move(reply.body));
+    if (answer.unreadable.empty()) ReadStatus(reply, answer);
+    return answer;
 }
 
 class Probe {
@@ -65,8 +100,8 @@ private:
         Enumeration answer;
         if (!Read(reply, kServiceClass, answer)) return false;
         if (answer.types.empty()) {
-            Note("Namespace " + m_namespace + " has no object of class ZOR_FFDCService; " +
-                 "the BMC cannot be asked for an export.");
+            Limit("Namespace " + m_namespace + " has no object of class ZOR_FFDCService; " +
+                  "the BMC cannot be asked for an export.");
         }
         return true;
     }
@@ -74,26 +109,27 @@ private:
     bool AskForData() {
         const Secret authorization(m_asked ? BasicAuthorization(m_options.user, m_password.Reveal())
                                            : "");
-        const CimReply reply = m_cim.Enumerate(m_namespace, kDataClass, authorization.Reveal());
+        CimReply reply = m_cim.Enumerate(m_namespace, kDataClass, authorization.Reveal());
         Enumeration answer;
         if (!Read(reply, kDataClass, answer)) return false;
         const auto skipped =
             std::count(answer.types.begin(), answer.types.end(), std::string(kNeverExported));
-        Note("Namespace " + m_namespace + " has " + std::to_string(answer.types.size()) +
-             " data objects, of which " +
-             std::to_string(answer.types.size() - static_cast<std::size_t>(skipped)) +
-             " would be exported.");
+        const std::size_t exported = answer.types.size() - static_cast<std::size_t>(skipped);
+        const std::string note = "Namespace " + m_namespace + " has " +
+                                 std::to_string(answer.types.size()) + " data objects, of which " +
+                                 std::to_string(exported) + " would be exported.";
+        exported == 0 ? Limit(note) : Note(note);
         return true;
     }
 
-    bool Read(const CimReply& reply, const char* className, Enumeration& answer) {
+    bool Read(CimReply& reply, const char* className, Enumeration& answer) {
         if (reply.failedAt != Stage::kDone) return Fail(reply.failedAt, reply.reason);
         if (reply.httpCode == 401 || reply.httpCode == 403) return Refused(reply);
         if (reply.httpCode == 503) {
             return Fail(Stage::kService, "The CIM server at " + m_place + " is not ready" +
                                              Http(reply) + " Try again later.");
         }
-        if (!reply.Header("cimerror").empty()) {
+        if (!reply.CimHeader("cimerror").empty()) {
             return Fail(Stage::kService, "The CIM server at " + m_place +
                                              " refuses an ordinary request" + Http(reply) +
                                              " It is no usable CIM server.");
@@ -102,10 +138,7 @@ private:
             return Fail(Stage::kService, "There is no CIM server at " + m_place + Http(reply) +
                                              " Check that it is a BMC and that --port is right.");
         }
-        answer = ReadEnumeration(reply.body);
-        if (answer.unreadable.empty() && reply.Header("cimoperation").empty()) {
-            answer.unreadable = "its answer lacks the header CIMOperation";
-        }
+        answer = ReadReply(reply);
         if (!answer.unreadable.empty()) {
             return Fail(Stage::kService,
                         m_place + " answers, but not as a CIM server: " + answer.unreadable +
@@ -160,6 +193,11 @@ private:
         m_result.stage = stage;
         m_result.reason = reason;
         return false;
+    }
+
+    void Limit(const std::string& note) {
+        if (m_result.limit.empty()) m_result.limit = note;
+        Note(note);
     }
 
     void Note(const std::string& note) { m_result.facts.notes.push_back(note); }

@@ -15,6 +15,7 @@ namespace Kemffdc {
 struct CimPreflight {
     Stage stage = Stage::kDone;  // where it failed
     std::string reason;          // what was wrong and what to do; empty where nothing was
+    std::string limit;           // why nothing can be exported, where that is sure
     BmcFacts facts;
 };
 
@@ -24,7 +25,8 @@ std::string CimNamespace(const Options& options);
 // Resolves, connects, agrees on TLS, and enumerates the service object, first without credentials
 // as the library does, then with them. `look`: counts the data objects too. Takes at most `seconds`
 // for each of the two or three requests. The library's Connect would check none of this, and takes
-// half a minute and more where nobody answers.
+// half a minute and more where nobody answers. With a CA file the certificate is checked before the
+// password is sent.
 CimPreflight ProbeCim(const Options& options, const Secret& password, int seconds, bool look);
 
 }  // namespace Kemffdc

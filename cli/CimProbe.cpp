@@ -9,14 +9,16 @@
 #include <new>
 
 #include "CimXml.h"
+#include "CurlHandle.h"
 #include "RecordTable.h"
 #include "Text.h"
 
 namespace Kemffdc {
 namespace {
 
-constexpr std::size_t kMaxBody = std::size_t{1024} * 1024;
-constexpr std::size_t kMaxHeaders = 64;
+// As the library: some ten thousand objects.
+constexpr std::size_t kMaxBody = std::size_t{16} * 1024 * 1024;
+constexpr std::size_t kMaxHeaders = std::size_t{64} * 1024;  // bytes of names and values
 constexpr int kConnectSeconds = 30;
 
 struct FreeList {
@@ -41,6 +43,7 @@ void Append(List& list, const std::string& line) {
 List HeadersFor(const std::string& nameSpace, const std::string& authorization) {
     List list;
     Append(list, "Content-Type: application/xml; charset=utf-8");
+    Append(list, "TE: chunked, trailers");  // a server that reads it tells CIM errors otherwise
     Append(list, "CIMOperation: MethodCall");
     Append(list, "CIMMethod: EnumerateInstances");
     Append(list, "CIMObject: " + CimObjectHeader(nameSpace));
@@ -63,21 +66,26 @@ std::string Trimmed(const std::string& text) {
     return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
 }
 
+// The first of a name counts, and headers before trailers.
 void TakeHeader(const std::string& line, CimReply& reply) {
     const std::size_t colon = line.find(':');
-    if (colon == std::string::npos || reply.headers.size() >= kMaxHeaders) return;
+    if (colon == std::string::npos) return;
+    std::size_t held = line.size();
+    for (const auto& [name, value] : reply.headers) held += name.size() + value.size();
+    if (held > kMaxHeaders) return;
     std::string name = line.substr(0, colon);
     std::transform(name.begin(), name.end(), name.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    reply.headers[name] = Trimmed(line.substr(colon + 1));
+    reply.headers.emplace(name, Trimmed(line.substr(colon + 1)));
 }
 
-// CIM servers refuse without a length and keep the connection open: nobody may wait for a body
-// that never comes. An error's body is of no interest in any case.
+// Of a refusal the status is enough. CIM servers send it without a length and keep the connection
+// open, others announce a body that never comes: nobody may wait for it. Without any, the
+// connection can go on.
 bool IsComplete(const CimReply& reply) {
-    return reply.httpCode != 100 && reply.httpCode != 200 &&
-           reply.headers.count("content-length") == 0 &&
-           reply.headers.count("transfer-encoding") == 0;
+    if (reply.httpCode / 100 == 1 || reply.httpCode == 200) return false;
+    const std::string length = reply.Header("content-length");
+    return length.empty() || length.find_first_not_of('0') != std::string::npos;
 }
 
 std::size_t CollectHeader(char* bytes, std::size_t size, std::size_t count, void* target) {
@@ -86,7 +94,7 @@ std::size_t CollectHeader(char* bytes, std::size_t size, std::size_t count, void
     if (line.compare(0, 5, "HTTP/") == 0) {
         reply.headers.clear();
         reply.httpCode = NumberBehind(line, " ", 0);
-    } else if (Trimmed(line).empty()) {
+    } else if (line == "\r\n" || line == "\n") {
         if (IsComplete(reply)) return 0;  // ends the transfer
     } else {
         TakeHeader(line, reply);
@@ -121,88 +129,135 @@ std::string CimReply::Header(const std::string& name) const {
     return found == headers.end() ? "" : found->second;
 }
 
-struct CimProbe::Handle {
-    CURL* curl = curl_easy_init();
-    char error[CURL_ERROR_SIZE] = "";
+std::string CimReply::CimHeader(const std::string& name) const {
+    static constexpr char kPrefix[] = "ns=";
+    const std::string man = Header("man");
+    const std::size_t at = man.find(kPrefix);
+    if (at == std::string::npos) return Header(name);
+    const std::size_t first = at + sizeof kPrefix - 1;
+    const std::size_t end = std::min(man.find_first_not_of("0123456789", first), man.size());
+    const std::string prefixed = Header(man.substr(first, end - first) + "-" + name);
+    return prefixed.empty() ? Header(name) : prefixed;
+}
 
-    Handle() {
-        if (curl == nullptr) throw std::bad_alloc();
-    }
-    ~Handle() { curl_easy_cleanup(curl); }
-    Handle(const Handle&) = delete;
-    Handle& operator=(const Handle&) = delete;
+struct CimProbe::Connection {
+    CurlHandle handle;
+    char error[CURL_ERROR_SIZE] = "";
 
     bool Reached(CURLINFO time) const {
         curl_off_t microseconds = 0;
-        curl_easy_getinfo(curl, time, &microseconds);
+        curl_easy_getinfo(handle.Get(), time, &microseconds);
         return microseconds > 0;
     }
     bool IsConnected() const {
         long port = 0;
-        curl_easy_getinfo(curl, CURLINFO_LOCAL_PORT, &port);
+        curl_easy_getinfo(handle.Get(), CURLINFO_LOCAL_PORT, &port);
         return port != 0;
     }
 };
 
 CimProbe::CimProbe(const Options& options, int seconds)
-    : m_place(options.host + " port " + std::to_string(options.port)),
-      m_plain(options.plain),
+    : m_options(options),
+      m_place(options.host + " port " + std::to_string(options.port)),
       m_seconds(seconds),
-      m_handle(std::make_unique<Handle>()) {
-    CURL* curl = m_handle->curl;
-    curl_easy_setopt(curl, CURLOPT_URL, UrlOf(options).c_str());
-    curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, m_handle->error);
-    curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(curl, CURLOPT_PROXY, "");
-    curl_easy_setopt(curl, CURLOPT_USERAGENT, "kemffdc/" KEMFFDC_VERSION);
-    curl_easy_setopt(curl, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-    curl_easy_setopt(curl, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_MAX_TLSv1_2));
-    curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 0L);
-    curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 0L);
-    curl_easy_setopt(curl, CURLOPT_CERTINFO, 1L);
-    curl_easy_setopt(curl, CURLOPT_TIMEOUT, static_cast<long>(seconds));
-    curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT,
-                     static_cast<long>(std::min(seconds, kConnectSeconds)));
-    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, CollectBody);
-    curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, CollectHeader);
-}
+      m_connection(std::make_unique<Connection>()) {}
 
 CimProbe::~CimProbe() = default;
 
+void CimProbe::SetTransport(CURL* curl, const std::string& caFile) const {
+    curl_easy_setopt(curl, CURLOPT_URL, UrlOf(m_options).c_str());
+    curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(curl, CURLOPT_PROXY, "");
+    curl_easy_setopt(curl, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+    curl_easy_setopt(curl, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_MAX_TLSv1_2));
+    curl_easy_setopt(curl, CURLOPT_CERTINFO, 1L);
+    curl_easy_setopt(curl, CURLOPT_TIMEOUT, static_cast<long>(m_seconds));
+    curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT,
+                     static_cast<long>(std::min(m_seconds, kConnectSeconds)));
+    SetVerification(curl, caFile);
+}
+
 CimReply CimProbe::Enumerate(const std::string& nameSpace, const std::string& className,
                              const std::string& authorization) {
-    CURL* curl = m_handle->curl;
+    CURL* curl = m_connection->handle.Renew();
     const std::string body = EnumerationRequest(nameSpace, className);
     const List headers = HeadersFor(nameSpace, authorization);
     CimReply reply;
-    m_handle->error[0] = '\0';
+    m_connection->error[0] = '\0';
+    SetTransport(curl, m_options.caFile);
+    curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, m_connection->error);
+    curl_easy_setopt(curl, CURLOPT_USERAGENT, "kemffdc/" KEMFFDC_VERSION);
     curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers.get());
     curl_easy_setopt(curl, CURLOPT_POSTFIELDS, body.data());
     curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
+    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, CollectBody);
     curl_easy_setopt(curl, CURLOPT_WRITEDATA, &reply);
+    curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, CollectHeader);
     curl_easy_setopt(curl, CURLOPT_HEADERDATA, &reply);
     const CURLcode code = curl_easy_perform(curl);
     curl_easy_setopt(curl, CURLOPT_HTTPHEADER, nullptr);
-    NoteCertificate();
+    NoteCertificate(curl, !m_options.caFile.empty());
 
     const bool endedByUs = code == CURLE_WRITE_ERROR && IsComplete(reply);
     if (code == CURLE_OK || endedByUs) return reply;
-    return Explain(code, m_handle->error[0] != '\0' ? m_handle->error : curl_easy_strerror(code));
+    if (code == CURLE_PEER_FAILED_VERIFICATION) NoteUntrusted();
+    return Explain(code, Detail(code));
 }
 
-void CimProbe::NoteCertificate() {
+CimReply CimProbe::CheckCertificate() {
+    if (m_options.caFile.empty() || m_options.plain) return {};
+    CURL* curl = m_connection->handle.Renew();
+    m_connection->error[0] = '\0';
+    SetTransport(curl, m_options.caFile);
+    curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, m_connection->error);
+    curl_easy_setopt(curl, CURLOPT_FRESH_CONNECT, 1L);
+    curl_easy_setopt(curl, CURLOPT_CONNECT_ONLY, 1L);
+    const CURLcode code = curl_easy_perform(curl);
+    if (code == CURLE_OK) return {};
+    const std::string why = " (" + Clean(Detail(code)) + ").";
+    if (code == CURLE_PEER_FAILED_VERIFICATION) {
+        return Failed(Stage::kTrust, "The certificate of " + m_place +
+                                         " was in order at the beginning and is not any more" +
+                                         why + " Somebody else may answer there.");
+    }
+    return Failed(Stage::kConnect,
+                  "The certificate of " + m_place + " could not be checked again" + why);
+}
+
+std::string CimProbe::Detail(int code) const {
+    const char* detail = m_connection->error;
+    return detail[0] != '\0' ? detail : curl_easy_strerror(static_cast<CURLcode>(code));
+}
+
+// For the report: who is it? Without any request.
+void CimProbe::NoteUntrusted() {
+    CurlHandle handle;
+    CURL* curl = handle.Renew();
+    SetTransport(curl, "");
+    curl_easy_setopt(curl, CURLOPT_CONNECT_ONLY, 1L);
+    if (curl_easy_perform(curl) == CURLE_OK) NoteCertificate(curl, false);
+}
+
+void CimProbe::NoteCertificate(CURL* curl, bool verified) {
     curl_certinfo* shown = nullptr;
-    curl_easy_getinfo(m_handle->curl, CURLINFO_CERTINFO, &shown);
+    curl_easy_getinfo(curl, CURLINFO_CERTINFO, &shown);
     if (shown == nullptr || shown->num_of_certs <= 0) return;
     for (const curl_slist* line = shown->certinfo[0]; line != nullptr; line = line->next) {
-        if (std::strncmp(line->data, "Cert:", 5) == 0) {
-            m_certificate = ReadCertificate(line->data + 5);
-        }
+        if (std::strncmp(line->data, "Cert:", 5) != 0) continue;
+        m_certificate = ReadCertificate(line->data + 5);
+        if (m_certificate) m_certificate->verified = verified;
     }
 }
 
-CimReply CimProbe::Explain(int code, const char* detail) const {
+CimReply CimProbe::Explain(int code, const std::string& detail) const {
     const std::string why = " (" + Clean(detail) + ").";
+    if (code == CURLE_PEER_FAILED_VERIFICATION && !m_options.caFile.empty()) {
+        return Failed(Stage::kTrust,
+                      "The certificate of " + m_place + " is not good for the CAs in " +
+                          Clean(m_options.caFile) + why +
+                          " The password was not sent. Check HOST, or give the BMC a certificate "
+                          "of that CA for this very name or address.");
+    }
     if (IsTlsFailure(code)) {
         return Failed(Stage::kTls, m_place + " does not speak TLS" + why +
                                        " Check --port; a CIM server that knows plain HTTP alone "
@@ -220,16 +275,21 @@ CimReply CimProbe::Explain(int code, const char* detail) const {
         case CURLE_OPERATION_TIMEDOUT:
             return ExplainTimeout();
         case CURLE_WRITE_ERROR:
+            return Failed(Stage::kService,
+                          m_place +
+                              " answers with more than 16 MiB where a few thousand "
+                              "bytes are due. It is no usable CIM server.");
+        case CURLE_BAD_FUNCTION_ARGUMENT:  // what libcurl makes of it
             return Failed(Stage::kService, m_place +
-                                               " answers with more than 1 MiB where a few hundred "
-                                               "bytes are due. It is no usable CIM server.");
+                                               " answers with a first header line that is none. "
+                                               "It is no usable CIM server.");
         case CURLE_PARTIAL_FILE:
             return Failed(Stage::kService,
                           m_place + " breaks its answer off" + why + " Try again.");
         default:
             break;
     }
-    if (m_plain) {
+    if (m_options.plain) {
         return Failed(Stage::kService, m_place + " does not answer in plain HTTP" + why +
                                            " Check --port; without --plain the tool speaks TLS.");
     }
@@ -241,15 +301,15 @@ CimReply CimProbe::ExplainTimeout() const {
     const std::string bound = " within " + std::to_string(m_seconds) + " s";
     const std::string connectBound =
         " within " + std::to_string(std::min(m_seconds, kConnectSeconds)) + " s";
-    if (m_handle->Reached(CURLINFO_PRETRANSFER_TIME_T)) {
+    if (m_connection->Reached(CURLINFO_PRETRANSFER_TIME_T)) {
         return Failed(Stage::kService, m_place + " accepts requests but does not answer" + bound +
                                            ". A BMC that hangs needs a reset.");
     }
-    if (!m_handle->Reached(CURLINFO_NAMELOOKUP_TIME_T)) {
+    if (!m_connection->Reached(CURLINFO_NAMELOOKUP_TIME_T)) {
         return Failed(Stage::kResolve, "No name server tells the address of " + m_place + bound +
                                            ". Give the address itself.");
     }
-    if (!m_handle->IsConnected()) {
+    if (!m_connection->IsConnected()) {
         return Failed(Stage::kConnect, m_place + " does not answer" + connectBound +
                                            ". Check address, network and firewall.");
     }

@@ -2,6 +2,8 @@
 #ifndef KEMFFDC_CIMPROBE_H
 #define KEMFFDC_CIMPROBE_H
 
+#include <curl/curl.h>
+
 #include <map>
 #include <memory>
 #include <optional>
@@ -22,11 +24,13 @@ struct CimReply {
     std::string body;                            // empty where the status is an error
 
     std::string Header(const std::string& name) const;  // empty where there is none
+    // One of CIM's own, which can be called "NN-NAME" where the header Man says so (DSP0200).
+    std::string CimHeader(const std::string& name) const;
 };
 
 // Requests to enumerate a class, to find out what is wrong before the library is used, which does
-// not tell. As the library does: no proxies, no redirects, at most TLS 1.2, the BMC's certificate
-// is not verified.
+// not tell. As the library does: no proxies, no redirects, at most TLS 1.2. Unlike the library, the
+// BMC's certificate is verified where the options name a CA file.
 class CimProbe {
 public:
     // `seconds`: for one request, connection set-up included. Throws std::bad_alloc.
@@ -34,23 +38,32 @@ public:
     ~CimProbe();
 
     // Asks for the objects of `className` in `nameSpace`. `authorization` is the value of the
-    // header of that name; empty: nobody says who he is. Answers of more than 1 MiB are failures.
+    // header of that name; empty: nobody says who he is. Answers of more than 16 MiB are failures.
+    // A refusal's body is not read.
     CimReply Enumerate(const std::string& nameSpace, const std::string& className,
                        const std::string& authorization);
+
+    // A TLS handshake on a new connection, and no request: is this still the BMC? Without a CA file
+    // nothing can be told, and nothing is done.
+    CimReply CheckCertificate();
 
     // What the server showed in the last handshake.
     const std::optional<Certificate>& ShownCertificate() const { return m_certificate; }
 
 private:
-    struct Handle;
-    void NoteCertificate();
-    CimReply Explain(int curlCode, const char* detail) const;
+    struct Connection;
+
+    void SetTransport(CURL* curl, const std::string& caFile) const;
+    void NoteUntrusted();
+    void NoteCertificate(CURL* curl, bool verified);
+    std::string Detail(int curlCode) const;
+    CimReply Explain(int curlCode, const std::string& detail) const;
     CimReply ExplainTimeout() const;
 
+    const Options& m_options;
     const std::string m_place;  // "192.0.2.10 port 5989"
-    const bool m_plain;
     const int m_seconds;
-    std::unique_ptr<Handle> m_handle;
+    std::unique_ptr<Connection> m_connection;
     std::optional<Certificate> m_certificate;
 };
 

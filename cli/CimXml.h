@@ -18,16 +18,19 @@ std::string EnumerationRequest(const std::string& nameSpace, const std::string& 
 // `text` with every %XX as the byte that it stands for; what is no such thing stays.
 std::string PercentDecoded(const std::string& text);
 
-// What an answer to it says.
+// What an answer to it says. As the library reads it: what the library takes is not unreadable
+// here, and what it would refuse for its head is.
 struct Enumeration {
     std::string unreadable;  // why it is no CIM-XML answer; empty: it is one
     bool failed = false;     // with a CIM error
     int errorCode = 0;
     std::string errorText;
-    std::vector<std::string> types;  // each object's DataCollectionType; empty where it has none
+    // Each object's DataCollectionType as the library compares it; empty where it has none.
+    std::vector<std::string> types;
 };
 
-Enumeration ReadEnumeration(const std::string& document);
+// Of documents that hold more than the library's client takes, it says so.
+Enumeration ReadEnumeration(std::string document);
 
 // Value of the header Authorization (RFC 7617). As the library sends it: a byte for each character,
 // the low one of those beyond Latin-1; what is not valid UTF-8 goes byte by byte.

@@ -39,4 +39,12 @@ CURL* CurlHandle::Renew() {
     return m_easy.get();
 }
 
+void SetVerification(CURL* easy, const std::string& caFile) {
+    curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, caFile.empty() ? 0L : 1L);
+    curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, caFile.empty() ? 0L : 2L);
+    if (caFile.empty()) return;
+    curl_easy_setopt(easy, CURLOPT_CAINFO, caFile.c_str());
+    curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);  // these CAs, and not the system's besides
+}
+
 }  // namespace Kemffdc

@@ -5,6 +5,7 @@
 #include <curl/curl.h>
 
 #include <memory>
+#include <string>
 
 namespace Kemffdc {
 
@@ -35,6 +36,10 @@ private:
     std::unique_ptr<CURLSH, FreeShare> m_share;  // null where one handle is enough
     std::unique_ptr<CURL, FreeEasy> m_easy;      // goes before the share
 };
+
+// The peer's certificate is verified against the CAs of that file and no others, and for the name
+// or address in the URL; not at all where `caFile` is empty.
+void SetVerification(CURL* easy, const std::string& caFile);
 
 }  // namespace Kemffdc
 

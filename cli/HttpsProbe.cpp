@@ -111,14 +111,6 @@ struct Url {
     bool valid;
 };
 
-void SetVerification(CURL* easy, const std::string& caFile) {
-    curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, caFile.empty() ? 0L : 1L);
-    curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, caFile.empty() ? 0L : 2L);
-    if (caFile.empty()) return;
-    curl_easy_setopt(easy, CURLOPT_CAINFO, caFile.c_str());
-    curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);  // these CAs, and not the system's besides
-}
-
 void SetTransport(CURL* easy, const std::string& url, const std::string& caFile) {
     curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
     curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);

@@ -9,6 +9,7 @@ import pytest
 
 import cim_tool
 import faults_table
+import odd_servers
 import tool
 
 BOUND = 1.0  # seconds from a signal to the end; instrumented builds get more
@@ -206,9 +207,36 @@ def test_check_in_plain_warns_that_passwords_can_be_read(bmc):
 def test_check_tells_that_nobody_can_be_asked(start_bmc):
     bmc = start_bmc({"cim": {"services": 0, "authentication": False}})
     ended = tool.run(cim_tool.check(bmc), password=bmc.password)
-    assert ended.code == 0, ended.err
-    assert "has no object of class ZOR_FFDCService; the BMC cannot be asked for an export." in ended.out
+    assert ended.code == 10
+    reason = "Namespace root/cimv2 has no object of class ZOR_FFDCService; the BMC cannot be asked for an export."
+    assert ended.err.endswith(f"kemffdc: {reason} [exit code 10]\n")
+    assert f"Note: {reason}\n" in ended.out
     assert "Note: The CIM server asks nobody for user and password.\n" in ended.out
+
+
+@pytest.mark.parametrize("data, note", [
+    ([], "has 0 data objects, of which 0 would be exported."),
+    ([4, " 4 ", "\t4"], "has 3 data objects, of which 0 would be exported.")])
+def test_check_tells_that_nothing_would_be_exported(start_bmc, data, note):
+    bmc = start_bmc({"cim": {"data": data}})
+    ended = tool.run(cim_tool.check(bmc, "--json"), password=bmc.password)
+    assert ended.code == 10
+    account = ended.json
+    assert (account["outcome"], account["exit_code"]) == ("limited", 10)
+    assert account["reason"] == f"Namespace root/cimv2 {note}"
+    assert account["bmc"]["notes"] == [account["reason"]]
+
+
+def test_a_thousand_objects_of_more_than_a_mebibyte_are_read_by_tool_and_library(start_bmc, store):
+    many = {"instances": 1000, "properties": 25}
+    bmc = start_bmc({"cim": {"answers": {"EnumerateInstances ZOR_FFDCData": [{**many, "repeat": True}],
+                                         "ExportData": [{"return": 0, "repeat": True}]}}})
+    ended = tool.run(cim_tool.check(bmc), password=bmc.password)
+    assert ended.code == 0, ended.err
+    assert "has 1003 data objects, of which" in ended.out
+    ended = export(bmc, store, "--json", seconds=60)
+    assert ended.code == 0, ended.err
+    assert len(ended.json["objects"]) == 1003
 
 
 def test_check_as_json_holds_the_same(bmc):
@@ -216,6 +244,58 @@ def test_check_as_json_holds_the_same(bmc):
     assert (account["outcome"], account["exit_code"], account["objects"]) == ("checked", 0, [])
     assert account["bmc"]["certificate"]["sha256"].replace(":", "").lower() == bmc.ready["redfish"]["sha256"]
     assert account["bmc"]["notes"] == ["Namespace root/cimv2 has 3 data objects, of which 2 would be exported."]
+
+
+# --- whom the password goes to ----------------------------------------------------------------
+
+
+@pytest.mark.parametrize("how", ["option", "environment"])
+def test_a_certificate_of_the_ca_is_taken_and_said_to_be_verified(bmc, store, how):
+    file = bmc.ready["redfish"]["certificate"]  # one for all services
+    option = ["--ca-file", file] if how == "option" else []
+    environment = {"VARNEX_CA_FILE": file} if how == "environment" else {}
+    ended = tool.run(cim_tool.collect(bmc, store.uri("in/"), *store.account(), "--json", *option),
+                     password=bmc.password, environment={**store.secrets(), **environment})
+    assert ended.code == 0, ended.err
+    assert ended.json["bmc"]["certificate"]["verified"] is True
+
+
+@pytest.mark.parametrize("command", ["check", "collect"])
+@pytest.mark.parametrize("how", ["option", "environment"])
+def test_an_impostor_gets_no_request_at_all(start_bmc, command, how):
+    bmc, impostor = start_bmc(), start_bmc()
+    file = bmc.ready["redfish"]["certificate"]
+    option = ["--ca-file", file] if how == "option" else []
+    environment = {"VARNEX_CA_FILE": file} if how == "environment" else {}
+    arguments = (cim_tool.check(impostor, "--json", *option) if command == "check"
+                 else cim_tool.collect(impostor, "tftp://127.0.0.1/x", "--json", *option))
+    ended = tool.run(arguments, password=impostor.password, environment=environment)
+    assert ended.code == 3
+    assert cim_tool.requests(impostor) == []
+    account = ended.json
+    assert account["reason"].startswith(
+        f"The certificate of 127.0.0.1 port {cim_tool.port_of(impostor)} is not good for the CAs in {file} (")
+    assert [(s["name"], s["code"]) for s in account["steps"]] == [("preflight", 6)]
+    shown = account["bmc"]["certificate"]
+    assert shown["sha256"].replace(":", "").lower() == impostor.ready["redfish"]["sha256"]
+    assert shown["verified"] is False
+
+
+def test_an_impostor_that_takes_over_after_the_preflight_gets_no_password(start_bmc):
+    slow = {"cim": {"answers": {"EnumerateInstances": [{}, {"delay": 0.6}]}}}
+    bmc, impostor = start_bmc(slow), start_bmc()
+    relay = odd_servers.Relay(cim_tool.port_of(bmc))
+    arguments = cim_tool.collect(bmc, "tftp://127.0.0.1/x", "--ca-file", bmc.ready["redfish"]["certificate"])
+    arguments[arguments.index("--port") + 1] = str(relay.port)
+    running = tool.Running(arguments, password=bmc.password)
+    cim_tool.wait_for(bmc, "EnumerateInstances", 2)
+    relay.target = cim_tool.port_of(impostor)  # for connections from now on; the open one gets its answer
+    ended = running.end()
+    relay.stop()
+    assert cim_tool.requests(impostor) == []
+    assert ended.code == 3
+    assert (f"The certificate of 127.0.0.1 port {relay.port} was in order at the beginning and is "
+            "not any more (") in ended.err
 
 
 def test_a_wrong_password_is_tried_once(bmc):

@@ -78,6 +78,43 @@ def mute_server():
         yield "127.0.0.1", listener.getsockname()[1]
 
 
+def speaking_server(answer, more=b""):
+    """A plain server that answers every request so, and then `more` until the client closes."""
+    @contextlib.contextmanager
+    def serve():
+        with socket.create_server(("127.0.0.1", 0)) as listener:
+            thread = threading.Thread(target=_speak, args=(listener, answer, more))
+            thread.start()
+            yield "127.0.0.1", listener.getsockname()[1]
+            listener.shutdown(socket.SHUT_RDWR)
+            thread.join()
+    return serve
+
+
+def _speak(listener, answer, more):
+    while True:
+        try:
+            connection, _ = listener.accept()
+        except OSError:
+            return
+        with connection, contextlib.suppress(OSError):
+            connection.settimeout(30)
+            while connection.recv(65536):
+                connection.sendall(answer)
+                while more:
+                    connection.sendall(more)
+
+
+NO_BODY = b"Content-Length: 1000\r\n\r\n"
+ALONE = {"truncate": 0, "trailer": {"CIMStatusCode": "3", "CIMStatusCodeDescription": "no%20such%20place"}}
+MANY_OBJECTS = {"body": (
+    '<?xml version="1.0"?><CIM CIMVERSION="2.0" DTDVERSION="2.0"><MESSAGE ID="1" PROTOCOLVERSION="1.0">'
+    '<SIMPLERSP><IMETHODRESPONSE NAME="EnumerateInstances"><IRETURNVALUE>'
+    + '<VALUE.NAMEDINSTANCE><INSTANCENAME CLASSNAME="X"/><INSTANCE CLASSNAME="X"/></VALUE.NAMEDINSTANCE>' * 20000
+    + "</IRETURNVALUE></IMETHODRESPONSE></SIMPLERSP></MESSAGE></CIM>"),
+    "headers": {"CIMOperation": "MethodResponse", "Content-Type": "application/xml"}}
+MANY_ELEMENTS = {**MANY_OBJECTS, "body": '<?xml version="1.0"?><CIM>' + "<a/>" * 800000 + "</CIM>"}
+
 ODD_PATH = 'a "quoted" & <b> \\ Grüße'
 
 SCENARIOS = {
@@ -105,11 +142,27 @@ SCENARIOS = {
     "First answer has no declaration": Trouble(always(SERVICE, declaration=False)),
     "First answer is 100,000 levels deep": Trouble(always(SERVICE, nested=100000)),
     "First answer is 100 MB long": Trouble(always(SERVICE, fill=100000000)),
+    "First answer lists 20,000 objects": Trouble(always(SERVICE, **MANY_OBJECTS)),
+    "First answer: 800,000 elements": Trouble(always(SERVICE, **MANY_ELEMENTS)),
+    "First answer: a CIM error in the trailer, and no document": Trouble(always(SERVICE, **ALONE)),
+    "First answer: 503 whose body never comes": Trouble(
+        server=speaking_server(b"HTTP/1.1 503 Busy\r\n" + NO_BODY), plain=True, seconds=5),
+    "First answer: 401 whose body never comes": Trouble(
+        server=speaking_server(b"HTTP/1.1 401 No\r\n" + NO_BODY), plain=True, seconds=5),
+    "First answer: interim answers without end": Trouble(
+        server=speaking_server(b"", b"HTTP/1.1 100 Continue\r\nX: y\r\n\r\n" * 1000), plain=True,
+        environment=TWO_SECONDS, seconds=6),
     "Connection closed instead of the first answer": Trouble(always(SERVICE, close="before")),
     "Connection cut within the first answer": Trouble(always(SERVICE, cut_after=200)),
     "Objects: 400": Trouble(objects(status=400)),
     "Objects: 401": Trouble(objects(status=401)),
     "Objects: 503": Trouble(objects(status=503)),
+    "Objects: 503 whose body never comes": Trouble(
+        objects(status=503, content_length=1000, hang_after=0), seconds=10),
+    "Objects: a CIM error in the trailer, and no document": Trouble(objects(**ALONE)),
+    "Objects: 20,000 of them": Trouble(objects(**MANY_OBJECTS)),
+    "Objects: 800,000 elements": Trouble(objects(**MANY_ELEMENTS)),
+    "Objects: 100 MB": Trouble(objects(fill=100000000)),
     "Objects: 302": Trouble(objects(status=302, headers={"Location": "http://127.0.0.1:1/"})),
     "Objects: not XML": Trouble(objects(body="hello")),
     "Objects: no declaration": Trouble(objects(declaration=False)),
