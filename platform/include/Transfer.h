@@ -17,6 +17,18 @@ struct TransferProgress {
     std::uint64_t expected;        // 0: the server did not say
 };
 
+// A file that has arrived whole.
+struct TransferResult {
+    const std::string& localPath;  // where it stands
+    std::uint64_t bytes;
+    const std::string& sha256;  // of its content, computed while it arrived: lower-case hexadecimal
+    // Which file that is, as stat() tells: where all of it is as it was, nobody has changed it
+    // since.
+    std::uint64_t device;
+    std::uint64_t inode;
+    std::int64_t modified;  // nanoseconds since 1970
+};
+
 // Watches and stops the downloads of file_client. Called on the thread that downloads, by several
 // threads at once, at least about once per second per download also while nothing arrives. Must
 // not throw.
@@ -28,6 +40,9 @@ public:
 
     // Returning false stops this download: it ends with an error and leaves no file.
     virtual bool Progress(const TransferProgress& progress) = 0;
+
+    // Called before Ended(), for a file that is complete and stands under its final name.
+    virtual void Completed(const TransferResult& result) { (void)result; }
 
     // `error` is empty when the file is complete and stands under its final name.
     virtual void Ended(const std::string& localPath, const std::error_code& error) {

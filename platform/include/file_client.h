@@ -106,9 +106,9 @@ public:
     static std::error_code ls_directory(const Uri& uri, std::list<std::string>& names);
 
     // Downloads the file that `uri` names to `localPath`, where an existing file is replaced; until
-    // then the bytes are in a file beside it with ".varnex-part" after its name. A `localPath` whose
-    // last component is "", "." or ".." or ends like that is refused (EINVAL), and so is one that
-    // another download is writing at the same time (EBUSY). HTTPS and SFTP.
+    // then the bytes are in a file beside it with ".varnex-part" after its name. A `localPath`
+    // whose last component is "", "." or ".." or ends like that is refused (EINVAL), and so is one
+    // that another download is writing at the same time (EBUSY). HTTPS and SFTP.
     //
     // A server that sends more or less than it has announced has not sent the file (18). Over SFTP
     // what is a folder is refused (79).

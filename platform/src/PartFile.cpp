@@ -3,7 +3,6 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -150,6 +149,7 @@ std::error_code PartFile::Commit() {
         return Failure(errno);
     }
     EndHash();
+    (void)::fstat(m_fd, &m_status);
     ::close(m_fd);
     m_fd = -1;
     return {};

@@ -3,6 +3,7 @@
 #define VARNEX_PLATFORM_SRC_PARTFILE_H
 
 #include <openssl/evp.h>
+#include <sys/stat.h>
 
 #include <cstddef>
 #include <memory>
@@ -40,8 +41,9 @@ public:
     // power failure is fetched again.
     std::error_code Commit();
 
-    // After Commit(): of the content, in lower-case hexadecimal. Empty without Hash().
-    const std::string& Sha256() const { return m_sha256; }
+    // After Commit().
+    const std::string& Sha256() const { return m_sha256; }  // lower-case; empty without Hash()
+    const struct stat& Status() const { return m_status; }
 
 private:
     struct FreeDigest {
@@ -65,6 +67,7 @@ private:
     std::vector<char> m_gathered;
     std::unique_ptr<EVP_MD_CTX, FreeDigest> m_digest;
     std::string m_sha256;
+    struct stat m_status {};
 };
 
 #endif

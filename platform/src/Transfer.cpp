@@ -18,6 +18,15 @@ void Varnex::AddTransferWatcher(TransferWatcher* watcher) { Watchers().Add(watch
 
 void Varnex::RemoveTransferWatcher(TransferWatcher* watcher) { Watchers().Remove(watcher); }
 
+bool transfer_watchers::Any() noexcept {
+    bool any = false;
+    try {
+        Watchers().ForEach([&any](Varnex::TransferWatcher&) { any = true; });
+    } catch (...) {
+    }
+    return any;
+}
+
 void transfer_watchers::Started(const std::string& localPath) noexcept {
     try {
         Watchers().ForEach([&](Varnex::TransferWatcher& watcher) { watcher.Started(localPath); });
@@ -35,6 +44,13 @@ bool transfer_watchers::Progress(const std::string& localPath, std::uint64_t byt
         return goOn;
     } catch (...) {
         return false;
+    }
+}
+
+void transfer_watchers::Completed(const Varnex::TransferResult& result) noexcept {
+    try {
+        Watchers().ForEach([&](Varnex::TransferWatcher& watcher) { watcher.Completed(result); });
+    } catch (...) {
     }
 }
 

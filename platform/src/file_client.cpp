@@ -210,6 +210,9 @@ public:
     std::error_code Run(const curlcpp::option_trait_base& option) {
         if (const std::error_code error = RefusedAddress()) return error;
         if (const std::error_code error = m_file.Create(m_localPath)) return error;
+        if (transfer_watchers::Any() && !m_file.Hash()) {
+            return std::make_error_code(std::errc::not_enough_memory);
+        }
         if (!Open(&option)) return TransferError(CURLE_FAILED_INIT, "");
         Settings settings(m_handle.get());
         if (IsHttps(m_uri)) m_excess.Watch(settings);
@@ -221,7 +224,9 @@ public:
                                                          std::to_string(m_bytes) +
                                                          " bytes that it announced");
         }
-        return m_file.Commit();
+        if (const std::error_code error = m_file.Commit()) return error;
+        TellResult();
+        return {};
     }
 
 private:
@@ -246,6 +251,15 @@ private:
 
     bool GoOn(std::uint64_t expected) override {
         return transfer_watchers::Progress(m_localPath, m_bytes, expected);
+    }
+
+    void TellResult() const {
+        constexpr std::int64_t kSecond = 1000000000;  // nanoseconds
+        const struct stat& status = m_file.Status();
+        const std::int64_t modified = status.st_mtim.tv_sec * kSecond + status.st_mtim.tv_nsec;
+        if (m_file.Sha256().empty()) return;
+        transfer_watchers::Completed(
+            {m_localPath, m_bytes, m_file.Sha256(), status.st_dev, status.st_ino, modified});
     }
 
     std::error_code Judge(CURLcode code) const {

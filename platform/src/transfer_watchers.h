@@ -6,14 +6,21 @@
 #include <string>
 #include <system_error>
 
+#include "Transfer.h"
+
 // What file_client tells the watchers of Transfer.h. Never throws; a watcher that throws counts
 // as one that stops the download.
 namespace transfer_watchers {
+
+// Whether there is one, who may want to know what arrived.
+bool Any() noexcept;
 
 void Started(const std::string& localPath) noexcept;
 
 // False: a watcher wants the download to stop.
 bool Progress(const std::string& localPath, std::uint64_t bytes, std::uint64_t expected) noexcept;
+
+void Completed(const Varnex::TransferResult& result) noexcept;
 
 void Ended(const std::string& localPath, const std::error_code& error) noexcept;
 

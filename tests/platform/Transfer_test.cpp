@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 
 #include <atomic>
 #include <mutex>
@@ -43,7 +44,16 @@ public:
     int calls = 0;
 };
 
-class TransferWatcherTest : public DownloadTest {};
+class TransferWatcherTest : public DownloadTest {
+protected:
+    // By sha256sum.
+    std::string Sha256Of(const std::string& content) const {
+        const TempFolder files;
+        const std::string path = files.Write("content", content);
+        EXPECT_EQ(0, std::system(("sha256sum < " + path + " > " + path + ".sum").c_str()));
+        return Content(path + ".sum").substr(0, 64);
+    }
+};
 
 TEST_F(TransferWatcherTest, SeesADownloadFromItsStartToItsEnd) {
     const HttpsPeer bmc;
@@ -55,6 +65,43 @@ TEST_F(TransferWatcherTest, SeesADownloadFromItsStartToItsEnd) {
     EXPECT_EQ(target, notes.path);
     EXPECT_EQ(5000000U, notes.bytes);
     EXPECT_EQ(5000000U, notes.expected);
+}
+
+TEST_F(TransferWatcherTest, IsToldWhatArrivedAndItsHashBeforeTheEnd) {
+    class Results : public Notes {
+    public:
+        void Completed(const Varnex::TransferResult& result) override {
+            struct stat status {};
+            EXPECT_EQ(0, stat(result.localPath.c_str(), &status));
+            EXPECT_EQ(status.st_dev, result.device);
+            EXPECT_EQ(status.st_ino, result.inode);
+            EXPECT_EQ(status.st_mtim.tv_sec * 1000000000 + status.st_mtim.tv_nsec, result.modified);
+            lines.push_back("completed " + result.localPath + " " + std::to_string(result.bytes) +
+                            " " + result.sha256);
+        }
+    };
+    const HttpsPeer bmc;
+    const struct {
+        std::string size, sha256;
+    } rows[] = {
+        {"0", "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"},
+        {"10", Sha256Of(HttpsPeer::FileContent(10))},
+        {"1048576", Sha256Of(HttpsPeer::FileContent(1048576))},
+        {"5000001", Sha256Of(HttpsPeer::FileContent(5000001))},
+    };
+    for (const auto& row : rows) {
+        Results results;
+
+        EXPECT_EQ("", Text(Download(bmc.At("/file/" + row.size))));
+
+        EXPECT_THAT(results.lines,
+                    ElementsAre("started " + target,
+                                "completed " + target + " " + row.size + " " + row.sha256,
+                                "ended " + target + " "));
+    }
+    Results results;
+    EXPECT_NE("", Text(Download(bmc.At("/cut/1000"))));
+    EXPECT_EQ(2U, results.lines.size()) << "what failed is not complete";
 }
 
 TEST_F(TransferWatcherTest, ExpectsNothingWhereTheServerDoesNotSay) {
