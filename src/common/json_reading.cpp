@@ -7,28 +7,35 @@
 
 namespace {
 
-// How deep brackets and braces nest, those inside strings aside.
-std::size_t NestingOf(const std::string& text) {
+struct Extent {
+    std::size_t deepest = 0;  // levels of brackets and braces
+    std::size_t values = 0;   // objects, arrays and what they hold; a member's name is none
+};
+
+bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+// Of JSON. Of anything else something, without a fault.
+Extent ExtentOf(const std::string& text) {
+    Extent extent{0, 1};
     std::size_t depth = 0;
-    std::size_t deepest = 0;
     bool inString = false;
+    bool justOpened = false;
     for (std::size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
         if (inString) {
-            if (c == '\\') {
-                ++i;  // whatever is escaped does not end the string
-            } else if (c == '"') {
-                inString = false;
-            }
-        } else if (c == '"') {
-            inString = true;
-        } else if (c == '[' || c == '{') {
-            deepest = std::max(deepest, ++depth);
-        } else if ((c == ']' || c == '}') && depth > 0) {
-            --depth;
+            if (c == '\\') ++i;  // whatever is escaped does not end the string
+            if (c == '"') inString = false;
+            continue;
         }
+        if (IsBlank(c)) continue;
+        const bool closes = c == ']' || c == '}';
+        if ((justOpened && !closes) || c == ',') ++extent.values;
+        justOpened = c == '[' || c == '{';
+        if (justOpened) extent.deepest = std::max(extent.deepest, ++depth);
+        if (closes && depth > 0) --depth;
+        inString = c == '"';
     }
-    return deepest;
+    return extent;
 }
 
 [[noreturn]] void Refuse(const std::string& why) {
@@ -41,8 +48,12 @@ boost::property_tree::ptree ReadJson(const std::string& text) {
     if (text.size() > kMaxJsonBytes) {
         Refuse("more than " + std::to_string(kMaxJsonBytes) + " bytes");
     }
-    if (NestingOf(text) > kMaxJsonDepth) {
+    const Extent extent = ExtentOf(text);
+    if (extent.deepest > kMaxJsonDepth) {
         Refuse("more than " + std::to_string(kMaxJsonDepth) + " nested levels");
+    }
+    if (extent.values > kMaxJsonValues) {
+        Refuse("more than " + std::to_string(kMaxJsonValues) + " values");
     }
     std::istringstream stream(text);
     boost::property_tree::ptree tree;

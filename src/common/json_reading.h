@@ -6,13 +6,15 @@
 #include <cstddef>
 #include <string>
 
-// What a BMC may make us read. The reader recurses once per level and keeps several times the
-// text's size in memory: far beyond these bounds a hostile answer would end the host's process.
+// What a BMC may make us read. The reader recurses once per level and takes some 300 bytes for the
+// shortest value: far beyond these bounds a hostile answer would end the host's process.
 constexpr std::size_t kMaxJsonDepth = 512;
-constexpr std::size_t kMaxJsonBytes = std::size_t{16} * 1024 * 1024;
+constexpr std::size_t kMaxJsonBytes = std::size_t{4} * 1024 * 1024;
+constexpr std::size_t kMaxJsonValues = std::size_t{64} * 1024;
 
 // Reads `text` as JSON (RFC 8259). Throws boost::property_tree::json_parser_error when it is none,
-// nests deeper than kMaxJsonDepth or is longer than kMaxJsonBytes.
+// and when it is beyond a bound: then the text ends with "more than N nested levels", "more than N
+// bytes" or "more than N values".
 boost::property_tree::ptree ReadJson(const std::string& text);
 
 // The member called exactly `name`, a dot in it included; null where `object` has none.

@@ -12,6 +12,7 @@
 // libcurl's type checks wrap these in macros of the same names.
 #undef curl_easy_setopt
 #undef curl_easy_getinfo
+#undef curl_share_setopt
 
 struct curl_mimepart {
     std::string name;
@@ -34,8 +35,14 @@ struct OptionValue {
     std::string text;  // libcurl copies strings
 };
 
+struct Share {
+    int handles = 0;
+};
+
 struct Handle {
     std::map<CURLoption, OptionValue> options;
+    Share* share = nullptr;  // no option: stays after a reset
+    bool performed = false;
     long status = 0;
     std::size_t postFieldsCall = 0;  // 1 + index of the call that is completed by the perform
 
@@ -119,8 +126,10 @@ const KnownOption kKnownOptions[] = {
     {kDeprecatedPut, "CURLOPT_PUT", Kind::Number},
     {CURLOPT_READDATA, "CURLOPT_READDATA", Kind::Pointer},
     {CURLOPT_READFUNCTION, "CURLOPT_READFUNCTION", Kind::Function},
+    {CURLOPT_REDIR_PROTOCOLS_STR, "CURLOPT_REDIR_PROTOCOLS_STR", Kind::Text},
     {CURLOPT_SEEKDATA, "CURLOPT_SEEKDATA", Kind::Pointer},
     {CURLOPT_SEEKFUNCTION, "CURLOPT_SEEKFUNCTION", Kind::Function},
+    {CURLOPT_SHARE, "CURLOPT_SHARE", Kind::Pointer},
     {CURLOPT_SSLCERT, "CURLOPT_SSLCERT", Kind::Text},
     {CURLOPT_SSLCERTTYPE, "CURLOPT_SSLCERTTYPE", Kind::Text},
     {CURLOPT_SSLKEY, "CURLOPT_SSLKEY", Kind::Text},
@@ -257,6 +266,8 @@ struct Machine {
     }
 
     static bool TakeInitFails() { return Take(&FakeCurl::m_initFails); }
+    static bool TakeShareInitFails() { return Take(&FakeCurl::m_shareInitFails); }
+    static unsigned Version() { return installed == nullptr ? 0x080100 : installed->m_version; }
     static bool TakeAppendFails() { return Take(&FakeCurl::m_appendFails); }
     static bool TakeMimeInitFails() { return Take(&FakeCurl::m_mimeInitFails); }
     static bool CookieQueryFails() { return installed != nullptr && installed->m_cookieQueryFails; }
@@ -294,6 +305,9 @@ struct Machine {
         ExpectAlive(handle.Pointer(CURLOPT_MIMEPOST), "a form");
         CompletePostFields(handle);
         Record("curl_easy_perform");
+        if (std::exchange(handle.performed, true) && installed->m_version < 0x080100) {
+            ADD_FAILURE() << "this libcurl corrupts the heap when a handle is used again";
+        }
         handle.status = 0;
 
         WebRequest request = Describe(handle);
@@ -419,7 +433,8 @@ FakeCurl::~FakeCurl() {
         ADD_FAILURE() << m_scripts.size() << " scripted answers were not asked for";
     }
     if (!m_alive.empty()) {
-        ADD_FAILURE() << m_alive.size() << " handles, lists or forms of libcurl are left over";
+        ADD_FAILURE() << m_alive.size()
+                      << " handles, lists, forms or shares of libcurl are left over";
     }
 }
 
@@ -451,6 +466,10 @@ void FakeCurl::AnswerAlways(long status, std::string body, std::vector<std::stri
 
 void FakeCurl::HoldCookies(std::vector<std::string> lines) { m_cookies = std::move(lines); }
 void FakeCurl::CookieQueryFails() { m_cookieQueryFails = true; }
+void FakeCurl::IsVersion(unsigned major, unsigned minor, unsigned patch) {
+    m_version = major << 16 | minor << 8 | patch;
+}
+void FakeCurl::ShareInitFails() { m_shareInitFails = true; }
 void FakeCurl::InitFails() { m_initFails = true; }
 void FakeCurl::AppendFails() { m_appendFails = true; }
 void FakeCurl::MimeInitFails() { m_mimeInitFails = true; }
@@ -484,6 +503,30 @@ std::string Store(OptionValue& value, Kind kind, std::va_list& arguments) {
         default:
             value.pointer = va_arg(arguments, void*);
             return Machine::Called(value.pointer);
+    }
+}
+
+void Join(Handle& handle, Share* share) {
+    Machine::ExpectAlive(share, "a share");
+    if (!handle.options.empty() || handle.performed) {
+        ADD_FAILURE() << "a share that comes late drops the handle's cookies";
+    }
+    handle.share = share;
+    if (share != nullptr) ++share->handles;
+}
+
+const char* SharedName(curl_lock_data data) {
+    switch (data) {
+        case CURL_LOCK_DATA_CONNECT:
+            return "connections";
+        case CURL_LOCK_DATA_COOKIE:
+            return "cookies";
+        case CURL_LOCK_DATA_DNS:
+            return "names";
+        case CURL_LOCK_DATA_SSL_SESSION:
+            return "TLS sessions";
+        default:
+            return "something else";
     }
 }
 
@@ -537,12 +580,19 @@ void curl_easy_cleanup(CURL* curl) {
     fakes::Machine::Record("curl_easy_cleanup");
     if (curl == nullptr) return;
     fakes::Machine::Died(curl, "a handle");
-    delete static_cast<fakes::Handle*>(curl);
+    auto* handle = static_cast<fakes::Handle*>(curl);
+    if (handle->Has(CURLOPT_COOKIEJAR)) ADD_FAILURE() << "the cookie jar is written";
+    if (handle->share != nullptr) --handle->share->handles;
+    delete handle;
 }
 
 void curl_easy_reset(CURL* curl) {
     fakes::Machine::Record("curl_easy_reset");
-    *static_cast<fakes::Handle*>(curl) = fakes::Handle();
+    auto* handle = static_cast<fakes::Handle*>(curl);
+    fakes::Handle fresh;
+    fresh.share = handle->share;
+    fresh.performed = handle->performed;
+    *handle = fresh;
 }
 
 CURLcode curl_easy_setopt(CURL* curl, CURLoption option, ...) {
@@ -556,9 +606,14 @@ CURLcode curl_easy_setopt(CURL* curl, CURLoption option, ...) {
     fakes::OptionValue value;
     std::va_list arguments;
     va_start(arguments, option);
-    const std::string shown = fakes::Store(value, known->kind, arguments);
+    std::string shown = fakes::Store(value, known->kind, arguments);
     va_end(arguments);
-    handle->options[option] = value;
+    if (option == CURLOPT_SHARE) {
+        if (value.pointer != nullptr) shown = "the share";
+        fakes::Join(*handle, static_cast<fakes::Share*>(value.pointer));
+    } else {
+        handle->options[option] = value;
+    }
     fakes::Machine::Record(std::string(known->name) + " " + shown);
     if (option == CURLOPT_POSTFIELDS) fakes::Machine::NotePostFields(*handle);
     return CURLE_OK;
@@ -596,6 +651,45 @@ CURLcode curl_easy_getinfo(CURL* curl, CURLINFO info, ...) {
     }
     ADD_FAILURE() << "information " << info << " is unknown to the scripted libcurl";
     return CURLE_UNKNOWN_OPTION;
+}
+
+curl_version_info_data* curl_version_info(CURLversion) {
+    static curl_version_info_data told{};
+    told.age = CURLVERSION_FIRST;
+    told.version = "scripted";
+    told.version_num = fakes::Machine::Version();
+    return &told;
+}
+
+CURLSH* curl_share_init() {
+    fakes::Machine::Record("curl_share_init");
+    if (fakes::Machine::TakeShareInitFails()) return nullptr;
+    auto* share = new fakes::Share;
+    fakes::Machine::Born(share);
+    return share;
+}
+
+CURLSHcode curl_share_setopt(CURLSH* share, CURLSHoption option, ...) {
+    fakes::Machine::ExpectAlive(share, "a share");
+    if (option != CURLSHOPT_SHARE) {
+        ADD_FAILURE() << "share option " << option << " is unknown to the scripted libcurl";
+        return CURLSHE_BAD_OPTION;
+    }
+    std::va_list arguments;
+    va_start(arguments, option);
+    const auto data = static_cast<curl_lock_data>(va_arg(arguments, int));
+    va_end(arguments);
+    fakes::Machine::Record(std::string("CURLSHOPT_SHARE ") + fakes::SharedName(data));
+    return CURLSHE_OK;
+}
+
+CURLSHcode curl_share_cleanup(CURLSH* share) {
+    fakes::Machine::Record("curl_share_cleanup");
+    fakes::Machine::Died(share, "a share");
+    const auto* ended = static_cast<fakes::Share*>(share);
+    if (ended->handles > 0) ADD_FAILURE() << "a share ends before its handles";
+    delete ended;
+    return CURLSHE_OK;
 }
 
 const char* curl_easy_strerror(CURLcode) { return "an error of the scripted libcurl"; }

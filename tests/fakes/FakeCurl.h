@@ -34,8 +34,15 @@
 //   "CURLINFO_RESPONSE_CODE"                    curl_easy_getinfo
 //   "curl_slist_append Expect:"                 the rest by function name
 //
+//   "CURLSHOPT_SHARE cookies"                   curl_share_setopt
+//
+// It is a libcurl on which one handle may serve for ever, unless the test says otherwise:
+// IsVersion(7, 88, 1).
+//
 // A test fails when a perform was not scripted, when a scripted answer was never asked for, when a
-// handle, list or form is used after its end, and when one is left over.
+// handle, list, form or share is used after its end, and when one is left over. Also when a share
+// joins a handle that already has options, when a handle ends with a cookie jar set, and, on a
+// version where that corrupts the heap, when a handle performs twice.
 namespace fakes {
 
 // What one perform asked for.
@@ -110,8 +117,12 @@ public:
     void HoldCookies(std::vector<std::string> lines);
     void CookieQueryFails();
 
+    // From now on.
+    void IsVersion(unsigned major, unsigned minor, unsigned patch);
+
     // The next call of each returns null.
     void InitFails();
+    void ShareInitFails();
     void AppendFails();
     void MimeInitFails();
 
@@ -130,9 +141,11 @@ private:
     std::vector<WebRequest> m_requests;
     std::vector<std::string> m_cookies;
     std::map<const void*, std::string> m_names;
-    std::set<const void*> m_alive;  // handles, lists and forms
+    std::set<const void*> m_alive;  // handles, lists, forms and shares
+    unsigned m_version = 0x080100;
     bool m_cookieQueryFails = false;
     bool m_initFails = false;
+    bool m_shareInitFails = false;
     bool m_appendFails = false;
     bool m_mimeInitFails = false;
 };

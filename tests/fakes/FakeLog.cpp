@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "fakes/FakeLog.h"
 
+#include <atomic>
 #include <locale>
 #include <mutex>
+#include <new>
 #include <sstream>
 
 #include "Log.h"
@@ -11,6 +13,7 @@ namespace {
 
 std::mutex g_mutex;
 std::vector<fakes::LogLine>* g_lines = nullptr;  // of the FakeLog that lives
+std::atomic<bool> g_isOutOfMemory{false};
 
 }  // namespace
 
@@ -23,6 +26,7 @@ struct Log::Impl {
 Log::Log(int level, const char* sourceFile, int line) : m_impl(new Impl{level, sourceFile, {}}) {
     EXPECT_GT(line, 0);
     m_impl->stream.imbue(std::locale::classic());
+    if (g_isOutOfMemory) throw std::bad_alloc();
 }
 
 Log::~Log() {
@@ -61,7 +65,12 @@ FakeLog::~FakeLog() {
     const std::lock_guard<std::mutex> lock(g_mutex);
     delete g_lines;
     g_lines = nullptr;
+    g_isOutOfMemory = false;
 }
+
+void FakeLog::RunOutOfMemory() { g_isOutOfMemory = true; }
+
+void FakeLog::HaveMemoryAgain() { g_isOutOfMemory = false; }
 
 std::vector<LogLine> FakeLog::Lines() const {
     const std::lock_guard<std::mutex> lock(g_mutex);

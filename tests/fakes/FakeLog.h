@@ -31,6 +31,10 @@ public:
     std::vector<LogLine> LinesOf(const std::string& source) const;
 
     void Clear();
+
+    // From now on, or again no longer, every record fails with std::bad_alloc where it is made.
+    void RunOutOfMemory();
+    void HaveMemoryAgain();
 };
 
 // Matchers for one line; the second form pins the source tag too.

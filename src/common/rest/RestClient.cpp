@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "RestClient.h"
 
+#include <strings.h>
+#include <sys/socket.h>
+
 #include <exception>
 #include <locale>
 #include <new>
@@ -25,6 +28,13 @@ constexpr CURLoption kPutOption = CURLOPT_PUT;
 // Below this rate for this long, a transfer without a time-out is given up.
 constexpr long kLowSpeedBytesPerSecond = 30;
 constexpr long kLowSpeedSeconds = 60;
+
+constexpr char kNoHandle[] = "Couldn't initialize curl handle";
+
+// The first libcurl on which a handle can be used again whatever was answered.
+constexpr unsigned int kReusableSince = 0x080100;
+
+bool CanReuseHandles() { return curl_version_info(CURLVERSION_NOW)->version_num >= kReusableSince; }
 
 // What a callback threw, kept until libcurl's C frames are left. One for each running transfer of
 // a thread: a progress callback may make a request of its own, with another client.
@@ -93,18 +103,8 @@ void StoreHeader(std::string_view line, Response& response) {
     if (!text.empty()) response.headers[text] = "present";
 }
 
-std::size_t ReceiveHeader(char* data, std::size_t size, std::size_t count, void* target) {
-    return KeptException::Run<std::size_t>(0, [=] {
-        StoreHeader(std::string_view(data, size * count), *static_cast<Response*>(target));
-        return size * count;
-    });
-}
-
-std::size_t ReceiveBody(char* data, std::size_t size, std::size_t count, void* target) {
-    return KeptException::Run<std::size_t>(0, [=] {
-        static_cast<Response*>(target)->body.append(data, size * count);
-        return size * count;
-    });
+std::string TooLarge(std::size_t limit, const char* what) {
+    return "Answer too large: more than " + std::to_string(limit) + " bytes of " + what;
 }
 
 std::size_t WriteToSink(char* data, std::size_t size, std::size_t count, void* target) {
@@ -148,6 +148,12 @@ int ReportProgress(void* callback, curl_off_t downloadTotal, curl_off_t download
     });
 }
 
+curl_socket_t OpenSocket(void* /*client*/, curlsocktype /*purpose*/, curl_sockaddr* address) {
+    return ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+}
+
+bool IsHttps(const std::string& url) { return ::strncasecmp(url.c_str(), "https:", 6) == 0; }
+
 // -1 for a stream that cannot tell.
 long MeasureFromStart(std::istream& stream) {
     stream.seekg(0, std::ios::end);
@@ -180,8 +186,100 @@ Form MakeForm(CURL* curl, const MimeParts& parts) {
 
 }  // namespace
 
+// What arrives during one exchange. Each receiver takes a piece or, beyond its bound, refuses it.
+struct RestClient::Reception {
+    Response response;
+    std::size_t headerBytes = 0;
+    std::string refusal;  // empty while everything was taken
+
+    bool TakeHeader(std::string_view line) {
+        headerBytes += line.size();
+        if (headerBytes > kMaxHeaderBytes) return Refuse(kMaxHeaderBytes, "header lines");
+        StoreHeader(line, response);
+        return true;
+    }
+
+    bool TakeBody(std::string_view piece) {
+        if (piece.size() > kMaxBodyBytes - response.body.size()) {
+            return Refuse(kMaxBodyBytes, "body");
+        }
+        response.body.append(piece);
+        return true;
+    }
+
+    bool Refuse(std::size_t limit, const char* what) {
+        refusal = TooLarge(limit, what);
+        return false;
+    }
+
+    void Fail(CURLcode code, std::string text) {
+        response.curlCode = code;
+        response.httpCode = -1;
+        response.body = std::move(text);
+        response.cookies.clear();
+    }
+
+    // For libcurl: 0, or any other number than that of the bytes, ends the transfer.
+    template <bool (Reception::*take)(std::string_view)>
+    static std::size_t Receive(char* data, std::size_t size, std::size_t count, void* target) {
+        return KeptException::Run<std::size_t>(0, [=]() -> std::size_t {
+            const std::string_view piece(data, size * count);
+            return (static_cast<Reception*>(target)->*take)(piece) ? piece.size() : 0;
+        });
+    }
+};
+
 RestClient::RestClient() : m_curl(curl_easy_init()) {
-    if (!m_curl) throw std::runtime_error("Couldn't initialize curl handle");
+    if (!m_curl) throw std::runtime_error(kNoHandle);
+    if (CanReuseHandles()) return;
+    MakeShare();
+    SetOption(CURLOPT_SHARE, m_share.get());
+}
+
+void RestClient::MakeShare() {
+    m_share.reset(curl_share_init());
+    if (!m_share) throw std::runtime_error(kNoHandle);
+    for (const curl_lock_data kept : {CURL_LOCK_DATA_CONNECT, CURL_LOCK_DATA_SSL_SESSION,
+                                      CURL_LOCK_DATA_DNS, CURL_LOCK_DATA_COOKIE}) {
+        if (curl_share_setopt(m_share.get(), CURLSHOPT_SHARE, kept) == CURLSHE_NOMEM) {
+            throw std::bad_alloc();
+        }
+    }
+}
+
+bool RestClient::MakeHandle() {
+    if (m_curl) return true;
+    m_curl.reset(curl_easy_init());
+    if (!m_curl) return false;
+    // Before anything else: a share that comes later drops the handle's cookies.
+    SetOption(CURLOPT_SHARE, m_share.get());
+    return true;
+}
+
+// Ends the handle after its request, unless it serves for the whole life. It was reset before, else
+// its end would print the cookie jar.
+class RestClient::UsedUp {
+public:
+    explicit UsedUp(RestClient& client) : m_client(client) {}
+    ~UsedUp() {
+        if (m_client.m_share) m_client.m_curl.reset();
+    }
+    UsedUp(const UsedUp&) = delete;
+    UsedUp& operator=(const UsedUp&) = delete;
+
+private:
+    RestClient& m_client;
+};
+
+template <typename Action>
+Response RestClient::OnHandle(Action action) {
+    if (!MakeHandle()) {
+        Reception nothing;
+        nothing.Fail(CURLE_FAILED_INIT, kNoHandle);
+        return nothing.response;
+    }
+    const UsedUp usedUp(*this);
+    return action();
 }
 
 void RestClient::SetBasicAuth(const std::string& user, const std::string& password) {
@@ -262,46 +360,56 @@ Response RestClient::Request(RequestType type, const std::string& url, const std
     return refused;
 }
 
-Response RestClient::Get(const std::string& url) { return PerformCurlRequest(url); }
+Response RestClient::Get(const std::string& url) {
+    return OnHandle([&] { return PerformCurlRequest(url); });
+}
 
 Response RestClient::PostMultipart(const std::string& url, const MimeParts& parts,
                                    ProgressCallback progress) {
-    SetOption(CURLOPT_POST, 1L);
-    Form form;
-    try {
-        form = MakeForm(m_curl.get(), parts);
-    } catch (...) {
-        curl_easy_reset(m_curl.get());
-        throw;
-    }
-    SetOption(CURLOPT_MIMEPOST, form.get());
-    SetOption(CURLOPT_NOPROGRESS, 0L);
-    SetOption(CURLOPT_XFERINFOFUNCTION, &ReportProgress);
-    SetOption(CURLOPT_XFERINFODATA, &progress);
-    return PerformCurlRequest(url);
+    return OnHandle([&] {
+        SetOption(CURLOPT_POST, 1L);
+        Form form;  // belongs to the handle and goes before it
+        try {
+            form = MakeForm(m_curl.get(), parts);
+        } catch (...) {
+            curl_easy_reset(m_curl.get());
+            throw;
+        }
+        SetOption(CURLOPT_MIMEPOST, form.get());
+        SetOption(CURLOPT_NOPROGRESS, 0L);
+        SetOption(CURLOPT_XFERINFOFUNCTION, &ReportProgress);
+        SetOption(CURLOPT_XFERINFODATA, &progress);
+        return PerformCurlRequest(url);
+    });
 }
 
 Response RestClient::PostStream(const std::string& url, std::istream& stream) {
-    const long size = MeasureFromStart(stream);
-    SetOption(CURLOPT_POST, 1L);
-    // Deliberate: the size goes to the upload option, so a POST stream is sent chunked.
-    SetStream(stream, size);
-    return PerformCurlRequest(url);
+    return OnHandle([&] {
+        const long size = MeasureFromStart(stream);
+        SetOption(CURLOPT_POST, 1L);
+        // Deliberate: the size goes to the upload option, so a POST stream is sent chunked.
+        SetStream(stream, size);
+        return PerformCurlRequest(url);
+    });
 }
 
 Response RestClient::Post(const std::string& url, const std::string& body) {
-    SetOption(CURLOPT_POST, 1L);
-    SetOption(CURLOPT_POSTFIELDS, body.data());
-    SetOption(CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
-    return PerformCurlRequest(url);
+    return OnHandle([&] {
+        SetOption(CURLOPT_POST, 1L);
+        SetOption(CURLOPT_POSTFIELDS, body.data());
+        SetOption(CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
+        return PerformCurlRequest(url);
+    });
 }
 
 Response RestClient::PutStream(const std::string& url, std::istream& stream) {
-    const long size = MeasureFromStart(stream);
-    SetOption(kPutOption, 1L);
-    SetOption(CURLOPT_UPLOAD, 1L);
-    SetStream(stream, size);
-    return PerformCurlRequest(url);
+    return OnHandle([&] {
+        const long size = MeasureFromStart(stream);
+        SetOption(kPutOption, 1L);
+        SetOption(CURLOPT_UPLOAD, 1L);
+        SetStream(stream, size);
+        return PerformCurlRequest(url);
+    });
 }
 
 Response RestClient::Put(const std::string& url, const std::string& body) {
@@ -310,11 +418,13 @@ Response RestClient::Put(const std::string& url, const std::string& body) {
 }
 
 Response RestClient::PatchStream(const std::string& url, std::istream& stream) {
-    const long size = MeasureFromStart(stream);
-    SetOption(CURLOPT_CUSTOMREQUEST, "PATCH");
-    SetOption(CURLOPT_UPLOAD, 1L);
-    SetStream(stream, size);
-    return PerformCurlRequest(url);
+    return OnHandle([&] {
+        const long size = MeasureFromStart(stream);
+        SetOption(CURLOPT_CUSTOMREQUEST, "PATCH");
+        SetOption(CURLOPT_UPLOAD, 1L);
+        SetStream(stream, size);
+        return PerformCurlRequest(url);
+    });
 }
 
 Response RestClient::Patch(const std::string& url, const std::string& body) {
@@ -323,20 +433,26 @@ Response RestClient::Patch(const std::string& url, const std::string& body) {
 }
 
 Response RestClient::Delete(const std::string& url) {
-    SetOption(CURLOPT_CUSTOMREQUEST, "DELETE");
-    return PerformCurlRequest(url);
+    return OnHandle([&] {
+        SetOption(CURLOPT_CUSTOMREQUEST, "DELETE");
+        return PerformCurlRequest(url);
+    });
 }
 
 Response RestClient::Head(const std::string& url) {
-    SetOption(CURLOPT_CUSTOMREQUEST, "HEAD");
-    SetOption(CURLOPT_NOBODY, 1L);
-    return PerformCurlRequest(url);
+    return OnHandle([&] {
+        SetOption(CURLOPT_CUSTOMREQUEST, "HEAD");
+        SetOption(CURLOPT_NOBODY, 1L);
+        return PerformCurlRequest(url);
+    });
 }
 
 Response RestClient::Options(const std::string& url) {
-    SetOption(CURLOPT_CUSTOMREQUEST, "OPTIONS");
-    SetOption(CURLOPT_NOBODY, 1L);
-    return PerformCurlRequest(url);
+    return OnHandle([&] {
+        SetOption(CURLOPT_CUSTOMREQUEST, "OPTIONS");
+        SetOption(CURLOPT_NOBODY, 1L);
+        return PerformCurlRequest(url);
+    });
 }
 
 int RestClient::CheckResponse(const Response& response) {
@@ -355,14 +471,19 @@ int RestClient::CheckResponse(const Response& response) {
 }
 
 Response RestClient::PerformCurlRequest(const std::string& url) {
-    Response response;
+    Reception reception;
     const ResetAtEnd resetAtEnd(m_curl.get());
+    if (url.size() > kMaxUrlBytes) {
+        reception.Fail(CURLE_URL_MALFORMAT,
+                       "Address too long: more than " + std::to_string(kMaxUrlBytes) + " bytes");
+        return std::move(reception.response);
+    }
     const KeptException kept;
     char errorText[CURL_ERROR_SIZE] = {};
 
     ApplyEncoding();
     SetText(CURLOPT_URL, url);
-    ApplyReceivers(response);
+    ApplyReceivers(reception);
     const HeaderLines headerLines = ApplyHeaders();
     ApplyBasicAuth();
     SetText(CURLOPT_USERAGENT, m_userAgent);
@@ -374,33 +495,34 @@ Response RestClient::PerformCurlRequest(const std::string& url) {
     ApplyProxy();
     ApplyCookies();
     SetOption(CURLOPT_ERRORBUFFER, &errorText[0]);
-    // Header names arrive as the server spells them; HTTP/2 would put them into lower case.
-    SetOption(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+    ApplySafeguards(url);
 
-    response.curlCode = curl_easy_perform(m_curl.get());
+    const CURLcode code = curl_easy_perform(m_curl.get());
     kept.RethrowIfAny();
-    if (response.curlCode == CURLE_OK) {
-        CollectAnswer(response);
+    reception.response.curlCode = code;
+    if (code == CURLE_OK) {
+        CollectAnswer(reception);
     } else {
-        response.body = errorText;
+        reception.Fail(code, reception.refusal.empty() ? &errorText[0] : reception.refusal);
+        BoundUnseenCookies(reception);
     }
-    return response;
+    return std::move(reception.response);
 }
 
 void RestClient::ApplyEncoding() {
     if (m_acceptGzip) SetOption(CURLOPT_ACCEPT_ENCODING, "gzip");
 }
 
-void RestClient::ApplyReceivers(Response& response) {
+void RestClient::ApplyReceivers(Reception& reception) {
     if (m_bodySink != nullptr) {
         SetOption(CURLOPT_WRITEFUNCTION, &WriteToSink);
         SetOption(CURLOPT_WRITEDATA, m_bodySink);
     } else {
-        SetOption(CURLOPT_WRITEFUNCTION, &ReceiveBody);
-        SetOption(CURLOPT_WRITEDATA, &response);
+        SetOption(CURLOPT_WRITEFUNCTION, &Reception::Receive<&Reception::TakeBody>);
+        SetOption(CURLOPT_WRITEDATA, &reception);
     }
-    SetOption(CURLOPT_HEADERFUNCTION, &ReceiveHeader);
-    SetOption(CURLOPT_HEADERDATA, &response);
+    SetOption(CURLOPT_HEADERFUNCTION, &Reception::Receive<&Reception::TakeHeader>);
+    SetOption(CURLOPT_HEADERDATA, &reception);
 }
 
 RestClient::HeaderLines RestClient::ApplyHeaders() {
@@ -476,17 +598,42 @@ void RestClient::ApplyCookies() {
     SetTextUnlessEmpty(CURLOPT_COOKIELIST, m_cookieList);
 }
 
-void RestClient::CollectAnswer(Response& response) {
+void RestClient::ApplySafeguards(const std::string& url) {
+    // Header names arrive as the server spells them; HTTP/2 would put them into lower case.
+    SetOption(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+    // The credentials follow a redirect, and by ftp or http they would travel in clear.
+    if (IsHttps(url)) SetOption(CURLOPT_REDIR_PROTOCOLS_STR, "https");
+    // Children of the host's process do not inherit the connection.
+    SetOption(CURLOPT_OPENSOCKETFUNCTION, &OpenSocket);
+}
+
+void RestClient::CollectAnswer(Reception& reception) {
     long status = 0;
     curl_easy_getinfo(m_curl.get(), CURLINFO_RESPONSE_CODE, &status);
-    response.httpCode = static_cast<std::int32_t>(status);
+    reception.response.httpCode = static_cast<std::int32_t>(status);
+    CollectCookies(reception);
+}
 
+void RestClient::CollectCookies(Reception& reception) {
+    m_unseenHeaderBytes = 0;
     curl_slist* list = nullptr;
     if (curl_easy_getinfo(m_curl.get(), CURLINFO_COOKIELIST, &list) != CURLE_OK) return;
     const HeaderLines cookies(list);
+    std::size_t bytes = 0;
     for (const curl_slist* line = list; line != nullptr; line = line->next) {
-        response.cookies.emplace_back(line->data);
+        bytes += reception.response.cookies.emplace_back(line->data).size();
     }
+    if (bytes <= kMaxCookieBytes) return;
+    SetOption(CURLOPT_COOKIELIST, "ALL");  // else every exchange from now on would fail
+    reception.Fail(CURLE_WRITE_ERROR, TooLarge(kMaxCookieBytes, "cookies"));
+}
+
+// Cookies come with failed exchanges too, whose answers nobody collects.
+void RestClient::BoundUnseenCookies(const Reception& reception) {
+    m_unseenHeaderBytes += reception.headerBytes;
+    if (m_unseenHeaderBytes <= kMaxCookieBytes) return;
+    Reception onlyCookies;
+    CollectCookies(onlyCookies);
 }
 
 void RestClient::SetStream(std::istream& stream, long size) {

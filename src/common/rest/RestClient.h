@@ -4,6 +4,7 @@
 
 #include <curl/curl.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <map>
@@ -14,14 +15,38 @@
 
 namespace Rest {
 
-// RestClientInterface on one handle of libcurl. Between requests the handle holds connections and
-// cookies but no options: each request sets them all afresh from the members below, and what one
-// request needed cannot leak into the next.
+// RestClientInterface over libcurl. Connections and cookies live as long as the object; options do
+// not: each request sets them all afresh from the members below, and what one request needed cannot
+// leak into the next.
+//
+// libcurl before 8.1.0 corrupts the heap when a handle that was used meets an answer whose first
+// header line begins with a blank. There each request has a handle to itself, and connections, TLS
+// sessions, names and cookies live in a share. A handle that cannot be made fails the request: code
+// 2, no status, "Couldn't initialize curl handle" as the body.
 //
 // Speaks HTTP/1.1 only: later versions deliver header names in lower case, and BMCs' answers are
-// searched for names as they are spelled.
+// searched for names as they are spelled. Redirects lead from https to https alone. Children of the
+// process do not inherit the connections.
+//
+// What a server can make the object hold is bounded (kMaxBodyBytes and the bounds beside it). An
+// answer beyond a bound fails the exchange: code 23 and, as the body, a text that begins with
+// "Answer too large: ".
 class RestClient : public RestClientInterface {
 public:
+    // Of one body, as it is after decompression. A body sink takes any size.
+    static constexpr std::size_t kMaxBodyBytes = std::size_t{4} * 1024 * 1024;
+
+    // Of all header lines of one exchange: interim answers, redirects and trailers count too.
+    static constexpr std::size_t kMaxHeaderBytes = std::size_t{256} * 1024;
+
+    // Of all cookies that the object holds, in the form of Response::cookies. Beyond it they are
+    // all dropped.
+    static constexpr std::size_t kMaxCookieBytes = std::size_t{1024} * 1024;
+
+    // A longer address, which a server's answer may have named, is not asked for: code 3. libcurl
+    // would call it "Out of memory".
+    static constexpr std::size_t kMaxUrlBytes = std::size_t{64} * 1024;
+
     // Throws std::runtime_error "Couldn't initialize curl handle".
     RestClient();
     ~RestClient() override = default;
@@ -85,15 +110,28 @@ private:
     struct CleanUp {
         void operator()(CURL* curl) const noexcept { curl_easy_cleanup(curl); }
     };
+    struct CleanUpShare {
+        void operator()(CURLSH* share) const noexcept { curl_share_cleanup(share); }
+    };
     struct FreeLines {
         void operator()(curl_slist* lines) const noexcept { curl_slist_free_all(lines); }
     };
     using HeaderLines = std::unique_ptr<curl_slist, FreeLines>;
 
+    struct Reception;
+    class UsedUp;
+
+    void MakeShare();
+    bool MakeHandle();
+
+    // What every request kind does, around the setting of its own options and the perform.
+    template <typename Action>
+    Response OnHandle(Action action);
+
     Response PerformCurlRequest(const std::string& url);
 
     void ApplyEncoding();
-    void ApplyReceivers(Response& response);
+    void ApplyReceivers(Reception& reception);
     HeaderLines ApplyHeaders();  // the result has to outlive the transfer
     void ApplyBasicAuth();
     void ApplyTimeouts();
@@ -102,7 +140,10 @@ private:
     void ApplyClientCertificate();
     void ApplyProxy();
     void ApplyCookies();
-    void CollectAnswer(Response& response);
+    void ApplySafeguards(const std::string& url);
+    void CollectAnswer(Reception& reception);
+    void CollectCookies(Reception& reception);
+    void BoundUnseenCookies(const Reception& reception);
 
     void SetStream(std::istream& stream, long size);
     void SetText(CURLoption option, const std::string& text);
@@ -110,7 +151,10 @@ private:
     template <typename Value>
     void SetOption(CURLoption option, Value value);
 
-    std::unique_ptr<CURL, CleanUp> m_curl;
+    // Null where one handle serves for the whole life.
+    std::unique_ptr<CURLSH, CleanUpShare> m_share;
+    std::unique_ptr<CURL, CleanUp> m_curl;  // with a share, null between requests
+    std::size_t m_unseenHeaderBytes = 0;    // of failed exchanges since the cookies were last seen
     std::map<std::string, std::string> m_headers;
     std::int32_t m_timeout = -1;  // seconds
     bool m_followRedirects = false;

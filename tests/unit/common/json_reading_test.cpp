@@ -66,11 +66,43 @@ TEST(ReadJson, ClosingBracketsAheadDoNotHideANesting) {
               RefusalOf(std::string(600, ']') + std::string(100000, '[')));
 }
 
-TEST(ReadJson, SixteenMebibytesAreReadAndOneByteMoreRefused) {
-    const std::size_t limit = 16 * 1024 * 1024;
+TEST(ReadJson, FourMebibytesAreReadAndOneByteMoreRefused) {
+    const std::size_t limit = 4 * 1024 * 1024;
     EXPECT_EQ(limit - 2, ReadJson("\"" + std::string(limit - 2, 'x') + "\"").data().size());
-    EXPECT_EQ("<unspecified file>: more than 16777216 bytes",
+    EXPECT_EQ("<unspecified file>: more than 4194304 bytes",
               RefusalOf("\"" + std::string(limit - 1, 'x') + "\""));
+}
+
+TEST(ReadJson, SixtyFourKibiValuesAreReadAndOneMoreRefused) {
+    struct {
+        std::string open, value, close;
+        std::size_t most;  // beside the array or object itself
+        const char* why;
+    } const rows[] = {
+        {"[", "0", "]", 65535, "numbers"},
+        {"[", "{}", "]", 65535, "empty objects"},
+        {"[", "[ ]", "]", 65535, "empty arrays"},
+        {"[ ", " \"a,[\\\"{,\" ", " ]", 65535, "strings"},
+        {"{", "\"a\":0", "}", 65535, "members; their names do not count"},
+        {"[", "[0]", "]", 32767, "arrays of one: two values each"},
+        {"[", "{\"a\":{}}", "]", 32767, "objects of one: two values each"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        std::string text = row.open + row.value;
+        for (std::size_t i = 1; i < row.most; ++i) text.append(",").append(row.value);
+
+        EXPECT_EQ(row.most, ReadJson(text + row.close).size());
+        const std::string oneMore = text + "," + row.value + row.close;
+        EXPECT_EQ("<unspecified file>: more than 65536 values", RefusalOf(oneMore));
+    }
+}
+
+TEST(ReadJson, ValuesOfAllLevelsCountTogether) {
+    std::string text = "[[0]";
+    for (int i = 0; i < 65533; ++i) text += ",0";
+    EXPECT_NO_THROW(ReadJson(text + "]"));
+    EXPECT_EQ("<unspecified file>: more than 65536 values", RefusalOf(text + ",0]"));
 }
 
 TEST(ReadJson, TextThatIsNoJsonIsRefusedWithTheReadersText) {

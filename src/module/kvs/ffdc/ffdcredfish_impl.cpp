@@ -71,10 +71,12 @@ using Json = boost::property_tree::ptree;
 
 std::string Text(const Json& value) { return value.get_value<std::string>(); }
 
+// As many as there are, but no more than four: that is too many already.
 std::vector<std::string> Pieces(const std::string& version) {
     std::vector<std::string> pieces;
     std::istringstream rest(version + ".");  // so the last piece, too, ends with a dot
-    for (std::string piece; std::getline(rest, piece, '.');) pieces.push_back(piece);
+    std::string piece;
+    while (pieces.size() < 4 && std::getline(rest, piece, '.')) pieces.push_back(piece);
     return pieces;
 }
 
@@ -113,8 +115,12 @@ void LogDumpedTo(const std::string& path) {
     LOG_LINE(kTrace) << "FFDC has been been dumped to path: " << path;
 }
 
-void LogBrokenWait(const char* reason) {
-    LOG_LINE(kFailure) << "Waiting for the FFDC task was ended by an exception: " << reason;
+// With no memory left there is no line.
+void LogBrokenWait(const char* reason) noexcept {
+    try {
+        LOG_LINE(kFailure) << "Waiting for the FFDC task was ended by an exception: " << reason;
+    } catch (...) {
+    }
 }
 
 // The task state in a BMC's own words, which may stand among others; the first match counts.
@@ -170,6 +176,7 @@ KEMFfdcRedfishImpl::~KEMFfdcRedfishImpl() {
 
 void KEMFfdcRedfishImpl::BuildClient(const VarnexConnection::ConnectionInfo& info,
                                      Redirects redirects) {
+    m_restClient.reset();  // first: the BMC loses its connection before it is asked for another
     m_restClient.reset(new (std::nothrow) Rest::RedfishClient);
     if (!m_restClient) {
         LOG_LINE(kFailure) << "Failed to construct rest client point.";
@@ -325,11 +332,11 @@ void KEMFfdcRedfishImpl::RunWait(const std::string& baseUrl) noexcept {
     try {
         WaitForTask(baseUrl);
     } catch (const std::exception& failure) {
+        m_taskState = TaskError;
         LogBrokenWait(failure.what());
-        m_taskState = TaskError;
     } catch (...) {
-        LogBrokenWait("Unknown exception");
         m_taskState = TaskError;
+        LogBrokenWait("Unknown exception");
     }
 }
 

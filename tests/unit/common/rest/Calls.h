@@ -11,7 +11,8 @@
 // What the engine does with libcurl, as fakes::FakeCurl::TakeCalls() lists it.
 using Calls = std::vector<std::string>;
 
-// A GET of https://bmc/ by a client that nothing was set on, answered.
+// A GET of https://bmc/ by a client that nothing was set on, answered. The three options before the
+// perform are ours alone; safeguards_test.cpp says what each is for.
 inline Calls PlainGet() {
     return {"CURLOPT_URL https://bmc/",
             "CURLOPT_WRITEFUNCTION function",
@@ -26,6 +27,8 @@ inline Calls PlainGet() {
             "CURLOPT_COOKIEJAR -",
             "CURLOPT_ERRORBUFFER pointer",
             "CURLOPT_HTTP_VERSION 2",  // 1.1
+            "CURLOPT_REDIR_PROTOCOLS_STR https",
+            "CURLOPT_OPENSOCKETFUNCTION function",
             "curl_easy_perform",
             "CURLINFO_RESPONSE_CODE",
             "CURLINFO_COOKIELIST",

@@ -80,6 +80,8 @@ TEST_F(RedfishClientForwarding, EverySettingReachesTheEngine) {
             "CURLOPT_COOKIEJAR -",
             "CURLOPT_ERRORBUFFER pointer",
             "CURLOPT_HTTP_VERSION 2",
+            "CURLOPT_REDIR_PROTOCOLS_STR https",
+            "CURLOPT_OPENSOCKETFUNCTION function",
             "curl_easy_perform",
             "CURLINFO_RESPONSE_CODE",
             "CURLINFO_COOKIELIST",

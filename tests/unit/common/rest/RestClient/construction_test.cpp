@@ -63,19 +63,4 @@ TEST(RestClientConstruction, AResponseBeginsWithoutCodes) {
     EXPECT_TRUE(response.cookies.empty());
 }
 
-// The one option that is ours alone: libcurl would otherwise choose HTTP/2, which delivers header
-// names in lower case.
-TEST(RestClientConstruction, Http11IsAskedForImmediatelyBeforeThePerform) {
-    fakes::FakeCurl web;
-    Rest::RestClient client;
-    web.Answer(200);
-
-    client.Get("https://bmc/");
-
-    const Calls calls = web.TakeCalls();
-    const auto perform = std::find(calls.begin(), calls.end(), "curl_easy_perform");
-    ASSERT_NE(calls.end(), perform);
-    EXPECT_EQ("CURLOPT_HTTP_VERSION 2", *(perform - 1));
-}
-
 }  // namespace

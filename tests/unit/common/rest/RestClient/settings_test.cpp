@@ -342,6 +342,8 @@ TEST_F(RestClientSettings, AllSettingsTogetherKeepTheirOrderAndHoldForTheNextReq
                             "CURLOPT_COOKIELIST Set-Cookie: a=1",
                             "CURLOPT_ERRORBUFFER pointer",
                             "CURLOPT_HTTP_VERSION 2",
+                            "CURLOPT_REDIR_PROTOCOLS_STR https",
+                            "CURLOPT_OPENSOCKETFUNCTION function",
                             "curl_easy_perform",
                             "CURLINFO_RESPONSE_CODE",
                             "CURLINFO_COOKIELIST",

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "fakes/FakeMemory.h"
 #include "unit/module/kvs/ffdc/RedfishTest.h"
 
 using fakes::Failure;
@@ -174,6 +175,40 @@ TEST_F(RedfishResetConn, AnotherHostIsAskedForItsVersionAtItsNewPlace) {
                             Trace("curlCode: 0, httpCode: 404, body:\n{}"),
                             Trace("Regard as successfully to connect to "
                                   "https://10.0.0.6:443/redfish/v1/TaskService/Tasks/8A6CA3D3EC")));
+}
+
+TEST_F(RedfishResetConn, FromAnOlderBmcToOneWithABrokenVersionTheNewerFormsHold) {
+    KEMFfdcRedfishImpl& channel = ChannelFor("1.5.0");
+    other.host = "10.0.0.6";
+    web.Answer(200, R"({"RedfishVersion":"1.6"})");
+    web.Answer(404);
+
+    EXPECT_EQ(0, channel.ResetConn(other));
+
+    EXPECT_EQ("https://10.0.0.6:443/redfish/v1/TaskService/Tasks/8A6CA3D3EC", LastRequest().url);
+}
+
+TEST_F(RedfishResetConn, TheOldConnectionEndsBeforeTheNewOneIsMade) {
+    KEMFfdcRedfishImpl& channel = Channel();
+    web.TakeCalls();
+    web.Answer(404);
+
+    channel.ResetConn(other);
+
+    const std::vector<std::string> calls = web.TakeCalls();
+    EXPECT_EQ("curl_easy_cleanup", calls[0]);
+    EXPECT_EQ("curl_easy_init", calls[1]);
+}
+
+TEST_F(RedfishResetConn, WithoutMemoryForANewClientTheOldOneIsGone) {
+    KEMFfdcRedfishImpl& channel = Channel();
+    const fakes::FakeMemory memory;
+
+    EXPECT_EQ(1, channel.ResetConn(other));
+
+    EXPECT_THAT(log.Lines(), ElementsAre(Failure("Failed to construct rest client point.")));
+    EXPECT_EQ(2, channel.Apply());
+    EXPECT_EQ(1U, RequestCount());
 }
 
 TEST_F(RedfishResetConn, HostsAreComparedByteByByte) {

@@ -117,6 +117,20 @@ TEST_F(RedfishConstruction, FailedVersionQueryIsAWarningAndLeavesTheNewerForms) 
     EXPECT_EQ(kNewerProbe, ProbedPath(channel));
 }
 
+TEST_F(RedfishConstruction, AVersionAnsweredWithAStatusFrom300To399IsTaken) {
+    for (const long status : {300L, 399L}) {
+        web.Answer(status, R"({"RedfishVersion":"1.5.9"})");
+
+        EXPECT_EQ(kOlderProbe, ProbedPath(Construct())) << status;
+    }
+}
+
+TEST_F(RedfishConstruction, AVersionOfMillionsOfDotsHasNotThreePieces) {
+    web.Answer(200, "{\"RedfishVersion\":\"" + std::string(4000000, '.') + "\"}");
+
+    EXPECT_EQ(kNewerProbe, ProbedPath(Construct()));
+}
+
 TEST_F(RedfishConstruction, UnreachableBmcIsAWarningWithCurlsCodeAndText) {
     web.Fail(CURLE_COULDNT_CONNECT, "Connection refused");
 

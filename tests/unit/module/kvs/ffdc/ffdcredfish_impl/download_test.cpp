@@ -60,6 +60,15 @@ TEST_F(RedfishRequestSession, RefusedSessionReturns2) {
                                          Failure("curlCode: 0, httpCode: 401, body:\nno")));
 }
 
+TEST_F(RedfishRequestSession, AStatusFrom300To399IsNoFailure) {
+    for (const long status : {300L, 302L, 399L}) {
+        KEMFfdcRedfishImpl& channel = Channel();
+        web.Answer(status, "", {"X-Auth-Token: abc"});
+
+        EXPECT_EQ(0, channel.RequestSession()) << status;
+    }
+}
+
 TEST_F(RedfishRequestSession, HeaderNameInAnotherLetterCaseIsNoToken) {
     KEMFfdcRedfishImpl& channel = Channel();
     web.Answer(201, "", {"x-auth-token: abc"});

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <boost/property_tree/json_parser.hpp>
+#include <new>
 
 #include "unit/module/kvs/ffdc/RedfishTest.h"
 
@@ -117,6 +118,37 @@ TEST_F(RedfishApply, RefusedExportReturns2AndForgetsTheEarlierTask) {
     EXPECT_THAT(log.Lines(), ElementsAre(Failure(std::string("Failed post info to ") + kExportUrl),
                                          Failure("curlCode: 0, httpCode: 400, body:\nno")));
     EXPECT_EQ(kBase, PolledUrl());
+}
+
+TEST_F(RedfishApply, WithoutAClientTheEarlierTaskIsForgottenToo) {
+    KEMFfdcRedfishImpl& channel = ChannelWithTask("42");
+    channel.Disconnect();
+
+    EXPECT_EQ(2, channel.Apply());
+
+    web.Answer(404);
+    EXPECT_EQ(0, channel.ResetConn(conn));
+    EXPECT_EQ(kBase, PolledUrl());
+}
+
+TEST_F(RedfishApply, TheEarlierTaskIsForgottenBeforeTheExportIsPosted) {
+    KEMFfdcRedfishImpl& channel = ChannelWithTask("42");
+    web.Play([](fakes::Transfer&) -> CURLcode { throw std::bad_alloc(); });
+
+    EXPECT_THROW(channel.Apply(), std::bad_alloc);
+
+    EXPECT_EQ(kBase, PolledUrl());
+}
+
+TEST_F(RedfishApply, AStatusFrom300To399IsAnAcceptedExport) {
+    for (const long status : {300L, 302L, 304L, 399L}) {
+        KEMFfdcRedfishImpl& channel = Channel();
+        web.Answer(status, R"({"Id":"42"})");
+
+        EXPECT_EQ(0, channel.Apply()) << status;
+
+        EXPECT_EQ("https://10.0.0.5:443/redfish/v1/TaskService/Tasks/42", PolledUrl());
+    }
 }
 
 TEST_F(RedfishApply, BrokenTransferReturns2WithCurlsCodeAndText) {

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <chrono>
+#include <new>
+#include <thread>
 
 #include "unit/module/kvs/ffdc/RedfishTest.h"
 
@@ -108,6 +110,30 @@ TEST_F(RedfishParseTaskState, ExceptionAndKilledHaveTheirLines) {
             Failure(R"(The successful GET request's response shows "TaskState":"Killed"! )")));
 }
 
+TEST_F(RedfishParseTaskState, ExceptionIsLookedForBeforeKilled) {
+    EXPECT_EQ(3, KEMFfdcRedfishImpl::ParseTaskState(Answer(State("KilledByException"))));
+
+    EXPECT_THAT(log.Lines(),
+                ElementsAre(Failure(
+                    R"(The successful GET request's response shows "TaskState":"Exception"! )")));
+}
+
+TEST_F(RedfishParseTaskState, AnErrorWithoutATaskStateIsTheErrorNotTheMissingState) {
+    EXPECT_EQ(3, KEMFfdcRedfishImpl::ParseTaskState(Answer(R"({"error":{"code":"1"}})")));
+
+    EXPECT_THAT(log.Lines(), ElementsAre(Failure("GET request received error response. ")));
+}
+
+TEST_F(RedfishParseTaskState, AStatusFrom300To399IsNoFailure) {
+    for (const int status : {300, 302, 304, 399}) {
+        Rest::Response response = Answer(State("Running"));
+        response.httpCode = status;
+
+        EXPECT_EQ(1, KEMFfdcRedfishImpl::ParseTaskState(response)) << status;
+    }
+    EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
 TEST_F(RedfishParseTaskState, ABodyWithBothErrorAndTaskStateGives3) {
     EXPECT_EQ(
         3, KEMFfdcRedfishImpl::ParseTaskState(Answer(R"({"TaskState":"Completed","error":{}})")));
@@ -150,8 +176,9 @@ TEST_F(RedfishParseTaskState, ABodyThatIsNoJsonGives3WithTheReadersText) {
         {"", "<unspecified file>(1): expected value"},
         {R"({"TaskState":"Comp)", "<unspecified file>(1): unterminated string"},
         {std::string(100000, '['), "<unspecified file>: more than 512 nested levels"},
-        {"\"" + std::string(17 * 1024 * 1024, 'x') + "\"",
-         "<unspecified file>: more than 16777216 bytes"},
+        {"\"" + std::string(5 * 1024 * 1024, 'x') + "\"",
+         "<unspecified file>: more than 4194304 bytes"},
+        {"[" + std::string(70000, ',') + "]", "<unspecified file>: more than 65536 values"},
     };
     for (const Row& row : rows) {
         EXPECT_EQ(3, KEMFfdcRedfishImpl::ParseTaskState(Answer(row.body)));
@@ -190,6 +217,34 @@ TEST_F(RedfishTaskWait, FollowsTheTaskUntilItIsCompleted) {
                     Trace("Found \"Tavrin\" in KTC Redfish response. "),
                     Trace("Found \"FFDCForDownloading\" in KTC Redfish response. "),
                     Trace("FFDC has been been dumped to path: /download/a.tar.gz")));
+}
+
+TEST_F(RedfishTaskWait, RunsOnAThreadOfItsOwnWhichHasEndedWhenTheCallerGoesOn) {
+    channel.SetTrialCount(2);
+    std::vector<std::thread::id> threads;
+    const auto running = [&threads](fakes::Transfer& transfer) {
+        threads.push_back(std::this_thread::get_id());
+        return transfer.Receive(200, State("Running"), {});
+    };
+    web.Play(running);
+    web.Play(running);
+
+    EXPECT_FALSE(Wait());
+
+    ASSERT_THAT(threads, SizeIs(2));
+    EXPECT_NE(std::this_thread::get_id(), threads[0]);
+    EXPECT_EQ(threads[0], threads[1]);
+}
+
+TEST_F(RedfishTaskWait, APollAnsweredWithARedirectIsNoFailure) {
+    channel.SetTrialCount(10);
+    for (int i = 0; i < 3; ++i) web.Answer(302, State("Running"));
+    web.Answer(399, State("Killed"));
+
+    EXPECT_FALSE(Wait());
+
+    EXPECT_EQ(4U, Polls());
+    EXPECT_THAT(Lines().back(), Failure(TaskLine("\" is killed. ")));
 }
 
 TEST_F(RedfishTaskWait, WithTheInitialTrialCountOf0OrWith1TheWaitPollsExactlyOnceAndSleepsOnce) {
@@ -370,6 +425,71 @@ TEST_F(RedfishTaskWait, AnExceptionInTheWaitIsALineAndState3NotTheEndOfTheProces
     EXPECT_THAT(
         Lines(),
         ElementsAre(Failure("Waiting for the FFDC task was ended by an exception: out of luck")));
-    web.Answer(404, "gone");
+}
+
+TEST_F(RedfishTaskWait, AThrownValueThatIsNoExceptionIsUnknown) {
+    web.Play([](fakes::Transfer&) -> CURLcode { throw 7; });
+
     EXPECT_FALSE(Wait());
+
+    EXPECT_THAT(Lines(), ElementsAre(Failure("Waiting for the FFDC task was ended by an exception: "
+                                             "Unknown exception")));
+}
+
+class RedfishTaskWaitAfterSuccess : public RedfishTaskWait {
+protected:
+    void SetUp() override {
+        web.Answer(200, R"({"TaskState":"Completed",
+                            "Oem":{"Tavrin":{"FFDCForDownloading":{"Path":"/a"}}}})");
+        ASSERT_TRUE(Wait());
+        log.Clear();
+    }
+
+    // What a wait reports that learns nothing: the state that the last one left.
+    bool IsStillCompleted() {
+        web.Answer(404, "gone");
+        return Wait();
+    }
+};
+
+TEST_F(RedfishTaskWaitAfterSuccess, AnExceptionLeavesState3) {
+    web.Play([](fakes::Transfer&) -> CURLcode { throw std::runtime_error("out of luck"); });
+
+    EXPECT_FALSE(Wait());
+
+    EXPECT_EQ("", path);
+    EXPECT_FALSE(IsStillCompleted());
+}
+
+TEST_F(RedfishTaskWaitAfterSuccess, AThrownValueThatIsNoExceptionLeavesState3) {
+    web.Play([](fakes::Transfer&) -> CURLcode { throw 7; });
+
+    EXPECT_FALSE(Wait());
+    EXPECT_FALSE(IsStillCompleted());
+}
+
+TEST_F(RedfishTaskWaitAfterSuccess, WithoutMemoryForItsLineAnExceptionStillLeavesState3) {
+    web.Play([this](fakes::Transfer&) -> CURLcode {
+        log.RunOutOfMemory();
+        throw std::bad_alloc();
+    });
+
+    EXPECT_FALSE(Wait());
+
+    log.HaveMemoryAgain();
+    EXPECT_THAT(Lines(), IsEmpty());
+    EXPECT_FALSE(IsStillCompleted());
+}
+
+TEST_F(RedfishTaskWaitAfterSuccess, ALineOfTheWaitItselfForWhichThereIsNoMemoryLeavesState3) {
+    web.Play([this](fakes::Transfer& transfer) {
+        const CURLcode code = transfer.Receive(200, State("Running"), {});
+        log.RunOutOfMemory();
+        return code;
+    });
+
+    EXPECT_FALSE(Wait());
+
+    log.HaveMemoryAgain();
+    EXPECT_FALSE(IsStillCompleted());
 }
