@@ -90,6 +90,22 @@ bool IsUnusableId(const std::string& answer) {
     return !id->is_number();
 }
 
+// The library's JSON reader takes so many values and no more.
+bool IsOfTooManyValues(const std::string& reason) {
+    constexpr char kEnd[] = " values";
+    const std::size_t length = sizeof kEnd - 1;
+    return reason.size() >= length && reason.compare(reason.size() - length, length, kEnd) == 0;
+}
+
+Outcome UnreadableTask(const std::string& reason) {
+    if (IsOfTooManyValues(reason)) {
+        return Failure(kTaskFailed, "The BMC's answer about the task is too large to be read (" +
+                                        Clean(reason) + "). It is no usable Redfish service.");
+    }
+    return Failure(kTaskFailed, "The BMC's answer about the task is not readable JSON (" +
+                                    Clean(reason) + "): the outcome of the task is not known.");
+}
+
 Outcome TaskFailure(const std::vector<Finding>& findings) {
     if (Has(findings, Sign::kTaskKilled)) {
         return Failure(kTaskFailed,
@@ -101,9 +117,7 @@ Outcome TaskFailure(const std::vector<Finding>& findings) {
             "The task ended with an exception on the BMC: the service data could not be gathered. See the BMC's own log.");
     }
     if (const Finding* unreadable = Last(findings, Sign::kTaskUnreadable)) {
-        return Failure(kTaskFailed, "The BMC's answer about the task is not readable JSON (" +
-                                        Clean(unreadable->text) +
-                                        "): the outcome of the task is not known.");
+        return UnreadableTask(unreadable->text);
     }
     if (Has(findings, Sign::kTaskIsError)) {
         return Failure(
@@ -135,6 +149,10 @@ Outcome LostTask(const Finding* failed) {
     const Finding& last = *failed;
     if (const auto other = OtherTrouble(last, "the question for the task", kTaskFailed)) {
         return *other;
+    }
+    if (last.curlCode == CURLE_URL_MALFORMAT) {
+        return Failure(kTaskFailed, "The BMC gave its task an Id that cannot be asked for (" +
+                                        Clean(last.text) + ").");
     }
     if (last.curlCode != 0) {
         return Failure(kNotConnected, "The connection to the BMC was lost while it gathered (" +

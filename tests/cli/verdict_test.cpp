@@ -135,6 +135,14 @@ TEST(EveryJudge, TellsWhatFailedWhereItWasNotTheConnection) {
     }
 }
 
+TEST(JudgeWait, ATaskWhoseAddressIsTooLongIsNotALostConnection) {
+    ExpectEnding(Kemffdc::JudgeWait(false, "",
+                                    {{Sign::kPollFailed, 3, -1,
+                                      "Address too long: more than 65536 bytes"}},
+                                    Options()),
+                 5, "an Id that cannot be asked for (Address too long: more than 65536 bytes)");
+}
+
 class JudgeWaitTest : public testing::Test {
 protected:
     Outcome Judge(const Findings& findings) {
@@ -160,6 +168,10 @@ TEST_F(JudgeWaitTest, FailedIsNotTheSameAsNotFinished) {
     ExpectEnding(Judge({running, {Sign::kTaskException, 0, 0, ""}, broken}), 5, "exception");
     ExpectEnding(Judge({running, {Sign::kTaskUnreadable, 0, 0, "bad"}, broken}), 5,
                  "not readable JSON (bad)");
+    ExpectEnding(Judge({running,
+                        {Sign::kTaskUnreadable, 0, 0, "<unspecified file>: more than 65536 values"},
+                        broken}),
+                 5, "is too large to be read (<unspecified file>: more than 65536 values)");
     ExpectEnding(Judge({running, {Sign::kTaskIsError, 0, 0, ""}, broken}), 5,
                  "answers with an error");
     ExpectEnding(Judge({running, {Sign::kTaskWithoutState, 0, 0, ""}, broken}), 5, "no TaskState");
