@@ -136,11 +136,11 @@ TEST(EveryJudge, TellsWhatFailedWhereItWasNotTheConnection) {
 }
 
 TEST(JudgeWait, ATaskWhoseAddressIsTooLongIsNotALostConnection) {
-    ExpectEnding(Kemffdc::JudgeWait(false, "",
-                                    {{Sign::kPollFailed, 3, -1,
-                                      "Address too long: more than 65536 bytes"}},
-                                    Options()),
-                 5, "an Id that cannot be asked for (Address too long: more than 65536 bytes)");
+    ExpectEnding(
+        Kemffdc::JudgeWait(false, "",
+                           {{Sign::kPollFailed, 3, -1, "Address too long: more than 65536 bytes"}},
+                           Options()),
+        5, "an Id that cannot be asked for (Address too long: more than 65536 bytes)");
 }
 
 class JudgeWaitTest : public testing::Test {
