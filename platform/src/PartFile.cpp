@@ -141,8 +141,9 @@ std::error_code PartFile::WriteGathered() {
     return {};
 }
 
-std::error_code PartFile::Commit() {
+std::error_code PartFile::Commit(bool synced) {
     if (const std::error_code error = WriteGathered()) return error;
+    if (synced && ::fsync(m_fd) != 0) return Failure(errno);
     if (const std::error_code error = Close()) return error;
     if (!StandsUnderItsName(m_fd)) return Failure(ESTALE);  // somebody removed or replaced it
     if (::renameat(m_folder, m_partName.c_str(), m_folder, m_name.c_str()) != 0) {
@@ -152,7 +153,18 @@ std::error_code PartFile::Commit() {
     (void)::fstat(m_fd, &m_status);
     ::close(m_fd);
     m_fd = -1;
-    return {};
+    return synced ? SyncFolder() : std::error_code();
+}
+
+// Through a descriptor of its own: the kept one is good for names alone. A folder that may not be
+// read cannot be synchronised, and the file in it is whole.
+std::error_code PartFile::SyncFolder() const {
+    const int fd = ::openat(m_folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) return {};
+    const int result = ::fsync(fd);
+    const int error = errno;
+    ::close(fd);
+    return result == 0 || error == EINVAL ? std::error_code() : Failure(error);
 }
 
 // A second descriptor keeps the lock while the first one is closed, which is when a network file

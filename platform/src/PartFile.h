@@ -37,9 +37,9 @@ public:
     // Gathers: what is written, and what it costs, is known with one of the next calls.
     std::error_code Append(const char* data, std::size_t size);
 
-    // Writes what is left, closes and renames. Not synchronised with the disk: an archive lost in a
-    // power failure is fetched again.
-    std::error_code Commit();
+    // Writes what is left, closes and renames. With `synced`, file and name are on the disk when it
+    // returns; without, an archive that a power failure takes has to be fetched again.
+    std::error_code Commit(bool synced);
 
     // After Commit().
     const std::string& Sha256() const { return m_sha256; }  // lower-case; empty without Hash()
@@ -56,6 +56,7 @@ private:
     bool StandsUnderItsName(int fd) const;
     std::error_code WriteGathered();
     std::error_code Close();
+    std::error_code SyncFolder() const;
     void EndHash();
     void Discard();
 

@@ -224,7 +224,7 @@ public:
                                                          std::to_string(m_bytes) +
                                                          " bytes that it announced");
         }
-        if (const std::error_code error = m_file.Commit()) return error;
+        if (const std::error_code error = m_file.Commit(IsSynced())) return error;
         TellResult();
         return {};
     }

@@ -77,6 +77,11 @@ std::chrono::seconds StallTime() {
     return std::chrono::seconds(std::max(seconds, 1));
 }
 
+bool IsSynced() {
+    static const bool synced = GetGlobalConfigValue("TRANSFER_SYNC", 0) != 0;
+    return synced;
+}
+
 std::string CaFile() { return EnvironmentText("VARNEX_CA_FILE"); }
 
 bool IsHttps(const Uri& uri) { return ::strcasecmp(uri.scheme().c_str(), "https") == 0; }

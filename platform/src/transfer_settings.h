@@ -50,6 +50,9 @@ private:
 constexpr long kStallSpeed = 30;  // bytes per second
 std::chrono::seconds StallTime();
 
+// Whether files are brought onto the disk before they get their names; read once per process.
+bool IsSynced();
+
 // The two protocols there are.
 bool IsHttps(const Uri& uri);
 bool IsSftp(const Uri& uri);

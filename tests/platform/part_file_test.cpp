@@ -60,6 +60,25 @@ TEST_F(FileClientDisk, InterruptedAndShortWritesGoOn) {
     }
 }
 
+TEST_F(FileClientDisk, IsSynchronisedWhereTheOperatorSaysSo) {
+    Environment("VARNEX_TRANSFER_SYNC", "1");
+    {
+        const DiskFaults disk("fsync:" + folder.Path() + ":*:delay=0");
+        EXPECT_EQ("", Text(Download(bmc.At("/file/5000000"))));
+        EXPECT_EQ(2, disk.Played()) << "the file and its folder";
+    }
+    std::filesystem::remove(target);
+
+    EXPECT_EQ("generic:5 Input/output error", On("fsync", "1:EIO"));
+    ExpectNothingLeft();
+}
+
+TEST_F(FileClientDisk, IsNotSynchronisedByDefault) {
+    const DiskFaults disk("fsync:" + folder.Path() + ":*:EIO");
+    EXPECT_EQ("", Text(Download(bmc.At("/file/5000000"))));
+    EXPECT_EQ(0, disk.Played());
+}
+
 TEST_F(FileClientDisk, BytesAreWrittenInLargePieces) {
     const DiskFaults disk("write:" + folder.Path() + ":*:delay=0");
 
