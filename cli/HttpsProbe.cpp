@@ -370,7 +370,8 @@ Answer HttpsProbe::Explain(int code, const std::string& detail) const {
     if (IsOverTls(code)) return ExplainTls(code, why);
     switch (code) {
         case CURLE_COULDNT_RESOLVE_PROXY:
-            return Failed(Stage::kResolve, "The name of the proxy is not known" + why +
+            return Failed(Stage::kResolve, "The proxy that the environment names cannot be found" +
+                                               why +
                                                " Correct the environment, or use --no-proxy.");
         case CURLE_COULDNT_RESOLVE_HOST:
             return Failed(Stage::kResolve, "The name of the BMC is not known" + why +
@@ -414,6 +415,10 @@ Answer HttpsProbe::ExplainTimeout() const {
         return Failed(Stage::kTls, m_place + " accepts connections but does not begin HTTPS" +
                                        connectBound +
                                        ". Check --port; a BMC that hangs needs a reset.");
+    }
+    if (m_connection->Reached(CURLINFO_STARTTRANSFER_TIME_T)) {
+        return Failed(Stage::kService, m_place + " begins to answer but does not end" + bound +
+                                           ". A BMC that hangs needs a reset.");
     }
     return Failed(Stage::kService, m_place + " speaks HTTPS but does not answer" + bound +
                                        ". A BMC that hangs needs a reset.");

@@ -47,6 +47,12 @@ private:
                             Http(answer) +
                             " The library has none to show: switch that demand off on the BMC.");
         }
+        if (answer.httpCode == 502 || answer.httpCode == 504) {
+            return Fail(Stage::kService,
+                        "What answers at " + m_place + " is a gateway that does not reach the BMC" +
+                            Http(answer) + " Check the gateway and the BMC behind it.");
+        }
+        if (answer.httpCode >= 500) return Failing(answer);
         if (answer.httpCode < 200 || answer.httpCode > 299) {
             return Fail(Stage::kService, "There is no Redfish service at " + m_place +
                                              Http(answer) +
@@ -76,9 +82,7 @@ private:
             m_result.limit = "The BMC has no /redfish/v1/Managers/1; it will refuse the export.";
             m_result.facts.notes.push_back(m_result.limit);
         } else if (answer.httpCode < 200 || answer.httpCode > 299) {
-            return Fail(Stage::kLogin, "The Redfish service at " + m_place +
-                                           " fails on an ordinary request" + Http(answer) +
-                                           " Try later; a BMC that hangs needs a reset.");
+            return Failing(answer);
         } else if (const auto manager = ReadObject(answer.body)) {
             m_result.facts.model = TextMember(*manager, "Model");
             m_result.facts.firmware = TextMember(*manager, "FirmwareVersion");
@@ -93,7 +97,7 @@ private:
         if (!answer.lowerCaseNames) return;
         m_result.facts.notes.emplace_back(
             "Header names come in lower case: something between here and the BMC changes them. The "
-            "archive cannot be downloaded so; go round it, or use --export-uri.");
+            "archive cannot be downloaded that way; go round it, or use --export-uri.");
     }
 
     Answer GetAsUser(const char* path) {
@@ -106,6 +110,12 @@ private:
         if (answer.httpCode != 503) return true;
         m_result.state = Preflight::State::kStarting;
         return false;
+    }
+
+    bool Failing(const Answer& answer) {
+        return Fail(Stage::kService, "The service at " + m_place + " fails on an ordinary request" +
+                                         Http(answer) +
+                                         " Try later; a BMC that hangs needs a reset.");
     }
 
     bool Refused(const Answer& answer) {

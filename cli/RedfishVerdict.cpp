@@ -70,6 +70,20 @@ bool IsNoSuchOperation(int httpCode) {
     return httpCode == 404 || httpCode == 405 || httpCode == 501;
 }
 
+// A BMC's refusals are JSON objects, those of web servers and gateways pages.
+constexpr char kPerhapsGateway[] = " A gateway before the BMC may have answered in its place.";
+
+// "<unspecified file>(1): expected value" as "line 1: expected value"; there is no file.
+std::string ReaderWords(const std::string& text) {
+    const std::string noFile = "<unspecified file>";
+    if (text.compare(0, noFile.size(), noFile) != 0) return Clean(text);
+    const std::string rest = text.substr(noFile.size());
+    const std::size_t end = rest.find("): ");
+    if (rest.compare(0, 2, ": ") == 0) return Clean(rest.substr(2));
+    if (rest.empty() || rest[0] != '(' || end == std::string::npos) return Clean(text);
+    return Clean("line " + rest.substr(1, end - 1) + rest.substr(end + 1));
+}
+
 // Bytes that may stand in one segment of a path (RFC 3986) unencoded: the library puts the Id into
 // the task's address as it is.
 bool IsSegment(const std::string& id) {
@@ -100,10 +114,12 @@ bool IsOfTooManyValues(const std::string& reason) {
 Outcome UnreadableTask(const std::string& reason) {
     if (IsOfTooManyValues(reason)) {
         return Failure(kTaskFailed, "The BMC's answer about the task is too large to be read (" +
-                                        Clean(reason) + "). It is no usable Redfish service.");
+                                        ReaderWords(reason) +
+                                        "). It is no usable Redfish service.");
     }
     return Failure(kTaskFailed, "The BMC's answer about the task is not readable JSON (" +
-                                    Clean(reason) + "): the outcome of the task is not known.");
+                                    ReaderWords(reason) +
+                                    "): the outcome of the task is not known.");
 }
 
 Outcome TaskFailure(const std::vector<Finding>& findings) {
@@ -158,7 +174,12 @@ Outcome LostTask(const Finding* failed) {
         return Failure(kNotConnected, "The connection to the BMC was lost while it gathered (" +
                                           Words(last) + "). It may go on gathering.");
     }
-    if (last.httpCode == 401 || last.httpCode == 403) return WrongCredentials(Words(last));
+    if (last.httpCode == 401 || last.httpCode == 403) {
+        return Failure(kNotConnected,
+                       "The BMC no longer accepts the credentials (" + Words(last) +
+                           "). The account may have been locked or changed; the BMC may go on "
+                           "gathering.");
+    }
     return Failure(kTaskFailed, "The BMC does not tell what became of the task (" + Words(last) +
                                     "): its outcome is not known.");
 }
@@ -189,7 +210,8 @@ Outcome JudgeStart(const std::vector<Finding>& findings, std::chrono::seconds wa
     if (failed->curlCode == 0 && failed->httpCode == 503) {
         return Failure(kNotConnected,
                        "The BMC is still starting (503) after " + std::to_string(waited.count()) +
-                           " s. Try again later; a BMC that never gets ready needs a reset.");
+                           " s. Try again later; a BMC that never gets ready needs a reset." +
+                           (ReadObject(failed->text) ? "" : kPerhapsGateway));
     }
     if (failed->curlCode == 0 && (failed->httpCode == 401 || failed->httpCode == 403)) {
         return WrongCredentials(Words(*failed));
@@ -223,7 +245,7 @@ Outcome JudgeExport(int code, const std::string& thrown, const std::vector<Findi
     if (!thrown.empty()) {
         return Failure(kExportRefused,
                        "The BMC accepted the export, but its answer is not readable JSON (" +
-                           Clean(thrown) + "): there is no task to follow.");
+                           ReaderWords(thrown) + "): there is no task to follow.");
     }
     if (code != 0) {
         const Finding* answer = Last(findings, Sign::kPostFailed);
@@ -245,7 +267,10 @@ Outcome JudgeExport(int code, const std::string& thrown, const std::vector<Findi
                                Words(*answer) +
                                "). It is of another make, or its firmware is too old.");
         }
-        return Failure(kExportRefused, "The BMC refused the export (" + Words(*answer) + ").");
+        const bool noRight = answer->httpCode == 403;
+        return Failure(kExportRefused,
+                       "The BMC refused the export (" + Words(*answer) + ")." +
+                           (noRight ? " The account may lack the right to it." : ""));
     }
     if (!Has(findings, Sign::kTaskNamed)) {
         return Failure(kExportRefused, "The BMC accepted the export but named no task to follow.");

@@ -152,6 +152,11 @@ SCENARIOS = {
         server=odd(odd_servers.blank_before_the_first_header(lambda _, path: path.endswith("/Managers/1")))),
     "Service root: 400 to who has not logged in": Trouble(
         {"redfish": {"answers": {SERVICE_ROOT: [{"status": 400}]}}}),
+    "Service root: 500": Trouble(answers(root={"status": 500})),
+    "Service root: 502": Trouble(answers(root={"status": 502})),
+    "Service root: 504": Trouble(answers(root={"status": 504})),
+    "Answer that begins and does not end (bounded by REST_ACTION_TIMEOUT)": Trouble(
+        answers(root={"hang_after": 10}), environment={"VARNEX_REST_ACTION_TIMEOUT": "2"}, seconds=6),
     "Service root: empty body": Trouble(answers(root=EMPTY)),
     "Service root: HTML with status 200": Trouble(answers(root=HTML)),
     "Service root: truncated JSON": Trouble(answers(root=TRUNCATED)),

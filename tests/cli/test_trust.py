@@ -155,6 +155,10 @@ def test_a_redirect_of_the_manager_is_looked_at_as_well(start_bmc):
 ODD_PLACES = {
     "root": lambda method, path: path == "/redfish/v1/",
     "manager": lambda method, path: path.endswith("/Managers/1"),
+    "probe": lambda method, path: path.endswith("8A6CA3D3EC"),
+    "export": lambda method, path: "ExportFFDCData" in path,
+    "task": lambda method, path: path.endswith("/Tasks/1"),
+    "session": lambda method, path: method == "POST" and "Sessions" in path,
 }
 CODE_AT = {"root": 3, "manager": 3, "probe": 3, "export": 4, "task": 5, "session": 7}
 
@@ -166,6 +170,17 @@ def test_a_first_header_line_that_begins_with_a_blank_ends_in_words(tmp_path, pl
         assert ended.code == CODE_AT[place], ended.err
         assert "header line" in ended.err and "Sanitizer" not in ended.err
         assert tool.files_in(tmp_path) == []
+
+
+def test_a_root_that_answers_400_to_anybody_is_asked_with_the_credentials():
+    def respond(method, path):
+        logged_in = any(h.lower().startswith("authorization:") for h in server.requests[-1][2])
+        status, headers, body = odd_servers.ordinary_answer(method, path)
+        return odd_servers.as_bytes(status if logged_in else 400, headers, body)
+
+    with odd_servers.odd_server(respond) as server:
+        ended = tool.run(at(server.port, "check"), password="a secret word")
+    assert ended.code == 0, ended.err
 
 
 def test_requests_share_a_connection_all_the_same():

@@ -27,6 +27,8 @@ TEST(JudgeStart, WithoutAFailureTheBmcHasStarted) {
 TEST(JudgeStart, FailuresAreNotConnected) {
     ExpectEnding(Kemffdc::JudgeStart({{Sign::kVersionFailed, 0, 503, ""}}, 183s), 3,
                  "still starting (503) after 183 s");
+    ExpectEnding(Kemffdc::JudgeStart({{Sign::kVersionFailed, 0, 503, "<html>"}}, 3s), 3,
+                 "needs a reset. A gateway before the BMC may have answered in its place.");
     ExpectEnding(Kemffdc::JudgeStart({{Sign::kVersionFailed, 0, 401, ""}}, 0s), 3,
                  "credentials (HTTP 401)");
     ExpectEnding(Kemffdc::JudgeStart({{Sign::kVersionFailed, 28, 0, ""}}, 60s), 3,
@@ -81,7 +83,7 @@ TEST(JudgeExport, RefusalsTellWhatTheBmcSaid) {
             2, "",
             {{Sign::kPostFailed, 0, 403,
               "{\"error\":{\"message\":\"see below\",\"@Message.ExtendedInfo\":[7,{},{\"Message\":\"no right\"}]}}"}}),
-        4, "refused the export (HTTP 403: no right)");
+        4, "refused the export (HTTP 403: no right). The account may lack the right to it.");
     ExpectEnding(Kemffdc::JudgeExport(2, "", {{Sign::kPostFailed, 0, 500, "<html>"}}), 4,
                  "(HTTP 500)");
     ExpectEnding(Kemffdc::JudgeExport(2, "", {{Sign::kPostFailed, 0, 401, ""}}), 3,
@@ -171,7 +173,11 @@ TEST_F(JudgeWaitTest, FailedIsNotTheSameAsNotFinished) {
     ExpectEnding(Judge({running,
                         {Sign::kTaskUnreadable, 0, 0, "<unspecified file>: more than 65536 values"},
                         broken}),
-                 5, "is too large to be read (<unspecified file>: more than 65536 values)");
+                 5, "is too large to be read (more than 65536 values)");
+    ExpectEnding(Judge({running,
+                        {Sign::kTaskUnreadable, 0, 0, "<unspecified file>(7): expected value"},
+                        broken}),
+                 5, "not readable JSON (line 7: expected value)");
     ExpectEnding(Judge({running, {Sign::kTaskIsError, 0, 0, ""}, broken}), 5,
                  "answers with an error");
     ExpectEnding(Judge({running, {Sign::kTaskWithoutState, 0, 0, ""}, broken}), 5, "no TaskState");
@@ -189,7 +195,8 @@ TEST_F(JudgeWaitTest, AnExceptionIsNoStateOfTheTask) {
 TEST_F(JudgeWaitTest, LostTasksAreJudgedByTheLastAnswer) {
     const Finding lost{Sign::kConnectionLost, 0, 0, "/t"};
     ExpectEnding(Judge({{Sign::kPollFailed, 7, 0, ""}, lost}), 3, "connection to the BMC was lost");
-    ExpectEnding(Judge({{Sign::kPollFailed, 0, 401, ""}, lost}), 3, "credentials (HTTP 401)");
+    ExpectEnding(Judge({{Sign::kPollFailed, 0, 401, ""}, lost}), 3,
+                 "no longer accepts the credentials (HTTP 401)");
     ExpectEnding(Judge({{Sign::kPollFailed, 0, 404, ""}, lost}), 5,
                  "what became of the task (HTTP 404)");
     ExpectEnding(Judge({{Sign::kPollFailed, 0, 503, ""}}), 5, "HTTP 503");
