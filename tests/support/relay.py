@@ -273,9 +273,10 @@ async def until_ended(up: asyncio.Future, down: asyncio.Future) -> None:
 
 
 def reset(writer) -> None:
-    """Closes with a reset in place of the orderly end."""
-    writer.get_extra_info("socket").setsockopt(
-        socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+    """Closes with a reset in place of the orderly end; nothing, when it has ended already."""
+    with contextlib.suppress(OSError):
+        writer.get_extra_info("socket").setsockopt(
+            socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
     writer.transport.abort()
 
 
