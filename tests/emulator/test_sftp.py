@@ -85,15 +85,24 @@ def test_both_folders_hold_archives_that_unpack(start: Starter, tmp_path: Path) 
     for folder in (FFDC, KEM_DUMP):
         described = files(bmc)[folder]
         assert names(bmc, folder) == [file["name"] for file in described]
-        endings = {Path(file["name"]).suffix for file in described}
-        assert endings == {".tgz", ".tzz", ".log"}
-        for file in described:
+        whole = [file for file in described if not file.get("folder")]
+        assert {Path(file["name"]).suffix for file in whole} == {".tgz", ".tzz", ".log"}
+        for file in whole:
             data = fetch(bmc, folder + file["name"]).stdout
             assert (len(data), hashlib.sha256(data).hexdigest()) == (file["size"], file["sha256"])
             if not file["name"].endswith(".log"):
                 (tmp_path / "x").write_bytes(data)
                 listing = subprocess.run(["tar", "tzf", tmp_path / "x"], capture_output=True, check=True)
                 assert b"ffdc/manifest.json\n" in listing.stdout
+
+
+def test_folders_are_listed_in_the_folders_above_them(start: Starter) -> None:
+    bmc = serving(start)
+
+    assert [names(bmc, folder) for folder in ("/", "/download/")] == [["download"], ["ffdc"]]
+    assert names(bmc, FFDC)[-1] == "kem_dump"
+    assert "kem_dump" not in names(serving(start, {"files": {KEM_DUMP: None}}), FFDC)
+    assert fetch(bmc, FFDC + "kem_dump").returncode == 79
 
 
 def test_openssh_walks_and_fetches(start: Starter, tmp_path: Path) -> None:
@@ -142,7 +151,7 @@ def test_nobody_is_let_in_where_no_account_is(start: Starter) -> None:
 
 def test_odd_names_are_listed_as_they_are_and_can_be_had(start: Starter, tmp_path: Path) -> None:
     odd = ["a b %41 #?.log", "new\nline", "-rf", "../x", "/etc/x", "ä", "*"]
-    bmc = serving(start, {"files": {FFDC: [{"name": name, "text": name} for name in odd]}})
+    bmc = serving(start, {"files": {KEM_DUMP: None, FFDC: [{"name": name, "text": name} for name in odd]}})
 
     assert names(bmc) == odd
 
@@ -154,7 +163,7 @@ def test_odd_names_are_listed_as_they_are_and_can_be_had(start: Starter, tmp_pat
 
 
 def test_names_need_not_be_utf8(start: Starter) -> None:
-    bmc = serving(start, {"files": {FFDC: [b"\xff\xfe"]}})
+    bmc = serving(start, {"files": {KEM_DUMP: None, FFDC: [b"\xff\xfe"]}})
 
     assert ask(bmc, lambda client: client.listdir(FFDC.encode()))[2:] == [b"\xff\xfe"]
 
@@ -163,7 +172,7 @@ def test_ten_thousand_names(start: Starter) -> None:
     bmc = serving(start, {"files": {FFDC: [{"name": "f{n}.log", "count": 10000, "text": "x"}]}})
 
     listed = names(bmc)
-    assert (len(listed), listed[0], listed[-1]) == (10000, "f00001.log", "f10000.log")
+    assert (len(listed), listed[0], listed[-2:]) == (10001, "f00001.log", ["f10000.log", "kem_dump"])
     assert fetch(bmc, FFDC + "f04711.log").stdout == b"x"
 
 
@@ -172,10 +181,10 @@ def test_a_folder_can_be_missing_or_empty(start: Starter, folder: Any, listed: A
     bmc = serving(start, {"files": {FFDC: folder}})
 
     if listed is None:
-        # kem_dump stays, and so does the way to it, without entries of its own
+        # kem_dump stays, and so does the way to it
         assert fetch(serving(start, {"files": {FFDC: None, KEM_DUMP: None}}), FFDC).returncode == 78
     else:
-        assert names(bmc) == []
+        assert names(bmc) == ["kem_dump"]
     assert names(bmc, KEM_DUMP)
 
 
@@ -266,7 +275,7 @@ def test_nothing_can_be_written(start: Starter, tmp_path: Path) -> None:
     assert fetch(bmc, FFDC, "--upload-file", str(tmp_path / "new")).returncode in (9, 79)
     for order in (f"rm {FFDC}x", f"mkdir {FFDC}d", f"rename {FFDC}x {FFDC}y", f"chmod 600 {FFDC}x"):
         assert fetch(bmc, FFDC, "--quote", order).returncode == 21, order
-    assert len(names(bmc)) == 3
+    assert len(names(bmc)) == 4
 
 
 def test_the_host_key_is_kept_with_the_state(start: Starter, tmp_path: Path) -> None:

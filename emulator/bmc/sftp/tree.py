@@ -67,10 +67,12 @@ class Tree:
                 self._files[path] = content
 
     def _add_parents(self, path: bytes) -> None:
-        """Folders above are there, but do not list what is below: the BMC shows each by itself."""
+        """Folders above are there, and list what is below."""
         while path != b"/":
-            path = posixpath.dirname(path)
-            self._folders.setdefault(path, [])
+            path, name = posixpath.split(path)
+            entries = self._folders.setdefault(path, [])
+            if all(entry.name != name for entry in entries):
+                entries.append(Entry(name, None))
 
     def listing(self, path: bytes) -> Sequence[Entry] | None:
         return self._folders.get(_plain(path))
