@@ -95,6 +95,7 @@ private:
 //   below 1000   libcurl's (7 refused, 18 cut, 28 stalled, 42 stopped, 60 certificate or host key,
 //                67 wrong password, 78 no such file)
 //   1000 + n     the server answered HTTP status n
+// That of a folder (79) compares equal to std::errc::is_a_directory, with the reservation below.
 // An error code holds no more than that number. libcurl's text, with secrets masked, is kept per
 // thread: message() gives it on the thread on which the transfer failed, until the next failure
 // there, and the number's general text elsewhere.

@@ -10,6 +10,7 @@ namespace {
 struct LastFailure {
     int number = 0;
     std::string text;
+    bool isFolder = false;
 };
 
 LastFailure& LastOfThisThread() {
@@ -37,6 +38,8 @@ public:
     }
 
     std::error_condition default_error_condition(int number) const noexcept override {
+        const LastFailure& last = LastOfThisThread();
+        if (last.number == number && last.isFolder) return std::errc::is_a_directory;
         switch (number) {
             case CURLE_OPERATION_TIMEDOUT:
                 return std::errc::timed_out;
@@ -61,8 +64,14 @@ std::string WithoutUserInfo(std::string text) {
 
 std::error_code TransferError(int number, const std::string& text) {
     static const TransferCategory& category = *new TransferCategory;  // outlives every code
-    LastOfThisThread() = {number, ForDisplay(text)};
+    LastOfThisThread() = {number, ForDisplay(text), false};
     return {number, category};
+}
+
+std::error_code FolderError(const std::string& path) {
+    const std::error_code error = TransferError(CURLE_SSH, "\"" + path + "\" is a folder");
+    LastOfThisThread().isFolder = true;
+    return error;
 }
 
 std::error_code LibcurlError(int number, const std::string& text) {

@@ -15,6 +15,10 @@ constexpr int kHttpStatus = 1000;
 
 std::error_code TransferError(int number, const std::string& text);
 
+// What was to be downloaded is a folder: number 79, which on the thread on which the transfer
+// failed compares equal to std::errc::is_a_directory.
+std::error_code FolderError(const std::string& path);
+
 // With libcurl's own text, in which a proxy's address may hold credentials.
 std::error_code LibcurlError(int number, const std::string& text);
 

@@ -202,6 +202,32 @@ private:
 bool IsWholeFile(long status) { return status == 200 || status == 201 || status == 203; }
 
 // One file on its way from a server into a PartFile.
+// Whether a folder has that name. Costs a connection, so only a download that has failed asks.
+class FolderCheck final : private Exchange {
+public:
+    FolderCheck(const Uri& uri, const std::string& localPath)
+        : Exchange(uri), m_localPath(localPath) {}
+
+    bool Run() {
+        if (!Open(nullptr)) return false;
+        Settings settings(m_handle.get());
+        settings.Set(CURLOPT_DIRLISTONLY, 1L);
+        return Perform(Url() + "/") == CURLE_OK;
+    }
+
+private:
+    bool Take(const char*, std::size_t size) override {
+        m_bytes += size;
+        return m_bytes <= kLargestListing;
+    }
+
+    bool GoOn(std::uint64_t) override {
+        return transfer_watchers::Progress(m_localPath, 0, 0);  // of the download that asks
+    }
+
+    const std::string& m_localPath;
+};
+
 class Download final : private Exchange {
 public:
     Download(const Uri& uri, const std::string& localPath)
@@ -218,7 +244,9 @@ public:
         if (IsHttps(m_uri)) m_excess.Watch(settings);
         if (settings.Result() != CURLE_OK) return LibcurlError(settings.Result(), "");
         const CURLcode code = Perform(Url());
-        if (const std::error_code error = Judge(code)) return error;
+        if (const std::error_code error = Judge(code)) {
+            return IsFolder(code) ? FolderError(m_uri.path()) : error;
+        }
         if (IsHttps(m_uri) && m_excess.Any(m_handle.get(), m_bytes)) {
             return TransferError(CURLE_PARTIAL_FILE, "The server sends more than the " +
                                                          std::to_string(m_bytes) +
@@ -237,7 +265,7 @@ private:
         }
         // libcurl would list it.
         if (IsSftp(m_uri) && m_uri.str().back() == '/') {
-            return TransferError(CURLE_SSH, "\"" + m_uri.path() + "\" is a folder");
+            return FolderError(m_uri.path());
         }
         return {};
     }
@@ -260,6 +288,12 @@ private:
         if (m_file.Sha256().empty()) return;
         transfer_watchers::Completed(
             {m_localPath, m_bytes, m_file.Sha256(), status.st_dev, status.st_ino, modified});
+    }
+
+    // To libcurl a folder is a file whose reading fails, as it fails for a server in trouble.
+    bool IsFolder(CURLcode code) const {
+        return IsSftp(m_uri) && code == CURLE_SSH && m_bytes == 0 &&
+               FolderCheck(m_uri, m_localPath).Run();
     }
 
     std::error_code Judge(CURLcode code) const {

@@ -209,6 +209,20 @@ TEST_F(FileClientDownloadSftp, NamesOfAFolderDoNotGetInEachOthersWay) {
     for (const std::string& name : all) EXPECT_EQ("content of " + name, Content(folder / name));
 }
 
+TEST_F(FileClientDownloadSftp, FolderIsToldFromAFileThatFails) {
+    std::filesystem::create_directory(root / "folder");
+    root.Write("broken", "1");
+    const SftpPeer bmc(root);
+
+    const std::error_code folderError = Download(bmc.At("/folder"));
+    EXPECT_EQ("varnex.transfer:79 \"/folder\" is a folder", Text(folderError));
+    EXPECT_TRUE(folderError == std::errc::is_a_directory);
+    EXPECT_TRUE(Download(bmc.At("/folder/")) == std::errc::is_a_directory);
+    EXPECT_FALSE(Download(bmc.At("/broken")) == std::errc::is_a_directory);
+    EXPECT_FALSE(Download(bmc.At("/absent")) == std::errc::is_a_directory);
+    ExpectNothingLeft();
+}
+
 TEST_F(FileClientDownloadSftp, WhatIsNoFileIsAnErrorAndLeavesNothing) {
     std::filesystem::create_directory(root / "folder");
     root.Write("closed", "1");
