@@ -15,6 +15,7 @@
 #include "Channels.h"
 #include "Context.h"
 #include "Interrupt.h"
+#include "IpmiSessions.h"
 #include "Limits.h"
 #include "LogSink.h"
 #include "Progress.h"
@@ -24,6 +25,8 @@
 
 namespace Kemffdc {
 namespace {
+
+constexpr std::chrono::milliseconds kGoodbye{200};  // for the BMC to hear that its session ends
 
 constexpr int kFileLevel = 4;  // who asks for a file wants to read it all
 
@@ -84,7 +87,7 @@ public:
           m_report(options),
           m_limits(options.maxSize, options.keepFree),
           m_interrupt(std::chrono::seconds(options.deadline),
-                      {[this] { TellStopped(); }, [this] { m_folder.Discard(); }}),
+                      {[this] { TellStopped(); }, [this] { CleanUp(); }}),
           m_progress(err, live, TerminalColumns) {}
 
     int Conduct(const Outcome& setUp) {
@@ -154,6 +157,11 @@ private:
         } catch (...) {
             // Out of memory: the exit code has to say it.
         }
+    }
+
+    void CleanUp() {
+        Varnex::CloseIpmiSessions(kGoodbye);
+        m_folder.Discard();
     }
 
     void Tell(const Outcome& outcome) {
