@@ -79,11 +79,14 @@ public:
         return outcome;
     }
 
-    // What the BMC is. Nothing here makes it unusable.
+    // What the BMC is, and in band whether it answers at all.
     Outcome Describe() {
         m_run.Begin("describe");
         m_ffdc.Disconnect();
-        AskDeviceId(m_run.options, m_run.password, m_facts);
+        const std::string silence = AskDeviceId(m_run.options, m_run.password, m_facts);
+        // Over the LAN the session has shown that the BMC lives; in band only the device was
+        // opened.
+        if (IsInBand(m_run) && !silence.empty()) return m_run.End(1, JudgeSilentBmc(silence));
         const std::string host = IsInBand(m_run) ? m_usbHost : m_run.options.host;
         const std::string why = WhyNoFileService(host);
         if (!why.empty()) {
@@ -99,6 +102,8 @@ public:
         const int code = m_ffdc.Apply();
         IpmiAccount account = m_listener.Account();
         for (const std::string& sentence : account.hostKeys) m_facts.notes.push_back(sentence);
+        const std::string folders = FoldersPassedOver(account);
+        if (!folders.empty()) m_facts.notes.push_back(folders);
         m_run.report.SetFacts(m_facts);
         Outcome outcome = m_run.End(code, JudgeIpmiCollect(code, account, m_run.options));
         if (outcome.code != kInterrupted) outcome = Keep(code, account);

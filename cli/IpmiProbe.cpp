@@ -24,6 +24,8 @@ constexpr std::uint8_t kNetFnApp = 0x06;
 constexpr std::uint8_t kGetDeviceId = 0x01;
 constexpr std::size_t kShortestDeviceId = 11;
 
+constexpr char kNothing[] = "no answer";
+
 struct FreeAddresses {
     void operator()(addrinfo* list) const noexcept { freeaddrinfo(list); }
 };
@@ -64,7 +66,7 @@ bool ReadDeviceId(const std::vector<std::uint8_t>& data, BmcFacts& facts) {
     return true;
 }
 
-void AskDeviceId(const Options& options, const Secret& password, BmcFacts& facts) {
+std::string AskDeviceId(const Options& options, const Secret& password, BmcFacts& facts) {
     const auto client =
         options.via == "ipmi"
             ? std::make_unique<IpmiClient>(options.host, options.user, password.Reveal(),
@@ -72,12 +74,17 @@ void AskDeviceId(const Options& options, const Secret& password, BmcFacts& facts
             : std::make_unique<IpmiClient>(0);
     std::vector<std::uint8_t> data;
     std::uint8_t completionCode = 0;
-    if (client->connect() != 0) return;
-    if (client->send({kGetDeviceId, {}, kNetFnApp}, data, completionCode) == 0 &&
-        completionCode == 0) {
-        ReadDeviceId(data, facts);
-    }
+    if (client->connect() != 0) return kNothing;
+    const int sent = client->send({kGetDeviceId, {}, kNetFnApp}, data, completionCode);
     client->disconnect();
+    if (sent != 0) return kNothing;
+    if (completionCode != 0) {
+        char text[32];
+        (void)std::snprintf(text, sizeof text, "completion code %02Xh", unsigned{completionCode});
+        return text;
+    }
+    ReadDeviceId(data, facts);
+    return "";
 }
 
 std::string WhyNoFileService(const std::string& host) {

@@ -15,8 +15,9 @@ namespace Kemffdc {
 // What the data of a Get Device ID answer say (IPMI v2.0, section 20.1). False: they are too short.
 bool ReadDeviceId(const std::vector<std::uint8_t>& data, BmcFacts& facts);
 
-// Asks the BMC what it is, over a session of its own. What it does not tell stays empty.
-void AskDeviceId(const Options& options, const Secret& password, BmcFacts& facts);
+// Asks the BMC what it is, over a session of its own. What it does not tell stays empty. Returns
+// why it did not answer; empty where it did.
+std::string AskDeviceId(const Options& options, const Secret& password, BmcFacts& facts);
 
 // Why nothing answers on the TCP port of the BMC's file service; empty where something does. Takes
 // at most some seconds, plus what the system takes to resolve the name.

@@ -103,6 +103,11 @@ bool IsOfTheName(int error) {
            error == EILSEQ;
 }
 
+// A local name may be one, too: that is an error of this machine's.
+bool IsRemoteFolder(const std::error_code& error) {
+    return error.category() != std::generic_category() && error == std::errc::is_a_directory;
+}
+
 }  // namespace
 
 std::optional<IpmiFinding> FindIpmiSign(const Varnex::LogRecord& record) {
@@ -221,6 +226,11 @@ void IpmiLedger::TransferEnded(const std::error_code& error) {
     RemoteFile& file = m_account.files.back();
     file.state = error ? RemoteFile::State::kFailed : RemoteFile::State::kFetched;
     if (!error) return;
+    // The library's run ends at one that is named as an archive: that is no folder to pass over.
+    if (IsRemoteFolder(error) && !EndsWith(file.name, ".tgz")) {
+        file.state = RemoteFile::State::kFolder;
+        return;
+    }
     file.reason = Clean(error.message()) + " (" + error.category().name() + ":" +
                   std::to_string(error.value()) + ")";
     file.localTrouble = error.category() == std::generic_category() && !IsOfTheName(error.value());

@@ -63,7 +63,8 @@ long CountOf(const IpmiAccount& account, State state) {
 }
 
 bool IsMissing(const RemoteFile& file) {
-    return file.state != State::kFetched && file.state != State::kSkipped;
+    return file.state != State::kFetched && file.state != State::kSkipped &&
+           file.state != State::kFolder;
 }
 
 std::string Plural(std::size_t count, const char* one) {
@@ -136,6 +137,10 @@ Outcome JudgeFetched(const IpmiAccount& account) {
     if (account.files.empty()) {
         return Failure(kDownloadFailed, "The BMC's folder is empty: there was nothing to fetch.");
     }
+    if (CountOf(account, State::kFolder) == static_cast<long>(account.files.size())) {
+        return Failure(kDownloadFailed,
+                       "The BMC's folder holds folders alone: there was nothing to fetch.");
+    }
     return Failure(kDownloadFailed, "The BMC has " + Plural(account.files.size(), "file") +
                                         ", and none that this mode asks for.");
 }
@@ -207,6 +212,28 @@ Outcome JudgeIpmiConnect(int code, const IpmiAccount& account, const Options& op
     if (code == 0) return {};
     return Failure(kNotConnected, "Cannot connect. " + Trouble(account) + "." +
                                       Advice(account.sessionTrouble, options));
+}
+
+Outcome JudgeSilentBmc(const std::string& silence) {
+    return Failure(kNotConnected,
+                   "This machine has an IPMI device, but its BMC does not answer (" + silence +
+                       "). The BMC may hang or be starting; try again in some minutes.");
+}
+
+std::string FoldersPassedOver(const IpmiAccount& account) {
+    std::string names;
+    std::size_t count = 0;
+    for (const RemoteFile& file : account.files) {
+        if (file.state != State::kFolder) continue;
+        if (count < kMaxNamedFiles) {
+            names += (count == 0 ? "" : ", ") + Clean(file.name, kMaxShownName);
+        }
+        ++count;
+    }
+    if (count == 0) return "";
+    if (count > kMaxNamedFiles) names += " and " + std::to_string(count - kMaxNamedFiles) + " more";
+    return "Passed over, for being " + std::string(count == 1 ? "a folder" : "folders") +
+           " of the BMC: " + names + ".";
 }
 
 Outcome JudgeIpmiCollect(int code, const IpmiAccount& account, const Options& options) {

@@ -14,6 +14,12 @@ namespace Kemffdc {
 // Unlike over Redfish, the library's Connect knows whether there is a session.
 Outcome JudgeIpmiConnect(int code, const IpmiAccount& account, const Options& options);
 
+// In band, for a device behind which no BMC answers.
+Outcome JudgeSilentBmc(const std::string& silence);
+
+// "Passed over: a is a folder of the BMC." Empty where there is none.
+std::string FoldersPassedOver(const IpmiAccount& account);
+
 // Of the whole run. The library goes on where the BMC refuses to gather, cannot be asked whether it
 // is done, or is not done in time: files that come then may be old or unfinished, so the run is no
 // success to the tool, though they are kept. What went wrong first decides the exit code, but for a

@@ -209,8 +209,7 @@ Outcome CollectByRedfish(Context& run) {
 
 Outcome CheckByRedfish(Context& run) {
     RedfishRun redfish(run);
-    Outcome outcome = redfish.Reach();
-    if (outcome.Ok()) outcome = redfish.CheckCertificate();
+    const Outcome outcome = redfish.Reach();
     const bool limited = outcome.Ok() && !redfish.Limit().empty();
     return limited ? Failure(kLimited, redfish.Limit()) : outcome;
 }

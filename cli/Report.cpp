@@ -113,6 +113,8 @@ const char* StateName(RemoteFile::State state) {
             return "skipped";
         case RemoteFile::State::kPassedOver:
             return "passed-over";
+        case RemoteFile::State::kFolder:
+            return "folder";
     }
     return "unknown";
 }
@@ -308,6 +310,8 @@ void Report::WriteFiles(std::ostream& out) const {
             out << ": " << file.size << " bytes, SHA-256 " << file.sha256 << "\n";
         } else if (file.state == RemoteFile::State::kSkipped) {
             out << ": skipped, mode " << m_options.mode << " does not ask for it\n";
+        } else if (file.state == RemoteFile::State::kFolder) {
+            out << ": a folder, passed over\n";
         } else {
             out << ": NOT FETCHED: " << file.reason << "\n";
         }

@@ -79,6 +79,7 @@ struct RemoteFile {
         kFailed,
         kSkipped,     // not asked for in this mode
         kPassedOver,  // its name is no file name
+        kFolder,      // a folder of the BMC, which is not asked for
     };
     std::string name;  // as the BMC sent it: any bytes
     State state = State::kSkipped;

@@ -119,6 +119,36 @@ TEST(IpmiLedger, FilesEndAsTheirTransfersDo) {
     EXPECT_EQ(NotTried(ledger.Account()), 2u);
 }
 
+// As file_client's: a number that only sometimes means a folder.
+class FolderCategory : public std::error_category {
+public:
+    const char* name() const noexcept override { return "varnex.transfer"; }
+    std::string message(int) const override { return "is a folder"; }
+    std::error_condition default_error_condition(int) const noexcept override {
+        return std::errc::is_a_directory;
+    }
+};
+
+TEST(IpmiLedger, FoldersOfTheBmcArePassedOverAndNotMissing) {
+    const FolderCategory category;
+    IpmiLedger ledger(2);
+    ledger.Take({IpmiSign::kListed, "3"});
+    for (const char* name : {"kem_dump", "older.tgz", "log"}) {
+        ledger.Take({IpmiSign::kGetting, name});
+        ledger.TransferStarted();
+        ledger.TransferEnded(std::string(name) == "log"
+                                 ? std::error_code(EISDIR, std::generic_category())
+                                 : std::error_code(79, category));
+    }
+
+    const auto& files = ledger.Account().files;
+    ASSERT_THAT(files, SizeIs(3));
+    EXPECT_EQ(files[0].state, State::kFolder);
+    EXPECT_EQ(files[0].reason, "");
+    EXPECT_EQ(files[1].state, State::kFailed) << "the library's run ends at an archive";
+    EXPECT_EQ(files[2].state, State::kFailed) << "a folder of this machine is in the way";
+}
+
 TEST(IpmiLedger, NamesThatModeThreeDoesNotAskForAreSkipped) {
     IpmiLedger ledger(3);
     ledger.Take(
@@ -144,11 +174,11 @@ TEST(IpmiLedger, NamesThatModeThreeDoesNotAskForAreSkipped) {
 
 TEST(IpmiLedger, FirstReasonOfALostSessionStays) {
     IpmiLedger ledger(2);
-    ledger.Take({IpmiSign::kSessionTrouble, "IPMI to b port 623: no answer within 8 seconds"});
+    ledger.Take({IpmiSign::kSessionTrouble, "IPMI to b port 623: no answer within 30 seconds"});
     ledger.Take({IpmiSign::kSessionTrouble,
                  "IPMI: nothing is connected, or the session was lost; connect again"});
 
-    EXPECT_EQ(ledger.Account().sessionTrouble, "IPMI to b port 623: no answer within 8 seconds");
+    EXPECT_EQ(ledger.Account().sessionTrouble, "IPMI to b port 623: no answer within 30 seconds");
 }
 
 TEST(IpmiLedger, SameSentenceAboutAHostKeyIsKeptOnce) {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "IpmiVerdict.h"
+#include "Text.h"
 
 #include <gmock/gmock.h>
 
@@ -10,9 +11,12 @@
 
 namespace {
 
+using Kemffdc::Clean;
+using Kemffdc::FoldersPassedOver;
 using Kemffdc::IpmiAccount;
 using Kemffdc::JudgeIpmiCollect;
 using Kemffdc::JudgeIpmiConnect;
+using Kemffdc::JudgeSilentBmc;
 using Kemffdc::Options;
 using Kemffdc::Outcome;
 using Kemffdc::RemoteFile;
@@ -76,6 +80,30 @@ TEST(JudgeIpmiCollect, SomeFilesMissingIsNineAndNoneAtAllIsSeven) {
                  9,
                  "1 file was fetched. Missing: b.log (cut (varnex.transfer:79)), b.log (cut "
                  "(varnex.transfer:79)), b.log (cut (varnex.transfer:79)) and 1 more.");
+}
+
+TEST(JudgeIpmiCollect, FoldersOfTheBmcAreNotMissing) {
+    const RemoteFile folder = File("kem_dump", State::kFolder);
+    EXPECT_TRUE(JudgeIpmiCollect(0, Listed({kFetched, folder}, 2), {}).Ok());
+    ExpectEnding(JudgeIpmiCollect(0, Listed({folder}, 1), {}), 7,
+                 "The BMC's folder holds folders alone: there was nothing to fetch.");
+    ExpectEnding(JudgeIpmiCollect(0, Listed({kFetched, folder, kFailed}, 3), {}), 9,
+                 "1 file was fetched. Missing: b.log (cut (varnex.transfer:79)).");
+}
+
+TEST(FoldersPassedOver, NamesThem) {
+    const RemoteFile folder = File("kem\ndump", State::kFolder);
+    EXPECT_EQ(FoldersPassedOver(Listed({kFetched}, 1)), "");
+    EXPECT_EQ(FoldersPassedOver(Listed({kFetched, folder}, 2)),
+              "Passed over, for being a folder of the BMC: " + Clean("kem\ndump") + ".");
+    EXPECT_THAT(FoldersPassedOver(Listed({folder, folder, folder, folder, folder}, 5)),
+                testing::EndsWith(" and 2 more."));
+}
+
+TEST(JudgeSilentBmc, IsNotConnected) {
+    ExpectEnding(JudgeSilentBmc("completion code C3h"), 3,
+                 "This machine has an IPMI device, but its BMC does not answer (completion code "
+                 "C3h). The BMC may hang or be starting; try again in some minutes.");
 }
 
 TEST(JudgeIpmiCollect, FilesOfASpoiltGatheringAreNoSuccess) {

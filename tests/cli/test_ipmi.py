@@ -95,12 +95,13 @@ def test_words_name_every_file_and_the_new_host_key(tmp_path):
         assert re.search(rf"  {re.escape(name)}: \d+ bytes, SHA-256 {sha256}\n", ended.out)
     assert ended.err.count(fingerprint) == 1
     assert "gather: the BMC gathers, 0 of at most 900 s" in ended.err
-    for number in (1, 2, 3):
-        assert f"download, file {number} of 3 (" in ended.err
+    for number in (1, 2, 3, 4):
+        assert f"download, file {number} of 4 (" in ended.err
+    assert "  kem_dump: a folder, passed over\n" in ended.out
 
 
 def test_some_files_missing_end_with_9_and_the_json_says_why(tmp_path):
-    sftp = {"files": {"/download/ffdc/": ["a.tgz", "b.log", "c.log"]},
+    sftp = {"files": {"/download/ffdc/": ["a.tgz", "b.log", "c.log"], "/download/ffdc/kem_dump/": None},
             "answers": {"open /download/ffdc/b.log": [{"error": "permission denied", "repeat": True}]}}
     with ipmi_tool.started(scenario(sftp=sftp)) as bmc:
         ended = collect(bmc, tmp_path, "--json")
@@ -112,6 +113,24 @@ def test_some_files_missing_end_with_9_and_the_json_says_why(tmp_path):
     assert (failed["path"], failed["size"], failed["sha256"]) == (None, None, None)
     assert "Permission denied (varnex.transfer:9)" in failed["reason"]
     assert sorted(ipmi_tool.fetched(run_folder(tmp_path))) == ["a.tgz", "c.log"]
+
+
+def test_folder_of_the_bmc_is_passed_over_with_a_note(tmp_path):
+    with ipmi_tool.started() as bmc:  # /download/ffdc/ holds kem_dump
+        ended = collect(bmc, tmp_path, "--json")
+    assert ended.code == 0, ended.err
+    assert "Passed over, for being a folder of the BMC: kem_dump." in ended.json["bmc"]["notes"]
+    assert [file["outcome"] for file in ended.json["files"]] == ["fetched", "fetched", "fetched", "folder"]
+    assert ended.json["files"][3] == {"name": "kem_dump", "outcome": "folder", "path": None, "size": None,
+                                      "sha256": None, "reason": None}
+
+
+def test_file_that_is_named_as_the_other_one_on_its_way_comes_too(tmp_path):
+    sftp = {"files": {"/download/ffdc/": ["x.part", "x", "y", "y.part"], "/download/ffdc/kem_dump/": None}}
+    with ipmi_tool.started(scenario(sftp=sftp)) as bmc:
+        ended = collect(bmc, tmp_path)
+        assert ended.code == 0, ended.err
+        assert ipmi_tool.fetched(run_folder(tmp_path)) == ipmi_tool.served(bmc)
 
 
 def test_in_band_without_host_and_password(tmp_path):
@@ -157,6 +176,17 @@ def test_check_in_band_says_that_nothing_answers_on_port_115(tmp_path):
     assert "BMC:             of this machine, in band, usable through kcs\n" in ended.out
     assert (f"Note: The BMC's file service (SFTP, {bmc.address} port 115) does not answer now: "
             "Connection refused.\n") in ended.out
+
+
+@pytest.mark.parametrize("answer, why", [({"code": 0xC3}, "completion code C3h")])
+def test_check_in_band_says_that_the_bmc_behind_the_device_is_dead(tmp_path, answer, why):
+    dead = scenario({"answers": {"06 01": [{**answer, "repeat": True}]}})
+    with ipmi_tool.started(dead) as bmc:
+        ended = tool.run(["check", "--via", "kcs"],
+                         environment=ipmi_tool.environment(tmp_path, **ipmi_tool.in_band(bmc, tmp_path)))
+    assert ended.code == 3, ended.err
+    assert f"This machine has an IPMI device, but its BMC does not answer ({why})." in ended.err
+    assert "usable" not in ended.out
 
 
 def test_check_with_a_wrong_password(tmp_path):
@@ -207,7 +237,9 @@ def interrupted(step, number, folder):
             assert time.monotonic() < end, f"{step} was not reached"
             time.sleep(0.05)
         time.sleep(0.3)  # into the blocking call
-        return running.interrupt(number)
+        ended = running.interrupt(number)
+        closed = [r for r in ipmi_tool.requests(bmc, "ipmi") if r.get("event") == "close"]
+        return ended, len(closed)
 
 
 @pytest.fixture(scope="module")
@@ -225,7 +257,7 @@ def interruptions(tmp_path_factory):
 
 @pytest.mark.parametrize("step", sorted(STEPS))
 def test_interrupted_within_a_second_and_nothing_is_left(interruptions, step):
-    place, ended = interruptions[step]
+    place, (ended, _) = interruptions[step]
     assert ended.code == 130, ended.err
     assert ended.seconds < BOUND * tool.SLOWNESS
     assert (ended.json["outcome"], ended.json["path"]) == ("interrupted", None)
@@ -233,8 +265,15 @@ def test_interrupted_within_a_second_and_nothing_is_left(interruptions, step):
     assert not (place / "out").exists(), tool.files_in(place)
 
 
+@pytest.mark.parametrize("step", sorted(set(STEPS) - {"connect", "poll"}))
+def test_bmc_is_told_that_the_session_of_an_interrupted_run_ends(interruptions, step):
+    _, (_, closed) = interruptions[step]
+    assert closed == 1
+
+
 def test_the_live_line_shows_the_gathering_and_the_bytes(tmp_path):
-    what = scenario({"polls": 1}, {"files": {"/download/ffdc/": [{"name": "a.log", "size": 60000}]},
+    what = scenario({"polls": 1}, {"files": {"/download/ffdc/": [{"name": "a.log", "size": 60000}],
+                                             "/download/ffdc/kem_dump/": None},
                                    "answers": {"open": [{"rate": 20000, "repeat": True}]}})
     with ipmi_tool.started(what) as bmc:
         arguments = [a for a in over_lan("collect", bmc, "--output", str(tmp_path / "out"))

@@ -66,7 +66,7 @@ def credential(data):
 
 def sftp(files=None, folder=FFDC, **members):
     if files is not None:
-        members["files"] = {folder: files}
+        members["files"] = {KEM_DUMP: None, folder: files}
     return scenario(sftp=members)
 
 
@@ -81,6 +81,16 @@ SCENARIOS = {
     "User name longer than 16 bytes": Trouble(user="seventeen-letters"),
     "Suite 3 not offered": Trouble(ipmi(cipher_suites=[17]), ["--cipher-suite", "3"]),
     "Suite 17 not offered": Trouble(ipmi(cipher_suites=[3])),
+    "Suite refused with the status 04h, 05h, 10h": Trouble(
+        ipmi(cipher_suites=[3], refusal=0x05)),
+    "Session refused with another status": Trouble(ipmi(cipher_suites=[3], refusal=0x12)),
+    "Network that loses 10 % of the datagrams": Trouble(
+        ipmi(polls=5, network={"loss": 10, "seed": 2}), seconds=120),
+    "Every datagram comes twice": Trouble(ipmi(network={"duplicates": 100})),
+    "Datagrams that overtake each other": Trouble(ipmi(network={"duplicates": 30, "reordered": 30, "seed": 2})),
+    "BMC that takes 8 s for each command": Trouble(
+        answers(collect=[{"delay": 8}], poll=[{"delay": 8, "data": "01"}]), seconds=120),
+    "Poll answered with another command": Trouble(answers(poll=[{"as": "3A 49", "data": "01"}])),
     "User may not act as administrator": Trouble(ipmi(privilege=3)),
     "BMC gone before it starts to gather": Trouble(
         ipmi(answers={"collect": [{"gone": True}]}), environment=SHORT),
@@ -89,7 +99,7 @@ SCENARIOS = {
     "BMC gone before it gives an account": Trouble(
         ipmi(answers={"credential": [{"gone": True}]}), environment=SHORT),
     "Start refused, and no files": Trouble(
-        scenario({"answers": {"collect": {"code": 0xC1}}}, {"files": {FFDC: []}})),
+        scenario({"answers": {"collect": {"code": 0xC1}}}, {"files": {FFDC: [], KEM_DUMP: None}})),
     "Poll answered without data": Trouble(answers(poll=[{"data": ""}])),
     "Not finished after 900 s": Trouble(ipmi(polls=-1), seconds=120),
     "Account: empty answer": Trouble(credential("")),
@@ -119,6 +129,7 @@ SCENARIOS = {
     "Two files, one named as the other on its way": Trouble(sftp(["x.part", "x"])),
     "A name of 300 bytes": Trouble(sftp(["n" * 300, "short.log"])),
     "A folder among the names": Trouble(sftp(["a.tgz", {"name": "older", "folder": True}, "b.log"])),
+    "Nothing but a folder": Trouble(scenario(sftp={"files": {FFDC: []}})),
     "Files that may not be opened": Trouble(
         sftp(["a.log", "b.log"], answers={"open": [{"error": "permission denied", "repeat": True}]})),
     "Cut in mid-file, not an archive": Trouble(

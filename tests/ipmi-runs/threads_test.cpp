@@ -18,7 +18,8 @@ TEST_F(IpmiRun, SixteenObjectsInSixteenThreadsDoNotDisturbEachOther) {
     std::vector<std::unique_ptr<EmulatedBmc>> bmcs;
     std::vector<std::string> outputs;
     for (int n = 1; n <= kObjects; ++n) {
-        bmcs.push_back(StartBmc("{}", "127.0.0." + std::to_string(n)));
+        bmcs.push_back(
+            StartBmc("{files: {/download/ffdc/kem_dump/: null}}", "127.0.0." + std::to_string(n)));
         outputs.push_back(OutputPath());
     }
 
