@@ -76,7 +76,7 @@ std::string ModulePath() {
 
 // Found while the library is loaded: its own name may be relative, and the host may later change
 // its current folder. Never destroyed: the last connect() may come late.
-const std::string& g_modulePath = *new std::string(ModulePath());
+const auto& g_modulePath = *new std::string(ModulePath());
 
 const varnex_ipmi_module* OpenModule(const std::string& path) {
     // An empty name would be the host itself.
