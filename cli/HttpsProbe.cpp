@@ -73,13 +73,14 @@ bool IsTlsFailure(int code) {
     }
 }
 
-// libcurl's own order. Whether one is used for this BMC (no_proxy) is not told by it.
-bool HasProxyInEnvironment() {
+// In libcurl's own order; empty where there is none. Whether it is used for this BMC (no_proxy) is
+// not told by it.
+std::string ProxyInEnvironment() {
     for (const char* name : {"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"}) {
         const char* value = std::getenv(name);
-        if (value != nullptr && *value != '\0') return true;
+        if (value != nullptr && *value != '\0') return value;
     }
-    return false;
+    return "";
 }
 
 Answer Failed(Stage stage, const std::string& reason) {
@@ -287,11 +288,15 @@ void HttpsProbe::NoteCertificate(void* easy, bool verified) {
 }
 
 // The connection went to a proxy, and the tunnel to the BMC does not stand. A proxy on the BMC's
-// own port is not told from the BMC.
+// own port is told from the BMC only where it breaks off: a BMC would do so in the handshake.
 bool HttpsProbe::IsAtProxy(int code) const {
+    const std::string proxy = ProxyInEnvironment();
     const int port = m_connection->watch.Port();
-    return HasProxyInEnvironment() && port != 0 && port != m_options.port && !IsTlsFailure(code) &&
-           m_connection->Info(CURLINFO_HTTP_CONNECTCODE) == 0 &&
+    const bool elsewhere = port != m_options.port || code == CURLE_RECV_ERROR;
+    if (proxy.empty() || port == 0 || !elsewhere) return false;
+    // Through a SOCKS proxy the handshake is the BMC's, and no code of a tunnel is known.
+    if (IsTlsFailure(code) && strncasecmp(proxy.c_str(), "socks", 5) == 0) return false;
+    return m_connection->Info(CURLINFO_HTTP_CONNECTCODE) == 0 &&
            !m_connection->Reached(CURLINFO_APPCONNECT_TIME_T);
 }
 
@@ -301,6 +306,14 @@ Answer HttpsProbe::ExplainProxy(int code, const std::string& why) const {
         "The proxy at " + watch.Address() + " port " + std::to_string(watch.Port());
     const std::string advice = " Check the proxy that the environment names, or use --no-proxy.";
     const bool connected = m_connection->Info(CURLINFO_LOCAL_PORT) != 0;
+    if (code == CURLE_PEER_FAILED_VERIFICATION) {
+        return Failed(Stage::kConnect,
+                      "The certificate of the proxy cannot be verified" + why + advice);
+    }
+    if (IsTlsFailure(code)) {
+        return Failed(Stage::kConnect,
+                      proxy + " does not speak TLS, as its https:// says" + why + advice);
+    }
     if (code == CURLE_COULDNT_CONNECT || !connected) {
         return Failed(Stage::kConnect,
                       proxy + " cannot be connected to" + why + " The BMC was not asked." + advice);
@@ -318,17 +331,13 @@ bool HttpsProbe::IsOverTls(int code) const {
 
 Answer HttpsProbe::ExplainTls(int code, const std::string& why) const {
     const ConnectionWatch& watch = m_connection->watch;
-    if (code == CURLE_PEER_FAILED_VERIFICATION && !m_options.caFile.empty()) {
+    if (code == CURLE_PEER_FAILED_VERIFICATION) {
         return Failed(
             Stage::kTrust,
             "The certificate of " + m_place + " is not good for the CAs in " +
                 Clean(m_options.caFile) + why +
                 " The password was not sent. Check the address, or give the BMC a certificate "
                 "of that CA for this very name or address.");
-    }
-    if (code == CURLE_PEER_FAILED_VERIFICATION) {  // the BMC's is not verified
-        return Failed(Stage::kConnect, "The certificate of the proxy cannot be verified" + why +
-                                           " Check the proxy, or use --no-proxy.");
     }
     if (watch.IsTooOld()) {
         return Failed(Stage::kTls,

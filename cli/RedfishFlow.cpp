@@ -209,7 +209,8 @@ Outcome CollectByRedfish(Context& run) {
 
 Outcome CheckByRedfish(Context& run) {
     RedfishRun redfish(run);
-    const Outcome outcome = redfish.Reach();
+    Outcome outcome = redfish.Reach();
+    if (outcome.Ok()) outcome = redfish.CheckCertificate();
     const bool limited = outcome.Ok() && !redfish.Limit().empty();
     return limited ? Failure(kLimited, redfish.Limit()) : outcome;
 }

@@ -102,9 +102,6 @@ stage_release() {
 
 stage_benchmarks() {
     "$root/bench/run" --quick --build "$root/build/release" --peers "$peers/root"
-    "$root/bench/ipmi/run" --quick --build "$root/build/release"
-    "$root/bench/cim/run" --quick --build "$root/build/release"
-    "$root/bench/sftp/run" --quick --build "$root/build/release" --peers "$peers/root"
 }
 
 stage_clang() { build tidy; }

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // bench_cim_parse [PROPERTIES [ROUNDS]]: reads enumeration answers of PROPERTIES (10000) and twice
-// as many, as one instance and as instances of ten, and prints the time of each, how it grows, and
-// the memory that reading takes at its peak, in multiples of the answer.
+// as many, as one instance and as instances of ten. Prints a line for each: properties of an
+// instance, milliseconds, those for twice as many, and the memory that reading takes at its peak
+// for both, in multiples of the answer.
 #include <malloc.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -96,17 +97,13 @@ double PeakMemory(const std::string& answer) {
     return heard ? static_cast<double>(kib) * 1024 / static_cast<double>(answer.size()) : -1;
 }
 
-void Measure(const char* what, int properties, int perInstance, int perInstanceOfDouble,
-             int rounds) {
+void Measure(int properties, int perInstance, int perInstanceOfDouble, int rounds) {
     const std::string single = Answer(properties, perInstance);
     const std::string twice = Answer(2 * properties, perInstanceOfDouble);
     const double first = Milliseconds(single, rounds);
     const double second = Milliseconds(twice, rounds);
-    std::printf(
-        "%s: %d properties, %zu bytes: %.2f ms; twice as many: %.2f ms, %.2f times "
-        "(at most 2.20); memory %.1f and %.1f times the answer (at most 12.0)\n",
-        what, properties, single.size(), first, second, second / first, PeakMemory(single),
-        PeakMemory(twice));
+    std::printf("%d %.3f %.3f %.2f %.2f\n", perInstance, first, second, PeakMemory(single),
+                PeakMemory(twice));
 }
 
 }  // namespace
@@ -118,7 +115,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: bench_cim_parse [PROPERTIES, a multiple of 10 [ROUNDS]]\n");
         return 2;
     }
-    Measure("one instance", properties, properties, 2 * properties, rounds);
-    Measure("instances of ten", properties, 10, 10, rounds);
+    Measure(properties, properties, 2 * properties, rounds);
+    Measure(properties, 10, 10, rounds);
     return 0;
 }

@@ -61,6 +61,13 @@ boost::property_tree::ptree ReadJson(const std::string& text) {
     return tree;
 }
 
+std::string ReasonOf(const boost::property_tree::ptree_error& failure) {
+    const auto* const parsing =
+        dynamic_cast<const boost::property_tree::file_parser_error*>(&failure);
+    if (parsing == nullptr || parsing->line() == 0) return failure.what();
+    return "<unspecified file>(" + std::to_string(parsing->line()) + "): " + parsing->message();
+}
+
 const boost::property_tree::ptree* FindMember(const boost::property_tree::ptree& object,
                                               const std::string& name) {
     const auto member = object.find(name);

@@ -97,6 +97,18 @@ def odd(respond=None, prepare=None, trusted=None):
     return start
 
 
+@contextlib.contextmanager
+def behind_a_plain_proxy_named_https():
+    with odd_servers.proxy_that_says(b"HTTP/1.1 400 No\r\n\r\n") as port:
+        yield "127.0.0.1", tool.free_port(), {"https_proxy": f"https://127.0.0.1:{port}"}
+
+
+@contextlib.contextmanager
+def behind_an_unknown_https_proxy():
+    with odd_servers.odd_server() as server:
+        yield "127.0.0.1", tool.free_port(), {"https_proxy": f"https://127.0.0.1:{server.port}"}
+
+
 def behind_a_proxy(answer):
     """A BMC that is not there, behind a proxy that answers so; `closed_port` for one that is not there."""
     @contextlib.contextmanager
@@ -148,6 +160,8 @@ SCENARIOS = {
     "Proxy that refuses": Trouble(server=behind_a_proxy(b"HTTP/1.1 403 No\r\nContent-Length: 0\r\n\r\n")),
     "Proxy that does not reach the BMC": Trouble(
         server=behind_a_proxy(b"HTTP/1.1 503 Gone\r\nContent-Length: 0\r\n\r\n")),
+    "Proxy named with https:// that speaks plain HTTP": Trouble(server=behind_a_plain_proxy_named_https),
+    "Proxy with a certificate of its own making": Trouble(server=behind_an_unknown_https_proxy),
     "First header line of an answer begins with a blank": Trouble(
         server=odd(odd_servers.blank_before_the_first_header(lambda _, path: path.endswith("/Managers/1")))),
     "Service root: 400 to who has not logged in": Trouble(

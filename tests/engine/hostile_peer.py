@@ -10,13 +10,9 @@ hostile_peer.py FOLDER [AFTER KIND]   writes its certificate into FOLDER. From r
 /blank              200, the first header line begins with a blank
 /body/N             N bytes, announced
 /endless            a body in chunks that does not end
-/starting           503 with 4 MiB of control bytes, the greatest body that is taken
-/controls           200 with as many, in a JSON text
-/zeros              200 with 4 MiB of [0,0,...]
-/members/N          200 with an object of N members
-/long               200 with an object whose Id, version, state and path are as long as may be
-/dots               200 with a version of four million dots
 /headers            header lines without end
+/header             one header line without end
+/status             a status line without end
 /interim            answers 100 without end
 /trailers           a small body in chunks, then trailer lines without end
 /bomb               256 MiB of zeros, compressed by gzip
@@ -39,7 +35,6 @@ import zlib
 
 FOLDER = sys.argv[1]
 AFTER, KIND = (int(sys.argv[2]), sys.argv[3]) if len(sys.argv) > 3 else (1 << 60, '')
-MOST = 4 << 20
 
 lock = threading.Lock()
 requests = 0
@@ -58,12 +53,6 @@ def repeated(first, piece):
     yield first
     while True:
         yield piece
-
-
-def member_text(size):
-    text = 'n' * size
-    return json.dumps({'RedfishVersion': text, 'Id': text, 'TaskState': 'Completed', 'Oem': {
-        'Tavrin': {'FFDCForDownloading': {'Path': text}}}}).encode()
 
 
 def bomb():
@@ -92,20 +81,12 @@ def answer(kind, number, connection):
             if size < 1 << 26 else repeated(head(200, f'Content-Length: {size}'), bytes(1 << 20))
     if kind == 'endless':
         return repeated(head(200, 'Transfer-Encoding: chunked'), b'10000\r\n' + b'x' * 65536 + b'\r\n')
-    if kind == 'starting':
-        return whole(503, b'\x1b' * MOST)
-    if kind == 'controls':
-        return whole(200, b'{"TaskState":"' + b'\x7f' * (MOST - 64) + b'"}')
-    if kind == 'zeros':
-        return whole(200, b'[0' + b',0' * (MOST // 2 - 2) + b']')
-    if kind == 'members':
-        return whole(200, b'{"Id":0' + b',"a":0' * (int(rest) - 2) + b'}')
-    if kind == 'long':
-        return whole(200, member_text(MOST // 3 - 200))
-    if kind == 'dots':
-        return whole(200, json.dumps({'RedfishVersion': '.' * (MOST - 64)}).encode())
     if kind == 'headers':
         return repeated(head(200)[:-2], b'a:b\r\n' * 10000)
+    if kind == 'header':
+        return repeated(head(200)[:-2] + b'A: ', b'b' * 65536)
+    if kind == 'status':
+        return repeated(b'HTTP/1.1 200 ', b'b' * 65536)
     if kind == 'interim':
         return repeated(b'', head(100, 'A: b') * 1000)
     if kind == 'trailers':

@@ -44,6 +44,7 @@ struct Handle {
     Share* share = nullptr;  // no option: stays after a reset
     bool performed = false;
     long status = 0;
+    curl_off_t firstByte = 0;        // microseconds until the answer began; 0 when it did not
     std::size_t postFieldsCall = 0;  // 1 + index of the call that is completed by the perform
 
     bool Has(CURLoption option) const { return options.count(option) != 0; }
@@ -309,6 +310,7 @@ struct Machine {
             ADD_FAILURE() << "this libcurl corrupts the heap when a handle is used again";
         }
         handle.status = 0;
+        handle.firstByte = 0;
 
         WebRequest request = Describe(handle);
         Transfer transfer(handle, request);
@@ -333,7 +335,10 @@ struct Machine {
     }
 };
 
+void Transfer::AnswerBegins() { m_handle.firstByte = 1; }
+
 std::size_t Transfer::Header(const std::string& line) {
+    AnswerBegins();
     const auto callback = Callback<curl_write_callback>(CURLOPT_HEADERFUNCTION);
     if (callback == nullptr) return line.size();
     std::string copy = line;
@@ -647,6 +652,11 @@ CURLcode curl_easy_getinfo(CURL* curl, CURLINFO info, ...) {
     }
     if (info == CURLINFO_CONTENT_LENGTH_DOWNLOAD_T) {
         *static_cast<curl_off_t*>(result) = -1;
+        return CURLE_OK;
+    }
+    if (info == CURLINFO_STARTTRANSFER_TIME_T) {
+        fakes::Machine::Record("CURLINFO_STARTTRANSFER_TIME_T");
+        *static_cast<curl_off_t*>(result) = static_cast<fakes::Handle*>(curl)->firstByte;
         return CURLE_OK;
     }
     ADD_FAILURE() << "information " << info << " is unknown to the scripted libcurl";

@@ -65,6 +65,9 @@ class Transfer {
 public:
     Transfer(Handle& handle, WebRequest& request) : m_handle(handle), m_request(request) {}
 
+    // The first byte of the answer is there; Header() says so by itself.
+    void AnswerBegins();
+
     // Each returns what the callback returned. A line is given whole, with its line end.
     std::size_t Header(const std::string& line);
     std::size_t Write(const std::string& bytes);

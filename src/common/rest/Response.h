@@ -17,7 +17,7 @@ struct Response {
     // HTTP status (RFC 9110); -1 when the transfer failed or none ran.
     std::int32_t httpCode = -1;
 
-    // Body of the answer; after a failed transfer libcurl's text for the error.
+    // Body of the answer; after a failed transfer the text for the error, mostly libcurl's.
     std::string body;
 
     // One entry per header line, names as the server spelled them. The last of several lines of a

@@ -503,8 +503,7 @@ Response RestClient::PerformCurlRequest(const std::string& url) {
     if (code == CURLE_OK) {
         CollectAnswer(reception);
     } else {
-        reception.Fail(code, reception.refusal.empty() ? &errorText[0] : reception.refusal);
-        BoundUnseenCookies(reception);
+        CollectFailure(code, &errorText[0], reception);
     }
     return std::move(reception.response);
 }
@@ -612,6 +611,25 @@ void RestClient::CollectAnswer(Reception& reception) {
     curl_easy_getinfo(m_curl.get(), CURLINFO_RESPONSE_CODE, &status);
     reception.response.httpCode = static_cast<std::int32_t>(status);
     CollectCookies(reception);
+}
+
+void RestClient::CollectFailure(CURLcode code, const char* text, Reception& reception) {
+    if (!reception.refusal.empty()) {
+        reception.Fail(code, reception.refusal);
+    } else if (code == CURLE_OUT_OF_MEMORY && HasAnswerBegun()) {
+        // What libcurl says of a line beyond its own bound.
+        reception.Fail(CURLE_WRITE_ERROR, "Answer too large: one header line without an end");
+    } else {
+        reception.Fail(code, text);
+    }
+    BoundUnseenCookies(reception);
+}
+
+bool RestClient::HasAnswerBegun() {
+    curl_off_t microseconds = 0;
+    return curl_easy_getinfo(m_curl.get(), CURLINFO_STARTTRANSFER_TIME_T, &microseconds) ==
+               CURLE_OK &&
+           microseconds > 0;
 }
 
 void RestClient::CollectCookies(Reception& reception) {

@@ -142,6 +142,8 @@ private:
     void ApplyCookies();
     void ApplySafeguards(const std::string& url);
     void CollectAnswer(Reception& reception);
+    void CollectFailure(CURLcode code, const char* text, Reception& reception);
+    bool HasAnswerBegun();
     void CollectCookies(Reception& reception);
     void BoundUnseenCookies(const Reception& reception);
 

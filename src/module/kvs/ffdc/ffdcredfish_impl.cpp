@@ -107,8 +107,8 @@ void LogRestError(int level, const Rest::Response& response) {
                     << response.body;
 }
 
-void LogNotJson(const std::exception& failure) {
-    LOG_LINE(kFailure) << "Failed to parse Jason object : " << failure.what();
+void LogNotJson(const boost::property_tree::ptree_error& failure) {
+    LOG_LINE(kFailure) << "Failed to parse Jason object : " << ReasonOf(failure);
 }
 
 void LogDumpedTo(const std::string& path) {

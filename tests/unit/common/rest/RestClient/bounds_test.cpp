@@ -113,6 +113,24 @@ TEST_F(RestClientBounds, HeaderLinesOfAllAnswersOnTheWayCountTogether) {
               }));
 }
 
+TEST_F(RestClientBounds, ALineThatIsTooLongForLibcurlIsNotCalledOutOfMemory) {
+    ExpectCut("Answer too large: one header line without an end", Answered([](Transfer& transfer) {
+                  transfer.AnswerBegins();
+                  transfer.SetErrorText("Out of memory");
+                  return CURLE_OUT_OF_MEMORY;
+              }));
+}
+
+TEST_F(RestClientBounds, OutOfMemoryBeforeTheAnswerBeginsIsWhatItSays) {
+    const Rest::Response response = Answered([](Transfer& transfer) {
+        transfer.SetErrorText("Out of memory");
+        return CURLE_OUT_OF_MEMORY;
+    });
+
+    EXPECT_EQ(27, response.curlCode);
+    EXPECT_EQ("Out of memory", response.body);
+}
+
 TEST_F(RestClientBounds, EachExchangeIsCountedByItself) {
     for (int i = 0; i < 3; ++i) {
         const Rest::Response response = Answered([](Transfer& transfer) {

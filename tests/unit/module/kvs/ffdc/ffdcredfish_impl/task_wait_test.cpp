@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <chrono>
+#include <locale>
 #include <new>
 #include <thread>
 
@@ -188,6 +189,22 @@ TEST_F(RedfishParseTaskState, ABodyThatIsNoJsonGives3WithTheReadersText) {
             ElementsAre(Failure(std::string("Failed to parse Jason object : ") + row.text)));
         log.Clear();
     }
+}
+
+struct Grouping : std::numpunct<char> {
+    char do_thousands_sep() const override { return ','; }
+    std::string do_grouping() const override { return "\3"; }
+};
+
+TEST_F(RedfishParseTaskState, TheReadersTextHasItsNumbersWhateverTheHostsLocale) {
+    const std::locale before =
+        std::locale::global(std::locale(std::locale::classic(), new Grouping));
+
+    KEMFfdcRedfishImpl::ParseTaskState(Answer(std::string(1403, '\n') + "<html>"));
+
+    std::locale::global(before);
+    EXPECT_THAT(log.Lines(), ElementsAre(Failure("Failed to parse Jason object : "
+                                                 "<unspecified file>(1404): expected value")));
 }
 
 TEST_F(RedfishTaskWait, FollowsTheTaskUntilItIsCompleted) {

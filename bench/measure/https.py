@@ -1,0 +1,112 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Redfish: small requests, a large archive, the tool's whole collect, memory by size."""
+
+import contextlib
+import pathlib
+import tempfile
+
+from measure.clock import in_turns, run, seconds, take
+from measure.rows import Row
+from measure.servers import MIB, web
+
+# A shell starts programs with less ado than Python, whose share would hide a difference.
+STARTS = 'i=0; while [ $i -lt "$1" ]; do "$0" --version >/dev/null || exit 1; i=$((i + 1)); done'
+BY_HAND = 'curl -q -sSfk --http1.1 -o "$1" -u "$2" "$3" && sha256sum "$1"'
+BY_HAND_AT_ONCE = 'curl -q -sSfk --http1.1 -u "$2" "$3" | tee "$1" | sha256sum'
+
+
+@contextlib.contextmanager
+def serving(options, sizes):
+    # Beside the build, because /tmp may be held in memory.
+    with tempfile.TemporaryDirectory(prefix="bench-", dir=options.build) as name:
+        with web(options, pathlib.Path(name).resolve(), sizes) as at:
+            yield at
+
+
+def old_libcurl():
+    """Before 8.1 a handle is not used twice, by us and so by the loop that we are compared with."""
+    words = run(["curl", "--version"]).split("libcurl/")[1].split(maxsplit=1)[0].split(".")
+    return tuple(int(word) for word in words[:2]) < (8, 1)
+
+
+def gets(options):
+    requests, rounds = (200, 3) if options.quick else (2000, 7)
+    with serving(options, {}) as at:
+        said = run([options.build / "bin" / "bench_small_gets", at.url("/redfish/v1/"), requests,
+                    rounds])
+    ours, bare = zip(*(map(float, line.split()) for line in said.splitlines()))
+    loop = "bare libcurl, fresh handles" if old_libcurl() else "bare libcurl, one handle"
+    yield Row("gets", f"{requests} small GETs on one TLS connection", list(ours),
+              {loop: list(bare)}, kind="speed", at_least=0.97)
+
+
+def fetch(options, at, name, mebibytes):
+    """The library's own download; also tells its peak memory."""
+    target = at.folder / "fetched"
+    spent, said = seconds([options.build / "bin" / "bench_download", "127.0.0.1", at.port, "admin",
+                           f"/archives/{name}", target], "password\n")
+    take(target, mebibytes * MIB)
+    return spent, int(said) / 1024
+
+
+def download(options):
+    size, rounds = (64, 3) if options.quick else (512, 7)
+    with serving(options, {"largest": size}) as at:
+        target = at.folder / "fetched"
+
+        def ours():
+            return fetch(options, at, "largest", size)[0]
+
+        def curl():
+            spent, _ = seconds(["curl", "-q", "-sSfk", "--http1.1", "-o", target, "-u",
+                                "admin:password", at.url("/archives/largest")])
+            take(target, size * MIB)
+            return spent
+
+        times = in_turns(rounds, ours, curl)
+        yield Row("https", f"{size} MiB over HTTPS, library", times[0], {"curl -o": times[1]},
+                  at_most=0.70)
+        yield from collect(options, at, size, rounds)
+
+
+def collect(options, at, size, rounds):
+    password = at.folder / "password"
+    password.write_text("secret\n", encoding="ascii")
+    output = at.folder / "collected"
+    target = at.folder / "fetched"
+
+    def ours():
+        spent, _ = seconds([options.build / "bin" / "kemffdc", "collect", "--via", "redfish",
+                            "127.0.0.1", "--port", at.bmc_port, "--user", "admin",
+                            "--password-file", password, "--output", output])
+        take(next(output.iterdir()), size * MIB)
+        return spent
+
+    def line(script):
+        spent, _ = seconds(["sh", "-c", script, "sh", target, "admin:secret",
+                            f"https://127.0.0.1:{at.bmc_port}/download/archive"])
+        take(target, size * MIB)
+        return spent
+
+    times = in_turns(rounds, ours, lambda: line(BY_HAND), lambda: line(BY_HAND_AT_ONCE))
+    yield Row("https", f"the tool's whole collect of {size} MiB over Redfish", times[0],
+              {"curl -o && sha256sum": times[1], "curl, tee, sha256sum at once": times[2]}, at_most=0.45)
+
+
+def memory(options):
+    sizes = (16, 64) if options.quick else (64, 1024, 4096)
+    with serving(options, {f"of{size}": size for size in sizes}) as at:
+        for size in sizes:
+            spent, peak = fetch(options, at, f"of{size}", size)
+            yield Row("memory", f"peak of {size} MiB over HTTPS", [peak], kind="value", unit="MiB",
+                      at_most=24, note=f"{spent:.1f} s", series=("HTTPS", size))
+
+
+def start(options):
+    rounds, runs = (3, 10) if options.quick else (7, 50)
+
+    def one(program):
+        return seconds(["sh", "-c", STARTS, program, runs])[0] / runs
+
+    times = in_turns(rounds, lambda: one(options.build / "bin" / "kemffdc"), lambda: one("curl"))
+    yield Row("start", "--version of the tool", times[0], {"curl --version": times[1]}, at_most=2)
