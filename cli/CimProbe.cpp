@@ -19,6 +19,8 @@ namespace {
 // As the library: some ten thousand objects.
 constexpr std::size_t kMaxBody = std::size_t{16} * 1024 * 1024;
 constexpr std::size_t kMaxHeaders = std::size_t{64} * 1024;  // bytes of names and values
+// Of all header lines and trailers: libcurl bounds headers by itself, and keeps every trailer.
+constexpr std::size_t kMaxLines = std::size_t{512} * 1024;
 constexpr int kConnectSeconds = 30;
 
 struct FreeList {
@@ -91,6 +93,8 @@ bool IsComplete(const CimReply& reply) {
 std::size_t CollectHeader(char* bytes, std::size_t size, std::size_t count, void* target) {
     CimReply& reply = *static_cast<CimReply*>(target);
     const std::string line(bytes, size * count);
+    reply.lineBytes += line.size();
+    if (reply.lineBytes > kMaxLines) return 0;  // ends the transfer
     if (line.compare(0, 5, "HTTP/") == 0) {
         reply.headers.clear();
         reply.httpCode = NumberBehind(line, " ", 0);
@@ -201,7 +205,7 @@ CimReply CimProbe::Enumerate(const std::string& nameSpace, const std::string& cl
     const bool endedByUs = code == CURLE_WRITE_ERROR && IsComplete(reply);
     if (code == CURLE_OK || endedByUs) return reply;
     if (code == CURLE_PEER_FAILED_VERIFICATION) NoteUntrusted();
-    return Explain(code, Detail(code));
+    return Explain(code, Detail(code), reply.lineBytes > kMaxLines);
 }
 
 CimReply CimProbe::CheckCertificate() {
@@ -249,7 +253,7 @@ void CimProbe::NoteCertificate(CURL* curl, bool verified) {
     }
 }
 
-CimReply CimProbe::Explain(int code, const std::string& detail) const {
+CimReply CimProbe::Explain(int code, const std::string& detail, bool tooManyLines) const {
     const std::string why = " (" + Clean(detail) + ").";
     if (code == CURLE_PEER_FAILED_VERIFICATION && !m_options.caFile.empty()) {
         return Failed(Stage::kTrust,
@@ -275,6 +279,11 @@ CimReply CimProbe::Explain(int code, const std::string& detail) const {
         case CURLE_OPERATION_TIMEDOUT:
             return ExplainTimeout();
         case CURLE_WRITE_ERROR:
+            if (tooManyLines) {
+                return Failed(Stage::kService, m_place +
+                                                   " answers with headers without end. It is no "
+                                                   "usable CIM server.");
+            }
             return Failed(Stage::kService,
                           m_place +
                               " answers with more than 16 MiB where a few thousand "

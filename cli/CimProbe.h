@@ -22,6 +22,7 @@ struct CimReply {
     long httpCode = 0;
     std::map<std::string, std::string> headers;  // names in lower case
     std::string body;                            // empty where the status is an error
+    std::size_t lineBytes = 0;                   // of all header lines and trailers
 
     std::string Header(const std::string& name) const;  // empty where there is none
     // One of CIM's own, which can be called "NN-NAME" where the header Man says so (DSP0200).
@@ -57,7 +58,7 @@ private:
     void NoteUntrusted();
     void NoteCertificate(CURL* curl, bool verified);
     std::string Detail(int curlCode) const;
-    CimReply Explain(int curlCode, const std::string& detail) const;
+    CimReply Explain(int curlCode, const std::string& detail, bool tooManyLines) const;
     CimReply ExplainTimeout() const;
 
     const Options& m_options;

@@ -149,6 +149,9 @@ SCENARIOS = {
         server=speaking_server(b"HTTP/1.1 503 Busy\r\n" + NO_BODY), plain=True, seconds=5),
     "First answer: 401 whose body never comes": Trouble(
         server=speaking_server(b"HTTP/1.1 401 No\r\n" + NO_BODY), plain=True, seconds=5),
+    "First answer: trailers without end": Trouble(
+        server=speaking_server(b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n",
+                               b"X: y\r\n" * 10000), plain=True, seconds=10),
     "First answer: interim answers without end": Trouble(
         server=speaking_server(b"", b"HTTP/1.1 100 Continue\r\nX: y\r\n\r\n" * 1000), plain=True,
         environment=TWO_SECONDS, seconds=6),

@@ -70,6 +70,21 @@ def properties(count):
     return b"".join(b'<PROPERTY NAME="P%d" TYPE="string"><VALUE>x</VALUE></PROPERTY>' % n for n in range(count))
 
 
+def origins(count):
+    return b"".join(b'<PROPERTY NAME="P%d" TYPE="string" CLASSORIGIN="c"/>' % n for n in range(count))
+
+
+def skipped_objects(count, key):
+    return (b'<VALUE.NAMEDINSTANCE><INSTANCENAME CLASSNAME="c"><KEYBINDING NAME="k"><KEYVALUE>' + key
+            + b'</KEYVALUE></KEYBINDING></INSTANCENAME><INSTANCE CLASSNAME="c"><PROPERTY NAME="DataCollectionType" '
+            + b'TYPE="string"><VALUE>4</VALUE></PROPERTY></INSTANCE></VALUE.NAMEDINSTANCE>') * count
+
+
+def object_of_type(property_):
+    return (b'<VALUE.NAMEDINSTANCE><INSTANCENAME CLASSNAME="c"/><INSTANCE CLASSNAME="c">' + property_
+            + b"</INSTANCE></VALUE.NAMEDINSTANCE>")
+
+
 def lying_names(number):
     """A packet that announces 4 billion names and holds none."""
     payload = number + struct.pack(">I", 0xFFFFFFFF)
@@ -171,6 +186,20 @@ CASES = [
     cim("objects: 200,000 properties of an object", (0, 3, 4),
         ((OBJECTS, http.edited(rb"<INSTANCE [^>]*>", properties(200000))),)),
     cim("objects: 3 GiB", (3, 4), ((OBJECTS, http.filled(http.MOST)),)),
+    cim("objects: 230,000 properties with class origins", (0, 3, 4),
+        ((OBJECTS, http.edited(rb"<INSTANCE [^>]*>", origins(230000))),)),
+    cim("objects: 16,000 that are never exported, with paths of control bytes", (0, 3, 4),
+        ((OBJECTS, http.edited(b"<IRETURNVALUE>", skipped_objects(16000, b"\x01" * 600))),), quick=True),
+    cim("objects: a type of 1 MiB of quotation marks", (0, 3, 4),
+        ((OBJECTS, http.edited(b"<IRETURNVALUE>", object_of_type(
+            b'<PROPERTY NAME="DataCollectionType" TYPE="string"><VALUE>' + b'"' * MIB + b"</VALUE></PROPERTY>"))),)),
+    cim("objects: a type of 250,000 real numbers", (0, 3, 4),
+        ((OBJECTS, http.edited(b"<IRETURNVALUE>", object_of_type(
+            b'<PROPERTY.ARRAY NAME="DataCollectionType" TYPE="real64"><VALUE.ARRAY>' + b"<VALUE>1</VALUE>" * 250000
+            + b"</VALUE.ARRAY></PROPERTY.ARRAY>"))),)),
+    cim("services: a path of 256 KiB of quotation marks", (0, 3, 4),
+        ((SERVICES, http.edited(INSTANCE_NAME, b'<KEYBINDING NAME="q"><KEYVALUE>' + b'"' * 260000
+                                + b"</KEYVALUE></KEYBINDING>")),)),
     cim("export: 3 GiB", (3, 4), ((METHOD, http.filled(http.MOST)),), quick=True),
     cim("export: 50 bytes a second", (6,), ((METHOD, http.dripped),), options=("--deadline", "5"), library=False),
 

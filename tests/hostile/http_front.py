@@ -257,8 +257,8 @@ def half(talk):
 
 
 def dripped(talk):
-    """50 bytes a second."""
-    talk.head(GIB)
+    """50 bytes a second of a mebibyte."""
+    talk.head(1 << 20)
     for _ in range(3600):
         talk.say(b"x" * 50)
         time.sleep(1)

@@ -119,6 +119,13 @@ bool Peer::ClientCloses(std::chrono::milliseconds limit) {
     return Read(data, sizeof data) == 0;
 }
 
+void Peer::Renegotiate(int times) {
+    for (int i = 0; i < times; ++i) {
+        SSL_renegotiate(m_ssl);
+        SSL_do_handshake(m_ssl);
+    }
+}
+
 void Peer::ResetOnClose() {
     const linger now{1, 0};
     ::setsockopt(m_socket, SOL_SOCKET, SO_LINGER, &now, sizeof now);

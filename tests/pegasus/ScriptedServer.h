@@ -3,6 +3,7 @@
 #define VARNEX_TESTS_PEGASUS_SCRIPTEDSERVER_H
 
 #include <openssl/ssl.h>
+#include <sys/socket.h>
 
 #include <atomic>
 #include <chrono>
@@ -41,6 +42,12 @@ public:
     void SayGoodbye() { SSL_shutdown(m_ssl); }
     // Closing will say no goodbye.
     void SkipGoodbye() { SSL_set_quiet_shutdown(m_ssl, 1); }
+    // Asks the client for a new handshake, so many times.
+    void Renegotiate(int times);
+    // Bytes on the connection that TLS knows nothing of.
+    void SendBelowTls(const std::string& bytes) {
+        (void)!::send(m_socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    }
     // Closing sends a reset instead of an end.
     void ResetOnClose();
 

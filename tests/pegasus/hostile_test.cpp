@@ -366,6 +366,102 @@ TEST(PegasusHostile, EntitiesAreNeitherExpandedNorFetched) {
     }
 }
 
+TEST(PegasusHostile, OddAnswersAreTakenOrRefusedButNeverMixedUp) {
+    const std::string head = "HTTP/1.1 200 OK\r\nCIMOperation: MethodResponse\r\n";
+    const std::string declaration =
+        "Validation error: on line 1: Expected <?xml ... ?> style declaration";
+    struct Row {
+        std::string answer;
+        std::string outcome;
+        const char* why;
+    };
+    const Row rows[] = {
+        {"HTTP/1.1 503\r\n\r\n", kMalformed, "neither a reason nor a blank"},
+        {"HTTP/1.1 503 \r\n\r\n",
+         "CIMClientHTTPErrorException: HTTP Error (503 Service Unavailable).", "no reason"},
+        {"HTTP/1.1 999 \r\n\r\n", "CIMClientHTTPErrorException: HTTP Error (999 <unknown-status>).",
+         "an unknown status without a reason"},
+        {"HTTP/1.1 204 No Content\r\n\r\n",
+         "CIMClientHTTPErrorException: HTTP Error (204 No Content).", "no content"},
+        {"HTTP/1.1 1000 No\r\n\r\n", kMalformed, "a status of four digits"},
+        {"HTTP/9.9 200 OK\r\n\r\n", kMalformed, "another version"},
+        {"HTTP/1.1 503 a\rb\r\n\r\n", kMalformed, "a bare CR in the reason"},
+        {head + "X: a" + std::string(1, '\0') + "b\r\n\r\n", kMalformed, "a NUL in a header"},
+        {head + " folded: x\r\ncontent-length: 0\r\n\r\n", "", "a header that begins with a blank"},
+        {head + "content-length: 4\r\ntransfer-encoding: chunked\r\n\r\n0\r\n\r\n", kMalformed,
+         "a length and chunks"},
+        {head + "content-length: 0x10\r\n\r\n", kMalformed, "a hexadecimal length"},
+        {head + "content-length: 18446744073709551616\r\n\r\n", kMalformed, "a length of 2^64"},
+        {head + "content-length: 18446744073709551615\r\n\r\n", kMalformed, "one less"},
+        {head + "transfer-encoding: chunked\r\n\r\n10000000000000000\r\n", kMalformed,
+         "a chunk of 2^64 bytes"},
+        {head + "transfer-encoding: chunked\r\n\r\n-1\r\n", kMalformed, "a chunk below nothing"},
+        {head + "transfer-encoding: chunked\r\n\r\n;x=y\r\n", kMalformed, "a chunk without a size"},
+        {head + "transfer-encoding: chunked\r\n\r\n0;a=b;c=\"d\"\r\n\r\n",
+         "CIMClientXmlException: " + declaration, "extensions of a chunk"},
+        {head + "content-encoding: gzip\r\ncontent-length: 4\r\n\r\n\x1F\x8B\x08\x01",
+         "CIMClientXmlException: " + declaration, "compressed"},
+        {head + "content-length: 12\r\n\r\n\xFF\xFE<" + std::string(1, '\0') + "?" +
+             std::string(1, '\0') + "x" + std::string(1, '\0') + "m" + std::string(1, '\0') + "l" +
+             std::string(1, '\0'),
+         "CIMClientXmlException: " + declaration, "UTF-16"},
+        {head + "Content-Type: text/xml; charset=utf-16\r\ncontent-length: 0\r\n\r\n",
+         "CIMClientMalformedHTTPException: Bad Content-Type HTTP header; text/xml; charset=utf-16",
+         "said to be UTF-16"},
+        {"HTTP/1.1 101 Switching Protocols\r\n\r\n", kClosed, "another protocol, and then nothing"},
+    };
+    for (const Row& row : rows) {
+        const std::string outcome = Outcome(row.answer);
+        EXPECT_EQ(row.outcome, Start(outcome, row.outcome.size())) << row.why << ": " << outcome;
+        EXPECT_NE("", outcome) << row.why;
+    }
+}
+
+TEST(PegasusHostile, OfTwoHeadersTheFirstCounts) {
+    ScriptedServer server({Answering([](const std::string& request) {
+        return WithLength(request, EnumerationXml(kOneInstance),
+                          "CIMStatusCode: 0\r\nCIMStatusCode: 1\r\nContent-Type: text/html\r\n"
+                          "CIMOperation: other\r\n");
+    })});
+    ConnectedClient client(server);
+    EXPECT_EQ(1U, client.Enumerate().size());
+    EXPECT_EQ("CIMClientHTTPErrorException: HTTP Error (401 No).",
+              Outcome("HTTP/1.1 401 No\r\nWWW-Authenticate: Digest x\r\n"
+                      "WWW-Authenticate: Basic realm=\"x\"\r\ncontent-length: 0\r\n\r\n"));
+}
+
+TEST(PegasusHostile, DocumentsWithOddInsides) {
+    const std::string start =
+        "<VALUE.NAMEDINSTANCE><INSTANCENAME CLASSNAME=\"A\"/><INSTANCE CLASSNAME=\"A\">";
+    const std::string end = "</INSTANCE></VALUE.NAMEDINSTANCE>";
+    const std::string qualifier = "<QUALIFIER NAME=\"Q\" TYPE=\"string\">";
+    struct Row {
+        std::string inside;
+        bool taken;
+        const char* why;
+    };
+    const Row rows[] = {
+        {"<PROPERTY NAME=\"P\" TYPE=\"string\" EmbeddedObject=\"instance\"><VALUE>&lt;INSTANCE "
+         "CLASSNAME=\"B\"/&gt;</VALUE></PROPERTY>",
+         true, "an embedded object"},
+        {Repeated(qualifier, 3) + Repeated("</QUALIFIER>", 3), false, "qualifiers in qualifiers"},
+        {Repeated(qualifier, 50000) + Repeated("</QUALIFIER>", 50000), false, "and many of them"},
+        {"<PROPERTY NAME=\"P\" TYPE=\"string\"><VALUE>a\x01\x7F</VALUE></PROPERTY>", true,
+         "control bytes"},
+        {"<PROPERTY NAME=\"P\" TYPE=\"string\"><VALUE>\xED\xA0\x80</VALUE></PROPERTY>", false,
+         "half a surrogate pair"},
+        {"<PROPERTY NAME=\"P\" TYPE=\"string\"><VALUE>\xF4\x90\x80\x80</VALUE></PROPERTY>", false,
+         "beyond Unicode"},
+        {"<PROPERTY NAME=\"P\" TYPE=\"string\"><VALUE>\xC0\x80</VALUE></PROPERTY>", false,
+         "NUL in two bytes"},
+        {"<PROPERTY NAME=\"P\" TYPE=\"string\" NAME=\"R\"/>", true, "an attribute twice"},
+    };
+    for (const Row& row : rows) {
+        const std::string outcome = OutcomeOfXml(WithinAnswer(start + row.inside + end));
+        EXPECT_EQ(row.taken ? "" : "CIMClientXmlException: ", Start(outcome, 23)) << row.why;
+    }
+}
+
 TEST(PegasusHostile, TextsOfAServerThatAreNoUtf8StillMakeAMessage) {
     EXPECT_EQ("CIMClientHTTPErrorException: HTTP Error (503 caf\xC3\xA9).",
               Outcome("HTTP/1.1 503 caf\xE9\r\n\r\n"));

@@ -223,4 +223,34 @@ TEST(PegasusTls, AfterABodyThatEndedWithTlsTheConnectionIsRenewedThoughItIsOpen)
     EXPECT_EQ(2U, server.Connections());
 }
 
+// A server that asks for a new handshake again and again.
+TEST(PegasusTls, RenegotiationNeitherHangsNorEnds) {
+    const auto context = SelfSigned("some.example");
+    ScriptedServer server({Secured(context, [](Peer& peer) {
+        const std::string request = peer.Request();
+        peer.Renegotiate(20);
+        peer.Send(WithLength(request, EnumerationXml(kOneInstance)));
+        peer.ClientCloses();
+    })});
+    CIMClient client;
+    Connect(client, server);
+    const auto start = std::chrono::steady_clock::now();
+    const std::string thrown = Thrown([&] { client.enumerateInstances("root/cimv2", "ZOR_X"); });
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 4s);
+    EXPECT_EQ("", thrown);
+}
+
+TEST(PegasusTls, ACutWithinTheHandshakeOrARecordIsALoss) {
+    const auto context = SelfSigned("some.example");
+    ScriptedServer server({Secured(context, [](Peer& peer) {
+        peer.Request();
+        // A record of application data that announces more than comes.
+        peer.SendBelowTls(std::string("\x17\x03\x03\x01\x00", 5) + std::string(20, 'x'));
+    })});
+    CIMClient client;
+    Connect(client, server);
+    EXPECT_EQ("CIMClientMalformedHTTPException: Connection closed by CIM Server.",
+              Thrown([&] { client.enumerateInstances("root/cimv2", "ZOR_X"); }));
+}
+
 }  // namespace
