@@ -221,8 +221,10 @@ Answer HttpsProbe::Perform(const std::string& url, const Login* login, long mill
 
 Answer HttpsProbe::CheckCertificate() {
     if (m_options.caFile.empty()) return {};
+    ConnectionWatch watch;
     CurlHandle handle;  // goes with its connection: none of them stays open on the BMC
     CURL* easy = handle.Renew();
+    watch.Attach(easy);
     SetTransport(easy, m_baseUrl, m_options.caFile);
     char error[CURL_ERROR_SIZE] = "";
     curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, error);
@@ -267,8 +269,10 @@ Answer HttpsProbe::CheckRedirect(const std::string& target) const {
 
 // For the report: who is it? Without any request.
 void HttpsProbe::NoteUntrusted() {
+    ConnectionWatch watch;
     CurlHandle handle;
     CURL* easy = handle.Renew();
+    watch.Attach(easy);
     SetTransport(easy, m_baseUrl, "");
     curl_easy_setopt(easy, CURLOPT_CONNECT_ONLY, 1L);
     curl_easy_setopt(easy, CURLOPT_TIMEOUT,

@@ -80,7 +80,8 @@ Interrupt::Interrupt(std::chrono::seconds deadline, Ends ends)
     m_signals = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
     m_stop = eventfd(0, EFD_CLOEXEC);
     m_told = eventfd(0, EFD_CLOEXEC);
-    if (m_signals < 0 || m_stop < 0 || m_told < 0) {
+    m_demand = eventfd(0, EFD_CLOEXEC);
+    if (m_signals < 0 || m_stop < 0 || m_told < 0 || m_demand < 0) {
         throw std::system_error(errno, std::generic_category());
     }
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
@@ -90,12 +91,26 @@ Interrupt::Interrupt(std::chrono::seconds deadline, Ends ends)
 Interrupt::~Interrupt() {
     eventfd_write(m_stop, 1);
     m_thread.join();
-    for (const int descriptor : {m_signals, m_stop, m_told}) close(descriptor);
+    for (const int descriptor : {m_signals, m_stop, m_told, m_demand}) close(descriptor);
 }
 
 void Interrupt::AtStop(std::function<void()> call) {
     std::lock_guard<std::mutex> hold(m_atStopLock);
     m_atStop = std::move(call);
+}
+
+void Interrupt::Stop(const Outcome& outcome) {
+    {
+        std::lock_guard<std::mutex> hold(m_demandedLock);
+        m_demanded = outcome;
+    }
+    eventfd_write(m_demand, 1);
+    for (;;) pause();  // the object's thread ends the process
+}
+
+Outcome Interrupt::Demanded() const {
+    std::lock_guard<std::mutex> hold(m_demandedLock);
+    return m_demanded;
 }
 
 void Interrupt::ClaimEnding() {
@@ -114,9 +129,10 @@ void Interrupt::Listen() {
 ExitCode Interrupt::WaitForCause() const {
     for (;;) {
         const bool bounded = m_deadline.count() > 0;
-        pollfd events[] = {{m_stop, POLLIN, 0}, {m_signals, POLLIN, 0}};
-        poll(events, 2, bounded ? MillisecondsUntil(m_start + m_deadline) : kForever);
+        pollfd events[] = {{m_stop, POLLIN, 0}, {m_signals, POLLIN, 0}, {m_demand, POLLIN, 0}};
+        poll(events, 3, bounded ? MillisecondsUntil(m_start + m_deadline) : kForever);
         if (events[0].revents != 0) return kDone;
+        if (events[2].revents != 0) return Demanded().code;
         signalfd_siginfo info;
         if (read(m_signals, &info, sizeof info) != sizeof info) {
             if (bounded && steady_clock::now() >= m_start + m_deadline) return kNotFinished;

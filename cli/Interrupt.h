@@ -41,8 +41,15 @@ public:
 
     bool Raised() const { return m_code != kDone; }
 
+    // Ends the run as a signal would, but in this way. For a thread that must not go on with what
+    // it is at: does not return.
+    [[noreturn]] void Stop(const Outcome& outcome);
+
+    // That of Stop(); well where nobody has called it.
+    Outcome Demanded() const;
+
     // With which the process ends once Raised(): kInterrupted for a signal, kNotFinished for the
-    // deadline.
+    // deadline, else that of Stop().
     ExitCode Code() const { return m_code; }
 
     // `call` is called once, on the object's thread, as soon as the run is to end; it must not
@@ -67,6 +74,8 @@ private:
     const std::chrono::seconds m_deadline;
     const Time m_start;
     const Ends m_ends;
+    mutable std::mutex m_demandedLock;
+    Outcome m_demanded;
     std::mutex m_atStopLock;
     std::function<void()> m_atStop;
     std::atomic<ExitCode> m_code{kDone};
@@ -74,6 +83,7 @@ private:
     int m_signals = -1;                  // signalfd(2)
     int m_stop = -1;                     // eventfd(2), as the next
     int m_told = -1;
+    int m_demand = -1;
     std::thread m_thread;
 };
 

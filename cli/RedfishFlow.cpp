@@ -21,6 +21,8 @@
 namespace Kemffdc {
 namespace {
 
+constexpr int kGuardTries = 3;  // a BMC may be out of reach for a moment
+constexpr std::chrono::seconds kGuardPause{1};
 constexpr int kPreflightSeconds = 60;  // for one request, as the library's own
 
 // Shows the bytes of a download, and stops it when the run is interrupted.
@@ -53,17 +55,16 @@ Varnex::VarnexConnection::ConnectionInfo ConnectionOf(const Context& run) {
 // One BMC, reached through the library.
 class RedfishRun {
 public:
-    explicit RedfishRun(Context& run) : m_run(run), m_listener(run.progress) {}
+    explicit RedfishRun(Context& run)
+        : m_run(run), m_listener(run.progress, [this] { GuardRequest(); }) {}
 
     // Until the BMC can be asked for an export.
     Outcome Reach() {
         bool starting = false;
         Outcome outcome = Look(starting);
-        if (outcome.Ok()) outcome = CheckCertificate();
         if (outcome.Ok()) outcome = Start();
         // While the BMC was starting, nobody has looked at the credentials.
         if (outcome.Ok() && starting) outcome = Look(starting);
-        if (outcome.Ok()) outcome = CheckCertificate();
         if (outcome.Ok()) outcome = Connect();
         return outcome;
     }
@@ -72,7 +73,7 @@ public:
     const std::string& Limit() const { return m_limit; }
 
     // The library verifies no certificate before it sends the password: the tool looks right before
-    // each of its steps.
+    // a request. Where the library says that one is due, GuardRequest() does.
     Outcome CheckCertificate() {
         const Answer answer = HttpsProbe(m_run.options, RequestSeconds()).CheckCertificate();
         if (answer.failedAt == Stage::kDone) return {};
@@ -126,6 +127,19 @@ private:
     static int RequestSeconds() {
         const int configured = GetGlobalConfigValue("REST_ACTION_TIMEOUT", 0);
         return configured > 0 ? configured : kPreflightSeconds;
+    }
+
+    // On whatever thread the library is about to ask.
+    void GuardRequest() {
+        if (m_run.options.caFile.empty()) return;
+        Answer answer;
+        for (int tries = 0; tries < kGuardTries; ++tries) {
+            answer = HttpsProbe(m_run.options, RequestSeconds()).CheckCertificate();
+            if (answer.failedAt == Stage::kDone) return;
+            if (answer.failedAt == Stage::kTrust) break;
+            Clock::SleepFor(kGuardPause);
+        }
+        m_run.interrupt.Stop(Failure(kNotConnected, answer.reason));
     }
 
     Outcome Look(bool& starting) {
@@ -193,7 +207,6 @@ Outcome CollectByRedfish(Context& run) {
     if (!outcome.Ok()) return outcome;
     outcome = redfish.CheckCertificate();
     if (outcome.Ok()) outcome = redfish.Export();
-    if (outcome.Ok()) outcome = redfish.CheckCertificate();
     if (!outcome.Ok()) return outcome;
     std::string path;
     outcome = redfish.Wait(path);

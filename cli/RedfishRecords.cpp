@@ -23,6 +23,7 @@ struct Row {
 // The library's texts as they stand, odd spelling and blanks at the end included. The first row
 // that matches counts.
 constexpr Row kRows[] = {
+    {{4, kClient, "Redfish GET action on URL: ", ""}, Sign::kAsking},
     {{4, kClient, "curlCode: ", ""}, Sign::kStarting},
     {{2, kChannel, "Failed to get redfish version, curlCode: ", ""}, Sign::kVersionFailed},
     {{4, kChannel, "curlCode: ", ""}, Sign::kProbed},
@@ -101,7 +102,8 @@ const char* TaskStateText(Sign sign) {
     }
 }
 
-RedfishListener::RedfishListener(Progress& progress) : m_progress(progress) {
+RedfishListener::RedfishListener(Progress& progress, std::function<void()> beforeRequest)
+    : m_progress(progress), m_beforeRequest(std::move(beforeRequest)) {
     Varnex::AddLogSink(this);
 }
 
@@ -111,6 +113,9 @@ void RedfishListener::Receive(const Varnex::LogRecord& record) {
     try {
         std::optional<Finding> finding = FindRedfishSign(record);
         if (!finding) return;
+        const bool willAsk = finding->sign == Sign::kAsking || finding->sign == Sign::kStarting;
+        if (willAsk && m_beforeRequest) m_beforeRequest();
+        if (finding->sign == Sign::kAsking) return;
         if (finding->sign == Sign::kProbed)
             m_started = finding->curlCode == 0 && finding->httpCode != 503;
         if (finding->sign == Sign::kStarting) {

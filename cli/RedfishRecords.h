@@ -2,6 +2,7 @@
 #ifndef KEMFFDC_REDFISHRECORDS_H
 #define KEMFFDC_REDFISHRECORDS_H
 
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -15,6 +16,7 @@ class Progress;
 
 // What a record of the library's Redfish channel tells beyond the codes of its operations.
 enum class Sign {
+    kAsking,          // a GET is about to be sent
     kStarting,        // answered 503; the library repeats the request
     kVersionFailed,   // the first question to the service failed
     kProbed,          // what Connect got, which it mostly calls a success
@@ -56,7 +58,9 @@ const char* TaskStateText(Sign sign);
 // Listens to the library while it works: keeps what was found, in order, and shows the BMC's state.
 class RedfishListener : public Varnex::LogSink {
 public:
-    explicit RedfishListener(Progress& progress);
+    // `beforeRequest` is called on the thread that is about to send a request: before each GET, and
+    // before the pause after which a request is repeated. May be null.
+    explicit RedfishListener(Progress& progress, std::function<void()> beforeRequest = nullptr);
     ~RedfishListener() override;
 
     void Receive(const Varnex::LogRecord& record) override;
@@ -69,6 +73,7 @@ private:
     void Keep(Finding finding);
 
     Progress& m_progress;
+    const std::function<void()> m_beforeRequest;
     bool m_started = false;  // it has answered something else than 503
     std::mutex m_lock;
     std::vector<Finding> m_findings;

@@ -140,6 +140,8 @@ private:
     // How a run ends that a signal or its deadline has stopped.
     Outcome Stopped() const {
         const ExitCode code = m_interrupt.Code();
+        const Outcome demanded = m_interrupt.Demanded();
+        if (code == demanded.code) return demanded;
         const std::string what = code == kInterrupted
                                      ? "Interrupted."
                                      : "The run has not ended within " +

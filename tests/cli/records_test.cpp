@@ -145,6 +145,18 @@ TEST_F(ListenerTest, KeepsWhatTheLibraryLogsInOrderAndCountsARepetitionOnce) {
               "0:00  gather: task Running\n");
 }
 
+TEST_F(ListenerTest, WhoeverWantsToKnowIsToldBeforeEachRequest) {
+    int told = 0;
+    RedfishListener listener(m_progress, [&] { ++told; });
+    Log(4, kClient, 1).Stream() << "Redfish GET action on URL: https://192.0.2.1:443/redfish/v1/";
+    EXPECT_EQ(told, 1);
+    Log(4, kClient, 1).Stream() << "curlCode: 0 | httpCode: 503 | body: a";
+    EXPECT_EQ(told, 2) << "the request will be repeated";
+    Log(4, kChannel, 1).Stream() << "curlCode: 0, httpCode: 404, body:\n";
+    EXPECT_EQ(told, 2);
+    for (const Finding& finding : listener.Take()) EXPECT_NE(finding.sign, Sign::kAsking);
+}
+
 TEST_F(ListenerTest, ABmcThatHasAnsweredBeforeIsBusyAndNotStarting) {
     m_progress.Step("export");
     Log(4, kClient, 1).Stream() << "curlCode: 0 | httpCode: 503 | body: a";

@@ -106,6 +106,37 @@ def test_an_impostor_that_takes_over_in_between_gets_no_password(start_bmc, tmp_
             "not any more (") in ended.err
 
 
+def test_an_impostor_that_takes_over_while_the_bmc_gathers_gets_no_password(start_bmc, tmp_path):
+    bmc, impostor = start_bmc({"redfish": {"task_states": ["Running"]}}), start_bmc()
+    relay = odd_servers.Relay(bmc.port)
+    arguments = tool.collect(bmc, tmp_path / "out", "--ca-file", bmc.ready["redfish"]["certificate"])
+    arguments[arguments.index("--port") + 1] = str(relay.port)
+    arguments[arguments.index("--interval") + 1] = "1"
+    running = tool.Running([*arguments, "--json"], password=bmc.password)
+    bmc.wait_for("/Tasks/1")
+    relay.turn_to(impostor.port)  # and the library's connection is cut
+    ended = running.end()
+    relay.stop()
+    assert impostor.requests() == []
+    assert ended.code == 3, ended.err
+    reason = f"The certificate of 127.0.0.1 port {relay.port} was in order at the beginning and is not any more ("
+    assert ended.json["reason"].startswith(reason)
+    assert tool.files_in(tmp_path) == [] or tool.files_in(tmp_path / "out") == []
+
+
+def test_a_bmc_that_starts_is_checked_before_it_is_asked_again(start_bmc, tmp_path):
+    bmc, impostor = start_bmc({"redfish": {"answers": {tool.SERVICE_ROOT: [{"status": 503, "repeat": True}]}}}), start_bmc()
+    relay = odd_servers.Relay(bmc.port)
+    arguments = tool.check(bmc, "--ca-file", bmc.ready["redfish"]["certificate"])
+    arguments[arguments.index("--port") + 1] = str(relay.port)
+    running = tool.Running(arguments, password=bmc.password)
+    bmc.wait_for("/redfish/v1/")
+    relay.turn_to(impostor.port)
+    ended = running.end()
+    relay.stop()
+    assert with_authorization(impostor) == [] and ended.code == 3
+
+
 # --- redirects --------------------------------------------------------------------------------
 
 
