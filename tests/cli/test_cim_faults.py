@@ -78,12 +78,12 @@ def mute_server():
         yield "127.0.0.1", listener.getsockname()[1]
 
 
-def speaking_server(answer, more=b""):
-    """A plain server that answers every request so, and then `more` until the client closes."""
+def speaking_server(*answers, more=b""):
+    """A plain server: an answer for each request, the last for the rest; then `more` until the client closes."""
     @contextlib.contextmanager
     def serve():
         with socket.create_server(("127.0.0.1", 0)) as listener:
-            thread = threading.Thread(target=_speak, args=(listener, answer, more))
+            thread = threading.Thread(target=_speak, args=(listener, list(answers), more))
             thread.start()
             yield "127.0.0.1", listener.getsockname()[1]
             listener.shutdown(socket.SHUT_RDWR)
@@ -91,7 +91,7 @@ def speaking_server(answer, more=b""):
     return serve
 
 
-def _speak(listener, answer, more):
+def _speak(listener, answers, more):
     while True:
         try:
             connection, _ = listener.accept()
@@ -100,7 +100,7 @@ def _speak(listener, answer, more):
         with connection, contextlib.suppress(OSError):
             connection.settimeout(30)
             while connection.recv(65536):
-                connection.sendall(answer)
+                connection.sendall(answers.pop(0) if len(answers) > 1 else answers[0])
                 while more:
                     connection.sendall(more)
 
@@ -151,9 +151,14 @@ SCENARIOS = {
         server=speaking_server(b"HTTP/1.1 401 No\r\n" + NO_BODY), plain=True, seconds=5),
     "First answer: trailers without end": Trouble(
         server=speaking_server(b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n",
-                               b"X: y\r\n" * 10000), plain=True, seconds=10),
+                               more=b"X: y\r\n" * 10000), plain=True, seconds=10),
+    "Second answer: a first header line that begins with a blank": Trouble(
+        server=speaking_server(
+            b'HTTP/1.1 401 No\r\nContent-Length: 0\r\nWWW-Authenticate: Basic realm="x"\r\n\r\n',
+            b"HTTP/1.1 200 OK\r\n Date: x\r\nCIMOperation: MethodResponse\r\nContent-Length: 0\r\n\r\n"),
+        plain=True, seconds=5),
     "First answer: interim answers without end": Trouble(
-        server=speaking_server(b"", b"HTTP/1.1 100 Continue\r\nX: y\r\n\r\n" * 1000), plain=True,
+        server=speaking_server(b"", more=b"HTTP/1.1 100 Continue\r\nX: y\r\n\r\n" * 1000), plain=True,
         environment=TWO_SECONDS, seconds=6),
     "Connection closed instead of the first answer": Trouble(always(SERVICE, close="before")),
     "Connection cut within the first answer": Trouble(always(SERVICE, cut_after=200)),
