@@ -79,10 +79,13 @@ EscapeDecoder::Token EscapeDecoder::ReadHex(std::size_t from, std::size_t digits
 EscapeDecoder::Token EscapeDecoder::ReadBackslash() const {
     if (m_size < 2) return {};
     const unsigned char letter = m_held[1].byte;
-    const Token single{2, true, false, static_cast<unsigned char>(MeantBy(letter))};
-    if (letter == 'u') return ReadHex(2, 4, true, single);
-    if (letter == 'x') return ReadHex(2, 2, false, single);
-    return single;
+    if (letter == 'u') return ReadHex(2, 4, true, Single());
+    if (letter == 'x') return ReadHex(2, 2, false, Single());
+    return Single();
+}
+
+EscapeDecoder::Token EscapeDecoder::Single() const {
+    return {2, true, false, static_cast<unsigned char>(MeantBy(m_held[1].byte))};
 }
 
 EscapeDecoder::Token EscapeDecoder::ReadEntity() const {

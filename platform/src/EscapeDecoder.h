@@ -29,10 +29,17 @@ public:
         }
     }
 
-    // What waits at the end of a text is no escape.
+    // What waits at the end of a text is no escape, but for a backslash before a letter: cut off,
+    // it is read as it would be with other text behind it.
     template <class Take>
     void End(Take&& take) {
-        while (m_size > 0) PassFirst(take);
+        while (m_size > 0) {
+            if (m_size > 1 && m_held[0].byte == '\\') {
+                PassEscape(Single(), take);
+            } else {
+                PassFirst(take);
+            }
+        }
     }
 
     // Where the bytes that wait begin; `otherwise` where there are none.
@@ -59,6 +66,7 @@ private:
     Token Read() const;
     Token ReadHex(std::size_t from, std::size_t digits, bool codePoint, Token otherwise) const;
     Token ReadBackslash() const;
+    Token Single() const;  // a backslash and one letter
     Token ReadEntity() const;
     Token Entity() const;
 
@@ -71,6 +79,12 @@ private:
             PassFirst(take);
             return true;
         }
+        PassEscape(token, take);
+        return true;
+    }
+
+    template <class Take>
+    void PassEscape(const Token& token, Take& take) {
         const std::size_t begin = m_held[0].begin;
         const std::size_t end = m_held[token.size - 1].end;
         Drop(token.size);
@@ -80,7 +94,6 @@ private:
             m_high = 0;
             take(MeantByte{static_cast<unsigned char>(token.value), begin, end});
         }
-        return true;
     }
 
     template <class Take>

@@ -73,6 +73,20 @@ TEST(HideInLogTest, MasksASecretInEveryFormOfABody) {
     });
 }
 
+TEST(HideInLogTest, MasksASecretThatEndsAsAnEscapeBegins) {
+    HideInLog("abcdefgh\\x");
+    HideInLog("ijklmnop\\xA");
+    HideInLog("qrstuvwx\\u00");
+
+    ExpectMasked({
+        {R"([abcdefgh\x])", "[" M "]", "as it is"},
+        {R"([abcdefgh\\x])", "[" M "]", "JSON"},
+        {R"([abcdefgh\\\\x])", "[" M "]", "JSON in JSON"},
+        {R"([ijklmnop\\xA])", "[" M "]", "JSON, a digit more"},
+        {R"([qrstuvwx\\u00])", "[" M "]", "JSON, by number"},
+    });
+}
+
 TEST(HideInLogTest, MasksSecretsWithOtherBytes) {
     HideInLog("gr\xC3\xBC\xC3\x9F\xF0\x9F\x98\x80");
     HideInLog("caf\xE9!");
