@@ -35,6 +35,12 @@ struct Context {
         report.BeginStep(step);
     }
 
+    // Moves what was downloaded to its place. From then on the run is done, and nothing stops it.
+    Outcome Deliver(const std::string& name, std::string& path) {
+        interrupt.ClaimEnding();
+        return folder.Deliver(name, path);
+    }
+
     // Ends it; gives `outcome` back, or that of an interrupted run or of a limit that was reached.
     Outcome End(int code, const Outcome& outcome, const std::string& detail = "") {
         report.EndStep(code, outcome.Ok() ? detail : outcome.reason);

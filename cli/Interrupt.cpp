@@ -114,7 +114,9 @@ Outcome Interrupt::Demanded() const {
 }
 
 void Interrupt::ClaimEnding() {
+    if (m_claimedByRun) return;
     while (m_claimed.exchange(true)) pause();  // the other thread ends the process
+    m_claimedByRun = true;
 }
 
 void Interrupt::Told() { eventfd_write(m_told, 1); }

@@ -39,7 +39,8 @@ public:
     Interrupt(const Interrupt&) = delete;
     Interrupt& operator=(const Interrupt&) = delete;
 
-    bool Raised() const { return m_code != kDone; }
+    // The run is to stop. Not once it has claimed its ending: what is delivered stays delivered.
+    bool Raised() const { return m_code != kDone && !m_claimedByRun; }
 
     // Ends the run as a signal would, but in this way. For a thread that must not go on with what
     // it is at: does not return.
@@ -56,8 +57,8 @@ public:
     // block. Null: nothing is.
     void AtStop(std::function<void()> call);
 
-    // To be called once, by the run, before it tells how it ended. Does not return when the
-    // process is being ended already.
+    // To be called by the run before it delivers or tells how it ended, whatever comes first. Does
+    // not return when the process is being ended already.
     void ClaimEnding();
 
     // The ending is told: what is left may take its time.
@@ -80,8 +81,9 @@ private:
     std::function<void()> m_atStop;
     std::atomic<ExitCode> m_code{kDone};
     std::atomic<bool> m_claimed{false};  // by whoever tells the ending
-    int m_signals = -1;                  // signalfd(2)
-    int m_stop = -1;                     // eventfd(2), as the next
+    std::atomic<bool> m_claimedByRun{false};
+    int m_signals = -1;  // signalfd(2)
+    int m_stop = -1;     // eventfd(2), as the next
     int m_told = -1;
     int m_demand = -1;
     std::thread m_thread;

@@ -145,7 +145,7 @@ private:
         Outcome outcome = MeasureAll(folder, account, delivery.size);
         const std::string name = folder.filename().string();
         const bool any = outcome.Ok() && Fetched(account) > 0;
-        if (any) outcome = m_run.folder.Deliver(name, delivery.path);
+        if (any) outcome = m_run.Deliver(name, delivery.path);
         outcome = m_run.End(outcome.code, outcome);
         if (outcome.Ok()) outcome = JudgeIpmiCollect(code, account, m_run.options);
         if (delivery.path.empty()) return outcome;

@@ -186,7 +186,7 @@ private:
             outcome = Failure(kDownloadFailed,
                               "The BMC's archive is empty (0 bytes). Run the tool again.");
         }
-        if (outcome.Ok()) outcome = m_run.folder.Deliver(name, delivery.path);
+        if (outcome.Ok()) outcome = m_run.Deliver(name, delivery.path);
         if (outcome.Ok()) m_run.report.SetDelivery(delivery);
         m_run.report.EndStep(outcome.code, outcome.reason);
         return outcome;

@@ -179,12 +179,21 @@ def test_an_interrupted_check_says_nothing_of_gathering(start_bmc):
 
 
 def downloading(start_bmc, output, *arguments, **options):
-    """A run in the middle of a download that takes a minute."""
-    bmc = start_bmc(scenario({"GET /download/*": [{"rate": 20000}]}))
+    """A run in the middle of a download that takes a minute, with its first bytes on the disk."""
+    bmc = start_bmc({"redfish": {
+        "archive": {"size": 60000000}, "task_states": ["Completed"],
+        "answers": {"GET /download/*": [{"rate": 1000000}]}}})
+    before = set(output.iterdir()) if output.exists() else set()
     running = tool.Running(tool.collect(bmc, output, *arguments), password=bmc.password, **options)
-    bmc.wait_for("/download")
-    time.sleep(0.3)
+    end = time.monotonic() + 20 * tool.SLOWNESS
+    while not any(size_of(folder) for folder in set(output.glob(".kemffdc-*")) - before):
+        assert time.monotonic() < end, "no byte has come"
+        time.sleep(0.02)
     return running
+
+
+def size_of(folder):
+    return sum(path.stat().st_size for path in folder.iterdir())
 
 
 def slow_disk(folder, milliseconds):
@@ -278,8 +287,7 @@ def test_the_next_run_removes_what_a_killed_one_left_and_nothing_else(start_bmc,
     (lives,) = work_folders(tmp_path) - {left}
     killed.process.kill()
     killed.end()
-    size = sum(path.stat().st_size for path in (tmp_path / left).iterdir())
-    assert size > 0
+    size = size_of(tmp_path / left)
 
     bmc = start_bmc()
     ended = tool.run(tool.collect(bmc, tmp_path), password=bmc.password)
@@ -287,7 +295,7 @@ def test_the_next_run_removes_what_a_killed_one_left_and_nothing_else(start_bmc,
     assert ended.code == 0, ended.err
     said = re.findall(r"^Removed (\S+) \((.*)\) from (\S+): a run was killed and left it there\.$", ended.err, re.M)
     assert [(name, folder) for name, _, folder in said] == [(left, str(tmp_path))]
-    assert said[0][1] == f"{size / 1024:.1f} KiB"
+    assert said[0][1] in (f"{size / 1024:.1f} KiB", f"{size / 1048576:.1f} MiB")
     assert work_folders(tmp_path) == {lives}
     assert living.process.poll() is None
     assert living.interrupt().code == 130
