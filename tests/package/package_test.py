@@ -4,6 +4,8 @@
 import hashlib
 import pathlib
 import shutil
+import socket
+import subprocess
 
 import pytest
 
@@ -153,6 +155,33 @@ redfish:
 
 def test_the_tool_runs_from_the_moved_prefix(prefix):
     assert run(prefix / "bin" / "kemffdc", "--version").stdout.strip()
+
+
+SHOW_DUMPABLE = """
+#include <stdio.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+__attribute__((destructor)) static void show(void) {
+    struct rlimit core;
+    getrlimit(RLIMIT_CORE, &core);
+    fprintf(stderr, "dumpable %d, core %d\\n", prctl(PR_GET_DUMPABLE), (int)core.rlim_max);
+}
+"""
+
+
+def test_no_core_dump_of_the_tool_can_hold_a_password(prefix, tmp_path):
+    """The tool in the build for users: a sanitized one stays dumpable, for the leak sanitizer."""
+    library = tmp_path / "show.so"
+    run(CXX, "-x", "c", "-", "-shared", "-fPIC", "-o", library, input=SHOW_DUMPABLE)
+    with socket.socket() as closed:
+        closed.bind(("127.0.0.1", 0))
+        ended = subprocess.run(
+            [prefix / "bin" / "kemffdc", "check", "--via", "redfish", "127.0.0.1", "--port",
+             str(closed.getsockname()[1])],
+            env={"LD_PRELOAD": str(library), "KEMFFDC_PASSWORD": "a secret word"},
+            capture_output=True, text=True, timeout=60, check=False)
+    assert ended.returncode == 3, ended.stderr
+    assert "dumpable 0, core 0\n" in ended.stderr
 
 
 def test_nothing_installed_knows_where_it_was_built(prefix):
