@@ -9,6 +9,7 @@ import statistics
 from html import escape
 
 WIDTH = 720
+LONGEST_BAR = 4  # times the peer
 
 
 @dataclasses.dataclass
@@ -78,16 +79,18 @@ def ratios(rows, colours):
     step, left, top = 30, 330, 62
     drawing = Drawing(top + step * len(shown) + 34, "Time beside the peer's: shorter is better",
                       colours)
-    drawing.text(16, 46, "1 = as long as the peer; upright mark: the goal; orange: the goal is missed", colour=colours.faint)
     longest = max(max(value, goal or 0) for value, goal in map(share_of_time, shown))
-    scale = (WIDTH - left - 70) / max(1.1, min(longest, 4))
+    scale = (WIDTH - left - 70) / max(1.1, min(longest, LONGEST_BAR))
+    cut = f"; bars are cut at {LONGEST_BAR}" if longest > LONGEST_BAR else ""
+    drawing.text(16, 46, "1 = as long as the peer; upright mark: the goal; orange: the goal is "
+                 f"missed{cut}", colour=colours.faint)
     bottom = top + step * len(shown)
     drawing.line(left + scale, top - 6, left + scale, bottom, colours.faint)
     drawing.text(left + scale, bottom + 16, "1", "middle", colours.faint)
     for place, row in enumerate(shown):
         value, goal = share_of_time(row)
         y = top + step * place
-        width = min(value, 4) * scale
+        width = min(value, LONGEST_BAR) * scale
         drawing.text(left - 10, y + 15, short(row), "end")
         drawing.bar(left, y + 3, width, 16, colours.lines[0 if row.held() else 1])
         drawing.text(WIDTH - 16, y + 15, f"{value:.2f}", "end")

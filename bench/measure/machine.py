@@ -42,7 +42,6 @@ def machine(build):
         "kernel": platform.release(),
         "compiler": first_line(cached(build, "CMAKE_CXX_COMPILER"), "--version"),
         "build": cached(build, "CMAKE_BUILD_TYPE"),
-        "load before": f"{os.getloadavg()[0]:.2f}",
     }
 
 

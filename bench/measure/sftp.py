@@ -129,7 +129,8 @@ def many(options):
                 rounds, lambda: by.folder_of(by.ours, port, remote, count),
                 lambda: by.folder_of(by.curl, port, f"{remote}[1-{count}]", count),
                 lambda: by.folder_of(by.sftp, port, f"{remote}*", count))
-            yield Row("files", f"{count} files of 1 KiB by SFTP", ours,
+            files = "file" if count == 1 else "files"
+            yield Row("files", f"{count} {files} of 1 KiB by SFTP", ours,
                       {"curl, one connection": curl, "sftp": sftp},
                       at_most=1.2 if count in (20, 200) else None, series=("files", count))
 
