@@ -101,11 +101,13 @@ public:
     Outcome Wait(std::string& path) {
         m_run.Begin("gather");
         m_listener.Take();
+        m_listener.CountFromHere();
         m_ffdc->SetTrialCount(m_run.options.tries);
         m_ffdc->SetTrialInterval(m_run.options.interval);
         const bool exists = m_ffdc->IsFFDCLogExist(path);
         m_run.bmcGathers = !exists;
-        return m_run.End(exists ? 0 : 1, JudgeWait(exists, path, m_listener.Take(), m_run.options));
+        return m_run.End(exists ? 0 : 1, JudgeWait(exists, path, m_listener.Take(), m_run.options,
+                                                   m_listener.Asked()));
     }
 
     Outcome Download(const std::string& path) {

@@ -115,7 +115,10 @@ void RedfishListener::Receive(const Varnex::LogRecord& record) {
         if (!finding) return;
         const bool willAsk = finding->sign == Sign::kAsking || finding->sign == Sign::kStarting;
         if (willAsk && m_beforeRequest) m_beforeRequest();
-        if (finding->sign == Sign::kAsking) return;
+        if (finding->sign == Sign::kAsking) {
+            ++m_asked;
+            return;
+        }
         if (finding->sign == Sign::kProbed)
             m_started = finding->curlCode == 0 && finding->httpCode != 503;
         if (finding->sign == Sign::kStarting) {

@@ -2,6 +2,7 @@
 #ifndef KEMFFDC_REDFISHRECORDS_H
 #define KEMFFDC_REDFISHRECORDS_H
 
+#include <atomic>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -69,11 +70,16 @@ public:
     // (with its newest text).
     std::vector<Finding> Take();
 
+    // How many GETs were begun since the last CountFromHere().
+    int Asked() const { return m_asked; }
+    void CountFromHere() { m_asked = 0; }
+
 private:
     void Keep(Finding finding);
 
     Progress& m_progress;
     const std::function<void()> m_beforeRequest;
+    std::atomic<int> m_asked{0};
     bool m_started = false;  // it has answered something else than 503
     std::mutex m_lock;
     std::vector<Finding> m_findings;

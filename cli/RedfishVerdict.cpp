@@ -148,12 +148,14 @@ Outcome TaskFailure(const std::vector<Finding>& findings) {
     return Failure(kTaskFailed, "The task is in a state that is not known; it counts as failed.");
 }
 
+Outcome OutOfMemory() {
+    return Failure(kLocalFile,
+                   "This machine ran out of memory while it followed the task. The BMC may go on "
+                   "gathering.");
+}
+
 Outcome BrokenWait(const std::string& text) {
-    if (text.find("bad_alloc") != std::string::npos) {
-        return Failure(kLocalFile,
-                       "This machine ran out of memory while it followed the task. The BMC may go "
-                       "on gathering.");
-    }
+    if (text.find("bad_alloc") != std::string::npos) return OutOfMemory();
     return Failure(kTaskFailed, "The task could not be followed to its end (" + Clean(text) +
                                     "). The BMC may go on gathering.");
 }
@@ -285,7 +287,7 @@ Outcome JudgeExport(int code, const std::string& thrown, const std::vector<Findi
 }
 
 Outcome JudgeWait(bool exists, const std::string& path, const std::vector<Finding>& findings,
-                  const Options& options) {
+                  const Options& options, int asked) {
     if (exists && path.empty()) {
         return Failure(kDownloadFailed,
                        "The task is completed, but the BMC does not tell where the archive lies.");
@@ -295,6 +297,8 @@ Outcome JudgeWait(bool exists, const std::string& path, const std::vector<Findin
     if (Has(findings, Sign::kTaskKilled) || Has(findings, Sign::kTaskBroken)) {
         return TaskFailure(findings);
     }
+    // It gave up without a word: there was no memory left even for that.
+    if (asked < options.tries && !Has(findings, Sign::kConnectionLost)) return OutOfMemory();
     const bool everAnswered = Has(findings, Sign::kTaskNew) || Has(findings, Sign::kTaskStarting) ||
                               Has(findings, Sign::kTaskRunning);
     if (Has(findings, Sign::kConnectionLost) || !everAnswered) {

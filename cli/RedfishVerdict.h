@@ -24,8 +24,9 @@ Outcome JudgeConnect(int code, const std::vector<Finding>& findings);
 // `thrown`: text of the exception that left Apply; empty where none did.
 Outcome JudgeExport(int code, const std::string& thrown, const std::vector<Finding>& findings);
 
+// `asked`: how often the library asked for the task.
 Outcome JudgeWait(bool exists, const std::string& path, const std::vector<Finding>& findings,
-                  const Options& options);
+                  const Options& options, int asked);
 
 // `lowerCaseNames`: header names come so from this BMC, or from something before it.
 Outcome JudgeDownload(int code, const std::vector<Finding>& findings, bool lowerCaseNames);

@@ -63,7 +63,7 @@ public:
         ExpectSentence(Kemffdc::JudgeStart(m_redfish, std::chrono::seconds(1)));
         ExpectSentence(Kemffdc::JudgeConnect(code, m_redfish));
         ExpectSentence(Kemffdc::JudgeExport(code, "", m_redfish));
-        ExpectSentence(Kemffdc::JudgeWait(code == 0, "/x", m_redfish, options));
+        ExpectSentence(Kemffdc::JudgeWait(code == 0, "/x", m_redfish, options, code));
         ExpectSentence(Kemffdc::JudgeDownload(code, m_redfish, false));
         options.via = "cim";
         m_cim.End(code == 0, {});

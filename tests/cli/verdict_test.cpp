@@ -130,8 +130,8 @@ TEST(EveryJudge, TellsWhatFailedWhereItWasNotTheConnection) {
         ExpectEnding(Kemffdc::JudgeStart(failed(Sign::kVersionFailed), 0s), code(3), row.words);
         ExpectEnding(Kemffdc::JudgeConnect(0, failed(Sign::kProbed)), code(3), row.words);
         ExpectEnding(Kemffdc::JudgeExport(2, "", failed(Sign::kPostFailed)), code(4), row.words);
-        ExpectEnding(Kemffdc::JudgeWait(false, "", failed(Sign::kPollFailed), Options()), code(5),
-                     row.words);
+        ExpectEnding(Kemffdc::JudgeWait(false, "", failed(Sign::kPollFailed), Options(), 120),
+                     code(5), row.words);
         ExpectEnding(Kemffdc::JudgeDownload(2, failed(Sign::kPostFailed), false), code(7),
                      row.words);
     }
@@ -141,21 +141,21 @@ TEST(JudgeWait, ATaskWhoseAddressIsTooLongIsNotALostConnection) {
     ExpectEnding(
         Kemffdc::JudgeWait(false, "",
                            {{Sign::kPollFailed, 3, -1, "Address too long: more than 65536 bytes"}},
-                           Options()),
+                           Options(), 120),
         5, "an Id that cannot be asked for (Address too long: more than 65536 bytes)");
 }
 
 class JudgeWaitTest : public testing::Test {
 protected:
     Outcome Judge(const Findings& findings) {
-        return Kemffdc::JudgeWait(false, "", findings, m_options);
+        return Kemffdc::JudgeWait(false, "", findings, m_options, m_options.tries);
     }
     Options m_options;
 };
 
 TEST_F(JudgeWaitTest, CompletedNeedsAPlaceOfTheArchive) {
-    EXPECT_TRUE(Kemffdc::JudgeWait(true, "/x", {}, m_options).Ok());
-    ExpectEnding(Kemffdc::JudgeWait(true, "", {}, m_options), 7,
+    EXPECT_TRUE(Kemffdc::JudgeWait(true, "/x", {}, m_options, 1).Ok());
+    ExpectEnding(Kemffdc::JudgeWait(true, "", {}, m_options, 1), 7,
                  "does not tell where the archive lies");
 }
 
@@ -190,6 +190,13 @@ TEST_F(JudgeWaitTest, AnExceptionIsNoStateOfTheTask) {
                  "This machine ran out of memory while it followed the task.");
     ExpectEnding(Judge({running, {Sign::kWaitThrew, 0, 0, "odd"}}), 5,
                  "The task could not be followed to its end (odd).");
+}
+
+TEST_F(JudgeWaitTest, WhoGivesUpWithoutAWordHasNoMemoryLeft) {
+    const Findings running{{Sign::kTaskRunning, 0, 0, "/t"}};
+    ExpectEnding(Kemffdc::JudgeWait(false, "", running, m_options, 119), 8, "ran out of memory");
+    ExpectEnding(Kemffdc::JudgeWait(false, "", {}, m_options, 1), 8, "ran out of memory");
+    ExpectEnding(Kemffdc::JudgeWait(false, "", running, m_options, 120), 6, "has not finished");
 }
 
 TEST_F(JudgeWaitTest, LostTasksAreJudgedByTheLastAnswer) {
