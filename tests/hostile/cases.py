@@ -41,6 +41,7 @@ MEMBERS = http.repeated(b'{"a": 0', b',"a":0', b"}", MOST_JSON)
 ESCAPES = http.repeated(b'{"RedfishVersion": "', b"\\u0000", b'"}', MOST_JSON)
 CONTROLS = http.filled(4 * MIB, b"\x1b")  # four times as long in a log
 LONG_ID = http.repeated(b'{"Id": "', b"\\u0041", b'"}', MOST_JSON)
+DOTS = http.repeated(b'{"RedfishVersion": "', b".", b'"}', MOST_JSON)
 OBJECTS_IN = http.repeated(b"", b'{"a":', b"1", MOST_JSON)
 
 # CIM-XML: parts put into the BMC's own answer.
@@ -127,6 +128,7 @@ CASES = [
     redfish("service root: 4 MiB of `{\"a\":0,...`", (3,), ((ROOT, MEMBERS),)),
     redfish("service root: 4 MiB of `{\"a\":{\"a\":...`", (3,), ((ROOT, OBJECTS_IN),)),
     redfish("service root: a version of 4 MiB of escapes", (3, 0), ((ROOT, ESCAPES),)),
+    redfish("service root: a version of 4 MiB of dots", (3, 0), ((ROOT, DOTS),)),
     redfish("service root: compressed, 3 GiB when unpacked", (3,), ((ROOT, http.gzip_bomb),)),
     redfish("service root: half of the JSON, as if it were all", (3,), ((ROOT, http.half),)),
     redfish("service root: cut in the middle", (3,), ((ROOT, http.cut),)),
