@@ -20,12 +20,14 @@ namespace {
 using SteadyClock = std::chrono::steady_clock;
 
 constexpr std::size_t kMaxBody = std::size_t{1024} * 1024;
-constexpr int kMaxRedirects = 10;  // as the library
+constexpr std::size_t kMaxHeaderBytes = std::size_t{1024} * 1024;  // with trailers
+constexpr int kMaxRedirects = 10;                                  // as the library
 constexpr int kConnectSeconds = 30;
 
 // What an answer is put together from.
 struct Arrival {
     std::string body;
+    std::size_t headerBytes = 0;  // of all answers that a request gets, the interim ones too
     bool anyName = false;
     bool upperCase = false;  // in any header's name
 };
@@ -39,6 +41,8 @@ std::size_t CollectBody(char* bytes, std::size_t size, std::size_t count, void* 
 
 std::size_t CollectHeader(char* bytes, std::size_t size, std::size_t count, void* target) {
     Arrival& arrival = *static_cast<Arrival*>(target);
+    arrival.headerBytes += size * count;
+    if (arrival.headerBytes > kMaxHeaderBytes) return 0;  // libcurl has no bound for trailers
     const std::string line(bytes, size * count);
     const std::size_t colon = line.find(':');
     if (colon == std::string::npos || line.compare(0, 5, "HTTP/") == 0) return size * count;
@@ -209,6 +213,12 @@ Answer HttpsProbe::Perform(const std::string& url, const Login* login, long mill
         const char* detail =
             m_connection->error[0] != '\0' ? m_connection->error : curl_easy_strerror(code);
         if (code == CURLE_PEER_FAILED_VERIFICATION) NoteUntrusted();
+        // Out of memory is what libcurl calls a line that is too long for it.
+        if (arrival.headerBytes > kMaxHeaderBytes || code == CURLE_OUT_OF_MEMORY) {
+            return Failed(Stage::kService, m_place +
+                                               " answers with headers without end. It is no "
+                                               "usable Redfish service.");
+        }
         return Explain(code, detail);
     }
     Answer answer;
