@@ -62,7 +62,7 @@ constexpr char kFooter[] =
     "  8    local file trouble, or less free than --keep-free\n"
     "  9    some files are missing, the others were obtained (ipmi, kcs)\n"
     "  10   check: the BMC was reached, but collect would get nothing from it\n"
-    "  130  interrupted\n"
+    "  130  interrupted by Ctrl-C or another signal that asks a process to end\n"
     "\n"
     "By ipmi and kcs, files may have come with 4, 5, 6 and 8 too: old or unfinished ones, perhaps.\n"
     "They are kept, and the reason says so.\n"

@@ -42,7 +42,7 @@ std::string ProgressLine(const Moment& moment, int columns) {
         line += ": " + moment.state;
     }
     // The last column stays free: some terminals wrap when it is written.
-    return CutUtf8(line, static_cast<std::size_t>(std::max(columns - 1, 10)));
+    return CutUtf8(line, static_cast<std::size_t>(std::max(columns - 1, 1)));
 }
 
 Progress::Progress(std::ostream& out, bool live, std::function<int()> columns)

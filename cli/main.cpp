@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -25,6 +26,15 @@ void ForbidCoreDumps() {
 #endif
 }
 
+// Where a standard stream is closed, the next file or socket would get its number, and what is
+// written to the stream. In its place stands one that can be neither written to nor read from.
+void HoldStandardStreams() {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        const bool closed = fcntl(stream, F_GETFD) < 0;
+        if (closed) (void)open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+    }
+}
+
 bool IsLiveTerminal() {
     const char* kind = std::getenv("TERM");
     return isatty(STDERR_FILENO) == 1 && kind != nullptr && *kind != '\0' &&
@@ -42,6 +52,7 @@ int Ended(int code) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    HoldStandardStreams();
     Kemffdc::Parsed parsed = Kemffdc::ParseOptions(argc, argv);
     if (!parsed.options) {
         std::cout << parsed.out;

@@ -49,7 +49,8 @@ TEST(ProgressLine, ShowsNoShareWhereTheServerDidNotSayTheSize) {
 
 TEST(ProgressLine, LeavesTheLastColumnOfTheTerminalFree) {
     EXPECT_EQ(ProgressLine(At(0ms, "gather", "task Running"), 20), "0:00  gather: task ");
-    EXPECT_EQ(ProgressLine(At(0ms, "gather", "task Running"), 0), "0:00  gath");
+    EXPECT_EQ(ProgressLine(At(0ms, "gather", "task Running"), 5), "0:00");
+    EXPECT_EQ(ProgressLine(At(0ms, "gather", "task Running"), 1), "0");
 }
 
 int Eighty() { return 80; }
