@@ -3,10 +3,13 @@
 
 #include <varnex/KEMFfdc.h>
 
+#include <chrono>
+
 #include "CimPreflight.h"
 #include "CimProbe.h"
 #include "CimRecords.h"
 #include "CimVerdict.h"
+#include "Clock.h"
 #include "Context.h"
 #include "GlobalConfig.h"
 #include "Text.h"
@@ -15,6 +18,8 @@ namespace Kemffdc {
 namespace {
 
 constexpr int kPreflightSeconds = 60;  // for one request
+constexpr int kGuardTries = 3;
+constexpr std::chrono::seconds kGuardPause{1};
 
 constexpr std::int32_t kPlain = 0;
 constexpr std::int32_t kTls = 1;
@@ -43,7 +48,7 @@ class CimRun {
 public:
     explicit CimRun(Context& run)
         : m_run(run),
-          m_listener(run.progress, run.report, run.bmcGathers),
+          m_listener(run.progress, run.report, run.bmcGathers, [this] { GuardRequest(); }),
           m_ffdc(ConnectionOf(run), TargetOf(run), run.options.initialize) {}
 
     // Until the BMC can be asked for an export.
@@ -57,15 +62,6 @@ public:
     // Why nothing can be exported by this BMC, where that is sure.
     const std::string& Limit() const { return m_limit; }
 
-    // The library verifies no certificate before it sends the password: the tool looks right before
-    // each of its steps.
-    Outcome CheckCertificate() {
-        const CimReply reply = CimProbe(m_run.options, RequestSeconds()).CheckCertificate();
-        if (reply.failedAt == Stage::kDone) return {};
-        m_run.Begin("certificate");
-        return m_run.End(static_cast<int>(reply.failedAt), Failure(kNotConnected, reply.reason));
-    }
-
     Outcome Export() {
         m_run.Begin("export");
         m_run.progress.Say("The BMC itself uploads its archives to " +
@@ -78,6 +74,28 @@ private:
     static int RequestSeconds() {
         const int configured = GetGlobalConfigValue("REST_ACTION_TIMEOUT", 0);
         return configured > 0 ? configured : kPreflightSeconds;
+    }
+
+    // The library verifies no certificate before it sends the password: the tool looks right before
+    // it connects, and whenever the library says that a request is due.
+    Outcome CheckCertificate() {
+        const CimReply reply = CimProbe(m_run.options, RequestSeconds()).CheckCertificate();
+        if (reply.failedAt == Stage::kDone) return {};
+        m_run.Begin("certificate");
+        return m_run.End(static_cast<int>(reply.failedAt), Failure(kNotConnected, reply.reason));
+    }
+
+    // A BMC may be out of reach for a moment; somebody else in its place ends the run at once.
+    void GuardRequest() {
+        if (m_run.options.caFile.empty()) return;
+        CimReply reply;
+        for (int tries = 0; tries < kGuardTries; ++tries) {
+            reply = CimProbe(m_run.options, RequestSeconds()).CheckCertificate();
+            if (reply.failedAt == Stage::kDone) return;
+            if (reply.failedAt == Stage::kTrust) break;
+            Clock::SleepFor(kGuardPause);
+        }
+        m_run.interrupt.Stop(Failure(kNotConnected, reply.reason));
     }
 
     Outcome Look(bool look) {
@@ -106,7 +124,6 @@ private:
 Outcome CollectByCim(Context& run) {
     CimRun cim(run);
     Outcome outcome = cim.Reach(false);
-    if (outcome.Ok()) outcome = cim.CheckCertificate();
     if (outcome.Ok()) outcome = cim.Export();
     if (!outcome.Ok()) return outcome;
     Delivery delivery;

@@ -2,6 +2,7 @@
 #include "CimRecords.h"
 
 #include <charconv>
+#include <utility>
 
 #include "Progress.h"
 #include "RecordTable.h"
@@ -145,8 +146,12 @@ std::string ObjectProgress(const CimAccount& account) {
     return text + ": the BMC gathers and uploads, for up to 20 minutes";
 }
 
-CimListener::CimListener(Progress& progress, Report& report, std::atomic<bool>& bmcGathers)
-    : m_progress(progress), m_report(report), m_bmcGathers(bmcGathers) {
+CimListener::CimListener(Progress& progress, Report& report, std::atomic<bool>& bmcGathers,
+                         std::function<void()> beforeRequest)
+    : m_progress(progress),
+      m_report(report),
+      m_bmcGathers(bmcGathers),
+      m_beforeRequest(std::move(beforeRequest)) {
     Varnex::AddLogSink(this);
 }
 
@@ -156,6 +161,8 @@ void CimListener::Receive(const Varnex::LogRecord& record) {
     try {
         const std::optional<CimFinding> finding = FindCimSign(record);
         if (!finding) return;
+        const bool willAsk = finding->sign == CimSign::kClass || finding->sign == CimSign::kObject;
+        if (willAsk && m_beforeRequest) m_beforeRequest();
         std::lock_guard<std::mutex> hold(m_lock);
         const std::size_t before = m_ledger.Account().objects.size();
         const bool changed = m_ledger.Take(*finding, std::chrono::steady_clock::now());

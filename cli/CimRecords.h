@@ -83,8 +83,10 @@ std::string ObjectProgress(const CimAccount& account);
 // Listens to the library while it works: keeps the ledger and shows where the run is.
 class CimListener : public Varnex::LogSink {
 public:
-    // `bmcGathers` is true while an object's export is under way.
-    CimListener(Progress& progress, Report& report, std::atomic<bool>& bmcGathers);
+    // `bmcGathers` is true while an object's export is under way. `beforeRequest` is called on the
+    // thread that is about to ask for objects or for an export. May be null.
+    CimListener(Progress& progress, Report& report, std::atomic<bool>& bmcGathers,
+                std::function<void()> beforeRequest = nullptr);
     ~CimListener() override;
     CimListener(const CimListener&) = delete;
     CimListener& operator=(const CimListener&) = delete;
@@ -101,6 +103,7 @@ private:
     Progress& m_progress;
     Report& m_report;
     std::atomic<bool>& m_bmcGathers;
+    const std::function<void()> m_beforeRequest;
     std::mutex m_lock;
     CimLedger m_ledger;
 };

@@ -252,6 +252,25 @@ TEST(CimListenerTest, ShowsEachObjectAndCompletesTheAccountAtTheEnd) {
     EXPECT_THAT(out.str(), HasSubstr(R"("path":"p2","collection_type":"4","outcome":"skipped")"));
 }
 
+TEST(CimListenerTest, WhoeverWantsToKnowIsToldBeforeEachRequest) {
+    Varnex::SetLogLevel(0);
+    std::ostringstream shown;
+    Kemffdc::Options options;
+    Kemffdc::Report report(options);
+    Kemffdc::Progress progress(shown, false, Eighty);
+    std::atomic<bool> gathers{false};
+    int told = 0;
+    const CimListener listener(progress, report, gathers, [&] { ++told; });
+    Write(3, kHelpers, "The value of class name is:ZOR_FFDCData");
+    EXPECT_EQ(told, 1);
+    Write(3, kHelpers, "The size of ei_array is:2");
+    EXPECT_EQ(told, 1);
+    Write(4, kHelpers, "Showing properties for p1");
+    EXPECT_EQ(told, 2);
+    Write(4, kHelpers, "DataCollectionType = 1 with raw data (1)");
+    EXPECT_EQ(told, 2);
+}
+
 TEST(CimListenerTest, AnObjectThatIsNotDoneWhenTheRunIsAbandonedSaysSo) {
     Varnex::SetLogLevel(0);
     std::ostringstream shown;

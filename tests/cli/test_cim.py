@@ -298,6 +298,26 @@ def test_an_impostor_that_takes_over_after_the_preflight_gets_no_password(start_
             "not any more (") in ended.err
 
 
+def test_an_impostor_that_takes_over_while_the_bmc_exports_gets_no_password(start_bmc):
+    """The BMC closes the connection after each export: the library opens another, with the password."""
+    bmc = start_bmc({"cim": {"export": {"upload": False}, "answers": {
+        "ExportData": [{"delay": 1, "close": "after", "headers": {"Connection": "close"}, "repeat": True}]}}})
+    impostor = start_bmc()
+    relay = odd_servers.Relay(cim_tool.port_of(bmc))
+    arguments = cim_tool.collect(bmc, "tftp://127.0.0.1/x", "--json", "--ca-file", bmc.ready["redfish"]["certificate"])
+    arguments[arguments.index("--port") + 1] = str(relay.port)
+    running = tool.Running(arguments, password=bmc.password)
+    cim_tool.wait_for(bmc, "ExportData")
+    relay.target = cim_tool.port_of(impostor)
+    ended = running.end()
+    relay.stop()
+    assert cim_tool.requests(impostor) == []
+    assert len(cim_tool.requests(bmc, "ExportData")) == 1
+    assert ended.code == 3, ended.err
+    assert ended.json["reason"].startswith(
+        f"The certificate of 127.0.0.1 port {relay.port} was in order at the beginning and is not any more (")
+
+
 def test_a_wrong_password_is_tried_once(bmc):
     """Accounts get locked."""
     assert tool.run(cim_tool.check(bmc), password="wrong").code == 3
