@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <numeric>
+#include <utility>
 
 #include "Clock.h"
 
@@ -15,6 +16,7 @@ struct Time {
     Clock::Monotonic now{std::chrono::hours(1)};
     std::vector<std::chrono::milliseconds> slept;
     std::tm local{};
+    std::function<void(std::chrono::milliseconds)> onSleep;
 };
 
 std::mutex g_mutex;
@@ -27,6 +29,7 @@ void Sleep(std::chrono::nanoseconds duration) {
         return;
     }
     g_time->slept.push_back(std::chrono::duration_cast<std::chrono::milliseconds>(duration));
+    if (g_time->onSleep) g_time->onSleep(g_time->slept.back());
     if (duration > std::chrono::nanoseconds(0)) g_time->now += duration;
 }
 
@@ -66,6 +69,11 @@ std::vector<std::chrono::milliseconds> FakeClock::Slept() const {
 std::chrono::milliseconds FakeClock::SleptInAll() const {
     const auto slept = Slept();
     return std::accumulate(slept.begin(), slept.end(), std::chrono::milliseconds(0));
+}
+
+void FakeClock::OnSleep(std::function<void(std::chrono::milliseconds)> call) {
+    const std::lock_guard<std::mutex> lock(g_mutex);
+    g_time->onSleep = std::move(call);
 }
 
 void FakeClock::Pass(std::chrono::nanoseconds duration) {

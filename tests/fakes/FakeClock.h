@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <ctime>
+#include <functional>
 #include <vector>
 
 namespace fakes {
@@ -20,6 +21,9 @@ public:
     // Every sleep in order; a sleep until a deadline counts as what was left until then.
     std::vector<std::chrono::milliseconds> Slept() const;
     std::chrono::milliseconds SleptInAll() const;
+
+    // Called at every sleep, for the order of sleeps and other things.
+    void OnSleep(std::function<void(std::chrono::milliseconds)> call);
 
     // Lets time pass without a sleep, as a slow BMC does.
     void Pass(std::chrono::nanoseconds duration);

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <new>
 #include <sstream>
+#include <utility>
 
 #include "Log.h"
 
@@ -13,6 +14,7 @@ namespace {
 
 std::mutex g_mutex;
 std::vector<fakes::LogLine>* g_lines = nullptr;  // of the FakeLog that lives
+std::function<void(const fakes::LogLine&)> g_onLine;
 std::atomic<bool> g_isOutOfMemory{false};
 
 }  // namespace
@@ -33,6 +35,7 @@ Log::~Log() {
     const std::lock_guard<std::mutex> lock(g_mutex);
     if (g_lines != nullptr) {
         g_lines->push_back({m_impl->level, m_impl->source, m_impl->stream.str()});
+        if (g_onLine) g_onLine(g_lines->back());
     }
 }
 
@@ -65,6 +68,7 @@ FakeLog::~FakeLog() {
     const std::lock_guard<std::mutex> lock(g_mutex);
     delete g_lines;
     g_lines = nullptr;
+    g_onLine = nullptr;
     g_isOutOfMemory = false;
 }
 
@@ -88,6 +92,11 @@ std::vector<LogLine> FakeLog::LinesOf(const std::string& source) const {
 void FakeLog::Clear() {
     const std::lock_guard<std::mutex> lock(g_mutex);
     g_lines->clear();
+}
+
+void FakeLog::OnLine(std::function<void(const LogLine&)> call) {
+    const std::lock_guard<std::mutex> lock(g_mutex);
+    g_onLine = std::move(call);
 }
 
 testing::Matcher<LogLine> Failure(const std::string& text) { return Line(1, testing::_, text); }

@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 
+#include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -31,6 +32,9 @@ public:
     std::vector<LogLine> LinesOf(const std::string& source) const;
 
     void Clear();
+
+    // Called with every line, for the order of lines and other things.
+    void OnLine(std::function<void(const LogLine&)> call);
 
     // From now on, or again no longer, every record fails with std::bad_alloc where it is made.
     void RunOutOfMemory();

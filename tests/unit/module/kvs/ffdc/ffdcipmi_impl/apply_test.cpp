@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdio>
 #include <fstream>
+#include <limits>
 #include <stdexcept>
 
 #include "fakes/FakeUri.h"
@@ -217,6 +218,23 @@ TEST_F(IpmiApply,
                 Contains(Trace(
                     "Timeout getting BMC FFDC, please try to run Orlan again to fix the problem")));
     EXPECT_THAT(files.Listings(), SizeIs(1));
+}
+
+TEST_F(IpmiApply, SleepsBeforeEachPoll) {
+    bmc.Answer(kCollect, 0, {});
+    bmc.Answer(kPoll, 0, {0});
+    bmc.Answer(kPoll, 0, {1});
+    bmc.Answer(kCredential, 0, {0, 0});
+    KEMFfdcIpmiImpl& channel = ConnectedChannel(2);
+    clock.OnSleep([](std::chrono::milliseconds time) {
+        Journal::Append("sleep " + std::to_string(time.count()));
+    });
+
+    EXPECT_EQ(0, channel.Apply());
+
+    EXPECT_THAT(Journal::Take(), ElementsAre("send 3A 49 01", "sleep 5000", "send 3A 4D 01",
+                                             "sleep 5000", "send 3A 4D 01", "send 3A 79 01",
+                                             "list /download/ffdc/", "disconnect"));
 }
 
 TEST_F(IpmiApply, APollThatFailsOnceEndsTheLoopAtOnceAndTheRunGoesOn) {
@@ -494,6 +512,143 @@ TEST_F(IpmiApply, Mode5WithOneKindOfArchiveMissingGives0) {
     EXPECT_EQ(0, ConnectedChannel(5).Apply());
 
     EXPECT_THAT(log.Lines().back(), Trace("Exiting KEMFfdcIpmiImpl::Apply()."));
+}
+
+TEST_F(IpmiApply, Mode3WithAFailingTzzFetchesTheOthersAndGives0) {
+    BmcIsReady();
+    files.ListingIs({"a.tzz", "b.TZZ", "c.tzz"});
+    files.DownloadFailsOf("a.tzz", kCut);
+    files.DownloadFailsOf("b.TZZ", kCut);
+
+    EXPECT_EQ(0, ConnectedChannel(3).Apply());
+
+    EXPECT_THAT(DownloadedNames(), ElementsAre("a.tzz", "b.TZZ", "c.tzz"));
+    EXPECT_THAT(log.Lines().back(), Trace("Exiting KEMFfdcIpmiImpl::Apply()."));
+}
+
+TEST_F(IpmiApply,
+       Mode5WithAFailingATgzTogetherWithBTZZGives0BecauseTheEndOfRunTestIsCaseSensitive) {
+    BmcIsReady();
+    files.ListingIs({"a.tgz", "b.TZZ"});
+    files.DownloadFailsOf("a.tgz", kCut);
+    files.DownloadFailsOf("b.TZZ", kCut);
+
+    EXPECT_EQ(0, ConnectedChannel(5).Apply());
+}
+
+class IpmiApplyAnyOtherMode : public IpmiApply, public testing::WithParamInterface<int> {};
+
+TEST_P(IpmiApplyAnyOtherMode, AsksInBandAndFetchesEveryFile) {
+    BmcIsReady();
+    files.ListingIs({"a.tgz", "b.log", "c.tzz"});
+    files.DownloadFailsOf("a.tgz", kCut);
+
+    EXPECT_EQ(0, ConnectedChannel(GetParam()).Apply());
+
+    EXPECT_THAT(
+        Journal::Take(),
+        ElementsAre("send 3A 49 01", "send 3A 4D 01", "disconnect", "account of node 2",
+                    "lan 10.0.0.5 admin secret 623 17", "connect", "list /download/ffdc/kem_dump/",
+                    "download /download/ffdc/kem_dump/a.tgz",
+                    "download /download/ffdc/kem_dump/b.log",
+                    "download /download/ffdc/kem_dump/c.tzz", "disconnect"));
+    EXPECT_EQ("inband", files.Listings().at(0).user);
+}
+
+INSTANTIATE_TEST_SUITE_P(Mode, IpmiApplyAnyOtherMode,
+                         testing::Values(0, 1, 4, -1, -2, -3, std::numeric_limits<int>::min()));
+
+TEST_F(IpmiApply, SecondRunHasAFolderOfItsOwn) {
+    BmcIsReady();
+    files.ListingIs({"a.log"});
+    KEMFfdcIpmiImpl& channel = ConnectedChannel(2);
+    EXPECT_EQ(0, channel.Apply());
+    EXPECT_EQ(runFolder, channel.GetFFDCPath());
+    std::tm later{};
+    later.tm_year = 127;
+    later.tm_mday = 1;
+    clock.SetLocalTime(later);
+    BmcIsReady();
+
+    EXPECT_EQ(0, channel.Apply());
+
+    const std::string second = outputPath + "KEMFFDC20270101000000";
+    EXPECT_EQ(second, channel.GetFFDCPath());
+    EXPECT_TRUE(fs::is_directory(second));
+    EXPECT_EQ(second + "/a.log", files.Downloads().back().localPath);
+}
+
+TEST_F(IpmiApply, RunFolderWhoseStatusCannotBeToldCountsAsAbsent) {
+    BmcIsReady();
+    outputPath = folder + "/" + std::string(250, 'n');  // with the stamp too long for a name
+    const std::string tooLong = outputPath + "KEMFFDC20260307080905";
+
+    EXPECT_EQ(7, ConnectedChannel(2).Apply());
+
+    EXPECT_THAT(log.Lines(), ElementsAre(Trace("Entering KEMFfdcIpmiImpl::CollectFiles."),
+                                         Trace("Exiting KEMFfdcIpmiImpl::CollectFiles()."),
+                                         Trace("KEMFfdcIpmiImpl m_strFFDCOutputPath_ = " + tooLong),
+                                         Milestone("Create m_strFFDCOutputPath " + tooLong),
+                                         Failure("Failed to create FFDC output path " + tooLong)));
+}
+
+// The order of the disconnection and the line about it.
+class IpmiApplyEnds : public IpmiApply {
+protected:
+    // What a run writes and does from `line` on, and right before it.
+    std::vector<std::string> End(KEMFfdcIpmiImpl& channel, const std::string& line, int result) {
+        log.OnLine([](const fakes::LogLine& written) { Journal::Append("log " + written.text); });
+        EXPECT_EQ(result, channel.Apply());
+        std::vector<std::string> all = Journal::Take();
+        const auto found = std::find(all.begin(), all.end(), "log " + line);
+        EXPECT_NE(found, all.end());
+        return {found == all.begin() ? found : found - 1, all.end()};
+    }
+};
+
+TEST_F(IpmiApplyEnds, WithoutACredentialTheLineComesFirst) {
+    bmc.Answer(kCollect, 0, {});
+    bmc.Answer(kPoll, 0, {1});
+    bmc.Answer(kCredential, 0, {});
+
+    EXPECT_THAT(End(ConnectedChannel(2), "Failed getting BMC credential ", 1),
+                ElementsAre("log the size of response_date is 0, return false",
+                            "log Failed getting BMC credential ", "disconnect"));
+}
+
+TEST_F(IpmiApplyEnds, WithoutASecondConnectionTheLineComesFirst) {
+    BmcIsReady();
+    KEMFfdcIpmiImpl& channel = ConnectedChannel(5);
+    bmc.NextConnect(1);
+
+    EXPECT_THAT(End(channel, "Failed to connect ipmi KCS.", 1),
+                ElementsAre("connect", "log Failed to connect ipmi KCS.", "disconnect"));
+}
+
+TEST_F(IpmiApplyEnds, WithoutAListingTheDisconnectionComesFirst) {
+    BmcIsReady();
+    files.NextListingFails(kCut);
+    const std::string line = "Failed getting BMC FFDC data files, error is 79 " + kCut.message();
+
+    EXPECT_THAT(End(ConnectedChannel(2), line, 1), ElementsAre("disconnect", "log " + line));
+}
+
+TEST_F(IpmiApplyEnds, WithoutAnArchiveTheLineComesFirst) {
+    BmcIsReady();
+    files.ListingIs({"a.tgz", "b.log"});
+    files.DownloadFailsOf("a.tgz", kCut);
+    const std::string line = "Failed to download file \"a.tgz\", error is 79 " + kCut.message();
+
+    EXPECT_THAT(End(ConnectedChannel(2), line, 8),
+                ElementsAre("download /download/ffdc/a.tgz", "log " + line, "disconnect"));
+}
+
+TEST_F(IpmiApplyEnds, AfterTheLastFileTheDisconnectionComesFirst) {
+    BmcIsReady();
+    files.ListingIs({"a.log"});
+
+    EXPECT_THAT(End(ConnectedChannel(2), "Exiting KEMFfdcIpmiImpl::Apply().", 0),
+                ElementsAre("disconnect", "log Exiting KEMFfdcIpmiImpl::Apply()."));
 }
 
 TEST_F(IpmiApply, AnEmptyFolderOnTheBmcIsDone) {
