@@ -30,8 +30,8 @@
 
 #include "../ipmi/module.h"
 #include "GlobalConfig.h"
-#include "IpmiProbe.h"
 #include "IpmiSessions.h"
+#include "IpmiWithoutSession.h"
 #include "LinkLocalRelay.h"
 #include "Log.h"
 

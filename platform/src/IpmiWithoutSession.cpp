@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "IpmiProbe.h"
+#include "IpmiWithoutSession.h"
 
 #include <poll.h>
 #include <sys/socket.h>
