@@ -6,8 +6,8 @@
 // any other data end the run without one.
 #include <stdlib.h>
 
-#include <boost/filesystem/operations.hpp>
 #include <algorithm>
+#include <boost/filesystem/operations.hpp>
 #include <cstddef>
 #include <cstdint>
 #include <string>
