@@ -94,11 +94,6 @@ Interrupt::~Interrupt() {
     for (const int descriptor : {m_signals, m_stop, m_told, m_demand}) close(descriptor);
 }
 
-void Interrupt::AtStop(std::function<void()> call) {
-    std::lock_guard<std::mutex> hold(m_atStopLock);
-    m_atStop = std::move(call);
-}
-
 void Interrupt::Stop(const Outcome& outcome) {
     {
         std::lock_guard<std::mutex> hold(m_demandedLock);
@@ -124,7 +119,7 @@ void Interrupt::Told() { eventfd_write(m_told, 1); }
 void Interrupt::Listen() {
     const ExitCode code = WaitForCause();
     if (code == kDone) return;
-    Raise(code);
+    m_code = code;
     if (!WaitFor(m_stop, kMomentMs)) EndProcess();
 }
 
@@ -148,12 +143,6 @@ ExitCode Interrupt::WaitForCause() const {
             return kInterrupted;
         }
     }
-}
-
-void Interrupt::Raise(ExitCode code) {
-    m_code = code;
-    std::lock_guard<std::mutex> hold(m_atStopLock);
-    if (m_atStop) m_atStop();
 }
 
 void Interrupt::EndProcess() {

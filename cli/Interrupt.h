@@ -53,10 +53,6 @@ public:
     // deadline, else that of Stop().
     ExitCode Code() const { return m_code; }
 
-    // `call` is called once, on the object's thread, as soon as the run is to end; it must not
-    // block. Null: nothing is.
-    void AtStop(std::function<void()> call);
-
     // To be called by the run before it delivers or tells how it ended, whatever comes first. Does
     // not return when the process is being ended already.
     void ClaimEnding();
@@ -69,7 +65,6 @@ private:
 
     void Listen();
     ExitCode WaitForCause() const;  // kDone: the object is being destroyed
-    void Raise(ExitCode code);
     void EndProcess();
 
     const std::chrono::seconds m_deadline;
@@ -77,8 +72,6 @@ private:
     const Ends m_ends;
     mutable std::mutex m_demandedLock;
     Outcome m_demanded;
-    std::mutex m_atStopLock;
-    std::function<void()> m_atStop;
     std::atomic<ExitCode> m_code{kDone};
     std::atomic<bool> m_claimed{false};  // by whoever tells the ending
     std::atomic<bool> m_claimedByRun{false};

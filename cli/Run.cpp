@@ -128,7 +128,7 @@ private:
     }
 
     Outcome PrepareFolder() {
-        const Outcome outcome = m_folder.Open(m_options.output);
+        Outcome outcome = m_folder.Open(m_options.output);
         if (!outcome.Ok()) return outcome;
         for (const OutputFolder::LeftOver& leftOver : m_folder.RemoveLeftOvers()) {
             m_progress.Say("Removed " + leftOver.name + " (" + HumanBytes(leftOver.bytes) +
@@ -140,7 +140,7 @@ private:
     // How a run ends that a signal or its deadline has stopped.
     Outcome Stopped() const {
         const ExitCode code = m_interrupt.Code();
-        const Outcome demanded = m_interrupt.Demanded();
+        Outcome demanded = m_interrupt.Demanded();
         if (code == demanded.code) return demanded;
         const std::string what = code == kInterrupted
                                      ? "Interrupted."

@@ -125,6 +125,14 @@ def test_a_key_that_ends_the_prompt_gives_the_echo_back(bmc, key):
     assert bmc.requests() == []
 
 
+def test_the_deadline_ends_a_prompt(bmc):
+    terminal = tool.Terminal(
+        [a for a in tool.check(bmc, "--deadline", "1") if a not in ("--password-file", "-")])
+    terminal.read(r"The run has not ended within 0:01 \(--deadline\)\. \[exit code 6\]")
+    assert has_echo(terminal)
+    assert terminal.end() == 6
+
+
 # What a shell does with a job: it starts it in the foreground, and continues it once it is stopped.
 SHELL = """
 import os, signal, sys

@@ -75,6 +75,7 @@ SHORT = {"VARNEX_IPMI_SESSION_TIMEOUT": "4"}
 SCENARIOS = {
     "Refused UDP port": Trouble(port=9),
     "Silent UDP port (bounded by IPMI_SESSION_TIMEOUT)": Trouble(ipmi(silent=True), environment=SHORT),
+    "Silent UDP port (bounded by --deadline)": Trouble(ipmi(silent=True), ["--deadline", "2"], seconds=8),
     "Unknown host": Trouble(host="no-such-bmc.invalid"),
     "Wrong password": Trouble(password="not this one"),
     "Unknown user": Trouble(user="nobody"),
