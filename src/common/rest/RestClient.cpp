@@ -79,27 +79,34 @@ private:
     CURL* m_curl;
 };
 
-// By the classes of the host's locale, looked up once: a search for each byte would be the dearest
-// part of a small answer.
-std::string Stripped(std::string_view text) {
-    const std::locale locale;
-    const auto& classes = std::use_facet<std::ctype<char>>(locale);
-    const auto isBlank = [&classes](char c) { return classes.is(std::ctype_base::space, c); };
-    std::size_t begin = 0;
-    std::size_t end = text.size();
-    while (begin < end && isBlank(text[begin])) ++begin;
-    while (begin < end && isBlank(text[end - 1])) --end;
-    return std::string(text.substr(begin, end - begin));
-}
+// White space by the classes of the host's locale. They are looked up once for an exchange: a
+// search for each line would be the dearest part of a small answer.
+class Blanks {
+public:
+    std::string Stripped(std::string_view text) const {
+        std::size_t begin = 0;
+        std::size_t end = text.size();
+        while (begin < end && IsBlank(text[begin])) ++begin;
+        while (begin < end && IsBlank(text[end - 1])) --end;
+        return std::string(text.substr(begin, end - begin));
+    }
 
-void StoreHeader(std::string_view line, Response& response) {
+private:
+    bool IsBlank(char c) const { return m_classes.is(std::ctype_base::space, c); }
+
+    const std::locale m_locale;
+    const std::ctype<char>& m_classes = std::use_facet<std::ctype<char>>(m_locale);
+};
+
+void StoreHeader(std::string_view line, const Blanks& blanks, Response& response) {
     const std::size_t colon = line.find(':');
     if (colon != std::string_view::npos) {
-        response.headers[Stripped(line.substr(0, colon))] = Stripped(line.substr(colon + 1));
+        response.headers[blanks.Stripped(line.substr(0, colon))] =
+            blanks.Stripped(line.substr(colon + 1));
         return;
     }
     // The status line has none, and the line that ends the headers is empty.
-    const std::string text = Stripped(line);
+    const std::string text = blanks.Stripped(line);
     if (!text.empty()) response.headers[text] = "present";
 }
 
@@ -189,13 +196,14 @@ Form MakeForm(CURL* curl, const MimeParts& parts) {
 // What arrives during one exchange. Each receiver takes a piece or, beyond its bound, refuses it.
 struct RestClient::Reception {
     Response response;
+    Blanks blanks;
     std::size_t headerBytes = 0;
     std::string refusal;  // empty while everything was taken
 
     bool TakeHeader(std::string_view line) {
         headerBytes += line.size();
         if (headerBytes > kMaxHeaderBytes) return Refuse(kMaxHeaderBytes, "header lines");
-        StoreHeader(line, response);
+        StoreHeader(line, blanks, response);
         return true;
     }
 
@@ -262,7 +270,9 @@ class RestClient::UsedUp {
 public:
     explicit UsedUp(RestClient& client) : m_client(client) {}
     ~UsedUp() {
-        if (m_client.m_share) m_client.m_curl.reset();
+        if (!m_client.m_share) return;
+        m_client.SetOption(CURLOPT_NOSIGNAL, 1L);  // else it would change what SIGPIPE does
+        m_client.m_curl.reset();
     }
     UsedUp(const UsedUp&) = delete;
     UsedUp& operator=(const UsedUp&) = delete;

@@ -31,6 +31,9 @@ const Calls kBirth = {"curl_easy_init",
                       "CURLOPT_SHARE the share"};
 const Calls kNextHandle = {"curl_easy_init", "CURLOPT_SHARE the share"};
 
+// Without the option, the end of a handle changes what SIGPIPE does to the process for a while.
+const Calls kEnd = {"CURLOPT_NOSIGNAL 1", "curl_easy_cleanup"};
+
 class TextPart : public Rest::MimePart {
 public:
     void AddTo(curl_mimepart* part) const override {
@@ -68,11 +71,10 @@ TEST_F(RestClientFreshHandles, EachRequestHasItsOwnHandleAndOtherwiseDoesWhatItA
     web.Answer(200);
 
     client->Get(kUrl);
-    EXPECT_EQ(Concatenated(PlainGet(), {"curl_easy_cleanup"}), web.TakeCalls());
+    EXPECT_EQ(Concatenated(PlainGet(), kEnd), web.TakeCalls());
 
     client->Get(kUrl);
-    EXPECT_EQ(Concatenated(Concatenated(kNextHandle, PlainGet()), {"curl_easy_cleanup"}),
-              web.TakeCalls());
+    EXPECT_EQ(Concatenated(Concatenated(kNextHandle, PlainGet()), kEnd), web.TakeCalls());
 
     client.reset();
     EXPECT_THAT(web.TakeCalls(), ElementsAre("curl_share_cleanup"));
@@ -136,8 +138,9 @@ TEST_F(RestClientFreshHandles, AFormIsFreedBeforeItsHandleEnds) {
     client->PostMultipart(kUrl, {}, Rest::ProgressCallback());
 
     const Calls calls = web.TakeCalls();
-    EXPECT_THAT(Calls(calls.end() - 3, calls.end()),
-                ElementsAre("curl_easy_reset", "curl_mime_free", "curl_easy_cleanup"));
+    EXPECT_THAT(Calls(calls.end() - 4, calls.end()),
+                ElementsAre("curl_easy_reset", "curl_mime_free", "CURLOPT_NOSIGNAL 1",
+                            "curl_easy_cleanup"));
 }
 
 TEST_F(RestClientFreshHandles, AHandleEndsAlsoWhenItsRequestEndsInAnException) {
@@ -146,9 +149,10 @@ TEST_F(RestClientFreshHandles, AHandleEndsAlsoWhenItsRequestEndsInAnException) {
 
     EXPECT_THROW(client->PostMultipart(kUrl, parts, Rest::ProgressCallback()), std::runtime_error);
 
-    EXPECT_THAT(web.TakeCalls(),
-                ElementsAre("CURLOPT_POST 1", "curl_mime_init", "curl_mime_addpart",
-                            "curl_mime_free", "curl_easy_reset", "curl_easy_cleanup"));
+    EXPECT_THAT(
+        web.TakeCalls(),
+        ElementsAre("CURLOPT_POST 1", "curl_mime_init", "curl_mime_addpart", "curl_mime_free",
+                    "curl_easy_reset", "CURLOPT_NOSIGNAL 1", "curl_easy_cleanup"));
 }
 
 TEST_F(RestClientFreshHandles, AFailedTransferEndsItsHandleToo) {
