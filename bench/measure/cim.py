@@ -11,6 +11,7 @@ LARGEST_ANSWER = 16 * MIB  # what the client takes
 
 
 def cim(options):
+    """The built-in CIM client."""
     if not (options.build / "bin" / "bench_cim_calls").exists():
         yield NotMeasured("cim", "the built-in CIM client", "built with another one")
         return

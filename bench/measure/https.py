@@ -30,6 +30,7 @@ def old_libcurl():
 
 
 def gets(options):
+    """Small GETs on one TLS connection."""
     requests, rounds = (200, 3) if options.quick else (2000, 7)
     with serving(options, {}) as at:
         said = run([options.build / "bin" / "bench_small_gets", at.url("/redfish/v1/"), requests,
@@ -50,6 +51,7 @@ def fetch(options, at, name, mebibytes):
 
 
 def download(options):
+    """A large archive over HTTPS, and the tool's whole collect."""
     size, rounds = (64, 3) if options.quick else (512, 7)
     with serving(options, {"largest": size}) as at:
         target = at.folder / "fetched"
@@ -94,6 +96,7 @@ def collect(options, at, size, rounds):
 
 
 def memory(options):
+    """Peak memory over HTTPS by the file's size."""
     sizes = (16, 64) if options.quick else (64, 1024, 4096)
     with serving(options, {f"of{size}": size for size in sizes}) as at:
         for size in sizes:
@@ -103,6 +106,7 @@ def memory(options):
 
 
 def start(options):
+    """The start of the tool."""
     rounds, runs = (3, 10) if options.quick else (7, 50)
 
     def one(program):

@@ -12,6 +12,7 @@ SCENARIO = "{user: admin, password: secret, ipmi: {polls: -1}}"
 
 
 def polls(options):
+    """Polls over one IPMI session."""
     program = options.build / "bin" / "bench_ipmi_polls"
     if not program.exists():
         yield NotMeasured("polls", "polls over IPMI", "built without IPMI")

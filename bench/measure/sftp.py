@@ -90,6 +90,7 @@ def serving(options, prepare):
 
 
 def large(options):
+    """A large file by SFTP, near and far."""
     size, rounds = (64, 3) if options.quick else (256, 7)
     with serving(options, lambda served: noise(served / "archive", size * MIB)) as (port, by):
 
@@ -114,7 +115,7 @@ def write_small(folder, count):
 
 
 def many(options):
-    """The goal is the one for 200 files; the others show how it grows."""
+    """Many small files by SFTP."""
     counts = (1, 20) if options.quick else (1, 100, 200, 1000)
 
     def prepare(served):
@@ -132,10 +133,12 @@ def many(options):
             files = "file" if count == 1 else "files"
             yield Row("files", f"{count} {files} of 1 KiB by SFTP", ours,
                       {"curl, one connection": curl, "sftp": sftp},
+                      # The others show how it grows.
                       at_most=1.2 if count in (20, 200) else None, series=("files", count))
 
 
 def memory(options):
+    """Peak memory by SFTP by the file's size."""
     sizes = (16, 64) if options.quick else (64, 1024, 4096)
 
     def prepare(served):
@@ -151,6 +154,7 @@ def memory(options):
 
 
 def collect(options):
+    """The tool's whole collect over IPMI and SFTP."""
     size, rounds = (16, 1) if options.quick else (512, 3)
     work = f"the tool's whole collect of {size} MiB over IPMI and SFTP"
     if not options.private_net:
