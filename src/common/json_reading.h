@@ -10,7 +10,7 @@
 // What a BMC may make us read. The reader recurses once per level and takes some 300 bytes for the
 // shortest value: far beyond these bounds a hostile answer would end the host's process.
 constexpr std::size_t kMaxJsonDepth = 512;
-constexpr std::size_t kMaxJsonBytes = std::size_t{4} * 1024 * 1024;
+constexpr std::size_t kMaxJsonBytes = std::size_t{16} * 1024 * 1024;
 constexpr std::size_t kMaxJsonValues = std::size_t{64} * 1024;
 
 // Reads `text` as JSON (RFC 8259). Throws boost::property_tree::json_parser_error when it is none,

@@ -138,14 +138,14 @@ TEST_F(EngineHostile, WhatIsTooLargeEndsTheExchangeEarly) {
         const char* kind;
         const char* text;
     } const rows[] = {
-        {"body/3221225472", "Answer too large: more than 4194304 bytes of body"},
-        {"endless", "Answer too large: more than 4194304 bytes of body"},
+        {"body/3221225472", "Answer too large: more than 16777216 bytes of body"},
+        {"endless", "Answer too large: more than 16777216 bytes of body"},
         {"headers", "Answer too large: more than 262144 bytes of header lines"},
         {"header", "Answer too large: one header line without an end"},
         {"status", "Answer too large: one header line without an end"},
         {"interim", "Answer too large: more than 262144 bytes of header lines"},
         {"trailers", "Answer too large: more than 262144 bytes of header lines"},
-        {"bomb", "Answer too large: more than 4194304 bytes of body"},
+        {"bomb", "Answer too large: more than 16777216 bytes of body"},
     };
     client.EnableGzip();
     for (const auto& row : rows) {

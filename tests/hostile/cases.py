@@ -35,11 +35,11 @@ class Case:
 
 
 # JSON, as much as the library takes of a body; arrays and members are far more than its reader takes.
-MOST_JSON = 4 * MIB - 1024
+MOST_JSON = 16 * MIB - 1024
 ARRAY = http.repeated(b"[", b"0,", b"0]", MOST_JSON)
 MEMBERS = http.repeated(b'{"a": 0', b',"a":0', b"}", MOST_JSON)
 ESCAPES = http.repeated(b'{"RedfishVersion": "', b"\\u0000", b'"}', MOST_JSON)
-CONTROLS = http.filled(4 * MIB, b"\x1b")  # four times as long in a log
+CONTROLS = http.filled(16 * MIB, b"\x1b")  # four times as long in a log
 LONG_ID = http.repeated(b'{"Id": "', b"\\u0041", b'"}', MOST_JSON)
 DOTS = http.repeated(b'{"RedfishVersion": "', b".", b'"}', MOST_JSON)
 OBJECTS_IN = http.repeated(b"", b'{"a":', b"1", MOST_JSON)
@@ -124,33 +124,33 @@ CASES = [
     redfish("service root: headers without end", (3,), ((ROOT, http.headers_for_ever),), quick=True),
     redfish("service root: one header without end", (3,), ((ROOT, http.header_for_ever),)),
     redfish("service root: interim answers without end", (3,), ((ROOT, http.interim_for_ever),), quick=True),
-    redfish("service root: 4 MiB of `[0,0,...`", (3,), ((ROOT, ARRAY),), quick=True),
-    redfish("service root: 4 MiB of `{\"a\":0,...`", (3,), ((ROOT, MEMBERS),)),
-    redfish("service root: 4 MiB of `{\"a\":{\"a\":...`", (3,), ((ROOT, OBJECTS_IN),)),
-    redfish("service root: a version of 4 MiB of escapes", (3, 0), ((ROOT, ESCAPES),)),
-    redfish("service root: a version of 4 MiB of dots", (3, 0), ((ROOT, DOTS),)),
+    redfish("service root: 16 MiB of `[0,0,...`", (3,), ((ROOT, ARRAY),), quick=True),
+    redfish("service root: 16 MiB of `{\"a\":0,...`", (3,), ((ROOT, MEMBERS),)),
+    redfish("service root: 16 MiB of `{\"a\":{\"a\":...`", (3,), ((ROOT, OBJECTS_IN),)),
+    redfish("service root: a version of 16 MiB of escapes", (3, 0), ((ROOT, ESCAPES),)),
+    redfish("service root: a version of 16 MiB of dots", (3, 0), ((ROOT, DOTS),)),
     redfish("service root: compressed, 3 GiB when unpacked", (3,), ((ROOT, http.gzip_bomb),)),
     redfish("service root: half of the JSON, as if it were all", (3,), ((ROOT, http.half),)),
     redfish("service root: cut in the middle", (3,), ((ROOT, http.cut),)),
     redfish("service root: 50 bytes a second", (6,), ((ROOT, http.dripped),), options=("--deadline", "5"),
             library=False),
-    redfish("service root, from the second on: 4 MiB of `[0,0,...`", (0, 3, 4), ((1, ROOT, ARRAY),)),
+    redfish("service root, from the second on: 16 MiB of `[0,0,...`", (0, 3, 4), ((1, ROOT, ARRAY),)),
     redfish("all answers: a first header line that begins with a blank", (3,), (("* *", http.blank_led_header),)),
     redfish("session: a first header line that begins with a blank", (3, 7), ((SESSIONS, http.blank_led_header),)),
     redfish("export: a first header line that begins with a blank", (4,), ((EXPORT, http.blank_led_header),),
             quick=True),
-    redfish("probe: 4 MiB of control bytes", (0, 3), ((PROBE, CONTROLS),), quick=True),
-    redfish("export: an Id of 4 MiB of escapes", (4, 5), ((EXPORT, LONG_ID),)),
-    redfish("task: 4 MiB of control bytes", (5,), ((TASK, CONTROLS),), cut=False),
+    redfish("probe: 16 MiB of control bytes", (0, 3), ((PROBE, CONTROLS),), quick=True),
+    redfish("export: an Id of 16 MiB of escapes", (4, 5), ((EXPORT, LONG_ID),)),
+    redfish("task: 16 MiB of control bytes", (5,), ((TASK, CONTROLS),), cut=False),
     redfish("export: 3 GiB", (4,), ((EXPORT, http.filled(http.MOST)),), quick=True),
-    redfish("export: 4 MiB of `[0,0,...`", (4,), ((EXPORT, ARRAY),), quick=True),
+    redfish("export: 16 MiB of `[0,0,...`", (4,), ((EXPORT, ARRAY),), quick=True),
     redfish("export: one header without end", (4,), ((EXPORT, http.header_for_ever),)),
     redfish("export: headers without end", (3, 4), ((EXPORT, http.headers_for_ever),)),
     redfish("export: interim answers without end", (3, 4), ((EXPORT, http.interim_for_ever),)),
     redfish("export: half of the JSON, as if it were all", (4,), ((EXPORT, http.half),)),
     redfish("task: a first header line that begins with a blank", (3, 5), ((TASK, http.blank_led_header),), quick=True),
     redfish("task: 3 GiB, each time", (3, 5, 6), ((TASK, http.filled(http.MOST)),)),
-    redfish("task: 4 MiB of `[0,0,...`, each time", (5, 6), ((TASK, ARRAY),)),
+    redfish("task: 16 MiB of `[0,0,...`, each time", (5, 6), ((TASK, ARRAY),)),
     redfish("task: headers without end, each time", (3, 5, 6), ((TASK, http.headers_for_ever),)),
     redfish("task: trailers without end, each time", (3, 5, 6), ((TASK, http.trailers_for_ever),)),
     redfish("task: half of the JSON, each time", (5, 6), ((TASK, http.half),), cut=False),

@@ -34,7 +34,7 @@ namespace Rest {
 class RestClient : public RestClientInterface {
 public:
     // Of one body, as it is after decompression. A body sink takes any size.
-    static constexpr std::size_t kMaxBodyBytes = std::size_t{4} * 1024 * 1024;
+    static constexpr std::size_t kMaxBodyBytes = std::size_t{16} * 1024 * 1024;
 
     // Of all header lines of one exchange: interim answers, redirects and trailers count too.
     static constexpr std::size_t kMaxHeaderBytes = std::size_t{256} * 1024;

@@ -66,10 +66,10 @@ TEST(ReadJson, ClosingBracketsAheadDoNotHideANesting) {
               RefusalOf(std::string(600, ']') + std::string(100000, '[')));
 }
 
-TEST(ReadJson, FourMebibytesAreReadAndOneByteMoreRefused) {
-    const std::size_t limit = 4 * 1024 * 1024;
+TEST(ReadJson, SixteenMebibytesAreReadAndOneByteMoreRefused) {
+    const std::size_t limit = 16 * 1024 * 1024;
     EXPECT_EQ(limit - 2, ReadJson("\"" + std::string(limit - 2, 'x') + "\"").data().size());
-    EXPECT_EQ("<unspecified file>: more than 4194304 bytes",
+    EXPECT_EQ("<unspecified file>: more than 16777216 bytes",
               RefusalOf("\"" + std::string(limit - 1, 'x') + "\""));
 }
 

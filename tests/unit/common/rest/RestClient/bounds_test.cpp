@@ -57,29 +57,29 @@ protected:
     SinkClient client;
 };
 
-TEST_F(RestClientBounds, ABodyOfFourMebibytesIsTakenAndOneByteMoreCutsTheAnswer) {
+TEST_F(RestClientBounds, ABodyOfSixteenMebibytesIsTakenAndOneByteMoreCutsTheAnswer) {
     const Rest::Response whole =
-        Answered([](Transfer& transfer) { return WriteAll(transfer, 4 * kMebibyte); });
+        Answered([](Transfer& transfer) { return WriteAll(transfer, 16 * kMebibyte); });
     EXPECT_EQ(0, whole.curlCode);
-    EXPECT_THAT(whole.body, SizeIs(4 * kMebibyte));
+    EXPECT_THAT(whole.body, SizeIs(16 * kMebibyte));
 
-    ExpectCut("Answer too large: more than 4194304 bytes of body", Answered([](Transfer& transfer) {
+    ExpectCut("Answer too large: more than 16777216 bytes of body", Answered([](Transfer& transfer) {
                   transfer.SetErrorText("Failed writing body (0 != 16384)");
-                  return WriteAll(transfer, 4 * kMebibyte + 1);
+                  return WriteAll(transfer, 16 * kMebibyte + 1);
               }));
 }
 
 TEST_F(RestClientBounds, TheFirstPieceThatIsTooMuchEndsTheTransfer) {
     Answered([](Transfer& transfer) {
         EXPECT_EQ(3U, transfer.Write("abc"));
-        EXPECT_EQ(0U, transfer.Write(std::string(4 * kMebibyte, 'x')));
+        EXPECT_EQ(0U, transfer.Write(std::string(16 * kMebibyte, 'x')));
         return CURLE_WRITE_ERROR;
     });
 }
 
 TEST_F(RestClientBounds, NothingOfABodyThatWasCutIsKept) {
     const Rest::Response response =
-        Answered([](Transfer& transfer) { return WriteAll(transfer, 5 * kMebibyte); });
+        Answered([](Transfer& transfer) { return WriteAll(transfer, 17 * kMebibyte); });
 
     EXPECT_LT(response.body.capacity(), 4096U);
 }
@@ -146,7 +146,7 @@ TEST_F(RestClientBounds, ABodySinkTakesAnySize) {
     client.SetBodySink(sink.get());
 
     EXPECT_EQ(
-        0, Answered([](Transfer& transfer) { return WriteAll(transfer, 5 * kMebibyte); }).curlCode);
+        0, Answered([](Transfer& transfer) { return WriteAll(transfer, 17 * kMebibyte); }).curlCode);
 }
 
 TEST_F(RestClientBounds, CookiesOfOneMebibyteAreTakenAndOneByteMoreDropsThemAll) {

@@ -177,8 +177,8 @@ TEST_F(RedfishParseTaskState, ABodyThatIsNoJsonGives3WithTheReadersText) {
         {"", "<unspecified file>(1): expected value"},
         {R"({"TaskState":"Comp)", "<unspecified file>(1): unterminated string"},
         {std::string(100000, '['), "<unspecified file>: more than 512 nested levels"},
-        {"\"" + std::string(5 * 1024 * 1024, 'x') + "\"",
-         "<unspecified file>: more than 4194304 bytes"},
+        {"\"" + std::string(17 * 1024 * 1024, 'x') + "\"",
+         "<unspecified file>: more than 16777216 bytes"},
         {"[" + std::string(70000, ',') + "]", "<unspecified file>: more than 65536 values"},
     };
     for (const Row& row : rows) {
