@@ -63,7 +63,8 @@ TEST_F(RestClientBounds, ABodyOfSixteenMebibytesIsTakenAndOneByteMoreCutsTheAnsw
     EXPECT_EQ(0, whole.curlCode);
     EXPECT_THAT(whole.body, SizeIs(16 * kMebibyte));
 
-    ExpectCut("Answer too large: more than 16777216 bytes of body", Answered([](Transfer& transfer) {
+    ExpectCut("Answer too large: more than 16777216 bytes of body",
+              Answered([](Transfer& transfer) {
                   transfer.SetErrorText("Failed writing body (0 != 16384)");
                   return WriteAll(transfer, 16 * kMebibyte + 1);
               }));
@@ -145,8 +146,9 @@ TEST_F(RestClientBounds, ABodySinkTakesAnySize) {
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> sink(std::tmpfile(), &std::fclose);
     client.SetBodySink(sink.get());
 
-    EXPECT_EQ(
-        0, Answered([](Transfer& transfer) { return WriteAll(transfer, 17 * kMebibyte); }).curlCode);
+    EXPECT_EQ(0, Answered([](Transfer& transfer) {
+                     return WriteAll(transfer, 17 * kMebibyte);
+                 }).curlCode);
 }
 
 TEST_F(RestClientBounds, CookiesOfOneMebibyteAreTakenAndOneByteMoreDropsThemAll) {
