@@ -4,7 +4,6 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <utility>
 
 #include "CimProbe.h"
@@ -45,7 +44,7 @@ void ReadStatus(const CimReply& reply, Enumeration& answer) {
         answer.unreadable = "its status is no number";
         return;
     }
-    const int number = std::atoi(code.c_str());
+    const int number = std::stoi(code);
     if (number == 0) return;  // success
     answer.failed = true;
     answer.errorCode = number;

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
-#include <cstdlib>
 #include <cstring>
 #include <pugixml.hpp>
 #include <sstream>
@@ -105,7 +104,7 @@ std::string WrongFrame(const pugi::xml_node& message, const pugi::xml_node& answ
 
 void ReadError(const pugi::xml_node& error, Enumeration& found) {
     const std::string code = Decimal(Stripped(error.attribute("CODE").value()));
-    found.errorCode = std::atoi(code.c_str());
+    std::from_chars(code.data(), code.data() + code.size(), found.errorCode);
     found.failed = found.errorCode != 0;  // 0 is success
     if (found.failed) found.errorText = error.attribute("DESCRIPTION").value();
 }
