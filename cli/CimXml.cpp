@@ -104,7 +104,9 @@ std::string WrongFrame(const pugi::xml_node& message, const pugi::xml_node& answ
 
 void ReadError(const pugi::xml_node& error, Enumeration& found) {
     const std::string code = Decimal(Stripped(error.attribute("CODE").value()));
-    std::from_chars(code.data(), code.data() + code.size(), found.errorCode);
+    const char* end = code.data() + code.size();
+    const auto read = std::from_chars(code.data(), end, found.errorCode);
+    if (read.ec != std::errc() || read.ptr != end) found.unreadable = "its error has no code";
     found.failed = found.errorCode != 0;  // 0 is success
     if (found.failed) found.errorText = error.attribute("DESCRIPTION").value();
 }

@@ -244,6 +244,7 @@ TEST(PegasusAnswer, AnErrorElementIsAnExceptionUnlessItsCodeIs0) {
         {"<ERROR CODE=\"3\" DESCRIPTION=\"CIM_ERR_INVALID_NAMESPACE: &lt;a&gt;\"/>",
          "CIMException 3: CIM_ERR_INVALID_NAMESPACE: <a>"},
         {"<ERROR CODE=\"7\"/>", "CIMException 7: "},
+        {"<ERROR CODE=\" 007 \"/>", "CIMException 7: "},
         {"<ERROR CODE=\"99\" DESCRIPTION=\"x\"></ERROR>", "CIMException 99: x"},
         {"<ERROR CODE=\"0\" DESCRIPTION=\"x\"/>", "0 instances"},
     };

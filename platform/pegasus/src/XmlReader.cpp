@@ -3,6 +3,7 @@
 
 #include <Pegasus/Client/CIMClientException.h>
 
+#include <algorithm>
 #include <charconv>
 #include <limits>
 #include <type_traits>
@@ -174,9 +175,11 @@ private:
                                                   "\", expected \"" + m_expectedId + "\"."));
     }
 
-    static std::string WithoutZeros(const std::string& code) {
-        const std::size_t first = code.find_first_not_of('0');
-        return first == std::string::npos ? code.substr(0, 1) : code.substr(first);
+    // Of a status: "03" is 3.
+    static std::string WithoutZeros(std::string_view code) {
+        code = Trimmed(code);
+        const std::size_t first = std::min(code.find_first_not_of('0'), code.size() - 1);
+        return std::string(code.empty() ? code : code.substr(first));
     }
 
     // Code 0 is success all the same.
