@@ -2,6 +2,8 @@
 """Small servers that do what the emulated BMC never would: bytes, handshakes and proxies that are odd."""
 
 import contextlib
+import datetime
+import ipaddress
 import json
 import pathlib
 import socket
@@ -9,6 +11,11 @@ import ssl
 import subprocess
 import tempfile
 import threading
+
+from cryptography import x509
+from cryptography.hazmat.primitives import hashes, serialization
+from cryptography.hazmat.primitives.asymmetric import ec
+from cryptography.x509.oid import NameOID
 
 ARCHIVE = b"archive " * 512
 
@@ -26,6 +33,32 @@ def make_certificate(folder):
     with file.open("a", encoding="ascii") as both:
         both.write(pathlib.Path(str(file) + ".crt").read_text(encoding="ascii"))
     return file
+
+
+def make_chain(folder, days=30):
+    """A CA of one's own, and a certificate of it for 127.0.0.1 that ends in so many days."""
+    def name(text):
+        return x509.Name([x509.NameAttribute(NameOID.COMMON_NAME, text)])
+
+    def issue(subject, key, issuer, issuer_key, begin, end, *extensions):
+        builder = x509.CertificateBuilder(name(issuer), name(subject), key.public_key(),
+                                          x509.random_serial_number(), begin, end)
+        for extension in extensions:
+            builder = builder.add_extension(extension, critical=True)
+        return builder.sign(issuer_key, hashes.SHA256()).public_bytes(serialization.Encoding.PEM)
+
+    now = datetime.datetime.utcnow()
+    begin = now - datetime.timedelta(days=60)
+    ca_key, key = ec.generate_private_key(ec.SECP256R1()), ec.generate_private_key(ec.SECP256R1())
+    ca, server = pathlib.Path(folder) / "ca.pem", pathlib.Path(folder) / "leaf.pem"
+    ca.write_bytes(issue("a CA", ca_key, "a CA", ca_key, begin, now + datetime.timedelta(days=90),
+                         x509.BasicConstraints(ca=True, path_length=0)))
+    alternative = x509.SubjectAlternativeName([x509.IPAddress(ipaddress.ip_address("127.0.0.1"))])
+    server.write_bytes(
+        issue("a BMC", key, "a CA", ca_key, begin, now + datetime.timedelta(days=days), alternative)
+        + key.private_bytes(serialization.Encoding.PEM, serialization.PrivateFormat.PKCS8,
+                            serialization.NoEncryption()))
+    return ca, server
 
 
 def ordinary_answer(method, path):

@@ -21,15 +21,7 @@ from tool import EXPORT, SERVICE_ROOT
 PROXIES = ("http_proxy", "https_proxy", "HTTPS_PROXY", "ALL_PROXY")
 
 
-def has_ipv6():
-    try:
-        tool.free_port("::1")
-        return True
-    except OSError:
-        return False
-
-
-needs_ipv6 = pytest.mark.skipif(not has_ipv6(), reason="no IPv6 on this machine")
+needs_ipv6 = pytest.mark.skipif(not tool.has_ipv6(), reason="no IPv6 on this machine")
 
 
 def sha256_of(path):

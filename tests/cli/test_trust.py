@@ -9,6 +9,9 @@ import odd_servers
 import tool
 
 
+needs_ipv6 = pytest.mark.skipif(not tool.has_ipv6(), reason="no IPv6 on this machine")
+
+
 def with_authorization(bmc):
     return [r for r in bmc.requests() if any(name.lower() == "authorization" for name in r["headers"])]
 
@@ -51,6 +54,27 @@ def test_a_certificate_of_the_ca_is_taken_and_said_to_be_verified(bmc, tmp_path,
     words = tool.run(tool.check(bmc, *option), password=bmc.password, environment=environment)
     assert words.code == 0, words.err
     assert f"  verified by:   {file}\n" in words.out and "not verified" not in words.out
+
+
+@pytest.mark.parametrize("host", [
+    pytest.param("::1", marks=needs_ipv6), pytest.param("::1%lo", marks=needs_ipv6), "localhost"])
+def test_every_spelling_of_the_host_is_verified(start_bmc, tmp_path, host):
+    bmc = start_bmc(None, "--bind", "127.0.0.1" if host == "localhost" else "::1")
+    arguments = tool.collect(bmc, tmp_path, "--ca-file", bmc.ready["redfish"]["certificate"])
+    arguments[3] = host
+    assert tool.run(arguments, password=bmc.password).code == 0
+
+
+@pytest.mark.parametrize("days, code", [(30, 0), (-1, 3)])
+def test_a_certificate_that_a_ca_has_signed_is_good_until_it_ends(tmp_path, days, code):
+    ca, server_file = odd_servers.make_chain(tmp_path, days)
+    with odd_servers.odd_server(prepare=lambda context, _: context.load_cert_chain(server_file)) as server:
+        ended = tool.run(at(server.port, "collect", "--ca-file", str(ca), "--output", str(tmp_path / "out")),
+                         password="a secret word")
+        assert ended.code == code, ended.err
+        assert bool(server.requests) == (code == 0)
+    if code != 0:
+        assert "is not good for the CAs in" in ended.err and "certificate has expired" in ended.err
 
 
 @pytest.mark.parametrize("command", ["check", "collect"])

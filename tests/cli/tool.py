@@ -47,6 +47,14 @@ def free_port(address="127.0.0.1"):
         return listener.getsockname()[1]
 
 
+def has_ipv6():
+    try:
+        free_port("::1")
+        return True
+    except OSError:
+        return False
+
+
 class Bmc:
     """An emulated BMC; ended with stop()."""
 
