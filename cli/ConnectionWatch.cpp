@@ -69,7 +69,7 @@ curl_socket_t ConnectionWatch::OnSocket(void* self, curlsocktype, curl_sockaddr*
     if (getnameinfo(&address->addr, address->addrlen, host, sizeof host, port, sizeof port,
                     NI_NUMERICHOST | NI_NUMERICSERV) == 0) {
         watch.m_address = host;
-        watch.m_port = std::atoi(port);
+        watch.m_port = static_cast<int>(std::strtol(port, nullptr, 10));
     }
     return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
 }
