@@ -11,6 +11,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <stdexcept>
 
@@ -72,10 +73,15 @@ std::string Peer::TlsServerName() const {
     return name == nullptr ? "" : name;
 }
 
+// The end of a child process interrupts a read that has a limit.
 std::size_t Peer::Read(char* data, std::size_t size) {
-    const auto n = m_ssl != nullptr ? SSL_read(m_ssl, data, static_cast<int>(size))
-                                    : ::recv(m_socket, data, size, 0);
-    return n > 0 ? static_cast<std::size_t>(n) : 0;
+    for (;;) {
+        errno = 0;
+        const auto n = m_ssl != nullptr ? SSL_read(m_ssl, data, static_cast<int>(size))
+                                        : ::recv(m_socket, data, size, 0);
+        if (n > 0) return static_cast<std::size_t>(n);
+        if (errno != EINTR) return 0;
+    }
 }
 
 bool Peer::Write(const char* data, std::size_t size) {
