@@ -8,6 +8,7 @@
 #include <openssl/pem.h>
 #include <openssl/x509.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -149,6 +150,11 @@ ScriptedServer::~ScriptedServer() {
 }
 
 void ScriptedServer::Run() {
+    // OpenSSL's writes to a client that has gone; the client's own thread keeps the signal.
+    sigset_t pipe;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
     std::size_t next = 0;
     while (!m_stop) {
         pollfd wanted{m_listener, POLLIN, 0};
