@@ -97,8 +97,11 @@ int main(int count, char** words) {
     std::getline(std::cin, bmc.password);
     const int polls = std::atoi(words[5]);
     for (int round = 0; round < std::atoi(words[6]); ++round) {
-        const Spent ours = Ours(bmc, polls);
+        // Whoever comes first in a round pays for it, up to a tenth: so they take turns.
+        const bool oursFirst = round % 2 == 0;
+        Spent ours = oursFirst ? Ours(bmc, polls) : Spent{};
         const Spent bare = Bare(bmc, polls);
+        if (!oursFirst) ours = Ours(bmc, polls);
         std::printf("%.6f %.6f %.6f %.6f\n", ours.wall, bare.wall, ours.processor, bare.processor);
     }
     return 0;
