@@ -57,7 +57,8 @@ private:
         std::set<int> open;
         const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir("/proc/self/fd"), closedir);
         if (!folder) return open;
-        while (const dirent* entry = readdir(folder.get())) open.insert(std::atoi(entry->d_name));
+        while (const dirent* entry = readdir(folder.get()))
+            open.insert(static_cast<int>(std::strtol(entry->d_name, nullptr, 10)));
         open.erase(dirfd(folder.get()));
         return open;
     }

@@ -190,7 +190,7 @@ struct Connections {
 };
 
 Connections& TheConnections() {
-    static Connections* const connections = new Connections;
+    static auto* const connections = new Connections;
     return *connections;
 }
 
