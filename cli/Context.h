@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Archive.h"
+#include "Arrivals.h"
 #include "ExitCodes.h"
 #include "Interrupt.h"
 #include "Limits.h"
@@ -27,6 +28,7 @@ struct Context {
     OutputFolder& folder;  // open where something is to be downloaded
     Interrupt& interrupt;
     const Limits& limits;
+    const Arrivals& arrivals;
     std::atomic<bool>& bmcGathers;  // a run that ends now leaves the BMC at work
 
     // Announces a step to progress and report.

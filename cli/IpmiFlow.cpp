@@ -163,9 +163,9 @@ private:
     Outcome MeasureAll(const fs::path& folder, IpmiAccount& account, std::uint64_t& total) {
         for (RemoteFile& file : account.files) {
             if (file.state != RemoteFile::State::kFetched) continue;
-            const Outcome outcome =
-                Measure((folder / file.name).string(), [this] { return m_run.interrupt.Raised(); },
-                        file.size, file.sha256);
+            const Outcome outcome = m_run.arrivals.Measure(
+                (folder / file.name).string(), [this] { return m_run.interrupt.Raised(); },
+                file.size, file.sha256);
             if (outcome.code == kInterrupted) return outcome;
             if (!outcome.Ok()) {
                 file.state = RemoteFile::State::kFailed;

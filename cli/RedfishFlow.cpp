@@ -181,7 +181,7 @@ private:
     Outcome Store(const std::string& name) {
         m_run.Begin("verify");
         Delivery delivery;
-        Outcome outcome = Measure(
+        Outcome outcome = m_run.arrivals.Measure(
             m_run.folder.WorkPath(name), [this] { return m_run.interrupt.Raised(); }, delivery.size,
             delivery.sha256);
         if (outcome.Ok() && delivery.size == 0) {

@@ -11,6 +11,7 @@
 #include <ostream>
 
 #include "Archive.h"
+#include "Arrivals.h"
 #include "CaFile.h"
 #include "Channels.h"
 #include "Context.h"
@@ -120,8 +121,8 @@ private:
         if (downloads) outcome = PrepareFolder();
         if (!outcome.Ok()) return outcome;
 
-        Context context{m_options, m_password,  m_exportPassword, m_progress,  m_report,
-                        m_folder,  m_interrupt, m_limits,         m_bmcGathers};
+        Context context{m_options, m_password,  m_exportPassword, m_progress, m_report,
+                        m_folder,  m_interrupt, m_limits,         m_arrivals, m_bmcGathers};
         const Channel* channel = FindChannel(m_options.via);
         return m_options.command == Command::kCheck ? channel->check(context)
                                                     : channel->collect(context);
@@ -181,6 +182,7 @@ private:
     Report m_report;
     OutputFolder m_folder;
     Limits m_limits;
+    Arrivals m_arrivals;
     std::atomic<bool> m_bmcGathers{false};
     Interrupt m_interrupt;  // before any thread is started
     Progress m_progress;
