@@ -111,8 +111,9 @@ public:
     // whose last component is "", "." or ".." or ends like that is refused (EINVAL), and so is one
     // that another download is writing at the same time (EBUSY). HTTPS and SFTP.
     //
-    // A server that sends more or less than it has announced has not sent the file (18). Over SFTP
-    // what is a folder is refused (79).
+    // A server that sends less than it has announced has not sent the file (18), and over HTTPS
+    // one that sends more. Over SFTP as many bytes are asked for as the file has in the beginning,
+    // and what is a folder is refused (79).
     //
     // Over SFTP the first key of a server is remembered, and another one refused later. Over HTTPS
     // the user and password of `uri` are sent only if the server asks for them; a token goes into

@@ -201,7 +201,6 @@ private:
 // 202, 204, 205 and 206 say in their different ways that this is not the whole file.
 bool IsWholeFile(long status) { return status == 200 || status == 201 || status == 203; }
 
-// One file on its way from a server into a PartFile.
 // Whether a folder has that name. Costs a connection, so only a download that has failed asks.
 class FolderCheck final : private Exchange {
 public:
@@ -228,6 +227,7 @@ private:
     const std::string& m_localPath;
 };
 
+// One file on its way from a server into a PartFile.
 class Download final : private Exchange {
 public:
     Download(const Uri& uri, const std::string& localPath)

@@ -241,6 +241,26 @@ TEST_F(FileClientDownloadSftp, WhatIsNoFileIsAnErrorAndLeavesNothing) {
     ExpectNothingLeft();
 }
 
+TEST_F(FileClientDownloadSftp, AFileSmallerThanAnnouncedHasNotArrived) {
+    root.Write("large", HttpsPeer::FileContent(100000));
+    const SftpPeer bmc(root);
+
+    EXPECT_EQ("varnex.transfer:18 transfer closed with 100000 bytes remaining to read",
+              Text(Download(bmc.At("/large"))));
+
+    ExpectNothingLeft();
+}
+
+// A file that grows while it is read: SFTP is asked for what was there in the beginning.
+TEST_F(FileClientDownloadSftp, OfALargerFileThanAnnouncedTheAnnouncedPartArrives) {
+    root.Write("small", HttpsPeer::FileContent(100000));
+    const SftpPeer bmc(root);
+
+    EXPECT_EQ("", Text(Download(bmc.At("/small"))));
+
+    EXPECT_EQ(HttpsPeer::FileContent(100000).substr(0, 50000), Content(target));
+}
+
 TEST_F(FileClientDownloadSftp, ACutInMidFileIsAnErrorAndLeavesNothing) {
     root.Write("cut", HttpsPeer::FileContent(5000000));
     const SftpPeer bmc(root);

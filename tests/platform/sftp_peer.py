@@ -7,6 +7,8 @@ stall*      half of the file, then silence
 hang*       opening it is never answered
 closed*     may not be opened
 broken*     opens and cannot be read
+small*      announces half of its size
+large*      announces twice its size
 /hostile/   lists the names in the file NAMES: a JSON list, one character a byte
 /endless/   lists more than anybody has
 /silent/    listing it is never answered
@@ -52,6 +54,15 @@ class Files(asyncssh.SFTPServer):
         if name.startswith('stall') and offset + size > half:
             await asyncio.sleep(3600)
         return super().read(file_obj, offset, size)
+
+    def stat(self, path):
+        attrs = super().stat(path)
+        name = os.path.basename(path)
+        size = attrs.st_size if isinstance(attrs, os.stat_result) else attrs.size
+        if name.startswith((b'small', b'large')):
+            return asyncssh.SFTPAttrs(
+                size=size // 2 if name.startswith(b'small') else size * 2, permissions=0o100644)
+        return attrs
 
     def listdir(self, path):
         if path.rstrip(b'/') == b'/silent':
