@@ -3,23 +3,16 @@
 
 #include <varnex/KEMFfdc.h>
 
-#include <chrono>
-
+#include "CertificateGuard.h"
 #include "CimPreflight.h"
 #include "CimProbe.h"
 #include "CimRecords.h"
 #include "CimVerdict.h"
-#include "Clock.h"
 #include "Context.h"
-#include "GlobalConfig.h"
 #include "Text.h"
 
 namespace Kemffdc {
 namespace {
-
-constexpr int kPreflightSeconds = 60;  // for one request
-constexpr int kGuardTries = 3;
-constexpr std::chrono::seconds kGuardPause{1};
 
 constexpr std::int32_t kPlain = 0;
 constexpr std::int32_t kTls = 1;
@@ -48,13 +41,14 @@ class CimRun {
 public:
     explicit CimRun(Context& run)
         : m_run(run),
-          m_listener(run.progress, run.report, run.bmcGathers, [this] { GuardRequest(); }),
+          m_guard(run),
+          m_listener(run.progress, run.report, run.bmcGathers, [this] { m_guard.CheckRequest(); }),
           m_ffdc(ConnectionOf(run), TargetOf(run), run.options.initialize) {}
 
     // Until the BMC can be asked for an export.
     Outcome Reach(bool look) {
         Outcome outcome = Look(look);
-        if (outcome.Ok()) outcome = CheckCertificate();
+        if (outcome.Ok()) outcome = m_guard.Check();
         if (outcome.Ok()) outcome = Connect();
         return outcome;
     }
@@ -71,33 +65,6 @@ public:
     }
 
 private:
-    static int RequestSeconds() {
-        const int configured = GetGlobalConfigValue("REST_ACTION_TIMEOUT", 0);
-        return configured > 0 ? configured : kPreflightSeconds;
-    }
-
-    // The library verifies no certificate before it sends the password: the tool looks right before
-    // it connects, and whenever the library says that a request is due.
-    Outcome CheckCertificate() {
-        const CimReply reply = CimProbe(m_run.options, RequestSeconds()).CheckCertificate();
-        if (reply.failedAt == Stage::kDone) return {};
-        m_run.Begin("certificate");
-        return m_run.End(static_cast<int>(reply.failedAt), Failure(kNotConnected, reply.reason));
-    }
-
-    // A BMC may be out of reach for a moment; somebody else in its place ends the run at once.
-    void GuardRequest() {
-        if (m_run.options.caFile.empty()) return;
-        CimReply reply;
-        for (int tries = 0; tries < kGuardTries; ++tries) {
-            reply = CimProbe(m_run.options, RequestSeconds()).CheckCertificate();
-            if (reply.failedAt == Stage::kDone) return;
-            if (reply.failedAt == Stage::kTrust) break;
-            Clock::SleepFor(kGuardPause);
-        }
-        m_run.interrupt.Stop(Failure(kNotConnected, reply.reason));
-    }
-
     Outcome Look(bool look) {
         m_run.Begin("preflight");
         const CimPreflight found = ProbeCim(m_run.options, m_run.password, RequestSeconds(), look);
@@ -114,6 +81,7 @@ private:
     }
 
     Context& m_run;
+    CertificateGuard<CimProbe> m_guard;
     CimListener m_listener;
     Varnex::KEMFfdc m_ffdc;
     std::string m_limit;

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstring>
 #include <new>
 
 #include "CimXml.h"
@@ -19,8 +18,9 @@ namespace {
 // As the library: some ten thousand objects.
 constexpr std::size_t kMaxBody = std::size_t{16} * 1024 * 1024;
 constexpr std::size_t kMaxHeaders = std::size_t{64} * 1024;  // bytes of names and values
-// Of all header lines and trailers: libcurl bounds headers by itself, and keeps every trailer.
-constexpr std::size_t kMaxLines = std::size_t{512} * 1024;
+// Of all header lines and trailers, those of interim answers too. libcurl has a bound of its own, a
+// little higher and with other words, and none for trailers.
+constexpr std::size_t kMaxLines = std::size_t{256} * 1024;
 constexpr int kConnectSeconds = 30;
 
 struct FreeList {
@@ -218,14 +218,8 @@ CimReply CimProbe::CheckCertificate() {
     curl_easy_setopt(curl, CURLOPT_CONNECT_ONLY, 1L);
     const CURLcode code = curl_easy_perform(curl);
     if (code == CURLE_OK) return {};
-    const std::string why = " (" + Clean(Detail(code)) + ").";
-    if (code == CURLE_PEER_FAILED_VERIFICATION) {
-        return Failed(Stage::kTrust, "The certificate of " + m_place +
-                                         " was in order at the beginning and is not any more" +
-                                         why + " Somebody else may answer there.");
-    }
-    return Failed(Stage::kConnect,
-                  "The certificate of " + m_place + " could not be checked again" + why);
+    const Answer answer = NotCheckedAgain(code, m_place, Detail(code));
+    return Failed(answer.failedAt, answer.reason);
 }
 
 std::string CimProbe::Detail(int code) const {
@@ -243,14 +237,7 @@ void CimProbe::NoteUntrusted() {
 }
 
 void CimProbe::NoteCertificate(CURL* curl, bool verified) {
-    curl_certinfo* shown = nullptr;
-    curl_easy_getinfo(curl, CURLINFO_CERTINFO, &shown);
-    if (shown == nullptr || shown->num_of_certs <= 0) return;
-    for (const curl_slist* line = shown->certinfo[0]; line != nullptr; line = line->next) {
-        if (std::strncmp(line->data, "Cert:", 5) != 0) continue;
-        m_certificate = ReadCertificate(line->data + 5);
-        if (m_certificate) m_certificate->verified = verified;
-    }
+    if (const auto shown = CertificateOf(curl, verified)) m_certificate = shown;
 }
 
 CimReply CimProbe::Explain(int code, const std::string& detail, bool tooManyLines) const {
@@ -279,19 +266,17 @@ CimReply CimProbe::Explain(int code, const std::string& detail, bool tooManyLine
         case CURLE_OPERATION_TIMEDOUT:
             return ExplainTimeout();
         case CURLE_WRITE_ERROR:
-            if (tooManyLines) {
-                return Failed(Stage::kService, m_place +
-                                                   " answers with headers without end. It is no "
-                                                   "usable CIM server.");
-            }
+            if (tooManyLines) return EndlessHeaders();
             return Failed(Stage::kService,
                           m_place +
                               " answers with more than 16 MiB where a few thousand "
                               "bytes are due. It is no usable CIM server.");
+        case CURLE_OUT_OF_MEMORY:  // what libcurl calls a line that is too long for it
+            return EndlessHeaders();
         case CURLE_BAD_FUNCTION_ARGUMENT:  // what libcurl makes of it
             return Failed(Stage::kService, m_place +
-                                               " answers with a first header line that is none. "
-                                               "It is no usable CIM server.");
+                                               " begins its answer with a malformed header "
+                                               "line. It is no usable CIM server.");
         case CURLE_PARTIAL_FILE:
             return Failed(Stage::kService,
                           m_place + " breaks its answer off" + why + " Try again.");
@@ -304,6 +289,11 @@ CimReply CimProbe::Explain(int code, const std::string& detail, bool tooManyLine
     }
     return Failed(Stage::kService, m_place + " does not answer as a CIM server" + why +
                                        " Check address and --port.");
+}
+
+CimReply CimProbe::EndlessHeaders() const {
+    return Failed(Stage::kService,
+                  m_place + " answers with headers without end. It is no usable CIM server.");
 }
 
 CimReply CimProbe::ExplainTimeout() const {

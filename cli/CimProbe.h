@@ -59,6 +59,7 @@ private:
     void NoteCertificate(CURL* curl, bool verified);
     std::string Detail(int curlCode) const;
     CimReply Explain(int curlCode, const std::string& detail, bool tooManyLines) const;
+    CimReply EndlessHeaders() const;
     CimReply ExplainTimeout() const;
 
     const Options& m_options;

@@ -21,7 +21,7 @@ public:
 
     // Either side ended the handshake in the protocol's own words: the peer does speak TLS.
     bool HasTlsAlert() const { return m_alert != kNone; }
-    bool IsTooOld() const;  // the peer has no version that both take
+    bool IsTooOld() const;  // the peer has no version that this machine takes, too
     bool WantsCertificate() const { return m_wantsCertificate; }  // of this machine; some insist
 
 private:

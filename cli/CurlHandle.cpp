@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "CurlHandle.h"
 
+#include <cstring>
 #include <new>
+
+#include "HttpsProbe.h"
 
 namespace Kemffdc {
 namespace {
@@ -45,6 +48,19 @@ void SetVerification(CURL* easy, const std::string& caFile) {
     if (caFile.empty()) return;
     curl_easy_setopt(easy, CURLOPT_CAINFO, caFile.c_str());
     curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);  // these CAs, and not the system's besides
+}
+
+std::optional<Certificate> CertificateOf(CURL* easy, bool verified) {
+    curl_certinfo* shown = nullptr;
+    curl_easy_getinfo(easy, CURLINFO_CERTINFO, &shown);
+    if (shown == nullptr || shown->num_of_certs <= 0) return std::nullopt;
+    std::optional<Certificate> certificate;
+    for (const curl_slist* line = shown->certinfo[0]; line != nullptr; line = line->next) {
+        if (std::strncmp(line->data, "Cert:", 5) == 0)
+            certificate = ReadCertificate(line->data + 5);
+    }
+    if (certificate) certificate->verified = verified;
+    return certificate;
 }
 
 }  // namespace Kemffdc

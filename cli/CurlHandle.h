@@ -5,7 +5,10 @@
 #include <curl/curl.h>
 
 #include <memory>
+#include <optional>
 #include <string>
+
+#include "Report.h"
 
 namespace Kemffdc {
 
@@ -40,6 +43,10 @@ private:
 // The peer's certificate is verified against the CAs of that file and no others, and for the name
 // or address in the URL; not at all where `caFile` is empty.
 void SetVerification(CURL* easy, const std::string& caFile);
+
+// What the server showed in the handshake of the last transfer, which is to have had
+// CURLOPT_CERTINFO; nothing where there was none.
+std::optional<Certificate> CertificateOf(CURL* easy, bool verified);
 
 }  // namespace Kemffdc
 

@@ -8,7 +8,6 @@
 #include <cctype>
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
 
 #include "ConnectionWatch.h"
 #include "CurlHandle.h"
@@ -20,8 +19,9 @@ namespace {
 using SteadyClock = std::chrono::steady_clock;
 
 constexpr std::size_t kMaxBody = std::size_t{1024} * 1024;
-constexpr std::size_t kMaxHeaderBytes = std::size_t{1024} * 1024;  // with trailers
-constexpr int kMaxRedirects = 10;                                  // as the library
+// With trailers, of which libcurl has no bound; its own for headers is a little higher.
+constexpr std::size_t kMaxHeaderBytes = std::size_t{256} * 1024;
+constexpr int kMaxRedirects = 10;  // as the library
 constexpr int kConnectSeconds = 30;
 
 // What an answer is put together from.
@@ -42,7 +42,7 @@ std::size_t CollectBody(char* bytes, std::size_t size, std::size_t count, void* 
 std::size_t CollectHeader(char* bytes, std::size_t size, std::size_t count, void* target) {
     Arrival& arrival = *static_cast<Arrival*>(target);
     arrival.headerBytes += size * count;
-    if (arrival.headerBytes > kMaxHeaderBytes) return 0;  // libcurl has no bound for trailers
+    if (arrival.headerBytes > kMaxHeaderBytes) return 0;  // ends the transfer
     const std::string line(bytes, size * count);
     const std::size_t colon = line.find(':');
     if (colon == std::string::npos || line.compare(0, 5, "HTTP/") == 0) return size * count;
@@ -229,6 +229,17 @@ Answer HttpsProbe::Perform(const std::string& url, const Login* login, long mill
     return answer;
 }
 
+Answer NotCheckedAgain(int curlCode, const std::string& place, const std::string& detail) {
+    const std::string why = " (" + Clean(detail) + ").";
+    if (curlCode == CURLE_PEER_FAILED_VERIFICATION) {
+        return Failed(Stage::kTrust, "The certificate of " + place +
+                                         " was in order at the beginning and is not any more" +
+                                         why + " Somebody else may answer there.");
+    }
+    return Failed(Stage::kConnect,
+                  "The certificate of " + place + " could not be checked again" + why);
+}
+
 Answer HttpsProbe::CheckCertificate() {
     if (m_options.caFile.empty()) return {};
     ConnectionWatch watch;
@@ -243,15 +254,7 @@ Answer HttpsProbe::CheckCertificate() {
                      static_cast<long>(std::min(m_seconds, kConnectSeconds)));
     const CURLcode code = curl_easy_perform(easy);
     if (code == CURLE_OK) return {};
-    const std::string detail = error[0] != '\0' ? error : curl_easy_strerror(code);
-    const std::string why = " (" + Clean(detail) + ").";
-    if (code == CURLE_PEER_FAILED_VERIFICATION) {
-        return Failed(Stage::kTrust, "The certificate of " + m_place +
-                                         " was in order at the beginning and is not any more" +
-                                         why + " Somebody else may answer there.");
-    }
-    return Failed(Stage::kConnect,
-                  "The certificate of " + m_place + " could not be checked again" + why);
+    return NotCheckedAgain(code, m_place, error[0] != '\0' ? error : curl_easy_strerror(code));
 }
 
 // Refuses who is not to have the password; the library would send it to anybody.
@@ -291,14 +294,7 @@ void HttpsProbe::NoteUntrusted() {
 }
 
 void HttpsProbe::NoteCertificate(void* easy, bool verified) {
-    curl_certinfo* shown = nullptr;
-    curl_easy_getinfo(easy, CURLINFO_CERTINFO, &shown);
-    if (shown == nullptr || shown->num_of_certs <= 0) return;
-    for (const curl_slist* line = shown->certinfo[0]; line != nullptr; line = line->next) {
-        if (std::strncmp(line->data, "Cert:", 5) != 0) continue;
-        m_certificate = ReadCertificate(line->data + 5);
-        if (m_certificate) m_certificate->verified = verified;
-    }
+    if (const auto shown = CertificateOf(easy, verified)) m_certificate = shown;
 }
 
 // The connection went to a proxy, and the tunnel to the BMC does not stand. A proxy on the BMC's
@@ -365,8 +361,9 @@ Answer HttpsProbe::ExplainTls(int code, const std::string& why) const {
                           " The library has none to show: switch that demand off on the BMC.");
     }
     if (watch.HasTlsAlert()) {
-        return Failed(Stage::kTls, m_place + " speaks TLS, but not in a way that both take" + why +
-                                       " Old firmware offers only what this machine refuses.");
+        return Failed(Stage::kTls,
+                      m_place + " speaks TLS, but offers nothing that both sides accept" + why +
+                          " Old firmware offers only what this machine refuses.");
     }
     return Failed(Stage::kTls, m_place + " does not speak HTTPS" + why +
                                    " Check that --port is the port of the BMC's web service.");
@@ -408,8 +405,8 @@ Answer HttpsProbe::Explain(int code, const std::string& detail) const {
             return ExplainTimeout();
         case CURLE_BAD_FUNCTION_ARGUMENT:  // what libcurl makes of it
             return Failed(Stage::kService, m_place +
-                                               " answers with a first header line that is none. "
-                                               "It is no usable Redfish service.");
+                                               " begins its answer with a malformed header "
+                                               "line. It is no usable Redfish service.");
         case CURLE_WRITE_ERROR:
             return Failed(Stage::kService,
                           m_place +

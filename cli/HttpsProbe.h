@@ -79,6 +79,9 @@ private:
     std::optional<Certificate> m_certificate;
 };
 
+// The answer to a handshake that failed where an earlier one was good.
+Answer NotCheckedAgain(int curlCode, const std::string& place, const std::string& detail);
+
 // What a certificate in PEM form says; nothing when it cannot be read.
 std::optional<Certificate> ReadCertificate(const std::string& pem);
 

@@ -8,9 +8,9 @@
 #include <memory>
 #include <new>
 
+#include "CertificateGuard.h"
 #include "Clock.h"
 #include "Context.h"
-#include "GlobalConfig.h"
 #include "LogSink.h"
 #include "RedfishPreflight.h"
 #include "RedfishRecords.h"
@@ -20,10 +20,6 @@
 
 namespace Kemffdc {
 namespace {
-
-constexpr int kGuardTries = 3;  // a BMC may be out of reach for a moment
-constexpr std::chrono::seconds kGuardPause{1};
-constexpr int kPreflightSeconds = 60;  // for one request, as the library's own
 
 // Shows the bytes of a download, and stops it when the run is interrupted.
 class DownloadWatch : public Varnex::TransferWatcher {
@@ -56,7 +52,7 @@ Varnex::VarnexConnection::ConnectionInfo ConnectionOf(const Context& run) {
 class RedfishRun {
 public:
     explicit RedfishRun(Context& run)
-        : m_run(run), m_listener(run.progress, [this] { GuardRequest(); }) {}
+        : m_run(run), m_guard(run), m_listener(run.progress, [this] { m_guard.CheckRequest(); }) {}
 
     // Until the BMC can be asked for an export.
     Outcome Reach() {
@@ -72,14 +68,7 @@ public:
     // Why nothing can be exported by this BMC, where that is sure.
     const std::string& Limit() const { return m_limit; }
 
-    // The library verifies no certificate before it sends the password: the tool looks right before
-    // a request. Where the library says that one is due, GuardRequest() does.
-    Outcome CheckCertificate() {
-        const Answer answer = HttpsProbe(m_run.options, RequestSeconds()).CheckCertificate();
-        if (answer.failedAt == Stage::kDone) return {};
-        m_run.Begin("certificate");
-        return m_run.End(static_cast<int>(answer.failedAt), Failure(kNotConnected, answer.reason));
-    }
+    Outcome CheckCertificate() { return m_guard.Check(); }
 
     Outcome Export() {
         m_run.Begin("export");
@@ -126,24 +115,6 @@ public:
     }
 
 private:
-    static int RequestSeconds() {
-        const int configured = GetGlobalConfigValue("REST_ACTION_TIMEOUT", 0);
-        return configured > 0 ? configured : kPreflightSeconds;
-    }
-
-    // On whatever thread the library is about to ask.
-    void GuardRequest() {
-        if (m_run.options.caFile.empty()) return;
-        Answer answer;
-        for (int tries = 0; tries < kGuardTries; ++tries) {
-            answer = HttpsProbe(m_run.options, RequestSeconds()).CheckCertificate();
-            if (answer.failedAt == Stage::kDone) return;
-            if (answer.failedAt == Stage::kTrust) break;
-            Clock::SleepFor(kGuardPause);
-        }
-        m_run.interrupt.Stop(Failure(kNotConnected, answer.reason));
-    }
-
     Outcome Look(bool& starting) {
         m_run.Begin("preflight");
         const Preflight found = ProbeRedfish(m_run.options, m_run.password, RequestSeconds());
@@ -195,6 +166,7 @@ private:
     }
 
     Context& m_run;
+    CertificateGuard<HttpsProbe> m_guard;
     RedfishListener m_listener;
     std::unique_ptr<Varnex::KEMFfdc> m_ffdc;
     std::string m_limit;

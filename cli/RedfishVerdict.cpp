@@ -55,7 +55,7 @@ std::optional<Outcome> OtherTrouble(const Finding& answer, const std::string& wh
             return Failure(code, "The BMC answers " + what + " with redirects without end.");
         case CURLE_BAD_FUNCTION_ARGUMENT:  // what libcurl makes of it
             return Failure(code, "The BMC's answer to " + what +
-                                     " begins with a header line that is none. It is no usable "
+                                     " begins with a malformed header line. It is no usable "
                                      "Redfish service.");
         case CURLE_FAILED_INIT:
         case CURLE_OUT_OF_MEMORY:
@@ -165,7 +165,7 @@ Outcome LostTask(const Finding* failed) {
         return Failure(kTaskFailed, "The task could not be followed: its outcome is not known.");
     }
     const Finding& last = *failed;
-    if (const auto other = OtherTrouble(last, "the question for the task", kTaskFailed)) {
+    if (const auto other = OtherTrouble(last, "the request for the task", kTaskFailed)) {
         return *other;
     }
     if (last.curlCode == CURLE_URL_MALFORMAT) {
@@ -206,7 +206,7 @@ Outcome TransferFailure(const std::string& text) {
 Outcome JudgeStart(const std::vector<Finding>& findings, std::chrono::seconds waited) {
     const Finding* failed = Last(findings, Sign::kVersionFailed);
     if (failed == nullptr) return {};
-    if (const auto other = OtherTrouble(*failed, "the question for its version", kNotConnected)) {
+    if (const auto other = OtherTrouble(*failed, "the request for its version", kNotConnected)) {
         return *other;
     }
     if (failed->curlCode == 0 && failed->httpCode == 503) {
@@ -227,7 +227,7 @@ Outcome JudgeConnect(int code, const std::vector<Finding>& findings) {
     if (probed == nullptr) {
         return Failure(kNotConnected, "The library has no connection to the BMC.");
     }
-    if (const auto other = OtherTrouble(*probed, "a question for tasks", kNotConnected)) {
+    if (const auto other = OtherTrouble(*probed, "a request for a task", kNotConnected)) {
         return *other;
     }
     if (probed->curlCode != 0) {
@@ -245,9 +245,10 @@ Outcome JudgeConnect(int code, const std::vector<Finding>& findings) {
 
 Outcome JudgeExport(int code, const std::string& thrown, const std::vector<Finding>& findings) {
     if (!thrown.empty()) {
+        const char* what = IsOfTooManyValues(thrown) ? "too large to be read" : "not readable JSON";
         return Failure(kExportRefused,
-                       "The BMC accepted the export, but its answer is not readable JSON (" +
-                           ReaderWords(thrown) + "): there is no task to follow.");
+                       std::string("The BMC accepted the export, but its answer is ") + what +
+                           " (" + ReaderWords(thrown) + "): there is no task to follow.");
     }
     if (code != 0) {
         const Finding* answer = Last(findings, Sign::kPostFailed);

@@ -169,6 +169,12 @@ def blank_before_the_first_header(where):
     return respond
 
 
+def headers_without_end(method, path):
+    """More of them than anybody reads."""
+    status, headers, body = ordinary_answer(method, path)
+    return as_bytes(status, [*headers, *(["X: " + "y" * 1000] * 1000)], body)
+
+
 def lower_case_names(method, path):
     """As some reverse proxies write them."""
     status, headers, body = ordinary_answer(method, path)

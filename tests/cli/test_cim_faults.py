@@ -160,6 +160,8 @@ SCENARIOS = {
     "First answer: interim answers without end": Trouble(
         server=speaking_server(b"", more=b"HTTP/1.1 100 Continue\r\nX: y\r\n\r\n" * 1000), plain=True,
         environment=TWO_SECONDS, seconds=6),
+    "First answer: one header line without end": Trouble(
+        server=speaking_server(b"HTTP/1.1 200 OK\r\nX: ", more=b"y" * 65536), plain=True, seconds=5),
     "Connection closed instead of the first answer": Trouble(always(SERVICE, close="before")),
     "Connection cut within the first answer": Trouble(always(SERVICE, cut_after=200)),
     "Objects: 400": Trouble(objects(status=400)),

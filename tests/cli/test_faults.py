@@ -164,7 +164,10 @@ SCENARIOS = {
     "Proxy with a certificate of its own making": Trouble(server=behind_an_unknown_https_proxy),
     "First header line of an answer begins with a blank": Trouble(
         server=odd(odd_servers.blank_before_the_first_header(lambda _, path: path.endswith("/Managers/1")))),
-    "Service root: 400 to who has not logged in": Trouble(
+    "Headers without end": Trouble(server=odd(odd_servers.headers_without_end)),
+    "Interim answers without end": Trouble(
+        server=odd(lambda _, __: b"HTTP/1.1 100 Continue\r\nX: y\r\n\r\n" * 20000)),
+    "Service root: 400 to anonymous requests": Trouble(
         {"redfish": {"answers": {SERVICE_ROOT: [{"status": 400}]}}}),
     "Service root: 500": Trouble(answers(root={"status": 500})),
     "Service root: 502": Trouble(answers(root={"status": 502})),

@@ -93,6 +93,8 @@ TEST(JudgeExport, RefusalsTellWhatTheBmcSaid) {
     ExpectEnding(Kemffdc::JudgeExport(2, "", {}), 4, "could not be requested");
     ExpectEnding(Kemffdc::JudgeExport(-1, "expected value\x1b[2J", {}), 4,
                  "(expected value\\x1B[2J)");
+    ExpectEnding(Kemffdc::JudgeExport(-1, "<unspecified file>: more than 65536 values", {}), 4,
+                 "its answer is too large to be read (more than 65536 values): there is no task");
     ExpectEnding(Kemffdc::JudgeExport(0, "", {{Sign::kExportAnswered, 0, 0, "{}"}}), 4,
                  "named no task");
 }
@@ -117,7 +119,7 @@ TEST(EveryJudge, TellsWhatFailedWhereItWasNotTheConnection) {
     const Row rows[] = {
         {23, false, "is too large to be taken (cut at 16 MiB)"},
         {1, false, "with a redirect away from HTTPS, which is not followed"},
-        {43, false, "begins with a header line that is none"},
+        {43, false, "begins with a malformed header line"},
         {47, false, "with redirects without end"},
         {27, true, "This machine has no memory left for "},
         {2, true, "This machine has no memory left for "},

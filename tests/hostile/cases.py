@@ -170,6 +170,7 @@ CASES = [
     cim("services: a chunk size without end", (3, 4), ((SERVICES, http.chunk_size_for_ever),)),
     cim("services: trailers without end", (3, 4), ((SERVICES, http.trailers_for_ever),), quick=True),
     cim("services: headers without end", (3, 4), ((SERVICES, http.headers_for_ever),), quick=True),
+    cim("services: one header without end", (3, 4), ((SERVICES, http.header_for_ever),)),
     cim("services: interim answers without end", (3, 4), ((SERVICES, http.interim_for_ever),), quick=True),
     cim("services: a first header line that begins with a blank", (3, 4), ((SERVICES, http.blank_led_header),),
         quick=True),

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef KEMFFDC_CERTIFICATEGUARD_H
+#define KEMFFDC_CERTIFICATEGUARD_H
+
+#include <chrono>
+
+#include "Clock.h"
+#include "Context.h"
+#include "GlobalConfig.h"
+#include "HttpsProbe.h"
+
+namespace Kemffdc {
+
+// For one request of the tool's own, as the library's.
+inline int RequestSeconds() {
+    constexpr int kDefault = 60;
+    const int configured = GetGlobalConfigValue("REST_ACTION_TIMEOUT", 0);
+    return configured > 0 ? configured : kDefault;
+}
+
+// Looks at the BMC's certificate again, where the options name a CA file: the library verifies none
+// before it sends the password. `Probe` is HttpsProbe or CimProbe.
+template <class Probe>
+class CertificateGuard {
+public:
+    explicit CertificateGuard(Context& run) : m_run(run) {}
+
+    // As a step of the run, which only a failure shows.
+    Outcome Check() {
+        const auto answer = Probe(m_run.options, RequestSeconds()).CheckCertificate();
+        if (answer.failedAt == Stage::kDone) return {};
+        m_run.Begin("certificate");
+        return m_run.End(static_cast<int>(answer.failedAt), Failure(kNotConnected, answer.reason));
+    }
+
+    // Right before a request of the library, on its thread. A BMC may be out of reach for a moment;
+    // somebody else in its place ends the run at once.
+    void CheckRequest() {
+        if (m_run.options.caFile.empty()) return;
+        for (int tries = 1;; ++tries) {
+            const auto answer = Probe(m_run.options, RequestSeconds()).CheckCertificate();
+            if (answer.failedAt == Stage::kDone) return;
+            if (answer.failedAt == Stage::kTrust || tries == kTries) {
+                m_run.interrupt.Stop(Failure(kNotConnected, answer.reason));
+            }
+            Clock::SleepFor(kPause);
+        }
+    }
+
+private:
+    static constexpr int kTries = 3;
+    static constexpr std::chrono::seconds kPause{1};
+
+    Context& m_run;
+};
+
+}  // namespace Kemffdc
+
+#endif
