@@ -56,6 +56,7 @@ std::string MaskedForDisplay(const std::string& text);
 // in each form in which a BMC may tell it back: as it is, in base64 (also base64url, also as a part
 // of a longer text), in hexadecimal, and with percent, JSON or XML escapes around any of these. A
 // secret of less than four bytes counts as a word of its own only: "abc" is not masked in "abcd".
+// One of a single byte is not masked in base64 and hexadecimal, where it would be any word.
 // With `user`, what HTTP sends for both (base64 of "user:secret") is masked for such a secret too.
 // Records handed to sinks stay whole. Kept, readable in the process's memory, until the process
 // ends; an empty secret is none. Thread-safe.

@@ -2,6 +2,7 @@
 """What readelf says about the programs and libraries: where they look for others, and how they are
 built to stand a memory error."""
 
+import pathlib
 import platform
 import re
 
@@ -9,11 +10,12 @@ import pytest
 
 from commands import BUILD, CXX, run
 
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 X86 = platform.machine() == "x86_64"
 
 
-def configured(setting):
-    return setting in (BUILD / "CMakeCache.txt").read_text(encoding="utf-8").splitlines()
+def configured(setting, build=BUILD):
+    return setting in (build / "CMakeCache.txt").read_text(encoding="utf-8").splitlines()
 
 
 HARDENED = configured("VARNEX_HARDENING:BOOL=ON")
@@ -78,6 +80,14 @@ def test_a_relative_element_would_be_seen(tmp_path):
     run(CXX, "-shared", "-fPIC", source, "-o", tmp_path / "library.so", "-Wl,-rpath,lib:")
 
     assert search_path(tmp_path / "library.so") == ["lib", ""]
+
+
+def test_hardening_is_the_default(tmp_path):
+    """Else the tests of it would be passed over."""
+    run("cmake", "-S", ROOT, "-B", tmp_path, "-DVARNEX_PLATFORM=/nowhere/libother.so",
+        f"-DCMAKE_CXX_COMPILER={CXX}")
+
+    assert configured("VARNEX_HARDENING:BOOL=ON", tmp_path)
 
 
 @pytest.mark.skipif(not HARDENED, reason="built with -DVARNEX_HARDENING=OFF")
