@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <string_view>
 
+#include "encodings.h"
+
 namespace {
 
 struct NamedEntity {
@@ -12,29 +14,6 @@ struct NamedEntity {
 };
 constexpr NamedEntity kEntities[] = {
     {"amp", '&'}, {"lt", '<'}, {"gt", '>'}, {"quot", '"'}, {"apos", '\''}};
-
-int HexValue(unsigned char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    const unsigned char lower = c | 0x20U;
-    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
-}
-
-char MeantBy(unsigned char escaped) {
-    switch (escaped) {
-        case 'b':
-            return '\b';
-        case 'f':
-            return '\f';
-        case 'n':
-            return '\n';
-        case 'r':
-            return '\r';
-        case 't':
-            return '\t';
-        default:
-            return static_cast<char>(escaped);
-    }
-}
 
 }  // namespace
 
@@ -69,7 +48,7 @@ EscapeDecoder::Token EscapeDecoder::ReadHex(std::size_t from, std::size_t digits
     std::uint32_t value = 0;
     for (std::size_t i = from; i < from + digits; ++i) {
         if (i == m_size) return {};
-        const int digit = HexValue(m_held[i].byte);
+        const int digit = HexValue(static_cast<char>(m_held[i].byte));
         if (digit < 0) return otherwise;
         value = value << 4 | static_cast<std::uint32_t>(digit);
     }
@@ -85,7 +64,7 @@ EscapeDecoder::Token EscapeDecoder::ReadBackslash() const {
 }
 
 EscapeDecoder::Token EscapeDecoder::Single() const {
-    return {2, true, false, static_cast<unsigned char>(MeantBy(m_held[1].byte))};
+    return {2, true, false, static_cast<unsigned char>(MeantBy(static_cast<char>(m_held[1].byte)))};
 }
 
 EscapeDecoder::Token EscapeDecoder::ReadEntity() const {
@@ -111,7 +90,7 @@ EscapeDecoder::Token EscapeDecoder::Entity() const {
     const bool hex = name[1] == 'x' || name[1] == 'X';
     std::uint32_t value = 0;
     for (const char c : name.substr(hex ? 2 : 1)) {
-        const int digit = HexValue(static_cast<unsigned char>(c));
+        const int digit = HexValue(c);
         if (digit < 0 || (!hex && digit > 9)) return none;
         value = value * (hex ? 16 : 10) + static_cast<std::uint32_t>(digit);
         if (value > 0x10FFFF) return none;

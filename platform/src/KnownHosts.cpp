@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "encodings.h"
 #include "environment.h"
 
 namespace {
@@ -26,14 +27,6 @@ constexpr std::size_t kLargestFile = 16UL * 1024 * 1024;  // bytes
 
 const unsigned char* Bytes(const std::string& text) {
     return reinterpret_cast<const unsigned char*>(text.data());
-}
-
-std::string ToBase64(const unsigned char* bytes, std::size_t size) {
-    std::string out(4 * ((size + 2) / 3) + 1, '\0');
-    const int length =
-        EVP_EncodeBlock(reinterpret_cast<unsigned char*>(&out[0]), bytes, static_cast<int>(size));
-    out.resize(static_cast<std::size_t>(length));
-    return out;
 }
 
 // Empty where `text` is no base64.
@@ -80,7 +73,7 @@ bool IsHashOf(const std::string& entry, const std::string& name) {
              hash.data(), &size) == nullptr) {
         return false;
     }
-    return ToBase64(hash.data(), size) == parts[3];
+    return ToBase64({hash.begin(), hash.begin() + size}) == parts[3];
 }
 
 bool Names(const std::string& hosts, const std::string& name) {
@@ -216,13 +209,13 @@ std::string Home() {
 }  // namespace
 
 HostKey::HostKey(const std::string& blob)
-    : m_blob(blob), m_type(TypeOf(blob)), m_base64(ToBase64(Bytes(blob), blob.size())) {}
+    : m_blob(blob), m_type(TypeOf(blob)), m_base64(ToBase64(blob)) {}
 
 std::string HostKey::Fingerprint() const {
     std::array<unsigned char, EVP_MAX_MD_SIZE> hash{};
     unsigned size = 0;
     EVP_Digest(m_blob.data(), m_blob.size(), hash.data(), &size, EVP_sha256(), nullptr);
-    std::string text = ToBase64(hash.data(), size);
+    std::string text = ToBase64({hash.begin(), hash.begin() + size});
     text.erase(text.find_last_not_of('=') + 1);
     return "SHA256:" + text;
 }

@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "encodings.h"
+
 namespace {
 
 std::error_code Failure(int number) { return {number, std::generic_category()}; }
@@ -179,14 +181,10 @@ std::error_code PartFile::Close() {
 }
 
 void PartFile::EndHash() {
-    constexpr char kDigits[] = "0123456789abcdef";
     unsigned char bytes[EVP_MAX_MD_SIZE];
     unsigned size = 0;
     if (!m_digest || EVP_DigestFinal_ex(m_digest.get(), bytes, &size) != 1) return;
-    for (unsigned i = 0; i < size; ++i) {
-        m_sha256 += kDigits[bytes[i] >> 4];
-        m_sha256 += kDigits[bytes[i] & 0x0F];
-    }
+    m_sha256 = ToHex(std::string(bytes, bytes + size));
 }
 
 void PartFile::Discard() {

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "SecretSearch.h"
 
-#include <openssl/evp.h>
-
 #include <algorithm>
 
 #include "EscapeDecoder.h"
+#include "encodings.h"
 
 namespace {
 
@@ -22,29 +21,10 @@ std::string Decoded(const std::string& text) {
     return out;
 }
 
-std::string Base64(const std::string& bytes) {
-    std::string out(4 * ((bytes.size() + 2) / 3) + 1, '\0');
-    const int size = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(&out[0]),
-                                     reinterpret_cast<const unsigned char*>(bytes.data()),
-                                     static_cast<int>(bytes.size()));
-    out.resize(static_cast<std::size_t>(size));
-    return out;
-}
-
 std::string Base64Url(std::string base64) {
     std::replace(base64.begin(), base64.end(), '+', '-');
     std::replace(base64.begin(), base64.end(), '/', '_');
     return base64;
-}
-
-std::string Hex(const std::string& bytes, const char* digits, const std::string& between) {
-    std::string out;
-    for (const char c : bytes) {
-        if (!out.empty()) out += between;
-        out += digits[static_cast<unsigned char>(c) >> 4];
-        out += digits[static_cast<unsigned char>(c) & 0x0F];
-    }
-    return out;
 }
 
 bool IsAscii(const std::string& text) {
@@ -71,7 +51,7 @@ void SecretSearch::Add(const std::string& secret, const std::string& user) {
     AddBase64(secret);
     AddHex(secret);
     if (!user.empty()) {
-        const std::string both = Base64(user + ":" + secret);
+        const std::string both = ToBase64(user + ":" + secret);
         AddWord(both);
         AddWord(Base64Url(both));
     }
@@ -97,15 +77,16 @@ void SecretSearch::AddPlain(const std::string& secret) {
 void SecretSearch::AddBase64(const std::string& secret) {
     if (secret.size() < kShort) {
         if (secret.size() == 1) return;  // two characters and padding are every other word
-        AddWord(Base64(secret));
-        AddWord(Base64Url(Base64(secret)));
+        AddWord(ToBase64(secret));
+        AddWord(Base64Url(ToBase64(secret)));
         return;
     }
     for (std::size_t before = 0; before < 3; ++before) {
         const std::size_t from = (8 * before + 5) / 6;
         const std::size_t bits = 8 * (before + secret.size());
         const std::size_t to = bits / 6;
-        const std::string form = Base64(std::string(before, '\0') + secret).substr(from, to - from);
+        const std::string form =
+            ToBase64(std::string(before, '\0') + secret).substr(from, to - from);
         const Form kind{0, false, before > 0, bits % 6 != 0};
         AddForm(form, kind);
         AddForm(Base64Url(form), kind);
@@ -116,7 +97,7 @@ void SecretSearch::AddHex(const std::string& secret) {
     if (secret.size() == 1) return;
     for (const char* between : {"", " ", ":"}) {
         for (const char* digits : {"0123456789abcdef", "0123456789ABCDEF"}) {
-            AddForm(Hex(secret, digits, between), {0, secret.size() < kShort, false, false});
+            AddForm(ToHex(secret, digits, between), {0, secret.size() < kShort, false, false});
         }
     }
 }

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "HiddenSecrets.h"
+#include "encodings.h"
 
 namespace {
 
@@ -21,12 +22,6 @@ bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 bool IsSchemeByte(char c) {
     const char lower = Lower(c);
     return (lower >= 'a' && lower <= 'z') || IsDigit(c) || c == '+' || c == '-' || c == '.';
-}
-
-int HexValue(char c) {
-    if (IsDigit(c)) return c - '0';
-    const char lower = Lower(c);
-    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
 }
 
 std::size_t SkipBackslashes(Text text, std::size_t at) {
@@ -56,19 +51,6 @@ struct Character {
     std::size_t end = kNone;
     std::size_t backslashes = 0;
 };
-
-char MeantBy(char escaped) {
-    switch (escaped) {
-        case 'n':
-            return '\n';
-        case 'r':
-            return '\r';
-        case 't':
-            return '\t';
-        default:
-            return escaped;
-    }
-}
 
 Character CharacterAt(Text text, std::size_t at) {
     Character c;
