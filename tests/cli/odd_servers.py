@@ -35,7 +35,7 @@ def make_certificate(folder):
     return file
 
 
-def make_chain(folder, days=30):
+def make_chain(folder, days=30, ca_name="a CA"):
     """A CA of one's own, and a certificate of it for 127.0.0.1 that ends in so many days."""
     def name(text):
         return x509.Name([x509.NameAttribute(NameOID.COMMON_NAME, text)])
@@ -51,11 +51,11 @@ def make_chain(folder, days=30):
     begin = now - datetime.timedelta(days=60)
     ca_key, key = ec.generate_private_key(ec.SECP256R1()), ec.generate_private_key(ec.SECP256R1())
     ca, server = pathlib.Path(folder) / "ca.pem", pathlib.Path(folder) / "leaf.pem"
-    ca.write_bytes(issue("a CA", ca_key, "a CA", ca_key, begin, now + datetime.timedelta(days=90),
+    ca.write_bytes(issue(ca_name, ca_key, ca_name, ca_key, begin, now + datetime.timedelta(days=90),
                          x509.BasicConstraints(ca=True, path_length=0)))
     alternative = x509.SubjectAlternativeName([x509.IPAddress(ipaddress.ip_address("127.0.0.1"))])
     server.write_bytes(
-        issue("a BMC", key, "a CA", ca_key, begin, now + datetime.timedelta(days=days), alternative)
+        issue("a BMC", key, ca_name, ca_key, begin, now + datetime.timedelta(days=days), alternative)
         + key.private_bytes(serialization.Encoding.PEM, serialization.PrivateFormat.PKCS8,
                             serialization.NoEncryption()))
     return ca, server

@@ -2,6 +2,8 @@
 """Whom the tool trusts with a password, and what it does with answers that nobody should send."""
 
 import hashlib
+import os
+import subprocess
 
 import pytest
 
@@ -75,6 +77,35 @@ def test_a_certificate_that_a_ca_has_signed_is_good_until_it_ends(tmp_path, days
         assert bool(server.requests) == (code == 0)
     if code != 0:
         assert "is not good for the CAs in" in ended.err and "certificate has expired" in ended.err
+
+
+def where_the_system_trusts(ca, folder):
+    """A command prefix under which the system's own CAs are this one alone."""
+    folder.mkdir()
+    name = subprocess.run(["openssl", "x509", "-hash", "-noout", "-in", ca], capture_output=True, text=True,
+                          check=True).stdout.strip()
+    (folder / f"{name}.0").write_bytes(ca.read_bytes())
+    user = [] if os.geteuid() == 0 else ["--user", "--map-root-user"]
+    prefix = ["unshare", *user, "--mount", "sh", "-c",
+              'mount --bind "$0" /etc/ssl/certs || exit 99; exec "$@"', str(folder)]
+    probe = subprocess.run([*prefix, "true"], capture_output=True, timeout=20, check=False)
+    if probe.returncode != 0:
+        pytest.skip(f"no mounts of one's own here: {probe.stderr.decode().strip()}")
+    return prefix
+
+
+def test_what_the_system_trusts_does_not_count(tmp_path):
+    """Any of a hundred CAs could sign for an address."""
+    for name in ("named", "other"):
+        (tmp_path / name).mkdir()
+    named, _ = odd_servers.make_chain(tmp_path / "named", ca_name="a CA that is named")
+    other, server_file = odd_servers.make_chain(tmp_path / "other")
+    prefix = where_the_system_trusts(other, tmp_path / "system")
+    with odd_servers.odd_server(prepare=lambda context, _: context.load_cert_chain(server_file)) as server:
+        ended = tool.run(at(server.port, "check", "--ca-file", str(named)), password="a secret word", prefix=prefix)
+        assert ended.code == 3, ended.err
+        assert "is not good for the CAs in" in ended.err
+        assert server.requests == []
 
 
 @pytest.mark.parametrize("command", ["check", "collect"])
