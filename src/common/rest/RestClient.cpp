@@ -84,11 +84,9 @@ private:
 class Blanks {
 public:
     std::string Stripped(std::string_view text) const {
-        std::size_t begin = 0;
-        std::size_t end = text.size();
-        while (begin < end && IsBlank(text[begin])) ++begin;
-        while (begin < end && IsBlank(text[end - 1])) --end;
-        return std::string(text.substr(begin, end - begin));
+        while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
+        while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
+        return std::string(text);
     }
 
 private:
@@ -101,8 +99,8 @@ private:
 void StoreHeader(std::string_view line, const Blanks& blanks, Response& response) {
     const std::size_t colon = line.find(':');
     if (colon != std::string_view::npos) {
-        response.headers[blanks.Stripped(line.substr(0, colon))] =
-            blanks.Stripped(line.substr(colon + 1));
+        response.headers.insert_or_assign(blanks.Stripped(line.substr(0, colon)),
+                                          blanks.Stripped(line.substr(colon + 1)));
         return;
     }
     // The status line has none, and the line that ends the headers is empty.
@@ -536,14 +534,16 @@ void RestClient::ApplyReceivers(Reception& reception) {
 
 RestClient::HeaderLines RestClient::ApplyHeaders() {
     HeaderLines lines;
-    const auto append = [&lines](const std::string& line) {
-        curl_slist* longer = curl_slist_append(lines.get(), line.c_str());
+    const auto append = [&lines](const char* text) {
+        curl_slist* longer = curl_slist_append(lines.get(), text);
         if (longer == nullptr) throw std::bad_alloc();
         (void)lines.release();  // now part of `longer`
         lines.reset(longer);
     };
+    std::string line;
     for (const auto& [key, value] : m_headers) {
-        append(std::string(key).append(": ").append(value));
+        line.assign(key).append(": ").append(value);
+        append(line.c_str());
     }
     if (m_noExpectHeader) append("Expect:");
     SetOption(CURLOPT_HTTPHEADER, lines.get());
