@@ -14,8 +14,8 @@ namespace Kemffdc {
 // Before any thread is started.
 void SettleCaFile(Options& options);
 
-// Whether certificates can be checked against the file at all. Empty names are well: nothing is
-// checked then.
+// Whether certificates can be checked against the file at all. An empty name is no failure: then
+// nothing is checked.
 Outcome CheckCaFile(const std::string& file);
 
 }  // namespace Kemffdc

@@ -94,7 +94,7 @@ Answer Failed(Stage stage, const std::string& reason) {
     return answer;
 }
 
-// One part of a URL, as libcurl reads it; empty where there is none.
+// A URL as libcurl reads it. A part that it does not have is empty.
 struct Url {
     explicit Url(const std::string& text) : handle(curl_url()) {
         const unsigned flags = CURLU_NON_SUPPORT_SCHEME;

@@ -46,7 +46,7 @@ public:
     // it is at: does not return.
     [[noreturn]] void Stop(const Outcome& outcome);
 
-    // That of Stop(); well where nobody has called it.
+    // That of Stop(); no failure where nobody has called it.
     Outcome Demanded() const;
 
     // With which the process ends once Raised(): kInterrupted for a signal, kNotFinished for the
