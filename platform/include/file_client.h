@@ -96,7 +96,7 @@ private:
 //                67 wrong password, 78 no such file)
 //   1000 + n     the server answered HTTP status n
 // That of a folder (79) compares equal to std::errc::is_a_directory, with the reservation below.
-// An error code holds no more than that number. libcurl's text, with secrets masked, is kept per
+// An error code holds no more than that number. The text to it, with secrets masked, is kept per
 // thread: message() gives it on the thread on which the transfer failed, until the next failure
 // there, and the number's general text elsewhere.
 class file_client {
@@ -111,13 +111,14 @@ public:
     // whose last component is "", "." or ".." or ends like that is refused (EINVAL), and so is one
     // that another download is writing at the same time (EBUSY). HTTPS and SFTP.
     //
-    // A server that sends less than it has announced has not sent the file (18), and over HTTPS
-    // one that sends more. Over SFTP as many bytes are asked for as the file has in the beginning,
-    // and what is a folder is refused (79).
+    // A server that sends less or more than it has announced has not sent the file (18). Over SFTP
+    // as many bytes are asked for as the file has in the beginning, also while it grows, and what
+    // is a folder or no plain file is refused (79).
     //
-    // Over SFTP the first key of a server is remembered, and another one refused later. Over HTTPS
-    // the user and password of `uri` are sent only if the server asks for them; a token goes into
-    // `option` as a header line. Redirects are not followed.
+    // Over SFTP the first key of a server is remembered, and another one refused later; an option
+    // but number 0 is refused (48). Over HTTPS the user and password of `uri` are sent only if the
+    // server asks for them; a token goes into `option` as a header line. Redirects are not
+    // followed.
     static std::error_code download(const Uri& uri, const std::string& localPath,
                                     const curlcpp::option_trait_base& option);
 };

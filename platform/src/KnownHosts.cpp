@@ -100,6 +100,10 @@ Line Parse(const std::string& text) {
     return line;
 }
 
+bool IsKeyLine(const Line& line) {
+    return !line.key.empty() && line.hosts[0] != '#' && line.marker != "@cert-authority";
+}
+
 KnownHosts::Result Search(const std::string& text, const std::string& name, const HostKey& key) {
     using Answer = KnownHosts::Answer;
     KnownHosts::Result result;
@@ -108,7 +112,7 @@ KnownHosts::Result Search(const std::string& text, const std::string& name, cons
     for (std::string raw; std::getline(lines, raw);) {
         ++number;
         const Line line = Parse(raw);
-        if (line.key.empty() || line.hosts[0] == '#' || line.marker == "@cert-authority") continue;
+        if (!IsKeyLine(line)) continue;
         if (!Names(line.hosts, Lower(name))) continue;
         const bool same = line.type == key.Type() && line.key == key.Base64();
         if (line.marker == "@revoked") {
@@ -233,20 +237,35 @@ std::string KnownHosts::Name(const std::string& host, unsigned port) {
     return port == kSshPort ? Lower(host) : "[" + Lower(host) + "]:" + std::to_string(port);
 }
 
-KnownHosts::Result KnownHosts::Find(const std::string& name, const HostKey& key) const {
-    Result result;
+// A file that is not there is an empty one.
+std::error_code KnownHosts::Read(std::string& text) const {
     const LockedFile file(m_path, O_RDONLY, LOCK_SH);
     const std::error_code& error = file.Error();
     if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory) {
-        return result;
+        return {};
     }
-    if (error) {
-        result.error = error;
-        return result;
-    }
+    return error ? error : file.Read(text);
+}
+
+KnownHosts::Result KnownHosts::Find(const std::string& name, const HostKey& key) const {
+    Result result;
     std::string text;
-    result.error = file.Read(text);
+    result.error = Read(text);
     return result.error ? result : Search(text, name, key);
+}
+
+std::set<std::string> KnownHosts::Types(const std::string& name) const {
+    std::set<std::string> types;
+    std::string text;
+    if (Read(text)) return types;
+    std::istringstream lines(text);
+    for (std::string raw; std::getline(lines, raw);) {
+        const Line line = Parse(raw);
+        if (IsKeyLine(line) && line.marker.empty() && Names(line.hosts, Lower(name))) {
+            types.insert(line.type);
+        }
+    }
+    return types;
 }
 
 KnownHosts::Result KnownHosts::Remember(const std::string& name, const HostKey& key) const {

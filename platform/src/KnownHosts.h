@@ -3,6 +3,7 @@
 #define VARNEX_PLATFORM_SRC_KNOWNHOSTS_H
 
 #include <cstddef>
+#include <set>
 #include <string>
 #include <system_error>
 
@@ -50,11 +51,17 @@ public:
 
     Result Find(const std::string& name, const HostKey& key) const;
 
+    // Types of the keys that are known of a host, revoked ones not. Empty where that cannot be
+    // read.
+    std::set<std::string> Types(const std::string& name) const;
+
     // Adds the key to the end, unless somebody else has added one of that host meanwhile: then that
     // is the answer. kUnknown means added. The file is made with mode 0600, its folders with 0700.
     Result Remember(const std::string& name, const HostKey& key) const;
 
 private:
+    std::error_code Read(std::string& text) const;
+
     std::string m_path;
 };
 

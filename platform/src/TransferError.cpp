@@ -51,6 +51,8 @@ public:
     }
 };
 
+}  // namespace
+
 // A proxy's address in an error text may hold credentials without a scheme before them.
 std::string WithoutUserInfo(std::string text) {
     const std::size_t at = text.rfind('@');
@@ -59,8 +61,6 @@ std::string WithoutUserInfo(std::string text) {
     const std::size_t begin = before == std::string::npos ? 0 : before + 1;
     return text.replace(begin, at - begin, "**********");
 }
-
-}  // namespace
 
 std::error_code TransferError(int number, const std::string& text) {
     static const TransferCategory& category = *new TransferCategory;  // outlives every code

@@ -22,4 +22,7 @@ std::error_code FolderError(const std::string& path);
 // With libcurl's own text, in which a proxy's address may hold credentials.
 std::error_code LibcurlError(int number, const std::string& text);
 
+// `text` without what stands between a blank, quote or slash and the last "@".
+std::string WithoutUserInfo(std::string text);
+
 #endif

@@ -2,6 +2,7 @@
 #include "transfer_settings.h"
 
 #include <strings.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <mutex>
@@ -14,12 +15,6 @@ namespace {
 
 constexpr char kUserAgent[] = "QTVE_TESSEL";
 constexpr long kBufferSize = 512L * 1024;  // bytes: over SFTP, 16 KiB are a third of the speed
-
-// Seconds, read once per process; below 1 counts as 1, because a transfer has to end.
-long ConnectTime() {
-    static const int seconds = GetGlobalConfigValue("TRANSFER_CONNECT_TIME", 30);
-    return std::max(seconds, 1);
-}
 
 void SetTls(Settings& settings) {
     const std::string file = CaFile();
@@ -45,23 +40,9 @@ void SetHttps(Settings& settings, const Uri& uri) {
     settings.Set(CURLOPT_PASSWORD, uri.password());
 }
 
-int OnHostKey(void* check, int, const char* key, std::size_t size) {
-    try {
-        const HostKey hostKey(std::string(key, size));
-        return static_cast<HostKeyCheck*>(check)->Accepts(hostKey) ? CURLKHMATCH_OK
-                                                                   : CURLKHMATCH_MISMATCH;
-    } catch (...) {  // no exception goes through libcurl
-        return CURLKHMATCH_MISMATCH;
-    }
-}
-
-void SetSftp(Settings& settings, const Uri& uri, HostKeyCheck& hostKey) {
-    settings.Set(CURLOPT_PROTOCOLS_STR, "sftp");
-    settings.Set(CURLOPT_SSH_AUTH_TYPES, static_cast<long>(CURLSSH_AUTH_PASSWORD));
-    settings.Set(CURLOPT_SSH_HOSTKEYFUNCTION, &OnHostKey);
-    settings.Set(CURLOPT_SSH_HOSTKEYDATA, &hostKey);
-    settings.Set(CURLOPT_USERNAME, uri.user());
-    settings.Set(CURLOPT_PASSWORD, uri.password());
+curl_socket_t OpenSocket(void*, curlsocktype, curl_sockaddr* address) {
+    const int fd = ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+    return fd < 0 ? CURL_SOCKET_BAD : fd;
 }
 
 }  // namespace
@@ -70,6 +51,12 @@ Handle MakeHandle() {
     static std::once_flag once;
     std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
     return Handle(curl_easy_init());
+}
+
+// Below 1 counts as 1, because a transfer has to end.
+std::chrono::seconds ConnectTime() {
+    static const int seconds = GetGlobalConfigValue("TRANSFER_CONNECT_TIME", 30);
+    return std::chrono::seconds(std::max(seconds, 1));
 }
 
 std::chrono::seconds StallTime() {
@@ -88,9 +75,12 @@ bool IsHttps(const Uri& uri) { return ::strcasecmp(uri.scheme().c_str(), "https"
 
 bool IsSftp(const Uri& uri) { return ::strcasecmp(uri.scheme().c_str(), "sftp") == 0; }
 
-void SetProtocol(Settings& settings, const Uri& uri, HostKeyCheck& hostKey) {
+void SetCloseOnExec(Settings& settings) { settings.Set(CURLOPT_OPENSOCKETFUNCTION, &OpenSocket); }
+
+void SetHttpsTransfer(Settings& settings, const Uri& uri) {
+    SetCloseOnExec(settings);
     settings.Set(CURLOPT_NOSIGNAL, 1L);
-    settings.Set(CURLOPT_CONNECTTIMEOUT, ConnectTime());
+    settings.Set(CURLOPT_CONNECTTIMEOUT, static_cast<long>(ConnectTime().count()));
     settings.Set(CURLOPT_LOW_SPEED_LIMIT, kStallSpeed);
     settings.Set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(StallTime().count()));
     settings.Set(CURLOPT_BUFFERSIZE, kBufferSize);
@@ -98,9 +88,5 @@ void SetProtocol(Settings& settings, const Uri& uri, HostKeyCheck& hostKey) {
     if (const unsigned scope = ScopeOfLinkLocal(uri.host())) {
         settings.Set(CURLOPT_ADDRESS_SCOPE, static_cast<long>(scope));
     }
-    if (IsSftp(uri)) {
-        SetSftp(settings, uri, hostKey);
-    } else {
-        SetHttps(settings, uri);
-    }
+    SetHttps(settings, uri);
 }

@@ -8,7 +8,6 @@
 #include <memory>
 #include <string>
 
-#include "HostKeyCheck.h"
 #include "Uri.h"
 #include "file_client.h"
 
@@ -50,6 +49,9 @@ private:
 constexpr long kStallSpeed = 30;  // bytes per second
 std::chrono::seconds StallTime();
 
+// For name, connection, TLS or SSH and login together.
+std::chrono::seconds ConnectTime();
+
 // Whether files are brought onto the disk before they get their names; read once per process.
 bool IsSynced();
 
@@ -61,7 +63,10 @@ bool IsSftp(const Uri& uri);
 // BMCs sign their own.
 std::string CaFile();
 
-// Everything about a transfer but what is done with the bytes. `hostKey` has to outlive it.
-void SetProtocol(Settings& settings, const Uri& uri, HostKeyCheck& hostKey);
+// Connections that no program started meanwhile inherits.
+void SetCloseOnExec(Settings& settings);
+
+// Everything about an HTTPS transfer but what is done with the bytes.
+void SetHttpsTransfer(Settings& settings, const Uri& uri);
 
 #endif

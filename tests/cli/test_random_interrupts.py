@@ -79,8 +79,6 @@ class Ipmi:
             ipmi_tool.scenario({"polls": 2}, {"files": {"/download/ffdc/": files}}),
             ["--bind", ipmi_tool.fresh_address()])
         self.environment = ipmi_tool.environment(folder, [ipmi_tool.PLAYED_TIME], PLAYED_SLEEP="1000")
-        # What libssh2 loses when it is stopped is suppressed by its name: it has to be on the stack.
-        self.environment["ASAN_OPTIONS"] += ":fast_unwind_on_malloc=0"
 
     def arguments(self, output):
         return ipmi_tool.over_lan("collect", self.bmc, "--output", str(output), "--json")

@@ -629,6 +629,11 @@ CURLcode curl_easy_perform(CURL* curl) {
     return fakes::Machine::Perform(*static_cast<fakes::Handle*>(curl));
 }
 
+CURLcode curl_easy_send(CURL* curl, const void*, size_t, size_t*) {
+    fakes::Machine::ExpectAlive(curl, "a handle");
+    return CURLE_AGAIN;
+}
+
 CURLcode curl_easy_recv(CURL* curl, void*, size_t, size_t*) {
     fakes::Machine::ExpectAlive(curl, "a handle");
     return CURLE_AGAIN;

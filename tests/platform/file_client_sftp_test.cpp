@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <fstream>
 #include <thread>
 
 #include "DownloadTest.h"
@@ -98,9 +99,8 @@ TEST_F(FileClientListSftp, NamesThatAreNoPlainComponentArePassedOverWithAWarning
 
     EXPECT_EQ("", List(bmc.At("/hostile/"), names));
 
-    // libcurl takes an empty name for the end.
     EXPECT_THAT(names, ElementsAre("a b.tgz", "100%", "a%41", "#1", "-rf", "...", "a\\b", "c\xE9",
-                                   "a\rb", "~", "last"));
+                                   "a\rb", "~", "last", "behind the empty one"));
     const std::string start = "2 platform/src/file_client: The name \"";
     const std::string end = "\" of the listing is passed over: it ";
     EXPECT_THAT(
@@ -111,7 +111,7 @@ TEST_F(FileClientListSftp, NamesThatAreNoPlainComponentArePassedOverWithAWarning
             start + "../x" + end + "holds a slash.", start + "/etc/x" + end + "holds a slash.",
             start + "x/" + end + "holds a slash.", start + "a\nb" + end + "holds a line end.",
             start + "\n" + end + "holds a line end.", start + "c\n" + end + "holds a line end.",
-            start + std::string("a\0b", 3) + end + "holds a NUL byte."));
+            start + std::string("a\0b", 3) + end + "holds a NUL byte.", start + end + "is empty."));
 }
 
 TEST_F(FileClientListSftp, AnEndlessListingIsAnError) {
@@ -241,24 +241,35 @@ TEST_F(FileClientDownloadSftp, WhatIsNoFileIsAnErrorAndLeavesNothing) {
     ExpectNothingLeft();
 }
 
-TEST_F(FileClientDownloadSftp, AFileSmallerThanAnnouncedHasNotArrived) {
+TEST_F(FileClientDownloadSftp, AFileOfAnotherSizeThanAnnouncedHasNotArrived) {
     root.Write("large", HttpsPeer::FileContent(100000));
-    const SftpPeer bmc(root);
-
-    EXPECT_EQ("varnex.transfer:18 transfer closed with 100000 bytes remaining to read",
-              Text(Download(bmc.At("/large"))));
-
-    ExpectNothingLeft();
-}
-
-// A file that grows while it is read: SFTP is asked for what was there in the beginning.
-TEST_F(FileClientDownloadSftp, OfALargerFileThanAnnouncedTheAnnouncedPartArrives) {
     root.Write("small", HttpsPeer::FileContent(100000));
     const SftpPeer bmc(root);
 
-    EXPECT_EQ("", Text(Download(bmc.At("/small"))));
+    EXPECT_EQ("varnex.transfer:18 The server announced 200000 bytes and has 100000",
+              Text(Download(bmc.At("/large"))));
+    ExpectNothingLeft();
+    EXPECT_EQ("varnex.transfer:18 The server announced 50000 bytes and has 100000",
+              Text(Download(bmc.At("/small"))));
+    ExpectNothingLeft();
+}
 
-    EXPECT_EQ(HttpsPeer::FileContent(100000).substr(0, 50000), Content(target));
+TEST_F(FileClientDownloadSftp, OfAFileThatGrowsArrivesWhatWasThereInTheBeginning) {
+    root.Write("file", HttpsPeer::FileContent(3000000));
+    const SftpPeer bmc(root);
+    bool grown = false;
+    const Watcher watcher([&](const Varnex::TransferProgress& progress) {
+        if (progress.bytes > 0 && !grown) {
+            std::ofstream(root / "file", std::ios::app) << "more";
+            grown = true;
+        }
+        return true;
+    });
+
+    EXPECT_EQ("", Text(Download(bmc.At("/file"))));
+
+    EXPECT_TRUE(grown);
+    EXPECT_TRUE(HttpsPeer::FileContent(3000000) == Content(target));
 }
 
 TEST_F(FileClientDownloadSftp, ACutInMidFileIsAnErrorAndLeavesNothing) {
@@ -328,9 +339,9 @@ TEST_F(FileClientDownloadSftp, AWatcherSeesIt) {
 
 TEST_F(FileClientDownloadSftp, AWatcherStopsItWithinASecondAndNothingIsLeft) {
     root.Write("stall", HttpsPeer::FileContent(3000000));
-    root.Write("large", HttpsPeer::FileContent(200000000));
+    root.Write("big", HttpsPeer::FileContent(200000000));
     const SftpPeer bmc(root);
-    for (const char* path : {"/stall", "/large"}) {
+    for (const char* path : {"/stall", "/big"}) {
         Stopwatch sinceStop;
         std::uint64_t last = 0;
         int asked = 0;
@@ -347,6 +358,46 @@ TEST_F(FileClientDownloadSftp, AWatcherStopsItWithinASecondAndNothingIsLeft) {
         EXPECT_LT(sinceStop.Seconds(), 0.7) << path;
         ExpectNothingLeft();
     }
+}
+
+TEST_F(FileClientDownloadSftp, AnOptionOfLibcurlsIsRefused) {
+    root.Write("file", "content");
+    const SftpPeer bmc(root);
+
+    EXPECT_EQ("varnex.transfer:48 SFTP knows none of libcurl's options",
+              Text(Download(bmc.At("/file"), {"X-Auth-Token: t"})));
+    ExpectNothingLeft();
+}
+
+TEST_F(FileClientDownloadSftp, ALostLoginIsMadeAnewForAFileThatIsNotBegun) {
+    root.Write("file", "content");
+    root.Write("cut", HttpsPeer::FileContent(5000000));
+    auto bmc = std::make_unique<SftpPeer>(root, std::vector<std::string>{"--key", keys / "key"});
+    const std::string port = std::to_string(bmc->Port());
+    EXPECT_EQ("", List(bmc->At("/"), names));
+
+    // The server begins anew, and knows nothing of the login.
+    bmc.reset();
+    bmc = std::make_unique<SftpPeer>(
+        root, std::vector<std::string>{"--key", keys / "key", "--port", port});
+
+    EXPECT_EQ("", Text(Download(bmc->At("/file"))));
+    EXPECT_THAT(Text(Download(bmc->At("/cut"))), StartsWith("varnex.transfer:79 "));
+}
+
+TEST_F(FileClientHostKeys, TheTypeThatIsKnownIsAskedForFirst) {
+    root.Write("file", "content");
+    const SftpPeer one(root, {"--key-type", "ecdsa-sha2-nistp256", "--key", keys / "key"});
+    const std::string port = std::to_string(one.Port());
+    EXPECT_EQ("", Text(Download(one.At("/file"))));
+    const std::string before = Content(known);
+    EXPECT_THAT(before, HasSubstr(" ecdsa-sha2-nistp256 "));
+
+    // A second server with that key and a better one, known under the same name.
+    const SftpPeer both(root, {"--key", keys / "key", "--second-key-type", "ssh-ed25519"});
+    KnownHosts(both.Name() + before.substr(before.find(' ')));
+
+    EXPECT_EQ("", Text(Download(both.At("/file"))));
 }
 
 TEST_F(FileClientDownloadSftp, OnlyAPasswordIsOffered) {
@@ -684,7 +735,9 @@ TEST_F(FileClientSftp, ALinkLocalAddressWithoutAScopeWorksWhereThereIsNoChoice) 
 
     ASSERT_EQ(0, std::system("PATH=$PATH:/sbin:/usr/sbin; "
                              "ip -6 address add fe80::116/64 dev other0 nodad"));
-    EXPECT_THAT(Text(Download(bmc.At("/file", "[fe80::115]"))), StartsWith("varnex.transfer:7 "));
+    Uri another = bmc.At("/file", "[fe80::115]");  // the login of the first still lives
+    another.set_auth("other", "secret");
+    EXPECT_THAT(Text(Download(another)), StartsWith("varnex.transfer:7 "));
 }
 
 }  // namespace

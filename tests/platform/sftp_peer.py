@@ -118,7 +118,7 @@ async def serve(options):
         keys.append(asyncssh.generate_private_key(options.second_key_type))
     server = await asyncssh.create_server(
         Login, options.bind, options.port, server_host_keys=keys, sftp_factory=Files, sftp_version=3,
-        login_timeout=20)
+        login_timeout=20, reuse_address=True)
     print(json.dumps({'port': server.sockets[0].getsockname()[1],
                       'fingerprint': keys[0].get_fingerprint(),
                       'public': keys[0].export_public_key().decode().strip()}), flush=True)

@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "SftpNames.h"
+
+#include <curl/curl.h>
+
+#include <ostream>
+
+#include "Log.h"
+#include "SftpFailure.h"
+#include "SftpPacket.h"
+
+namespace {
+
+constexpr char kLogSource[] = "platform/src/file_client";
+constexpr std::size_t kLargestListing = 16UL * 1024 * 1024;  // bytes
+constexpr std::size_t kCostOfName = 32;                      // bytes, besides its own
+
+// Why `name` is not one plain component of a path; null where it is.
+const char* WhyNoName(const std::string& name) {
+    if (name.empty()) return "it is empty";
+    if (name.find('/') != std::string::npos) return "it holds a slash";
+    if (name.find('\0') != std::string::npos) return "it holds a NUL byte";
+    if (name.find('\n') != std::string::npos) return "it holds a line end";
+    return nullptr;
+}
+
+}  // namespace
+
+void SftpNames::Add(std::string_view body) {
+    SftpReader fields(body);
+    const std::uint32_t count = fields.Number();
+    if (count == 0) throw SftpNonsense("a part of a listing without names");
+    for (std::uint32_t i = 0; i < count; ++i) {
+        const std::string name(fields.Text());
+        (void)fields.Text();  // as "ls -l" writes it
+        (void)fields.Attributes();
+        m_bytes += name.size() + kCostOfName;
+        if (m_bytes > kLargestListing) {
+            throw SftpFailure{CURLE_FILESIZE_EXCEEDED, "The listing is too long", true};
+        }
+        Keep(name);
+    }
+}
+
+void SftpNames::Keep(const std::string& name) {
+    if (const char* why = WhyNoName(name)) {
+        Log(2, kLogSource, __LINE__).Stream()
+            << "The name \"" << name << "\" of the listing is passed over: " << why << ".";
+    } else if (name != "." && name != "..") {
+        m_names.push_back(name);
+    }
+}
