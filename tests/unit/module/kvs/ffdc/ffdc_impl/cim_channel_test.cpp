@@ -337,6 +337,15 @@ TEST_F(CimChannelApply, ADataObjectWhoseDataCollectionTypeReads4IsNeverExported)
     EXPECT_THAT(Invocations(), ElementsAre(Export("2")));
 }
 
+TEST_F(CimChannelApply, ADataObjectWhoseDataCollectionTypeOnlyHoldsA4IsExported) {
+    BmcHas({"14", "4 4", "44"});
+    for (int i = 0; i < 3; ++i) cim.Return(CIMValue(Pegasus::Uint32(0)));
+
+    EXPECT_EQ(0, ConnectedChannel().Apply());
+
+    EXPECT_THAT(Invocations(), SizeIs(3));
+}
+
 TEST_F(CimChannelApply, IfAllObjectsRead4ApplyReturns0WithoutCallingExportData) {
     BmcHas({"4", "4"});
 
