@@ -201,6 +201,22 @@ TEST(PegasusHostile, AChallengesBodyIsPassedOverOnTheSameConnection) {
     EXPECT_EQ(1U, server.Connections());
 }
 
+TEST(PegasusHostile, AChallengesBodyThatIsTooLongIsAnsweredOnANewConnection) {
+    for (const std::size_t size : {64U * 1024, 64U * 1024 + 1}) {
+        int requests = 0;
+        const auto script = Answering([&](const std::string& request) {
+            return ++requests == 1 ? "HTTP/1.1 401 No\r\nWWW-Authenticate: Basic realm=\"x\"\r\n"
+                                     "content-length: " +
+                                         std::to_string(size) + "\r\n\r\n" + std::string(size, ' ')
+                                   : WithLength(request, EnumerationXml(kOneInstance));
+        });
+        ScriptedServer server({script, script});
+        ConnectedClient client(server);
+        EXPECT_EQ(1U, client.Enumerate().size());
+        EXPECT_EQ(size > 64U * 1024 ? 2U : 1U, server.Connections());
+    }
+}
+
 // The outcome of an answer that has this much of everything.
 std::string OutcomeOfSizes(int interim, std::size_t header, std::size_t body, bool chunked) {
     ScriptedServer server({[=](Peer& peer) {
@@ -239,6 +255,35 @@ TEST(PegasusHostile, LimitsAreWhereTheyAreSaidToBe) {
         EXPECT_EQ(kMalformed + std::string("body limit exceeded"),
                   OutcomeOfSizes(0, 0, kBody + 1, chunked));
     }
+}
+
+// The outcome of an answer with so many lines of that size in its trailer.
+std::string OutcomeOfTrailer(std::size_t lines, std::size_t size) {
+    ScriptedServer server({Answering([=](const std::string& request) {
+        const std::string line = "X: " + std::string(size - 5, 'x') + "\r\n";
+        return Chunked(request, EnumerationXml(kOneInstance),
+                       Repeated(line, static_cast<int>(lines)));
+    })});
+    ConnectedClient client(server);
+    return Thrown([&] { client.Enumerate(); });
+}
+
+TEST(PegasusHostile, TrailersMayBeAsLongAsItIsSaid) {
+    EXPECT_EQ("", OutcomeOfTrailer(255, 1024));
+    EXPECT_EQ(kMalformed, Start(OutcomeOfTrailer(257, 1024), sizeof kMalformed - 1));
+}
+
+TEST(PegasusHostile, ALineOf64KiBInATrailerIsRefused) {
+    EXPECT_EQ("", OutcomeOfTrailer(3, 65000));
+    for (const std::size_t size : {65540U, 200000U}) {
+        EXPECT_EQ(kMalformed + std::string("header limit exceeded"), OutcomeOfTrailer(1, size));
+    }
+}
+
+TEST(PegasusHostile, ARefusalWithALineOf64KiBInItsTrailerIsStillTheRefusal) {
+    EXPECT_EQ("CIMClientHTTPErrorException: HTTP Error (503 Busy).",
+              Outcome("HTTP/1.1 503 Busy\r\ntransfer-encoding: chunked\r\n\r\n0\r\nX: " +
+                      std::string(70000, 'x') + "\r\n\r\n"));
 }
 
 TEST(PegasusHostile, BodiesHeadersAndTrailersHaveAnEnd) {

@@ -15,6 +15,7 @@
 #include <boost/none.hpp>
 #include <chrono>
 #include <optional>
+#include <stdexcept>
 
 #include "Text.h"
 
@@ -109,12 +110,21 @@ struct HttpConnection::Impl {
         ThrowMalformed("Malformed HTTP response: too many interim answers");
     }
 
+    // Body and trailer.
+    void ReadOn(Parser& parser, error_code& error) {
+        try {
+            http::read(source, buffer, parser, error);
+        } catch (const std::length_error&) {  // Beast, of a line of 64 KiB in the trailer
+            error = http::error::header_limit;
+        }
+    }
+
     // Whether the connection can go on afterwards.
     bool ReadBody(Parser& parser) {
         parser.body_limit(kMaxBody);
         error_code error = http::error::body_limit;
         if (parser.content_length().value_or(0) <= kMaxBody) {
-            http::read(source, buffer, parser, error);
+            ReadOn(parser, error);
         }
         ThrowIf(error);
         return !parser.need_eof() && parser.get().keep_alive();
@@ -129,7 +139,7 @@ struct HttpConnection::Impl {
         parser.body_limit(kMaxRefusal);
         transport->SetDeadline(std::min(deadline, Transport::Clock::now() + kRefusalPatience));
         error_code error;
-        http::read(source, buffer, parser, error);
+        ReadOn(parser, error);
         return !error && parser.get().keep_alive();
     }
 
