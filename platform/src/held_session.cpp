@@ -31,9 +31,7 @@ class Holder {
 public:
     std::unique_ptr<SftpSession> Take(const std::string& key) {
         const std::lock_guard<std::mutex> hold(m_lock);
-        if (!m_session || m_key != key) return nullptr;
-        m_wake.notify_all();
-        return std::move(m_session);
+        return m_session && m_key == key ? std::move(m_session) : nullptr;
     }
 
     void Keep(const std::string& key, std::unique_ptr<SftpSession> session) {
@@ -71,11 +69,13 @@ private:
         m_timing = true;
     }
 
+    // It ends two seconds after the last session was kept, also while that one is in use: a folder
+    // of files needs no new thread for each.
     void Time() {
         const SigPipeGuard guard;
         std::unique_ptr<SftpSession> closing;
         std::unique_lock<std::mutex> hold(m_lock);
-        while (m_session && !m_ended && std::chrono::steady_clock::now() < m_until) {
+        while (!m_ended && std::chrono::steady_clock::now() < m_until) {
             m_wake.wait_until(hold, m_until);
         }
         std::swap(closing, m_session);

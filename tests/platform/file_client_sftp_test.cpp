@@ -369,6 +369,25 @@ TEST_F(FileClientDownloadSftp, AnOptionOfLibcurlsIsRefused) {
     ExpectNothingLeft();
 }
 
+// libcurl trusts the proxy by the system's CAs, which are the test's here.
+TEST_F(FileClientDownloadSftp, AProxyThatSpeaksTlsCarriesIt) {
+    const std::string cas = "/etc/ssl/certs/ca-certificates.crt";
+    if (!Exists(cas) || !EnterPrivateMounts()) GTEST_SKIP() << "no private mounts here";
+    const TempFolder files;
+    const Peer proxy(
+        {"/usr/bin/python3", VARNEX_TEST_FOLDER "/tls_proxy_peer.py", "--folder", files.Path()});
+    ASSERT_EQ(0, mount((files / "ca.pem").c_str(), cas.c_str(), nullptr, MS_BIND, nullptr));
+    Environment("sftp_proxy", "https://localhost:" + Member(ParseJson(proxy.Line()), "port"));
+    root.Write("file", HttpsPeer::FileContent(9000001));
+    const SftpPeer bmc(root);
+
+    EXPECT_EQ("", List(bmc.At("/"), names));
+    EXPECT_EQ("", Text(Download(bmc.At("/file"))));
+
+    EXPECT_TRUE(HttpsPeer::FileContent(9000001) == Content(target));
+    EXPECT_EQ("127.0.0.1:" + std::to_string(bmc.Port()) + "\n", Content(files / "tunnels"));
+}
+
 TEST_F(FileClientDownloadSftp, ALostLoginIsMadeAnewForAFileThatIsNotBegun) {
     root.Write("file", "content");
     root.Write("cut", HttpsPeer::FileContent(5000000));
