@@ -84,6 +84,12 @@ std::uint32_t SftpChannel::Send(std::uint8_t type, const std::string& body) {
     return number;
 }
 
+void SftpChannel::Tell(std::uint8_t type, const std::string& body) {
+    constexpr std::size_t kMostUnanswered = 64;
+    if (m_told.size() >= kMostUnanswered) throw SftpNonsense("no answers any more");
+    m_told.insert(Send(type, body));
+}
+
 void SftpChannel::Write(const std::string& packet) {
     m_out += packet;
     Flush();
@@ -101,6 +107,13 @@ void SftpChannel::Flush() {
 
 bool SftpChannel::Receive(SftpPacket& packet) {
     Flush();
+    while (ReceiveAny(packet)) {
+        if (m_told.erase(packet.number) == 0) return true;
+    }
+    return false;
+}
+
+bool SftpChannel::ReceiveAny(SftpPacket& packet) {
     if (m_taken > 0 && (m_taken == m_in.size() || m_taken > sftp::kLongestPacket)) {
         m_in.erase(0, m_taken);
         m_taken = 0;

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -26,6 +27,9 @@ public:
     // Sends a request and gives its number.
     std::uint32_t Send(std::uint8_t type, const std::string& body);
 
+    // Sends a request whose answer is of no interest, and will not be received.
+    void Tell(std::uint8_t type, const std::string& body);
+
     // The next packet that has come whole; valid until the next call. False: none yet. Throws
     // SftpFailure for what is no packet, and where the server has closed the channel.
     bool Receive(SftpPacket& packet);
@@ -42,6 +46,7 @@ private:
     bool Begin(SftpPatience& patience);
     void Greet(SftpPatience& patience);
     void AskForLimits(SftpPatience& patience);
+    bool ReceiveAny(SftpPacket& packet);
     void Write(const std::string& packet);
     void Flush();
     SftpPacket WaitForPacket(SftpPatience& patience);
@@ -55,6 +60,7 @@ private:
     std::string m_in;
     std::size_t m_taken = 0;  // of m_in
     std::uint32_t m_lastNumber = 0;
+    std::set<std::uint32_t> m_told;  // of no interest
     std::uint32_t m_longestRead = 128 * 1024;
 };
 

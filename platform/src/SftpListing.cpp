@@ -19,6 +19,6 @@ void ListFolder(SftpSession& session, const std::string& path, SftpPatience& pat
     const bool atEnd =
         answer.type == sftp::kStatus && SftpReader(answer.body).Number() == sftp::kEof;
     if (!atEnd) throw SftpStatusFailure(answer, "Could not list the directory");
-    (void)channel.Ask(sftp::kClose, handle, patience);
+    channel.Tell(sftp::kClose, handle);
     names.swap(found.All());
 }
