@@ -8,7 +8,7 @@
 set -eu
 
 folder=$1 peers=$2 port=$3 server=${4-sshd} key_type=${5-ed25519}
-[ $# -lt 5 ] && shift $# || shift 5
+if [ $# -lt 5 ]; then shift $#; else shift 5; fi
 
 {
     echo 'root:x:0:0:root:/root:/bin/sh'
