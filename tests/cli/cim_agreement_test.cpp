@@ -120,6 +120,7 @@ TEST(CimPreflightReader, AgreesWithTheLibrarysClient) {
         {"\xEF\xBB\xBF" + four, "2 objects, 1 exported", "a byte order mark"},
         {"\r\n \t" + four, "2 objects, 1 exported", "line ends before it"},
         {four + std::string(2, '\0') + "<x", "2 objects, 1 exported", "a NUL behind it"},
+        {four + std::string(1, '\0') + elements, "2 objects, 1 exported", "elements behind a NUL"},
         {Replaced(four, "EnumerateInstances", "ENUMERATEINSTANCES"), "2 objects, 1 exported",
          "the operation in other letters"},
         {Document("<IRETURNVALUE>" + thousand + "</IRETURNVALUE>"), "1000 objects, 1000 exported",

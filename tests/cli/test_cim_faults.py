@@ -131,6 +131,10 @@ SCENARIOS = {
     "Wrong credentials": Trouble(password="wrong"),
     "401 without a challenge": Trouble({"challenge": None}),
     "Digest challenge": Trouble({"challenge": 'Digest realm="{host}", nonce="1"'}),
+    "Two challenges, the first of them Digest": Trouble(
+        server=speaking_server(
+            b'HTTP/1.1 401 No\r\nContent-Length: 0\r\nWWW-Authenticate: Digest realm="x", nonce="1"\r\n'
+            b'WWW-Authenticate: Basic realm="x"\r\n\r\n'), plain=True, seconds=5),
     "Account without the right to read": Trouble(always(SERVICE, error=2)),
     "400": Trouble(always("*", status=400, headers={"CIMError": "request-not-valid", "PGErrorDetail": "no"})),
     "503": Trouble(always("*", status=503)),
