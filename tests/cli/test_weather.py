@@ -1,7 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Faults as weather: whole runs over connections that lose, delay, cut and drip, by several seeds,
-and interrupts at any moment. Whatever happens, a run ends with a documented code within its bound,
-and leaves whole files or none.
+"""Faults as weather: whole runs over connections that lose, delay, cut and drip, by several seeds.
+Whatever happens, a run ends with a documented code within its bound, and leaves whole files or none.
 
 To be run in tools/private-net, because of port 115.
 """
@@ -10,11 +9,7 @@ import concurrent.futures
 import contextlib
 import hashlib
 import pathlib
-import random
-import re
-import signal
 import sys
-import time
 
 import pytest
 
@@ -27,7 +22,6 @@ import weather  # noqa: E402  pylint: disable=wrong-import-position
 
 CODES = {0, 3, 4, 5, 6, 7, 8, 9}
 SEEDS = range(1, 7)
-SIGNALS = [signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT, signal.SIGUSR1, signal.SIGALRM, signal.SIGXCPU]
 PASSWORD = "secret"
 URI = "sftp://127.0.0.1:9/in/"  # never used: the BMC only says that it has uploaded
 QUICK_TRANSFERS = {"VARNEX_TRANSFER_STALL_TIME": "3", "VARNEX_TRANSFER_CONNECT_TIME": "5"}
@@ -176,72 +170,3 @@ def test_ipmi_downloads_that_break(tmp_path, kind):
     options[1] = "4000..300000"
     codes = with_each_seed(lambda seed: collect_ipmi([], options, tmp_path / str(seed), seed))
     assert set(codes) <= {7, 9}
-
-
-# ---- interrupts at any moment ---------------------------------------------------------------------
-
-def expects(pid, number):
-    """Whether a program has begun to catch that signal, or to wait for it: not when it has just
-    been started."""
-    with contextlib.suppress(OSError):
-        status = pathlib.Path(f"/proc/{pid}/status").read_text(encoding="utf-8")
-        masks = re.findall(r"^Sig(?:Blk|Cgt):\s*(\w+)$", status, re.MULTILINE)
-        return any(int(mask, 16) & 1 << (number - 1) for mask in masks)
-    return False
-
-
-def interrupted(arguments, output, whole, seed, longest, environment):
-    """One run that is interrupted at a moment drawn from the seed."""
-    chance = random.Random(seed)
-    number = chance.choice(SIGNALS)
-    moment = chance.uniform(0, longest * min(tool.SLOWNESS, 2))
-    running = tool.Running([*arguments, "--output", str(output)] if output else arguments,
-                           password=PASSWORD, environment=environment)
-    while running.process.poll() is None and not expects(running.process.pid, number):
-        time.sleep(0.005)
-    time.sleep(moment)
-    running.process.send_signal(number)
-    ended = running.end()
-    case = f"seed {seed}, {number.name} after {moment:.3f} s: {ended.code} {ended.err}"
-    assert ended.code in (0, 130), case
-    assert ended.code == 0 or ended.err.endswith("[exit code 130]\n"), case
-    if output:
-        assert_whole_files_alone(output, whole)
-        assert ended.code == 0 or not output.exists() or tool.files_in(output) == [], case
-    return ended.code
-
-
-def interrupt_many(count, run):
-    with concurrent.futures.ThreadPoolExecutor(4) as pool:
-        codes = list(pool.map(run, range(count)))
-    # Too few would mean that the moments do not fit the runs.
-    assert codes.count(130) > count / 3, codes
-
-
-def test_random_interrupts_over_redfish(redfish_bmc, tmp_path):
-    whole = {redfish_bmc.ready["archive"]["sha256"]}
-    with weather.Relay("tcp", redfish_bmc.port, "--delay", "0..60") as relay:
-        arguments = tool.collect(redfish_bmc, "")[:-2]
-        arguments[arguments.index("--port") + 1] = str(relay.port)
-        interrupt_many(80, lambda seed: interrupted(arguments, tmp_path / str(seed), whole, seed, 1.0, {}))
-
-
-def test_random_interrupts_over_cim(cim_bmc):
-    with weather.Relay("tcp", cim_tool.port_of(cim_bmc), "--delay", "0..60") as relay:
-        arguments = cim_tool.collect(cim_bmc, URI)
-        arguments[arguments.index("--port") + 1] = str(relay.port)
-        interrupt_many(60, lambda seed: interrupted(arguments, None, set(), seed, 0.7, {}))
-
-
-def test_random_interrupts_over_ipmi(tmp_path):
-    with ipmi_bmc([], ["--delay", "0..60"]) as (bmc, _, arguments):
-        whole = set(ipmi_tool.served(bmc).values())
-
-        def run(seed):
-            folder = tmp_path / str(seed)
-            folder.mkdir()
-            return interrupted(arguments, folder / "out", whole, seed, 6, ipmi_tool.environment(folder))
-
-        with concurrent.futures.ThreadPoolExecutor(8) as pool:
-            codes = list(pool.map(run, range(60)))
-        assert codes.count(130) > 20
