@@ -47,7 +47,8 @@ TEST_F(IpmiRun, WrongPasswordEndsTheRunWith1) {
     EXPECT_EQ(Run(OverLan(*bmc), OutputPath(), 5).result, 1);
 
     EXPECT_THAT(Complaints(), ElementsAre(NotListed("67"), NotListed("67")));
-    EXPECT_THAT(SftpRequestsOf(*bmc), ElementsAre("login ffdc no", "login  no", "login admin no"));
+    // Mode 5 has no account of its own here: without a user name nobody is asked.
+    EXPECT_THAT(SftpRequestsOf(*bmc), ElementsAre("login ffdc no", "login admin no"));
 }
 
 TEST_F(IpmiRun, SilentPortEndsTheRunWith1) {

@@ -95,7 +95,7 @@ TEST_F(IpmiRun, AccountOfTheConnectionIsTheFallBackInOtherModesThan2) {
     EXPECT_TRUE(FilesIn(run.path) == FilesOf(*bmc, kKemDump));
     EXPECT_THAT(SftpRequestsOf(*bmc),
                 ElementsAre("login ffdc no", "login admin yes", "list /download/ffdc/kem_dump/",
-                            "login admin yes", "open /download/ffdc/kem_dump/a.tzz"));
+                            "open /download/ffdc/kem_dump/a.tzz"));
 }
 
 TEST_F(IpmiRun, AccountOfTheConnectionIsUsedWhereTheHostHasNoIpmiDevice) {
