@@ -84,7 +84,7 @@ TEST_F(FileClientDisk, BytesAreWrittenInLargePieces) {
 
     EXPECT_EQ("", Text(Download(bmc.At("/file/52428800"))));
 
-    EXPECT_EQ(50, disk.Played());
+    EXPECT_EQ(200, disk.Played());
 }
 
 }  // namespace
