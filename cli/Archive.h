@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "ExitCodes.h"
+#include "cli/ExitCodes.h"
 
 namespace Kemffdc {
 

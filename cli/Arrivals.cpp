@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Arrivals.h"
+#include "cli/Arrivals.h"
 
 #include <sys/stat.h>
 
-#include "Archive.h"
+#include "cli/Archive.h"
 
 namespace Kemffdc {
 

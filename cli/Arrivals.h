@@ -9,8 +9,8 @@
 #include <string>
 #include <utility>
 
-#include "ExitCodes.h"
 #include "Transfer.h"
+#include "cli/ExitCodes.h"
 
 namespace Kemffdc {
 

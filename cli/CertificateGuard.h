@@ -5,9 +5,9 @@
 #include <chrono>
 
 #include "Clock.h"
-#include "Context.h"
 #include "GlobalConfig.h"
-#include "HttpsProbe.h"
+#include "cli/Context.h"
+#include "cli/http/Transport.h"
 
 namespace Kemffdc {
 
@@ -19,15 +19,15 @@ inline int RequestSeconds() {
 }
 
 // Looks at the BMC's certificate again, where the options name a CA file: the library verifies none
-// before it sends the password. `Probe` is HttpsProbe or CimProbe.
-template <class Probe>
+// before it sends the password. `Transport` is a transport: the one in cli/http, or that of CIM.
+template <class Transport>
 class CertificateGuard {
 public:
     explicit CertificateGuard(Context& run) : m_run(run) {}
 
     // As a step of the run, which only a failure shows.
     Outcome Check() {
-        const auto answer = Probe(m_run.options, RequestSeconds()).CheckCertificate();
+        const auto answer = Transport(m_run.options, RequestSeconds()).CheckCertificate();
         if (answer.failedAt == Stage::kDone) return {};
         m_run.Begin("certificate");
         return m_run.End(static_cast<int>(answer.failedAt), Failure(kNotConnected, answer.reason));
@@ -38,7 +38,7 @@ public:
     void CheckRequest() {
         if (m_run.options.caFile.empty()) return;
         for (int tries = 1;; ++tries) {
-            const auto answer = Probe(m_run.options, RequestSeconds()).CheckCertificate();
+            const auto answer = Transport(m_run.options, RequestSeconds()).CheckCertificate();
             if (answer.failedAt == Stage::kDone) return;
             if (answer.failedAt == Stage::kTrust || tries == kTries) {
                 m_run.interrupt.Stop(Failure(kNotConnected, answer.reason));

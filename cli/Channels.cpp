@@ -1,18 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Channels.h"
+#include "cli/Channels.h"
 
-#include "CimFlow.h"
-#include "IpmiFlow.h"
-#include "RedfishFlow.h"
+#include "cli/cim/Flow.h"
+#include "cli/ipmi/Flow.h"
+#include "cli/redfish/Flow.h"
 
 namespace Kemffdc {
 namespace {
 
 constexpr Channel kChannels[] = {
-    {"redfish", 443, 0, CollectByRedfish, CheckByRedfish},
-    {"cim", 5989, 5988, CollectByCim, CheckByCim},
-    {"ipmi", 623, 0, CollectByIpmi, CheckByIpmi},
-    {"kcs", 0, 0, CollectByIpmi, CheckByIpmi},
+    {"redfish", 443, 0, Redfish::Collect, Redfish::Check},
+    {"cim", 5989, 5988, Cim::Collect, Cim::Check},
+    {"ipmi", 623, 0, Ipmi::Collect, Ipmi::Check},
+    {"kcs", 0, 0, Ipmi::Collect, Ipmi::Check},
 };
 
 }  // namespace

@@ -6,13 +6,13 @@
 #include <string>
 #include <vector>
 
-#include "ExitCodes.h"
+#include "cli/ExitCodes.h"
 
 namespace Kemffdc {
 
 struct Context;
 
-// One way to a BMC, as --via names it. A further channel is a source file with these two
+// One way to a BMC, as --via names it. A further channel is a folder with these two
 // operations and a line in Channels.cpp.
 struct Channel {
     const char* name;

@@ -6,15 +6,15 @@
 #include <string>
 #include <vector>
 
-#include "Archive.h"
-#include "Arrivals.h"
-#include "ExitCodes.h"
-#include "Interrupt.h"
-#include "Limits.h"
-#include "Options.h"
-#include "Progress.h"
-#include "Report.h"
-#include "Secret.h"
+#include "cli/Archive.h"
+#include "cli/Arrivals.h"
+#include "cli/ExitCodes.h"
+#include "cli/Limits.h"
+#include "cli/Options.h"
+#include "cli/report/Report.h"
+#include "cli/terminal/Interrupt.h"
+#include "cli/terminal/Progress.h"
+#include "cli/terminal/Secret.h"
 
 namespace Kemffdc {
 

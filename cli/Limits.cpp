@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Limits.h"
+#include "cli/Limits.h"
 
 #include <sys/statvfs.h>
 
 #include <filesystem>
 #include <limits>
 
-#include "Text.h"
+#include "cli/terminal/Text.h"
 
 namespace Kemffdc {
 namespace {

@@ -8,8 +8,8 @@
 #include <mutex>
 #include <string>
 
-#include "ExitCodes.h"
 #include "Transfer.h"
+#include "cli/ExitCodes.h"
 
 namespace Kemffdc {
 

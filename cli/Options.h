@@ -49,17 +49,6 @@ struct Options {
     std::string logFile;
 };
 
-// Either options to run with, or the text and the exit code to end with at once.
-struct Parsed {
-    std::optional<Options> options;
-    int exitCode = 0;
-    std::string out;  // for standard output
-    std::string err;  // for standard error; never holds the value of an unknown option
-};
-
-// Touches nothing but its arguments: no file, no environment, no terminal, no network library.
-Parsed ParseOptions(int argc, const char* const* argv);
-
 }  // namespace Kemffdc
 
 #endif

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "RecordTable.h"
+#include "cli/RecordTable.h"
 
 #include <charconv>
 #include <cstring>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Run.h"
+#include "cli/Run.h"
 
 #include <curl/curl.h>
 
@@ -10,19 +10,19 @@
 #include <new>
 #include <ostream>
 
-#include "Archive.h"
-#include "Arrivals.h"
-#include "CaFile.h"
-#include "Channels.h"
-#include "Context.h"
-#include "Interrupt.h"
 #include "IpmiSessions.h"
-#include "Limits.h"
 #include "LogSink.h"
-#include "Progress.h"
-#include "Report.h"
-#include "Secret.h"
-#include "Text.h"
+#include "cli/Archive.h"
+#include "cli/Arrivals.h"
+#include "cli/Channels.h"
+#include "cli/Context.h"
+#include "cli/Limits.h"
+#include "cli/http/CaFile.h"
+#include "cli/report/Report.h"
+#include "cli/terminal/Interrupt.h"
+#include "cli/terminal/Progress.h"
+#include "cli/terminal/Secret.h"
+#include "cli/terminal/Text.h"
 
 namespace Kemffdc {
 namespace {

@@ -4,7 +4,7 @@
 
 #include <iosfwd>
 
-#include "Options.h"
+#include "cli/Options.h"
 
 namespace Kemffdc {
 

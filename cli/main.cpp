@@ -9,9 +9,9 @@
 #include <cstring>
 #include <iostream>
 
-#include "ExitCodes.h"
-#include "Options.h"
-#include "Run.h"
+#include "cli/CommandLine.h"
+#include "cli/ExitCodes.h"
+#include "cli/Run.h"
 
 namespace {
 

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "HttpsProbe.h"
-#include "Text.h"
+#include "cli/http/Transport.h"
+#include "cli/terminal/Text.h"
 
 namespace {
 

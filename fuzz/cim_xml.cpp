@@ -10,8 +10,8 @@
 #include <iterator>
 #include <string>
 
-#include "CimXml.h"
 #include "XmlReader.h"
+#include "cli/cim/Xml.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 #include <cstdlib>
 #include <vector>
 
-#include "IpmiProbe.h"
 #include "IpmiSteps.h"
+#include "cli/ipmi/Preflight.h"
 
 namespace {
 

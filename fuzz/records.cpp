@@ -9,13 +9,13 @@
 #include <string>
 #include <vector>
 
-#include "CimRecords.h"
-#include "CimVerdict.h"
-#include "IpmiRecords.h"
-#include "IpmiVerdict.h"
-#include "RedfishRecords.h"
-#include "RedfishVerdict.h"
-#include "Text.h"
+#include "cli/cim/Diagnosis.h"
+#include "cli/cim/Events.h"
+#include "cli/ipmi/Diagnosis.h"
+#include "cli/ipmi/Events.h"
+#include "cli/redfish/Diagnosis.h"
+#include "cli/redfish/Events.h"
+#include "cli/terminal/Text.h"
 
 namespace {
 

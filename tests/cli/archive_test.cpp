@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Archive.h"
+#include "cli/Archive.h"
 
 #include <gmock/gmock.h>
 #include <stdlib.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Arrivals.h"
+#include "cli/Arrivals.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Limits.h"
+#include "cli/Limits.h"
 
 #include <gmock/gmock.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Options.h"
+#include "cli/CommandLine.h"
 
 #include <gmock/gmock.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Run.h"
+#include "cli/Run.h"
 
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
@@ -12,7 +12,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "Secret.h"
+#include "cli/terminal/Secret.h"
 
 namespace {
 

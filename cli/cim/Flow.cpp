@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/cim/Flow.h"
+
+#include <varnex/KEMFfdc.h>
+
+#include "cli/CertificateGuard.h"
+#include "cli/Context.h"
+#include "cli/cim/Diagnosis.h"
+#include "cli/cim/Events.h"
+#include "cli/cim/Preflight.h"
+#include "cli/cim/Transport.h"
+#include "cli/terminal/Text.h"
+
+namespace Kemffdc::Cim {
+namespace {
+
+constexpr std::int32_t kPlain = 0;
+constexpr std::int32_t kTls = 1;
+constexpr std::int32_t kMachine = 2;  // the namespace of the machine
+constexpr std::int32_t kNode = 3;     // that of one node
+
+Varnex::VarnexConnection::ConnectionInfo ConnectionOf(const Context& run) {
+    Varnex::VarnexConnection::ConnectionInfo conn;
+    conn.host = run.options.host;
+    conn.port = run.options.port;
+    conn.userid = run.options.user;
+    conn.password = run.password.Reveal();
+    conn.node = run.options.node.value_or(0);
+    conn.connection_type = run.options.plain ? kPlain : kTls;
+    conn.connection_case = run.options.node ? kNode : kMachine;
+    conn.connection_ipversion = run.options.ipv6 ? 1 : 0;
+    return conn;
+}
+
+Varnex::KEMFfdcUploadingUri TargetOf(const Context& run) {
+    return {run.options.exportUri, run.options.exportUser, run.exportPassword.Reveal()};
+}
+
+// One BMC, reached through the library.
+class BmcRun {
+public:
+    explicit BmcRun(Context& run)
+        : m_run(run),
+          m_guard(run),
+          m_listener(run.progress, run.report, run.bmcGathers, [this] { m_guard.CheckRequest(); }),
+          m_ffdc(ConnectionOf(run), TargetOf(run), run.options.initialize) {}
+
+    // Until the BMC can be asked for an export.
+    Outcome Reach(bool look) {
+        Outcome outcome = Look(look);
+        if (outcome.Ok()) outcome = m_guard.Check();
+        if (outcome.Ok()) outcome = Connect();
+        return outcome;
+    }
+
+    // Why nothing can be exported by this BMC, where that is sure.
+    const std::string& Limit() const { return m_limit; }
+
+    Outcome Export() {
+        m_run.Begin("export");
+        m_run.progress.Say("The BMC itself uploads its archives to " +
+                           Clean(m_run.options.exportUri) + "; none comes to this machine.");
+        const int code = m_ffdc.Apply();
+        return m_run.End(code, DiagnoseExport(code, m_listener.End(code == 0)));
+    }
+
+private:
+    Outcome Look(bool look) {
+        m_run.Begin("preflight");
+        const Preflight found = RunPreflight(m_run.options, m_run.password, RequestSeconds(), look);
+        m_run.report.SetFacts(found.facts);
+        m_limit = found.limit;
+        return m_run.End(static_cast<int>(found.stage),
+                         found.reason.empty() ? Outcome{} : Failure(kNotConnected, found.reason));
+    }
+
+    Outcome Connect() {
+        m_run.Begin("connect");
+        const int code = m_ffdc.Connect();
+        return m_run.End(code, DiagnoseConnect(code, m_listener.Events()));
+    }
+
+    Context& m_run;
+    CertificateGuard<Transport> m_guard;
+    Listener m_listener;
+    Varnex::KEMFfdc m_ffdc;
+    std::string m_limit;
+};
+
+}  // namespace
+
+Outcome Collect(Context& run) {
+    BmcRun cim(run);
+    Outcome outcome = cim.Reach(false);
+    if (outcome.Ok()) outcome = cim.Export();
+    if (!outcome.Ok()) return outcome;
+    Delivery delivery;
+    delivery.exportUri = run.options.exportUri;
+    run.report.SetDelivery(delivery);
+    return {};
+}
+
+Outcome Check(Context& run) {
+    BmcRun cim(run);
+    const Outcome outcome = cim.Reach(true);
+    const bool limited = outcome.Ok() && !cim.Limit().empty();
+    return limited ? Failure(kLimited, cim.Limit()) : outcome;
+}
+
+}  // namespace Kemffdc::Cim

@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef KEMFFDC_CIM_XML_H
+#define KEMFFDC_CIM_XML_H
+
+#include <string>
+#include <vector>
+
+namespace Kemffdc::Cim {
+
+// The little CIM-XML (DMTF DSP0200, DSP0201) that the preflight speaks.
+
+// The value of the header CIMObject: a namespace's bytes, all but letters and digits as %XX.
+std::string CimObjectHeader(const std::string& nameSpace);
+
+// The document that asks for the objects of a class. The names are ours: nothing is escaped.
+std::string EnumerationRequest(const std::string& nameSpace, const std::string& className);
+
+// `text` with every %XX as the byte that it stands for; what is no such thing stays.
+std::string PercentDecoded(const std::string& text);
+
+// What an answer to it says. As the library reads it: what the library takes is not unreadable
+// here, and what it would refuse for its head is.
+struct Enumeration {
+    std::string unreadable;  // why it is no CIM-XML answer; empty: it is one
+    bool failed = false;     // with a CIM error
+    int errorCode = 0;
+    std::string errorText;
+    // Each object's DataCollectionType as the library compares it; empty where it has none.
+    std::vector<std::string> types;
+};
+
+// Of documents that hold more than the library's client takes, it says so.
+Enumeration ReadEnumeration(std::string document);
+
+// Value of the header Authorization (RFC 7617). As the library sends it: a byte for each character,
+// the low one of those beyond Latin-1; what is not valid UTF-8 goes byte by byte.
+std::string BasicAuthorization(const std::string& user, const std::string& password);
+
+// Whether the library can answer a challenge: it wants "Basic" spelled so, and a realm in quotes.
+bool IsBasicChallenge(const std::string& challenge);
+
+}  // namespace Kemffdc::Cim
+
+#endif

@@ -1,0 +1,211 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/ipmi/Flow.h"
+
+#include <varnex/KEMFfdc.h>
+
+#include <filesystem>
+
+#include "UsbLanCfg.h"
+#include "cli/Context.h"
+#include "cli/ipmi/Diagnosis.h"
+#include "cli/ipmi/Events.h"
+#include "cli/ipmi/Preflight.h"
+#include "cli/terminal/Text.h"
+
+namespace Kemffdc::Ipmi {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::int32_t kOverLan = 1;
+constexpr std::int32_t kInBand = 0;
+
+constexpr int kPollSeconds = 5;
+constexpr int kLongestGathering = 900;  // seconds
+constexpr int kPlainLineEvery = 30;     // seconds; where the line is not live
+
+bool IsInBand(const Context& run) { return run.options.via == "kcs"; }
+
+Varnex::VarnexConnection::ConnectionInfo ConnectionOf(const Context& run) {
+    Varnex::VarnexConnection::ConnectionInfo conn;
+    conn.host = run.options.host;
+    conn.port = run.options.port;
+    conn.userid = run.options.user;
+    conn.password = run.password.Reveal();
+    conn.ciphersuite = run.options.cipherSuite;
+    conn.connection_case = IsInBand(run) ? kInBand : kOverLan;
+    conn.connection_ipversion = run.options.ipv6 ? 1 : 0;
+    return conn;
+}
+
+// Shows how long the BMC has been gathering: one dot before every poll.
+class GatheringWatch : public Varnex::LogMessageCallBack {
+public:
+    explicit GatheringWatch(Context& run) : m_run(run) {}
+
+    void LogMessage(const std::string& message) override {
+        if (message != ".") {
+            m_run.progress.Step("gather");
+            return;
+        }
+        if (m_run.options.liveProgress || m_waited % kPlainLineEvery == 0) {
+            m_run.progress.State("the BMC gathers, " + std::to_string(m_waited) + " of at most " +
+                                 std::to_string(kLongestGathering) + " s");
+        }
+        m_waited += kPollSeconds;
+    }
+
+private:
+    Context& m_run;
+    int m_waited = 0;  // seconds
+};
+
+// One BMC, reached through the library.
+class BmcRun {
+public:
+    explicit BmcRun(Context& run)
+        : m_run(run),
+          m_listener(run),
+          m_gathering(run),
+          // The library puts no separator between this path and the name of its folder.
+          m_ffdc(ConnectionOf(run), run.folder.WorkPath(""), run.options.mode) {
+        m_ffdc.SetLogCallBack(&m_gathering);
+    }
+
+    // Until the BMC can be told to gather.
+    Outcome Reach() {
+        Outcome outcome = IsInBand(m_run) ? FindFileService() : Outcome{};
+        if (outcome.Ok()) outcome = Connect();
+        return outcome;
+    }
+
+    // What the BMC is, and in band whether it answers at all.
+    Outcome Describe() {
+        m_run.Begin("describe");
+        m_ffdc.Disconnect();
+        const std::string silence = AskDeviceId(m_run.options, m_run.password, m_facts);
+        // Over the LAN the session has shown that the BMC lives; in band only the device was
+        // opened.
+        if (IsInBand(m_run) && !silence.empty()) return m_run.End(1, DiagnoseSilentBmc(silence));
+        const std::string host = IsInBand(m_run) ? m_usbHost : m_run.options.host;
+        const std::string why = WhyNoFileService(host);
+        if (!why.empty()) {
+            m_facts.notes.push_back("The BMC's file service (SFTP, " + host +
+                                    " port 115) does not answer now: " + why + ".");
+        }
+        m_run.report.SetFacts(m_facts);
+        return m_run.End(0, {});
+    }
+
+    Outcome Collect() {
+        m_run.Begin("collect");
+        const int code = m_ffdc.Apply();
+        RunEvents events = m_listener.Events();
+        for (const std::string& sentence : events.hostKeys) m_facts.notes.push_back(sentence);
+        const std::string folders = FoldersPassedOver(events);
+        if (!folders.empty()) m_facts.notes.push_back(folders);
+        m_run.report.SetFacts(m_facts);
+        Outcome outcome = m_run.End(code, DiagnoseCollect(code, events, m_run.options));
+        if (outcome.code != kInterrupted) outcome = Keep(code, events);
+        m_run.report.SetFiles(events.files, NotTried(events));
+        return outcome;
+    }
+
+private:
+    // Without it there would be nowhere to fetch the files from.
+    Outcome FindFileService() {
+        m_run.Begin("preflight");
+        UsbLanNodeList nodes;
+        UsbLanCfg& usbLan = UsbLanCfg::GetInstance(kUsbLanLeaveAsFound, false);
+        const int code = usbLan.QueryUsbLanState(nodes, false);
+        if (code != 0 || nodes.empty()) {
+            return m_run.End(
+                code, Failure(kNotConnected,
+                              "This machine has no network interface to its BMC, so its files "
+                              "cannot be fetched (" +
+                                  Clean(m_listener.Events().inBandTrouble) + ")."));
+        }
+        m_usbHost = nodes.front().address;
+        m_facts.notes.push_back("The BMC's files come from " + Clean(m_usbHost) + " through " +
+                                Clean(nodes.front().interface) + ".");
+        return m_run.End(0, {});
+    }
+
+    Outcome Connect() {
+        m_run.Begin("connect");
+        const int code = m_ffdc.Connect();
+        return m_run.End(code, DiagnoseConnect(code, m_listener.Events(), m_run.options));
+    }
+
+    // Delivers the whole files, if there are any, however the run has ended.
+    Outcome Keep(int code, RunEvents& events) {
+        m_run.Begin("verify");
+        const fs::path folder = m_ffdc.GetFFDCPath();
+        Delivery delivery;
+        Outcome outcome = MeasureAll(folder, events, delivery.size);
+        const std::string name = folder.filename().string();
+        const bool any = outcome.Ok() && Fetched(events) > 0;
+        if (any) outcome = m_run.Deliver(name, delivery.path);
+        outcome = m_run.End(outcome.code, outcome);
+        if (outcome.Ok()) outcome = DiagnoseCollect(code, events, m_run.options);
+        if (delivery.path.empty()) return outcome;
+        for (RemoteFile& file : events.files) {
+            if (file.state == RemoteFile::State::kFetched) {
+                file.path = (fs::path(delivery.path) / file.name).string();
+            }
+        }
+        m_run.report.SetDelivery(delivery);
+        return outcome;
+    }
+
+    // A file may be gone again: the BMC can have two of one name, or one with the name that the
+    // other has while it is on its way.
+    Outcome MeasureAll(const fs::path& folder, RunEvents& events, std::uint64_t& total) {
+        for (RemoteFile& file : events.files) {
+            if (file.state != RemoteFile::State::kFetched) continue;
+            const Outcome outcome = m_run.arrivals.Measure(
+                (folder / file.name).string(), [this] { return m_run.interrupt.Raised(); },
+                file.size, file.sha256);
+            if (outcome.code == kInterrupted) return outcome;
+            if (!outcome.Ok()) {
+                file.state = RemoteFile::State::kFailed;
+                file.reason = "it was replaced by another file of the BMC";
+            }
+            total += file.size;
+        }
+        return {};
+    }
+
+    static std::size_t Fetched(const RunEvents& events) {
+        std::size_t count = 0;
+        for (const RemoteFile& file : events.files) {
+            if (file.state == RemoteFile::State::kFetched) ++count;
+        }
+        return count;
+    }
+
+    Context& m_run;
+    Listener m_listener;
+    GatheringWatch m_gathering;
+    Varnex::KEMFfdc m_ffdc;
+    BmcFacts m_facts;
+    std::string m_usbHost;
+};
+
+}  // namespace
+
+Outcome Collect(Context& run) {
+    BmcRun ipmi(run);
+    Outcome outcome = ipmi.Reach();
+    if (outcome.Ok()) outcome = ipmi.Collect();
+    return outcome;
+}
+
+Outcome Check(Context& run) {
+    BmcRun ipmi(run);
+    Outcome outcome = ipmi.Reach();
+    if (outcome.Ok()) outcome = ipmi.Describe();
+    return outcome;
+}
+
+}  // namespace Kemffdc::Ipmi

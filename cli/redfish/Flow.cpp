@@ -1,0 +1,205 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/redfish/Flow.h"
+
+#include <varnex/KEMFfdc.h>
+
+#include <chrono>
+#include <exception>
+#include <memory>
+#include <new>
+
+#include "Clock.h"
+#include "LogSink.h"
+#include "Transfer.h"
+#include "cli/CertificateGuard.h"
+#include "cli/Context.h"
+#include "cli/redfish/Diagnosis.h"
+#include "cli/redfish/Events.h"
+#include "cli/redfish/Preflight.h"
+#include "cli/terminal/Text.h"
+
+namespace Kemffdc::Redfish {
+namespace {
+
+// Shows the bytes of a download, and stops it when the run is interrupted.
+class DownloadWatch : public Varnex::TransferWatcher {
+public:
+    explicit DownloadWatch(const Context& run) : m_run(run) { Varnex::AddTransferWatcher(this); }
+    ~DownloadWatch() override { Varnex::RemoveTransferWatcher(this); }
+    DownloadWatch(const DownloadWatch&) = delete;
+    DownloadWatch& operator=(const DownloadWatch&) = delete;
+
+    bool Progress(const Varnex::TransferProgress& progress) override {
+        m_run.progress.Bytes(progress.bytes, progress.expected);
+        return !m_run.interrupt.Raised();
+    }
+
+private:
+    const Context& m_run;
+};
+
+Varnex::VarnexConnection::ConnectionInfo ConnectionOf(const Context& run) {
+    Varnex::VarnexConnection::ConnectionInfo conn;
+    conn.host = run.options.host;
+    conn.port = run.options.port;
+    conn.userid = run.options.user;
+    conn.password = run.password.Reveal();
+    conn.connection_ipversion = run.options.ipv6 ? 1 : 0;
+    return conn;
+}
+
+// One BMC, reached through the library.
+class BmcRun {
+public:
+    explicit BmcRun(Context& run)
+        : m_run(run), m_guard(run), m_listener(run.progress, [this] { m_guard.CheckRequest(); }) {}
+
+    // Until the BMC can be asked for an export.
+    Outcome Reach() {
+        bool starting = false;
+        Outcome outcome = Look(starting);
+        if (outcome.Ok()) outcome = Start();
+        // While the BMC was starting, nobody has looked at the credentials.
+        if (outcome.Ok() && starting) outcome = Look(starting);
+        if (outcome.Ok()) outcome = Connect();
+        return outcome;
+    }
+
+    // Why nothing can be exported by this BMC, where that is sure.
+    const std::string& Limit() const { return m_limit; }
+
+    Outcome CheckCertificate() { return m_guard.Check(); }
+
+    Outcome Export() {
+        m_run.Begin("export");
+        m_listener.Take();
+        int code = -1;
+        std::string thrown;
+        m_run.bmcGathers = true;
+        try {
+            code = m_ffdc->Apply();
+        } catch (const std::bad_alloc&) {
+            throw;
+        } catch (const std::exception& failure) {
+            thrown = failure.what();
+            if (thrown.empty()) thrown = "no reason given";
+        }
+        return m_run.End(code, DiagnoseExport(code, thrown, m_listener.Take()));
+    }
+
+    Outcome Wait(std::string& path) {
+        m_run.Begin("gather");
+        m_listener.Take();
+        m_listener.CountFromHere();
+        m_ffdc->SetTrialCount(m_run.options.tries);
+        m_ffdc->SetTrialInterval(m_run.options.interval);
+        const bool exists = m_ffdc->IsFFDCLogExist(path);
+        m_run.bmcGathers = !exists;
+        return m_run.End(exists ? 0 : 1, DiagnoseWait(exists, path, m_listener.Take(),
+                                                      m_run.options, m_listener.Asked()));
+    }
+
+    Outcome Download(const std::string& path) {
+        const std::string name =
+            ArchiveName(m_run.options.host, Clock::LocalTime(), Varnex::WithoutHiddenSecrets(path));
+        m_run.Begin("download");
+        m_listener.Take();
+        int code = 0;
+        {
+            const DownloadWatch watch(m_run);
+            code = m_ffdc->DownloadFFDC(path, m_run.folder.WorkPath(name));
+        }
+        const Outcome outcome =
+            m_run.End(code, DiagnoseDownload(code, m_listener.Take(), m_lowerCaseNames));
+        return outcome.Ok() ? Store(name) : outcome;
+    }
+
+private:
+    Outcome Look(bool& starting) {
+        m_run.Begin("preflight");
+        const Preflight found = RunPreflight(m_run.options, m_run.password, RequestSeconds());
+        m_run.report.SetFacts(found.facts);
+        m_limit = found.limit;
+        m_lowerCaseNames = found.lowerCaseNames;
+        starting = found.state == Preflight::State::kStarting;
+        if (starting) m_run.progress.State("BMC is starting (503)");
+        const bool failed = found.state == Preflight::State::kFailed;
+        return m_run.End(static_cast<int>(found.stage),
+                         failed ? Failure(kNotConnected, found.reason) : Outcome{},
+                         starting ? "BMC is starting (503)" : "");
+    }
+
+    // The constructor asks for the BMC's version, and waits while the BMC is starting.
+    Outcome Start() {
+        m_run.Begin("start");
+        const Options& options = m_run.options;
+        const Varnex::KEMFfdcUploadingUri uri{options.exportUri, options.exportUser,
+                                              m_run.exportPassword.Reveal()};
+        const Clock::Monotonic begin = Clock::Now();
+        m_ffdc = std::make_unique<Varnex::KEMFfdc>(
+            ConnectionOf(m_run), uri,
+            options.miniLog ? Varnex::BMCLOG_MINI_LOG : Varnex::BMCLOG_PROCESSOR_DUMP);
+        const auto waited = std::chrono::duration_cast<std::chrono::seconds>(Clock::Now() - begin);
+        return m_run.End(0, DiagnoseStart(m_listener.Take(), waited));
+    }
+
+    Outcome Connect() {
+        m_run.Begin("connect");
+        const int code = m_ffdc->Connect();
+        return m_run.End(code, DiagnoseConnect(code, m_listener.Take()));
+    }
+
+    Outcome Store(const std::string& name) {
+        m_run.Begin("verify");
+        Delivery delivery;
+        Outcome outcome = m_run.arrivals.Measure(
+            m_run.folder.WorkPath(name), [this] { return m_run.interrupt.Raised(); }, delivery.size,
+            delivery.sha256);
+        if (outcome.Ok() && delivery.size == 0) {
+            outcome = Failure(kDownloadFailed,
+                              "The BMC's archive is empty (0 bytes). Run the tool again.");
+        }
+        if (outcome.Ok()) outcome = m_run.Deliver(name, delivery.path);
+        if (outcome.Ok()) m_run.report.SetDelivery(delivery);
+        m_run.report.EndStep(outcome.code, outcome.reason);
+        return outcome;
+    }
+
+    Context& m_run;
+    CertificateGuard<Transport> m_guard;
+    Listener m_listener;
+    std::unique_ptr<Varnex::KEMFfdc> m_ffdc;
+    std::string m_limit;
+    bool m_lowerCaseNames = false;
+};
+
+}  // namespace
+
+Outcome Collect(Context& run) {
+    BmcRun redfish(run);
+    Outcome outcome = redfish.Reach();
+    if (!outcome.Ok()) return outcome;
+    outcome = redfish.CheckCertificate();
+    if (outcome.Ok()) outcome = redfish.Export();
+    if (!outcome.Ok()) return outcome;
+    std::string path;
+    outcome = redfish.Wait(path);
+    if (outcome.Ok()) outcome = redfish.CheckCertificate();
+    if (!outcome.Ok()) return outcome;
+
+    if (run.options.exportUri.empty()) return redfish.Download(path);
+    Delivery delivery;
+    delivery.exportUri = path;
+    run.report.SetDelivery(delivery);
+    return {};
+}
+
+Outcome Check(Context& run) {
+    BmcRun redfish(run);
+    Outcome outcome = redfish.Reach();
+    if (outcome.Ok()) outcome = redfish.CheckCertificate();
+    const bool limited = outcome.Ok() && !redfish.Limit().empty();
+    return limited ? Failure(kLimited, redfish.Limit()) : outcome;
+}
+
+}  // namespace Kemffdc::Redfish

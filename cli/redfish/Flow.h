@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef KEMFFDC_REDFISH_FLOW_H
+#define KEMFFDC_REDFISH_FLOW_H
+
+#include "cli/ExitCodes.h"
+
+namespace Kemffdc {
+struct Context;
+}
+
+namespace Kemffdc::Redfish {
+
+// Service data through the BMC's Redfish service: preflight, connect, export, wait, download. The
+// library's Connect calls most failures a success and its codes are few, so every step is judged
+// by the records that the library logs while it works.
+Outcome Collect(Context& run);
+
+// Preflight and connect, and what they found; gathers nothing.
+Outcome Check(Context& run);
+
+}  // namespace Kemffdc::Redfish
+
+#endif

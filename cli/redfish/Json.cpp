@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/redfish/Json.h"
+
+#include "cli/terminal/Text.h"
+
+namespace Kemffdc::Redfish {
+namespace {
+
+namespace json = boost::json;
+
+constexpr std::size_t kMaxBody = std::size_t{1024} * 1024;
+constexpr std::size_t kMaxDepth = 512;
+
+const json::object* ObjectMember(const json::object& object, const char* name) {
+    const json::value* value = object.if_contains(name);
+    return value == nullptr ? nullptr : value->if_object();
+}
+
+// The first entry with a text says most.
+std::string ExtendedMessage(const json::object& error) {
+    const json::value* info = error.if_contains("@Message.ExtendedInfo");
+    const json::array* entries = info == nullptr ? nullptr : info->if_array();
+    if (entries == nullptr) return "";
+    for (const json::value& entry : *entries) {
+        const json::object* message = entry.if_object();
+        if (message == nullptr) continue;
+        std::string text = TextMember(*message, "Message");
+        if (!text.empty()) return text;
+    }
+    return "";
+}
+
+}  // namespace
+
+std::optional<json::object> ReadObject(const std::string& text) {
+    if (text.size() > kMaxBody) return std::nullopt;
+    json::parse_options options;
+    options.max_depth = kMaxDepth;
+    options.allow_invalid_utf8 = true;  // cleaned before it is shown
+    json::error_code error;
+    json::value value = json::parse(text, error, {}, options);
+    if (error || !value.is_object()) return std::nullopt;
+    return std::move(value.get_object());
+}
+
+std::string TextMember(const json::object& object, const char* name) {
+    const json::value* value = object.if_contains(name);
+    if (value == nullptr) return "";
+    if (const json::string* text = value->if_string()) return Clean(std::string(*text));
+    return value->is_number() ? json::serialize(*value) : "";
+}
+
+std::string BmcMessage(const std::string& body) {
+    const std::optional<json::object> answer = ReadObject(body);
+    const json::object* error = answer ? ObjectMember(*answer, "error") : nullptr;
+    if (error == nullptr) return "";
+    const std::string extended = ExtendedMessage(*error);
+    return extended.empty() ? TextMember(*error, "message") : extended;
+}
+
+}  // namespace Kemffdc::Redfish

@@ -1,0 +1,150 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/redfish/Preflight.h"
+
+#include <boost/json.hpp>
+
+#include "cli/redfish/Json.h"
+
+namespace Kemffdc::Redfish {
+namespace {
+
+constexpr char kServiceRoot[] = "/redfish/v1/";
+constexpr char kManager[] = "/redfish/v1/Managers/1";
+
+std::string Http(const Answer& answer) {
+    const std::string message = BmcMessage(answer.body);
+    const std::string code = "HTTP " + std::to_string(answer.httpCode);
+    return message.empty() ? " (" + code + ")." : " (" + code + ": " + message + ").";
+}
+
+bool IsRefused(const Answer& answer) { return answer.httpCode == 401 || answer.httpCode == 403; }
+
+class Probe {
+public:
+    Probe(const Options& options, const Secret& password, int seconds)
+        : m_options(options),
+          m_password(password),
+          m_https(options, seconds),
+          m_place(options.host + " port " + std::to_string(options.port)) {}
+
+    Preflight Run() {
+        if (ReadRoot()) ReadManager();
+        m_result.facts.certificate = m_https.ShownCertificate();
+        return m_result;
+    }
+
+private:
+    // The service root is readable by anybody (DMTF DSP0266); some services ask all the same.
+    bool ReadRoot() {
+        Answer answer = m_https.Get(kServiceRoot);
+        if (IsRefused(answer) || answer.httpCode == 400) answer = GetAsUser(kServiceRoot);
+        if (!HasAnswer(answer)) return false;
+        if (IsRefused(answer)) return Refused(answer);
+        NoteNames(answer);
+        if (answer.httpCode == 400 && answer.wantsCertificate) {
+            return Fail(Stage::kTls,
+                        m_place + " wants a certificate of this machine (TLS client certificate)" +
+                            Http(answer) +
+                            " The library has none to show: switch that demand off on the BMC.");
+        }
+        if (answer.httpCode == 502 || answer.httpCode == 504) {
+            return Fail(Stage::kService,
+                        "What answers at " + m_place + " is a gateway that does not reach the BMC" +
+                            Http(answer) + " Check the gateway and the BMC behind it.");
+        }
+        if (answer.httpCode >= 500) return Failing(answer);
+        if (answer.httpCode < 200 || answer.httpCode > 299) {
+            return Fail(Stage::kService, "There is no Redfish service at " + m_place +
+                                             Http(answer) +
+                                             " Check that it is a BMC and that --port is right.");
+        }
+        const auto root = ReadObject(answer.body);
+        if (!root) {
+            return Fail(
+                Stage::kService,
+                m_place +
+                    " answers, but not as a Redfish service: its service root is not a JSON object. Check that it is a BMC and that --port is right.");
+        }
+        m_result.facts.serviceVersion = TextMember(*root, "RedfishVersion");
+        m_result.facts.product = TextMember(*root, "Product");
+        m_result.facts.vendor = TextMember(*root, "Vendor");
+        if (m_result.facts.serviceVersion.empty()) {
+            m_result.facts.notes.emplace_back("The service root names no Redfish version.");
+        }
+        return true;
+    }
+
+    bool ReadManager() {
+        const Answer answer = GetAsUser(kManager);
+        if (!HasAnswer(answer)) return false;
+        if (IsRefused(answer)) return Refused(answer);
+        if (answer.httpCode == 404) {
+            m_result.limit = "The BMC has no /redfish/v1/Managers/1; it will refuse the export.";
+            m_result.facts.notes.push_back(m_result.limit);
+        } else if (answer.httpCode < 200 || answer.httpCode > 299) {
+            return Failing(answer);
+        } else if (const auto manager = ReadObject(answer.body)) {
+            m_result.facts.model = TextMember(*manager, "Model");
+            m_result.facts.firmware = TextMember(*manager, "FirmwareVersion");
+        }
+        m_result.state = Preflight::State::kReady;
+        return true;
+    }
+
+    // The library looks for X-Auth-Token as it is written here.
+    void NoteNames(const Answer& answer) {
+        m_result.lowerCaseNames = answer.lowerCaseNames;
+        if (!answer.lowerCaseNames) return;
+        m_result.facts.notes.emplace_back(
+            "Header names come in lower case: something between here and the BMC changes them. The "
+            "archive cannot be downloaded that way; go round it, or use --export-uri.");
+    }
+
+    Answer GetAsUser(const char* path) {
+        return m_https.Get(path, m_options.user, m_password.Reveal());
+    }
+
+    // Also ends the preflight where the BMC is only starting.
+    bool HasAnswer(const Answer& answer) {
+        if (answer.failedAt != Stage::kDone) return Fail(answer.failedAt, answer.reason);
+        if (answer.httpCode != 503) return true;
+        m_result.state = Preflight::State::kStarting;
+        return false;
+    }
+
+    bool Failing(const Answer& answer) {
+        return Fail(Stage::kService, "The service at " + m_place + " fails on an ordinary request" +
+                                         Http(answer) +
+                                         " Try later; a BMC that hangs needs a reset.");
+    }
+
+    bool Refused(const Answer& answer) {
+        const std::string who = "The BMC at " + m_place + " does not accept user \"" +
+                                m_options.user + "\" with this password";
+        const std::string what = answer.httpCode == 401
+                                     ? " Check --user and the password."
+                                     : " The account may be locked or lack the right to log in.";
+        return Fail(Stage::kLogin, who + Http(answer) + what);
+    }
+
+    bool Fail(Stage stage, const std::string& reason) {
+        m_result.state = Preflight::State::kFailed;
+        m_result.stage = stage;
+        m_result.reason = reason;
+        return false;
+    }
+
+    const Options& m_options;
+    const Secret& m_password;
+    Transport m_https;
+    const std::string m_place;
+    Preflight m_result;
+};
+
+}  // namespace
+
+Preflight RunPreflight(const Options& options, const Secret& password, int seconds) {
+    return Probe(options, password, seconds).Run();
+}
+
+}  // namespace Kemffdc::Redfish

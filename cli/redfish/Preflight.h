@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef KEMFFDC_REDFISH_PREFLIGHT_H
+#define KEMFFDC_REDFISH_PREFLIGHT_H
+
+#include <string>
+
+#include "cli/Options.h"
+#include "cli/http/Transport.h"
+#include "cli/report/Report.h"
+#include "cli/terminal/Secret.h"
+
+namespace Kemffdc::Redfish {
+
+// What a Redfish service answered before anything was asked of the library.
+struct Preflight {
+    enum class State {
+        kReady,     // takes the credentials
+        kStarting,  // answers 503: to be waited for, by the library
+        kFailed,
+    };
+    State state = State::kFailed;
+    Stage stage = Stage::kDone;  // where it failed
+    std::string reason;          // what was wrong and what to do; kFailed alone
+    BmcFacts facts;
+    std::string limit;            // why nothing can be exported by it, where that is sure
+    bool lowerCaseNames = false;  // of headers; the library finds no session token among such
+};
+
+// Resolves, connects, agrees on TLS, reads the service root, and reads the manager with the
+// credentials. Takes at most `seconds` for each of the two or three requests.
+Preflight RunPreflight(const Options& options, const Secret& password, int seconds);
+
+}  // namespace Kemffdc::Redfish
+
+#endif

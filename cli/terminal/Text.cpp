@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/terminal/Text.h"
+
+#include <cstdio>
+
+#include "LogSink.h"
+
+namespace Kemffdc {
+namespace {
+
+using Byte = unsigned char;
+
+bool IsContinuation(const std::string& text, std::size_t at) {
+    return at < text.size() && (static_cast<Byte>(text[at]) & 0xC0) == 0x80;
+}
+
+// Length of the well-formed character (RFC 3629) at `at`; 0: there is none.
+std::size_t CharacterLength(const std::string& text, std::size_t at) {
+    const Byte first = static_cast<Byte>(text[at]);
+    if (first < 0x80) return 1;
+    const std::size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
+    if (first < 0xC2 || first > 0xF4) return 0;
+    for (std::size_t i = 1; i < length; ++i) {
+        if (!IsContinuation(text, at + i)) return 0;
+    }
+    const Byte second = static_cast<Byte>(text[at + 1]);
+    const bool overlong = (first == 0xE0 && second < 0xA0) || (first == 0xF0 && second < 0x90);
+    const bool outside = (first == 0xED && second > 0x9F) || (first == 0xF4 && second > 0x8F);
+    return overlong || outside ? 0 : length;
+}
+
+std::string LineEndsAsBlanks(std::string text) {
+    for (char& c : text) {
+        if (c == '\n' || c == '\r' || c == '\t') c = ' ';
+    }
+    return text;
+}
+
+}  // namespace
+
+std::string ValidUtf8(const std::string& text) {
+    std::string valid;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t length = CharacterLength(text, at);
+        valid += length == 0 ? "\xEF\xBF\xBD" : text.substr(at, length);
+        at += length == 0 ? 1 : length;
+    }
+    return valid;
+}
+
+std::string CutUtf8(const std::string& text, std::size_t bytes) {
+    if (text.size() <= bytes) return text;
+    std::size_t end = bytes;
+    while (end > 0 && IsContinuation(text, end)) --end;
+    return text.substr(0, end);
+}
+
+std::string Clean(const std::string& text, std::size_t limit) {
+    // A secret may hold line ends, and must not be cut in two before it is found.
+    const std::string open = LineEndsAsBlanks(Varnex::WithoutHiddenSecrets(text));
+    std::string clean = Varnex::MaskedForDisplay(open);
+    if (clean.size() <= limit) return clean;
+    return CutUtf8(clean, limit) + "...";
+}
+
+std::string HumanBytes(std::uint64_t bytes) {
+    if (bytes < 1024) return std::to_string(bytes) + " B";
+    constexpr const char* kUnits[] = {"KiB", "MiB", "GiB", "TiB"};
+    double value = static_cast<double>(bytes) / 1024;
+    std::size_t unit = 0;
+    while (value >= 1023.95 && unit + 1 < std::size(kUnits)) {
+        value /= 1024;
+        ++unit;
+    }
+    char text[32];
+    (void)std::snprintf(text, sizeof text, "%.1f %s", value, kUnits[unit]);
+    return text;
+}
+
+std::string Elapsed(std::chrono::milliseconds time) {
+    const long long seconds = time.count() / 1000;
+    char text[48];
+    if (seconds < 3600) {
+        (void)std::snprintf(text, sizeof text, "%lld:%02lld", seconds / 60, seconds % 60);
+    } else {
+        (void)std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", seconds / 3600,
+                            seconds / 60 % 60, seconds % 60);
+    }
+    return text;
+}
+
+}  // namespace Kemffdc

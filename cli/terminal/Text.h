@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef KEMFFDC_TERMINAL_TEXT_H
+#define KEMFFDC_TERMINAL_TEXT_H
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+namespace Kemffdc {
+
+// A text that came from a BMC, fit for a terminal, a log and JSON: secrets masked, control bytes
+// and bytes that are no UTF-8 written out, line ends turned into blanks, at most `limit` bytes.
+std::string Clean(const std::string& text, std::size_t limit = 300);
+
+// `text` as valid UTF-8: every byte that is not part of a well-formed character becomes U+FFFD.
+std::string ValidUtf8(const std::string& text);
+
+// `text` cut to at most `bytes`, never inside a character.
+std::string CutUtf8(const std::string& text, std::size_t bytes);
+
+// "512 B", "1.0 KiB", "12.4 MiB", "3.2 GiB".
+std::string HumanBytes(std::uint64_t bytes);
+
+// "0:07", "12:34", "1:02:03".
+std::string Elapsed(std::chrono::milliseconds time);
+
+}  // namespace Kemffdc
+
+#endif
