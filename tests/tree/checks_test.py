@@ -30,6 +30,10 @@ def tree(tmp_path):
     write(tmp_path, "src/module/kvs/ffdc/ffdc.cpp",
           LICENCE + '#include <varnex/KEMFfdc.h>\n#include "common/log_line.h"\n')
     write(tmp_path, "cli/main.cpp", LICENCE + '#include "varnex/KEMFfdc.h"\n')
+    write(tmp_path, "cli/ExitCodes.h", LICENCE)
+    write(tmp_path, "cli/Context.h", LICENCE + '#include "cli/http/Transport.h"\n')
+    write(tmp_path, "cli/http/Transport.h", LICENCE + '#include "cli/ExitCodes.h"\n')
+    write(tmp_path, "cli/redfish/Flow.h", LICENCE + '#include "cli/Context.h"\n')
     write(tmp_path, "emulator/bmc.py",
           "# SPDX-License-Identifier: Apache-2.0\nimport json\nimport aiohttp\n")
     return tmp_path
@@ -50,6 +54,11 @@ def test_a_clean_tree_passes(tree):
     ("platform/include/x.h", '#include "common/log_line.h"', "must not include src/common"),
     ("platform/src/x.cpp", '#  include "varnex/KEMFfdc.h"', "must not include include/varnex"),
     ("cli/main.cpp", '#include "curl/curl.h"', "is no header of this tree"),
+    ("cli/http/x.cpp", '#include "cli/Context.h"', "must not include cli/Context.h"),
+    ("cli/report/x.cpp", '#include "cli/redfish/Flow.h"', "must not include cli/redfish/Flow.h"),
+    ("cli/cim/x.cpp", '#include "cli/redfish/Flow.h"', "must not include cli/redfish/Flow.h"),
+    ("cli/Context.h", '#include "cli/redfish/Flow.h"', "must not include cli/redfish/Flow.h"),
+    ("cli/attic/x.cpp", '#include "cli/ExitCodes.h"', "cli/attic/x.cpp lies in no room"),
     ("emulator/bmc.py", "ctypes.CDLL('libvarnexffdc.so.1')", "must not load our libraries"),
     ("emulator/bmc.py", "from tests.support import thing", "must not import tests.support"),
 ])
