@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Utc.h"
+#include "cli/Utc.h"
 
 namespace Kemffdc {
 

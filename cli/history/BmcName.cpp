@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "history/BmcName.h"
+#include "cli/history/BmcName.h"
 
 #include <arpa/inet.h>
 

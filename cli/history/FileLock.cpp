@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "history/FileLock.h"
+#include "cli/history/FileLock.h"
 
 #include <fcntl.h>
 #include <sys/file.h>

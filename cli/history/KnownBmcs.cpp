@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "history/KnownBmcs.h"
+#include "cli/history/KnownBmcs.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -13,11 +13,11 @@
 #include <iterator>
 #include <sstream>
 
-#include "FileDescriptor.h"
-#include "Utc.h"
-#include "history/BmcName.h"
-#include "history/FileLock.h"
-#include "history/StateFolder.h"
+#include "cli/FileDescriptor.h"
+#include "cli/Utc.h"
+#include "cli/history/BmcName.h"
+#include "cli/history/FileLock.h"
+#include "cli/history/StateFolder.h"
 
 namespace Kemffdc::History {
 namespace {

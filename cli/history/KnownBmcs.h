@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "ExitCodes.h"
+#include "cli/ExitCodes.h"
 
 namespace Kemffdc::History {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "history/StateFolder.h"
+#include "cli/history/StateFolder.h"
 
 #include <pwd.h>
 #include <sys/stat.h>

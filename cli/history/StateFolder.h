@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "ExitCodes.h"
+#include "cli/ExitCodes.h"
 
 namespace Kemffdc::History {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "history/KnownBmcs.h"
+#include "cli/history/KnownBmcs.h"
 
 #include <gmock/gmock.h>
 #include <sys/wait.h>
