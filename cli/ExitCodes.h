@@ -22,16 +22,51 @@ enum ExitCode : int {
     kInterrupted = 130,   // Ctrl-C and the other signals that ask a process to end
 };
 
+// Why a run or a step did not end well, finer than its exit code: what a script decides by. The
+// name of each in JSON stands in docs/json.md; never rename or reuse one.
+enum class Cause {
+    kUnnamed,         // the exit code says all there is to say
+    kNoPassword,      // none was given
+    kUnknownHost,     // the name has no address
+    kUnreachable,     // nothing answers: no route, refused, silent
+    kTlsFailed,       // something answers, and no TLS could be agreed on
+    kUntrusted,       // certificate or host key is not to be trusted: no password was sent
+    kLoginRefused,    // user or password is wrong; trying it again may lock the account
+    kNotPermitted,    // logged in, and without the right to go on
+    kStarting,        // the BMC is not ready yet
+    kConnectionLost,  // there was one
+    kNoService,       // what answers is no such service
+    kBmcFault,        // the service fails on ordinary requests, or its answers cannot be used
+    kUnsupported,     // this BMC has no such operation
+    kBusy,            // with another gathering
+    kTaskKilled,      // by the BMC
+    kTaskLost,        // what became of the task is not known
+    kStoreRefused,    // the export's target took no archive: login, path or space there
+    kNoFileService,   // gathered, but the service that hands the files out does not answer
+    kTooLarge,        // more than the run may take
+    kUnreadable,      // what came is not what its name says
+    kDiskFull,        // or less free than the run must leave
+    kOutOfMemory,     // on this machine
+    kLocked,          // another run of this user works with the same BMC
+    kDeadline,        // of the run
+};
+
 // The result of a step: an exit code, and for every code but 0 a text that tells the operator what
 // was wrong and what to do. The text is free of secrets and of control bytes.
 struct Outcome {
     ExitCode code = kDone;
     std::string reason;
+    Cause cause = Cause::kUnnamed;
 
     bool Ok() const { return code == kDone; }
 };
 
-inline Outcome Failure(ExitCode code, std::string reason) { return {code, std::move(reason)}; }
+inline Outcome Failure(ExitCode code, std::string reason) {
+    return {code, std::move(reason), Cause::kUnnamed};
+}
+inline Outcome Failure(ExitCode code, Cause cause, std::string reason) {
+    return {code, std::move(reason), cause};
+}
 
 }  // namespace Kemffdc
 

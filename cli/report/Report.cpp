@@ -197,7 +197,7 @@ void Report::SetFiles(const std::vector<RemoteFile>& files, std::size_t notTried
 void Report::Write(const Outcome& ending, std::ostream& out, std::ostream& err) {
     const std::unique_lock<std::mutex> hold = LockSoon(m_lock);
     if (!hold.owns_lock()) return;
-    const Outcome outcome{ending.code, Varnex::WithoutHiddenSecrets(ending.reason)};
+    const Outcome outcome{ending.code, Varnex::WithoutHiddenSecrets(ending.reason), ending.cause};
     if (!m_open.empty()) CloseStep(-1, "not ended");
     if (!outcome.Ok()) {
         err << "kemffdc: " << outcome.reason << " [exit code " << outcome.code << "]" << std::endl;
