@@ -120,7 +120,7 @@ bool WriteAtEnd(int file, const std::string& text) {
     const ssize_t written = write(file, text.data(), text.size());
     if (written == static_cast<ssize_t>(text.size())) return true;
     const int why = written < 0 ? errno : ENOSPC;
-    if (written > 0) (void)ftruncate(file, before);
+    if (written > 0) (void)!ftruncate(file, before);  // what else could be done?
     errno = why;
     return false;
 }
