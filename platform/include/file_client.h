@@ -85,7 +85,7 @@ private:
 // An implementer guarantees:
 //   - memory that does not grow with the size of a file;
 //   - a local file appears under its final name only when it is complete; a transfer that failed
-//     or was stopped leaves nothing behind;
+//     or was stopped leaves nothing behind, unless a host asks for the part (Transfer.h);
 //   - a transfer that stalls ends by itself;
 //   - no secret in the text of an error code, in a log or in the process list;
 //   - an answer that is not the file (an HTTP status other than success) is an error.

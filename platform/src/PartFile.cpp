@@ -9,21 +9,28 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "Transfer.h"
 #include "encodings.h"
 
 namespace {
 
 std::error_code Failure(int number) { return {number, std::generic_category()}; }
 
-constexpr char kPart[] = ".varnex-part";
-constexpr std::size_t kPartSize = sizeof kPart - 1;
+using Varnex::kPartSuffix;
+constexpr std::size_t kPartSize = sizeof kPartSuffix - 1;
 
 // libcurl hands over 16 KiB at a time. This much at once takes fewer calls, and is still in the
 // processor's cache when it is hashed.
 constexpr std::size_t kGathered = 256UL * 1024;
 
+bool IsOwnAlone(const struct stat& status) {
+    return S_ISREG(status.st_mode) && status.st_uid == ::geteuid() && status.st_nlink == 1 &&
+           (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
 bool IsPartName(const std::string& name) {
-    return name.size() >= kPartSize && name.compare(name.size() - kPartSize, kPartSize, kPart) == 0;
+    return name.size() >= kPartSize &&
+           name.compare(name.size() - kPartSize, kPartSize, kPartSuffix) == 0;
 }
 
 bool IsFileName(const std::string& name) {
@@ -44,12 +51,16 @@ PartFile::~PartFile() {
 }
 
 std::error_code PartFile::Create(const std::string& path) {
+    const std::error_code error = OpenFolder(path);
+    return error ? error : OpenInFolder();
+}
+
+std::error_code PartFile::Continue(const std::string& path) {
     if (const std::error_code error = OpenFolder(path)) return error;
-    struct stat target {};
-    if (::fstatat(m_folder, m_name.c_str(), &target, AT_SYMLINK_NOFOLLOW) == 0 &&
-        S_ISDIR(target.st_mode)) {
-        return Failure(EISDIR);
-    }
+    return OpenKept() ? std::error_code() : OpenInFolder();
+}
+
+std::error_code PartFile::OpenInFolder() {
     // More than one pass where several start at the same moment; each pass, one of them gets on.
     constexpr int kPasses = 16;
     std::error_code error;
@@ -65,10 +76,31 @@ std::error_code PartFile::OpenFolder(const std::string& path) {
     const std::size_t slash = path.rfind('/');
     m_name = slash == std::string::npos ? path : path.substr(slash + 1);
     if (!IsFileName(m_name) || path.find('\0') != std::string::npos) return Failure(EINVAL);
-    m_partName = m_name + kPart;
+    m_partName = m_name + kPartSuffix;
     const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
     m_folder = ::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-    return m_folder < 0 ? Failure(errno) : std::error_code();
+    if (m_folder < 0) return Failure(errno);
+    struct stat target {};
+    const bool isFolder = ::fstatat(m_folder, m_name.c_str(), &target, AT_SYMLINK_NOFOLLOW) == 0 &&
+                          S_ISDIR(target.st_mode);
+    return isFolder ? Failure(EISDIR) : std::error_code();
+}
+
+// False leaves everything as it was.
+bool PartFile::OpenKept() {
+    const int fd = ::openat(m_folder, m_partName.c_str(),
+                            O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0) return false;
+    struct stat status {};
+    if (IsLockedByAnother(fd) || !StandsUnderItsName(fd) || ::fstat(fd, &status) != 0 ||
+        !IsOwnAlone(status) || ::fchmod(fd, 0600) != 0 ||
+        ::lseek(fd, 0, SEEK_END) != status.st_size) {
+        ::close(fd);
+        return false;
+    }
+    m_fd = fd;
+    m_kept = static_cast<std::uint64_t>(status.st_size);
+    return true;
 }
 
 // EEXIST where another one stands under the name, at once or again.
@@ -113,6 +145,27 @@ bool PartFile::Hash() {
     return m_digest != nullptr && EVP_DigestInit_ex(m_digest.get(), EVP_sha256(), nullptr) == 1;
 }
 
+std::error_code PartFile::HashKept(const std::function<bool()>& goOn) {
+    std::vector<char> piece(kGathered);
+    std::uint64_t at = 0;
+    while (at < m_kept) {
+        if (!goOn()) return Failure(ECANCELED);
+        const ssize_t got = ::pread(m_fd, piece.data(), piece.size(), static_cast<off_t>(at));
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) return Failure(got < 0 ? errno : EIO);  // nobody else writes it
+        EVP_DigestUpdate(m_digest.get(), piece.data(), static_cast<std::size_t>(got));
+        at += static_cast<std::uint64_t>(got);
+    }
+    return {};
+}
+
+std::error_code PartFile::Restart() {
+    m_gathered.clear();
+    m_kept = 0;
+    if (::ftruncate(m_fd, 0) != 0 || ::lseek(m_fd, 0, SEEK_SET) != 0) return Failure(errno);
+    return !m_digest || Hash() ? std::error_code() : Failure(ENOMEM);
+}
+
 std::error_code PartFile::Append(const char* data, std::size_t size) {
     while (size > 0) {
         if (m_gathered.empty()) m_gathered.reserve(kGathered);
@@ -144,11 +197,23 @@ std::error_code PartFile::WriteGathered() {
     return {};
 }
 
-std::error_code PartFile::Commit(bool synced) {
+std::error_code PartFile::Keep(bool synced) {
+    if (const std::error_code error = Finish(synced)) return error;
+    ::close(m_fd);
+    m_fd = -1;
+    return synced ? SyncFolder() : std::error_code();
+}
+
+std::error_code PartFile::Finish(bool synced) {
     if (const std::error_code error = WriteGathered()) return error;
     if (synced && ::fsync(m_fd) != 0) return Failure(errno);
     if (const std::error_code error = Close()) return error;
-    if (!StandsUnderItsName(m_fd)) return Failure(ESTALE);  // somebody removed or replaced it
+    // Somebody may have removed or replaced it.
+    return StandsUnderItsName(m_fd) ? std::error_code() : Failure(ESTALE);
+}
+
+std::error_code PartFile::Commit(bool synced) {
+    if (const std::error_code error = Finish(synced)) return error;
     if (::renameat(m_folder, m_partName.c_str(), m_folder, m_name.c_str()) != 0) {
         return Failure(errno);
     }

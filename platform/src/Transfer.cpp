@@ -34,6 +34,32 @@ void transfer_watchers::Started(const std::string& localPath) noexcept {
     }
 }
 
+transfer_watchers::PartWish transfer_watchers::WishFor(const std::string& localPath) noexcept {
+    PartWish wish;
+    try {
+        Watchers().ForEach([&](Varnex::TransferWatcher& watcher) {
+            if (watcher.KeepsPart(localPath)) wish.keep = true;
+            if (wish.validator.empty()) wish.validator = watcher.ContinuesPart(localPath);
+        });
+    } catch (...) {
+    }
+    return wish;
+}
+
+void transfer_watchers::PartBegun(const Varnex::PartialFile& part) noexcept {
+    try {
+        Watchers().ForEach([&](Varnex::TransferWatcher& watcher) { watcher.PartBegun(part); });
+    } catch (...) {
+    }
+}
+
+void transfer_watchers::PartKept(const Varnex::PartialFile& part) noexcept {
+    try {
+        Watchers().ForEach([&](Varnex::TransferWatcher& watcher) { watcher.PartKept(part); });
+    } catch (...) {
+    }
+}
+
 bool transfer_watchers::Progress(const std::string& localPath, std::uint64_t bytes,
                                  std::uint64_t expected) noexcept {
     try {

@@ -74,6 +74,10 @@ std::error_code FolderError(const std::string& path) {
     return error;
 }
 
+std::error_code StoppedError() {
+    return TransferError(CURLE_ABORTED_BY_CALLBACK, "The download was stopped");
+}
+
 std::error_code LibcurlError(int number, const std::string& text) {
     return TransferError(number, WithoutUserInfo(text));
 }

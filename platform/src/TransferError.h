@@ -19,6 +19,9 @@ std::error_code TransferError(int number, const std::string& text);
 // failed compares equal to std::errc::is_a_directory.
 std::error_code FolderError(const std::string& path);
 
+// A watcher wanted it: number 42, std::errc::operation_canceled.
+std::error_code StoppedError();
+
 // With libcurl's own text, in which a proxy's address may hold credentials.
 std::error_code LibcurlError(int number, const std::string& text);
 

@@ -17,6 +17,15 @@ bool Any() noexcept;
 
 void Started(const std::string& localPath) noexcept;
 
+// What to do with a part of this file: keep one, continue one (empty: none).
+struct PartWish {
+    bool keep = false;
+    std::string validator;
+};
+PartWish WishFor(const std::string& localPath) noexcept;
+void PartBegun(const Varnex::PartialFile& part) noexcept;
+void PartKept(const Varnex::PartialFile& part) noexcept;
+
 // False: a watcher wants the download to stop.
 bool Progress(const std::string& localPath, std::uint64_t bytes, std::uint64_t expected) noexcept;
 

@@ -771,4 +771,10 @@ CURLcode curl_mime_data(curl_mimepart* part, const char* data, std::size_t size)
     return CURLE_OK;
 }
 
+// This libcurl keeps no headers, and so has no dates to read.
+time_t curl_getdate(const char*, const time_t*) { return -1; }
+CURLHcode curl_easy_header(CURL*, const char*, std::size_t, unsigned, int, curl_header**) {
+    return CURLHE_MISSING;
+}
+
 }  // extern "C"

@@ -32,6 +32,8 @@ TEST_F(FileClientOptions, TheLimitsAreThoseThatAreDocumented) {
     }
     EXPECT_THAT(calls, Not(Contains(HasSubstr("CURLOPT_CAINFO"))));
     EXPECT_THAT(calls, Not(Contains(HasSubstr("CURLOPT_PROXY"))));
+    EXPECT_THAT(calls, Not(Contains(HasSubstr("CURLOPT_RANGE"))));
+    EXPECT_THAT(calls, Not(Contains(HasSubstr("CURLOPT_HTTPHEADER"))));
     EXPECT_EQ("content", Content(target));
 }
 

@@ -15,6 +15,7 @@
 /hang            no answer          /status/CODE    that status, with a body
 /redirect        to /file/10        /account        wants admin:secret or the token "good"
 /any/...         ten bytes, whatever follows
+/resume/KIND/N   the first time like /cut/N, with a validator; then what the method of that kind says
 
 Prints one JSON line when it is ready; appends a JSON line a request to FOLDER/requests.jsonl; ends
 when its standard input closes.
@@ -190,6 +191,9 @@ class Conversation:
             self.connection.sendall(b'moved')
         elif kind == 'account':
             self.answer_account(headers)
+        elif kind == 'resume':
+            name, _, size = rest.partition('/')
+            Resumed(self, int(size), headers).answer(name, self.server.is_first(target))
         else:
             status = size if kind == 'status' else 404
             if status in (204, 205, 304):
@@ -209,11 +213,146 @@ class Conversation:
             self.connection.sendall(b'denied')
 
 
+TAG = '"state-1"'
+MADE = 'Wed, 01 May 2024 12:00:00 GMT'
+CHANGED = 'Wed, 01 May 2024 11:00:00 GMT'
+
+
+class Resumed:
+    """One file that is cut the first time."""
+
+    def __init__(self, conversation, size, headers):
+        self.to = conversation
+        self.size = size
+        self.wanted = headers.get('Range', '')
+        self.condition = headers.get('If-Range', '')
+
+    def answer(self, name, first):
+        validators = {'dated': [f'Last-Modified: {CHANGED}', f'Date: {MADE}'],
+                      'fresh': [f'Last-Modified: {MADE}', f'Date: {MADE}'],
+                      'weak': [f'ETag: W/{TAG}'],
+                      'unknown': [], 'doubled': [f'ETag: {TAG}', 'ETag: "state-0"']}
+        lines = validators.get(name, [f'ETag: {TAG}'])
+        if not first and name.startswith('tells-'):
+            self.tell(name.partition('-')[2], lines)
+        elif not first:
+            getattr(self, name.replace('-', '_'))(lines)
+        if not first:
+            return
+        sent = self.size if name in ('complete', 'shrunk') else self.size // 2
+        self.to.send_head(200, 'Transfer-Encoding: chunked', *lines)
+        self.to.send_chunked(sent)
+        raise Cut
+
+    def whole(self, *lines, at=0):
+        self.to.send_head(200, f'Content-Length: {self.size}', *lines)
+        self.to.send_content(at, self.size)
+
+    def rest(self, lines, first=None, last=None, told=None):
+        start = int(self.wanted[len('bytes='):-1])
+        first = start if first is None else first
+        last = self.size - 1 if last is None else last
+        told = f'bytes {first}-{last}/{self.size}' if told is None else told
+        self.to.send_head(206, f'Content-Length: {last + 1 - first}', f'Content-Range: {told}', *lines)
+        self.to.send_content(first, last + 1 - first)
+
+    def honest(self, lines):
+        if self.wanted and self.condition == lines[0].split(': ', 1)[1]:
+            self.rest(lines)
+        else:
+            self.whole(*lines)
+
+    dated = fresh = weak = doubled = honest
+
+    def unknown(self, lines):
+        self.whole(*lines)
+
+    def ranges_unknown(self, lines):
+        self.whole(*lines)
+
+    def changed(self, _):
+        self.whole('ETag: "state-2"', at=7)
+
+    def changed_and_empty(self, _):
+        self.to.send_head(200, 'Content-Length: 0', 'ETag: "state-2"')
+
+    def complete(self, _):
+        if self.wanted == f'bytes={self.size}-':
+            self.to.send_head(416, f'Content-Range: bytes */{self.size}', 'Content-Length: 0')
+        else:
+            self.whole()
+
+    def shrunk(self, _):
+        if self.wanted:
+            self.to.send_head(416, f'Content-Range: bytes */{self.size // 4}', 'Content-Length: 0')
+        else:
+            self.whole(at=7)
+
+    def gone(self, _):
+        self.to.send_head(404, 'Content-Length: 0')
+
+    def cut_again(self, lines):
+        start = int(self.wanted[len('bytes='):-1])
+        if start > self.size // 2:
+            self.rest(lines)
+            return
+        self.to.send_head(206, f'Content-Length: {self.size - start}', *lines,
+                          f'Content-Range: bytes {start}-{self.size - 1}/{self.size}')
+        self.to.send_content(start, (self.size - start) // 2)
+        raise Cut
+
+    # From here on they lie. Each sends the file to whom that makes ask for all of it.
+    def lies_about_start(self, lines):
+        if self.wanted:
+            self.rest(lines, first=self.size // 4)
+        else:
+            self.whole(*lines)
+
+    def lies_about_state(self, _):
+        if self.wanted:
+            self.rest(['ETag: "state-2"'])
+        else:
+            self.whole('ETag: "state-2"', at=7)
+
+    def lies_without_range(self, lines):
+        if self.wanted:
+            self.to.send_head(206, 'Content-Length: 10', *lines)
+            self.to.send_content(0, 10)
+        else:
+            self.whole(*lines)
+
+    def tell(self, what, lines):
+        half, size = self.size // 2, self.size
+        told = {'nothing': '', 'no-size': f'bytes {half}-{size - 1}/*', 'no-bytes': f'bytes */{size}',
+                'backwards': f'bytes {half}-{half - 1}/{size}', 'beyond': f'bytes {half}-{size}/{size}',
+                'words': f'bytes half-end/{size}', 'units': f'lines {half}-{size - 1}/{size}',
+                'huge': f'bytes {half}-{1 << 64}/{1 << 65}', 'long': f'bytes {"0" * 200}-1/2'}
+        if self.wanted:
+            self.rest(lines, told=told[what])
+        else:
+            self.whole(*lines)
+
+    def sends_less(self, lines):
+        self.rest(lines, last=self.size - 1001)
+
+    def sends_more(self, lines):
+        start = int(self.wanted[len('bytes='):-1])
+        self.to.send_head(206, 'Transfer-Encoding: chunked', *lines,
+                          f'Content-Range: bytes {start}-{self.size - 1}/{self.size}')
+        self.to.send_chunked(self.size)
+        self.to.connection.sendall(b'0\r\n\r\n')
+
+    def sends_more_behind(self, lines):
+        self.rest(lines)
+        self.to.send_content(0, 1000)
+
+
 class Server:
     def __init__(self, options):
         self.options = options
         self.account = options.account
         self.lock = threading.Lock()
+        self.asked = set()
         self.context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
         self.context.load_cert_chain(f'{options.folder}/server.pem')
         self.context.set_alpn_protocols(['h2', 'http/1.1'])
@@ -226,6 +365,12 @@ class Server:
     def record(self, request):
         with self.lock, open(f'{self.options.folder}/requests.jsonl', 'a') as file:
             file.write(json.dumps(request) + '\n')
+
+    def is_first(self, target):
+        with self.lock:
+            first = target not in self.asked
+            self.asked.add(target)
+            return first
 
     def serve(self, plain):
         try:
