@@ -1,33 +1,43 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/Channels.h"
 
-#include "cli/cim/Flow.h"
-#include "cli/ipmi/Flow.h"
-#include "cli/redfish/Flow.h"
+#include <algorithm>
+
+#include "cli/cim/Channel.h"
+#include "cli/ipmi/Channel.h"
+#include "cli/redfish/Channel.h"
 
 namespace Kemffdc {
-namespace {
 
-constexpr Channel kChannels[] = {
-    {"redfish", 443, 0, Redfish::Collect, Redfish::Check},
-    {"cim", 5989, 5988, Cim::Collect, Cim::Check},
-    {"ipmi", 623, 0, Ipmi::Collect, Ipmi::Check},
-    {"kcs", 0, 0, Ipmi::Collect, Ipmi::Check},
-};
+const std::vector<const Channel*>& Channels() {
+    static const std::vector<const Channel*> channels{&Redfish::kChannel, &Cim::kChannel,
+                                                      &Ipmi::kLanChannel, &Ipmi::kKcsChannel};
+    return channels;
+}
 
-}  // namespace
+const Channel* DefaultChannel() { return nullptr; }
 
 const Channel* FindChannel(const std::string& name) {
-    for (const Channel& channel : kChannels) {
-        if (name == channel.name) return &channel;
+    for (const Channel* channel : Channels()) {
+        if (name == channel->name) return channel;
     }
     return nullptr;
 }
 
 std::vector<std::string> ChannelNames() {
     std::vector<std::string> names;
-    for (const Channel& channel : kChannels) names.emplace_back(channel.name);
+    for (const Channel* channel : Channels()) names.emplace_back(channel->name);
     return names;
+}
+
+std::vector<std::string> TakersOf(const OptionGroup& group) {
+    std::vector<std::string> takers;
+    for (const Channel* channel : Channels()) {
+        const OptionGroups groups = channel->options();
+        const bool takes = std::find(groups.begin(), groups.end(), &group) != groups.end();
+        if (takes) takers.emplace_back(channel->name);
+    }
+    return takers;
 }
 
 }  // namespace Kemffdc

@@ -2,28 +2,24 @@
 #ifndef KEMFFDC_CHANNELS_H
 #define KEMFFDC_CHANNELS_H
 
-#include <cstdint>
 #include <string>
 #include <vector>
 
-#include "cli/ExitCodes.h"
+#include "cli/Channel.h"
 
 namespace Kemffdc {
 
-struct Context;
-
-// One way to a BMC, as --via names it. A further channel is a folder with these two
-// operations and a line in Channels.cpp.
-struct Channel {
-    const char* name;
-    std::uint16_t defaultPort;         // 0: the channel has none, and no HOST
-    std::uint16_t plainPort;           // with --plain; 0: the channel has no such option
-    Outcome (*collect)(Context& run);  // gathers, and delivers the archive
-    Outcome (*check)(Context& run);    // finds out whether collect would get as far as gathering
-};
+// All there are, in the order in which help names them.
+const std::vector<const Channel*>& Channels();
 
 const Channel* FindChannel(const std::string& name);  // null for a name that no channel has
 std::vector<std::string> ChannelNames();
+
+// The channels that take the group.
+std::vector<std::string> TakersOf(const OptionGroup& group);
+
+// The channel of a run that names none; null: it has to name one.
+const Channel* DefaultChannel();
 
 }  // namespace Kemffdc
 

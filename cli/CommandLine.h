@@ -6,6 +6,7 @@
 #include <string>
 
 #include "cli/Options.h"
+#include "cli/Settle.h"
 
 namespace Kemffdc {
 
@@ -17,8 +18,9 @@ struct Parsed {
     std::string err;  // for standard error; never holds the value of an unknown option
 };
 
-// Touches nothing but its arguments: no file, no environment, no terminal, no network library.
-Parsed ParseOptions(int argc, const char* const* argv);
+// Touches nothing but its arguments, and what `surroundings` names: no terminal, no network
+// library.
+Parsed ParseOptions(int argc, const char* const* argv, const Surroundings& surroundings = {});
 
 }  // namespace Kemffdc
 

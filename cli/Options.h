@@ -2,13 +2,48 @@
 #ifndef KEMFFDC_OPTIONS_H
 #define KEMFFDC_OPTIONS_H
 
+#include <any>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
+#include <typeindex>
+#include <vector>
 
 namespace Kemffdc {
 
 enum class Command { kCollect, kCheck };
+
+// Who has said what holds. The higher one counts.
+enum class Origin { kDefault, kSystemFile, kUserFile, kEnvironment, kCommandLine };
+
+// One option as somebody has set it.
+struct Setting {
+    Origin origin = Origin::kDefault;
+    std::string text;   // as it was given; empty for a password
+    std::string place;  // "/etc/kemffdc/kemffdc.conf:12", or the variable of the environment
+};
+
+// Structs of options that the channels declare, each found by its type; one that nobody has touched
+// is as its initializers say.
+class ChannelOptionsBag {
+public:
+    template <class T>
+    T& Of() {
+        std::any& part = m_parts[typeid(T)];
+        if (!part.has_value()) part = T();
+        return *std::any_cast<T>(&part);
+    }
+    template <class T>
+    const T& Of() const {
+        static const T kUntouched;
+        const auto part = m_parts.find(typeid(T));
+        return part == m_parts.end() ? kUntouched : *std::any_cast<T>(&part->second);
+    }
+
+private:
+    std::map<std::type_index, std::any> m_parts;
+};
 
 // What the operator asked for. Holds no password: only where passwords come from.
 struct Options {
@@ -18,25 +53,18 @@ struct Options {
     bool ipv6 = false;
     std::uint16_t port = 0;
     std::string user = "admin";
-    std::string passwordFile;  // "-": standard input; empty: environment or prompt
+    // At most one of the two; neither: environment or prompt.
+    std::string passwordFile;  // "-": standard input
+    std::vector<std::string> passwordCommand;
     bool needsPassword = true;
 
-    // PEM file of CAs that the BMC's certificate is checked against; empty: not checked. The
-    // environment's, where the option is not given, is added by SettleCaFile().
+    // PEM file of CAs that the BMC's certificate is checked against; empty: not checked.
     std::string caFile;
-    bool plain = false;                 // CIM: without TLS
-    std::optional<std::uint16_t> node;  // CIM: of an enclosure; none: the machine itself
-    bool initialize = false;            // CIM: sent along as InitializationNeeded
-    bool miniLog = false;               // Redfish: the logs alone
-
-    std::uint16_t cipherSuite = 17;  // IPMI over LAN
-    int mode = 2;                    // IPMI: which account and which files; ffdc's own number
 
     std::string exportUri;  // empty: the archive is downloaded (CIM: never empty)
     std::string exportUser;
-    std::string exportPasswordFile;
-    int tries = 120;   // questions for the task's state
-    int interval = 5;  // seconds between them
+    std::string exportPasswordFile;  // as passwordFile
+    std::vector<std::string> exportPasswordCommand;
     std::string output = ".";
     std::uint64_t maxSize = std::uint64_t{16} << 30;  // bytes of all downloads; 0: no limit
     std::uint64_t keepFree = std::uint64_t{1} << 30;  // bytes, on the disk of `output`
@@ -47,6 +75,17 @@ struct Options {
     bool liveProgress = false;  // standard error is a terminal that understands cursor control
     std::optional<int> logLevel;
     std::string logFile;
+
+    ChannelOptionsBag own;
+
+    // Who has set which option, by the option's name. Those that hold by default are not in it.
+    std::map<std::string, Setting> settings;
+
+    bool IsSet(const std::string& option) const { return settings.count(option) > 0; }
+    bool IsOnLine(const std::string& option) const {
+        const auto setting = settings.find(option);
+        return setting != settings.end() && setting->second.origin == Origin::kCommandLine;
+    }
 };
 
 }  // namespace Kemffdc

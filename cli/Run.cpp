@@ -33,11 +33,9 @@ constexpr int kFileLevel = 4;  // who asks for a file wants to read it all
 
 // Returns whether records of the library will go to standard error.
 Outcome SetUpLog(const Options& options, bool& toTerminal) {
-    const bool fileByEnvironment = std::getenv("VARNEX_LOG_FILE") != nullptr;
-    const bool levelByEnvironment = std::getenv("VARNEX_LOG_LEVEL") != nullptr;
-    const bool toFile = !options.logFile.empty() || fileByEnvironment;
-    toTerminal = !toFile && (options.logLevel.value_or(0) > 0 || levelByEnvironment);
-    if (!options.logFile.empty()) {
+    const bool toFile = !options.logFile.empty();
+    toTerminal = !toFile && options.logLevel.value_or(0) > 0;
+    if (toFile) {
         std::string error;
         if (!Varnex::SetLogFile(options.logFile, error)) {
             return Failure(kLocalFile, "Cannot write the log file " + options.logFile + ": " +
@@ -45,11 +43,7 @@ Outcome SetUpLog(const Options& options, bool& toTerminal) {
         }
     }
     // By default the library's lines stay away: the tool says in words what they mean.
-    if (options.logLevel) {
-        Varnex::SetLogLevel(*options.logLevel);
-    } else if (!levelByEnvironment) {
-        Varnex::SetLogLevel(toFile ? kFileLevel : 0);
-    }
+    Varnex::SetLogLevel(options.logLevel.value_or(toFile ? kFileLevel : 0));
     return {};
 }
 
@@ -83,13 +77,16 @@ class Conductor {
 public:
     Conductor(const Options& options, std::ostream& out, std::ostream& err, bool live)
         : m_options(options),
+          m_channel(*FindChannel(options.via)),
           m_out(out),
           m_err(err),
           m_report(options),
           m_limits(options.maxSize, options.keepFree),
           m_interrupt(std::chrono::seconds(options.deadline),
                       {[this] { TellStopped(); }, [this] { CleanUp(); }}),
-          m_progress(err, live, TerminalColumns) {}
+          m_progress(err, live, TerminalColumns) {
+        m_channel.outline(m_report);
+    }
 
     int Conduct(const Outcome& setUp) {
         Outcome outcome = setUp;
@@ -123,9 +120,8 @@ private:
 
         Context context{m_options, m_password,  m_exportPassword, m_progress, m_report,
                         m_folder,  m_interrupt, m_limits,         m_arrivals, m_bmcGathers};
-        const Channel* channel = FindChannel(m_options.via);
-        return m_options.command == Command::kCheck ? channel->check(context)
-                                                    : channel->collect(context);
+        return m_options.command == Command::kCheck ? m_channel.check(context)
+                                                    : m_channel.collect(context);
     }
 
     Outcome PrepareFolder() {
@@ -174,6 +170,7 @@ private:
     }
 
     const Options& m_options;
+    const Channel& m_channel;
     std::ostream& m_out;
     std::ostream& m_err;
     // Before the secrets' users, and destroyed after them.
@@ -190,9 +187,8 @@ private:
 
 }  // namespace
 
-int Run(const Options& given, std::ostream& out, std::ostream& err) {
-    Options options = given;
-    SettleCaFile(options);
+int Run(const Options& options, std::ostream& out, std::ostream& err) {
+    AnnounceCaFile(options.caFile);
     if (options.noProxy) ForgetProxies();
     bool logOnTerminal = false;
     Outcome setUp = SetUpLog(options, logOnTerminal);

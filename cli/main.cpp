@@ -10,8 +10,8 @@
 #include <iostream>
 
 #include "cli/CommandLine.h"
+#include "cli/Commands.h"
 #include "cli/ExitCodes.h"
-#include "cli/Run.h"
 
 namespace {
 
@@ -53,7 +53,7 @@ int Ended(int code) {
 
 int main(int argc, char** argv) {
     HoldStandardStreams();
-    Kemffdc::Parsed parsed = Kemffdc::ParseOptions(argc, argv);
+    Kemffdc::Parsed parsed = Kemffdc::ParseOptions(argc, argv, {&std::getenv});
     if (!parsed.options) {
         std::cout << parsed.out;
         std::cerr << parsed.err;
@@ -63,5 +63,6 @@ int main(int argc, char** argv) {
     (void)std::signal(SIGXFSZ, SIG_IGN);  // a file that grows too large is an error like others
     ForbidCoreDumps();
     parsed.options->liveProgress = IsLiveTerminal();
-    return Ended(Kemffdc::Run(*parsed.options, std::cout, std::cerr));
+    const auto& command = Kemffdc::EntryOf(parsed.options->command);
+    return Ended(command.run(*parsed.options, std::cout, std::cerr));
 }

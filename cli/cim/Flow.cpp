@@ -7,6 +7,7 @@
 #include "cli/Context.h"
 #include "cli/cim/Diagnosis.h"
 #include "cli/cim/Events.h"
+#include "cli/cim/Options.h"
 #include "cli/cim/Preflight.h"
 #include "cli/cim/Transport.h"
 #include "cli/terminal/Text.h"
@@ -25,9 +26,9 @@ Varnex::VarnexConnection::ConnectionInfo ConnectionOf(const Context& run) {
     conn.port = run.options.port;
     conn.userid = run.options.user;
     conn.password = run.password.Reveal();
-    conn.node = run.options.node.value_or(0);
-    conn.connection_type = run.options.plain ? kPlain : kTls;
-    conn.connection_case = run.options.node ? kNode : kMachine;
+    conn.node = Own(run.options).node.value_or(0);
+    conn.connection_type = Own(run.options).plain ? kPlain : kTls;
+    conn.connection_case = Own(run.options).node ? kNode : kMachine;
     conn.connection_ipversion = run.options.ipv6 ? 1 : 0;
     return conn;
 }
@@ -43,7 +44,7 @@ public:
         : m_run(run),
           m_guard(run),
           m_listener(run.progress, run.report, run.bmcGathers, [this] { m_guard.CheckRequest(); }),
-          m_ffdc(ConnectionOf(run), TargetOf(run), run.options.initialize) {}
+          m_ffdc(ConnectionOf(run), TargetOf(run), Own(run.options).initialize) {}
 
     // Until the BMC can be asked for an export.
     Outcome Reach(bool look) {

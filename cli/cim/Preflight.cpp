@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "cli/cim/Options.h"
 #include "cli/cim/Transport.h"
 #include "cli/cim/Xml.h"
 #include "cli/terminal/Text.h"
@@ -84,7 +85,7 @@ public:
 
 private:
     bool AskForService() {
-        if (m_options.plain) {
+        if (Own(m_options).plain) {
             Note("Without TLS everybody on the way can read the passwords that are sent.");
         }
         Reply reply = m_cim.Enumerate(m_namespace, kServiceClass, "");
@@ -213,8 +214,8 @@ private:
 }  // namespace
 
 std::string NamespaceOf(const Options& options) {
-    if (!options.node) return "root/cimv2";
-    return "zor/kem" + std::to_string(*options.node) + "/cimv2";
+    if (!Own(options).node) return "root/cimv2";
+    return "zor/kem" + std::to_string(*Own(options).node) + "/cimv2";
 }
 
 Preflight RunPreflight(const Options& options, const Secret& password, int seconds, bool look) {

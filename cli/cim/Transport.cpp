@@ -8,6 +8,7 @@
 #include <new>
 
 #include "cli/RecordTable.h"
+#include "cli/cim/Options.h"
 #include "cli/cim/Xml.h"
 #include "cli/http/CurlHandle.h"
 #include "cli/terminal/Text.h"
@@ -30,8 +31,8 @@ using List = std::unique_ptr<curl_slist, FreeList>;
 
 std::string UrlOf(const Options& options) {
     const std::string host = options.ipv6 ? "[" + options.host + "]" : options.host;
-    return (options.plain ? "http://" : "https://") + host + ":" + std::to_string(options.port) +
-           "/cimom";
+    return (Own(options).plain ? "http://" : "https://") + host + ":" +
+           std::to_string(options.port) + "/cimom";
 }
 
 void Append(List& list, const std::string& line) {
@@ -209,7 +210,7 @@ Reply Transport::Enumerate(const std::string& nameSpace, const std::string& clas
 }
 
 Reply Transport::CheckCertificate() {
-    if (m_options.caFile.empty() || m_options.plain) return {};
+    if (m_options.caFile.empty() || Own(m_options).plain) return {};
     CURL* curl = m_connection->handle.Renew();
     m_connection->error[0] = '\0';
     SetTransport(curl, m_options.caFile);
@@ -283,7 +284,7 @@ Reply Transport::Explain(int code, const std::string& detail, bool tooManyLines)
         default:
             break;
     }
-    if (m_options.plain) {
+    if (Own(m_options).plain) {
         return Failed(Stage::kService, m_place + " does not answer in plain HTTP" + why +
                                            " Check --port; without --plain the tool speaks TLS.");
     }

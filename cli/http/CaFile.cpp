@@ -29,10 +29,6 @@ struct FreeInfos {
     }
 };
 
-bool SpeaksTls(const Options& options) {
-    return options.via == "redfish" || (options.via == "cim" && !options.plain);
-}
-
 Outcome Unusable(const std::string& file, const std::string& why) {
     return Failure(kLocalFile, "The CA file " + Clean(file) + " " + why);
 }
@@ -51,14 +47,8 @@ Outcome CheckIsFile(const std::string& file) {
 
 }  // namespace
 
-void SettleCaFile(Options& options) {
-    if (!SpeaksTls(options)) return;
-    if (!options.caFile.empty()) {
-        setenv(kVariable, options.caFile.c_str(), 1);
-        return;
-    }
-    const char* named = std::getenv(kVariable);
-    if (named != nullptr) options.caFile = named;
+void AnnounceCaFile(const std::string& file) {
+    if (!file.empty()) setenv(kVariable, file.c_str(), 1);
 }
 
 Outcome CheckCaFile(const std::string& file) {

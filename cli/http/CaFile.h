@@ -5,14 +5,12 @@
 #include <string>
 
 #include "cli/ExitCodes.h"
-#include "cli/Options.h"
 
 namespace Kemffdc {
 
-// Settles `options.caFile` for a channel with TLS: that of --ca-file, else of VARNEX_CA_FILE. What
-// came by the option is set in the environment too, where the platform's download looks for it.
+// Sets VARNEX_CA_FILE, where the platform's download looks for it. Nothing where the name is empty.
 // Before any thread is started.
-void SettleCaFile(Options& options);
+void AnnounceCaFile(const std::string& file);
 
 // Whether certificates can be checked against the file at all. An empty name is no failure: then
 // nothing is checked.

@@ -5,6 +5,7 @@
 #include <cctype>
 
 #include "cli/RecordTable.h"
+#include "cli/ipmi/Options.h"
 #include "cli/terminal/Text.h"
 
 namespace Kemffdc::Ipmi {
@@ -15,7 +16,6 @@ using State = RemoteFile::State;
 // Results of the library's Apply.
 constexpr int kNoHost = 6;
 
-constexpr int kAccountOverSession = 2;
 constexpr std::size_t kMaxNamedFiles = 3;
 constexpr std::size_t kMaxReason = 2000;
 constexpr std::size_t kMaxShownName = 60;
@@ -49,7 +49,7 @@ std::string Advice(const std::string& trouble, const Options& options) {
         {": no address for ", " Check the spelling, or give its address."},
         {" may not act as administrator", " The account needs the administrator's privilege."},
         {"does not offer cipher suite ",
-         options.cipherSuite == 3 ? " Try --cipher-suite 17." : " Try --cipher-suite 3."},
+         Own(options).cipherSuite == 3 ? " Try --cipher-suite 17." : " Try --cipher-suite 3."},
     };
     for (const Row& row : rows) {
         if (Holds(trouble, row.piece)) return row.advice;
@@ -107,7 +107,7 @@ Outcome DiagnoseListing(const RunEvents& events, const Options& options) {
     if (!words.empty() && words.back() == '.') words.pop_back();
     std::string text = "The BMC's files cannot be listed: " + words +
                        (numbered ? " (" + std::to_string(number) + ")." : ".");
-    if (number == kLoginDenied && options.mode == kAccountOverSession) {
+    if (number == kLoginDenied && Own(options).mode == kAccountOverSession) {
         text += " Its file service refuses the account that the BMC itself has given.";
     } else if (number == kLoginDenied) {
         text +=

@@ -9,6 +9,7 @@
 
 #include "cli/Context.h"
 #include "cli/RecordTable.h"
+#include "cli/ipmi/Options.h"
 #include "cli/terminal/Text.h"
 
 namespace Kemffdc::Ipmi {
@@ -244,7 +245,7 @@ std::string FileProgress(const RunEvents& events) {
            " of " + std::to_string(events.listed.value_or(0));
 }
 
-Listener::Listener(Context& run) : m_run(run), m_tracker(run.options.mode) {
+Listener::Listener(Context& run) : m_run(run), m_tracker(Own(run.options).mode) {
     Varnex::AddLogSink(this);
     Varnex::AddTransferWatcher(this);
 }

@@ -9,6 +9,7 @@
 #include "cli/Context.h"
 #include "cli/ipmi/Diagnosis.h"
 #include "cli/ipmi/Events.h"
+#include "cli/ipmi/Options.h"
 #include "cli/ipmi/Preflight.h"
 #include "cli/terminal/Text.h"
 
@@ -24,7 +25,7 @@ constexpr int kPollSeconds = 5;
 constexpr int kLongestGathering = 900;  // seconds
 constexpr int kPlainLineEvery = 30;     // seconds; where the line is not live
 
-bool IsInBand(const Context& run) { return run.options.via == "kcs"; }
+bool IsInBand(const Context& run) { return Own(run.options).inBand; }
 
 Varnex::VarnexConnection::ConnectionInfo ConnectionOf(const Context& run) {
     Varnex::VarnexConnection::ConnectionInfo conn;
@@ -32,7 +33,7 @@ Varnex::VarnexConnection::ConnectionInfo ConnectionOf(const Context& run) {
     conn.port = run.options.port;
     conn.userid = run.options.user;
     conn.password = run.password.Reveal();
-    conn.ciphersuite = run.options.cipherSuite;
+    conn.ciphersuite = Own(run.options).cipherSuite;
     conn.connection_case = IsInBand(run) ? kInBand : kOverLan;
     conn.connection_ipversion = run.options.ipv6 ? 1 : 0;
     return conn;
@@ -60,6 +61,13 @@ private:
     int m_waited = 0;  // seconds
 };
 
+void ExplainSkipped(std::vector<RemoteFile>& files, int mode) {
+    for (RemoteFile& file : files) {
+        if (file.state != RemoteFile::State::kSkipped) continue;
+        file.reason = "mode " + std::to_string(mode) + " does not ask for it";
+    }
+}
+
 // One BMC, reached through the library.
 class BmcRun {
 public:
@@ -68,7 +76,7 @@ public:
           m_listener(run),
           m_gathering(run),
           // The library puts no separator between this path and the name of its folder.
-          m_ffdc(ConnectionOf(run), run.folder.WorkPath(""), run.options.mode) {
+          m_ffdc(ConnectionOf(run), run.folder.WorkPath(""), Own(run.options).mode) {
         m_ffdc.SetLogCallBack(&m_gathering);
     }
 
@@ -107,6 +115,7 @@ public:
         m_run.report.SetFacts(m_facts);
         Outcome outcome = m_run.End(code, DiagnoseCollect(code, events, m_run.options));
         if (outcome.code != kInterrupted) outcome = Keep(code, events);
+        ExplainSkipped(events.files, Own(m_run.options).mode);
         m_run.report.SetFiles(events.files, NotTried(events));
         return outcome;
     }

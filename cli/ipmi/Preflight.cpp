@@ -13,6 +13,7 @@
 #include <memory>
 
 #include "IpmiClient.h"
+#include "cli/ipmi/Options.h"
 
 namespace Kemffdc::Ipmi {
 namespace {
@@ -68,9 +69,9 @@ bool ReadDeviceId(const std::vector<std::uint8_t>& data, BmcFacts& facts) {
 
 std::string AskDeviceId(const Options& options, const Secret& password, BmcFacts& facts) {
     const auto client =
-        options.via == "ipmi"
+        !Own(options).inBand
             ? std::make_unique<IpmiClient>(options.host, options.user, password.Reveal(),
-                                           std::to_string(options.port), options.cipherSuite)
+                                           std::to_string(options.port), Own(options).cipherSuite)
             : std::make_unique<IpmiClient>(0);
     std::vector<std::uint8_t> data;
     std::uint8_t completionCode = 0;

@@ -10,6 +10,7 @@
 
 #include "cli/RecordTable.h"
 #include "cli/redfish/Json.h"
+#include "cli/redfish/Options.h"
 #include "cli/terminal/Text.h"
 
 namespace Kemffdc::Redfish {
@@ -296,7 +297,8 @@ Outcome DiagnoseWait(bool exists, const std::string& path, const std::vector<Eve
         return TaskFailure(events);
     }
     // It gave up without a word: there was no memory left even for that.
-    if (asked < options.tries && !Has(events, EventKind::kConnectionLost)) return OutOfMemory();
+    if (asked < Own(options).tries && !Has(events, EventKind::kConnectionLost))
+        return OutOfMemory();
     const bool everAnswered = Has(events, EventKind::kTaskNew) ||
                               Has(events, EventKind::kTaskStarting) ||
                               Has(events, EventKind::kTaskRunning);
@@ -304,8 +306,9 @@ Outcome DiagnoseWait(bool exists, const std::string& path, const std::vector<Eve
         return LostTask(Last(events, EventKind::kPollFailed));
     }
     return Failure(kNotFinished,
-                   "The BMC has not finished gathering after " + std::to_string(options.tries) +
-                       " tries every " + std::to_string(options.interval) +
+                   "The BMC has not finished gathering after " +
+                       std::to_string(Own(options).tries) + " tries every " +
+                       std::to_string(Own(options).interval) +
                        " s. It goes on; run again with more --tries or a longer --interval.");
 }
 

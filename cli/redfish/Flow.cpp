@@ -15,6 +15,7 @@
 #include "cli/Context.h"
 #include "cli/redfish/Diagnosis.h"
 #include "cli/redfish/Events.h"
+#include "cli/redfish/Options.h"
 #include "cli/redfish/Preflight.h"
 #include "cli/terminal/Text.h"
 
@@ -91,8 +92,8 @@ public:
         m_run.Begin("gather");
         m_listener.Take();
         m_listener.CountFromHere();
-        m_ffdc->SetTrialCount(m_run.options.tries);
-        m_ffdc->SetTrialInterval(m_run.options.interval);
+        m_ffdc->SetTrialCount(Own(m_run.options).tries);
+        m_ffdc->SetTrialInterval(Own(m_run.options).interval);
         const bool exists = m_ffdc->IsFFDCLogExist(path);
         m_run.bmcGathers = !exists;
         return m_run.End(exists ? 0 : 1, DiagnoseWait(exists, path, m_listener.Take(),
@@ -138,7 +139,7 @@ private:
         const Clock::Monotonic begin = Clock::Now();
         m_ffdc = std::make_unique<Varnex::KEMFfdc>(
             ConnectionOf(m_run), uri,
-            options.miniLog ? Varnex::BMCLOG_MINI_LOG : Varnex::BMCLOG_PROCESSOR_DUMP);
+            Own(options).miniLog ? Varnex::BMCLOG_MINI_LOG : Varnex::BMCLOG_PROCESSOR_DUMP);
         const auto waited = std::chrono::duration_cast<std::chrono::seconds>(Clock::Now() - begin);
         return m_run.End(0, DiagnoseStart(m_listener.Take(), waited));
     }

@@ -17,8 +17,6 @@ namespace {
 namespace json = boost::json;
 
 constexpr int kSchema = 1;
-constexpr char kByObjects[] = "cim";                 // the channel whose account lists objects
-constexpr const char* kByFiles[] = {"ipmi", "kcs"};  // those whose account lists files
 constexpr std::size_t kMaxShownName = 255;
 
 // Said by check, and only there: collect would not be the place to learn it.
@@ -127,10 +125,6 @@ json::object FileObject(const RemoteFile& file) {
             {"size", fetched ? json::value(file.size) : json::value(nullptr)},
             {"sha256", TextOrNull(file.sha256)},
             {"reason", TextOrNull(file.reason)}};
-}
-
-bool ListsFiles(const std::string& channel) {
-    return std::find(std::begin(kByFiles), std::end(kByFiles), channel) != std::end(kByFiles);
 }
 
 void Line(std::ostream& out, const char* label, const std::string& text) {
@@ -258,12 +252,12 @@ void Report::WriteJson(const Outcome& outcome, std::ostream& out) const {
                         {"sha256", TextOrNull(m_delivery.sha256)},
                         {"export_uri", TextOrNull(m_delivery.exportUri)},
                         {"bmc", FactsObject(m_facts)}};
-    if (m_options.via == kByObjects) {
+    if (m_listsObjects) {
         json::array objects;
         for (const ExportedObject& one : m_objects) objects.push_back(ObjectObject(one));
         object["objects"] = std::move(objects);
     }
-    if (ListsFiles(m_options.via)) {
+    if (m_listsFiles) {
         json::array files;
         for (const RemoteFile& one : m_files) files.push_back(FileObject(one));
         object["files"] = std::move(files);
@@ -280,7 +274,7 @@ void Report::WriteWords(const Outcome& outcome, std::ostream& out) const {
     Line(out, "Exported to: ", m_delivery.exportUri);
     WriteObjects(out);
     if (m_delivery.path.empty()) return;
-    if (ListsFiles(m_options.via)) {
+    if (m_listsFiles) {
         WriteFiles(out);
         return;
     }
@@ -309,7 +303,7 @@ void Report::WriteFiles(std::ostream& out) const {
         if (file.state == RemoteFile::State::kFetched) {
             out << ": " << file.size << " bytes, SHA-256 " << file.sha256 << "\n";
         } else if (file.state == RemoteFile::State::kSkipped) {
-            out << ": skipped, mode " << m_options.mode << " does not ask for it\n";
+            out << ": skipped, " << file.reason << "\n";
         } else if (file.state == RemoteFile::State::kFolder) {
             out << ": a folder, passed over\n";
         } else {

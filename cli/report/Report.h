@@ -72,7 +72,7 @@ struct RemoteFile {
     };
     std::string name;  // as the BMC sent it: any bytes
     State state = State::kSkipped;
-    std::string reason;         // of kFailed and kPassedOver
+    std::string reason;         // of kFailed, kSkipped and kPassedOver
     bool localTrouble = false;  // kFailed, and this machine is at fault
     std::string path;           // absolute, where it was delivered
     std::uint64_t size = 0;     // kFetched
@@ -84,6 +84,10 @@ struct RemoteFile {
 class Report {
 public:
     explicit Report(const Options& options) : m_options(options) {}
+
+    // What the account lists besides, also where nothing came of it. Before anything else.
+    void ListObjects() { m_listsObjects = true; }
+    void ListFiles() { m_listsFiles = true; }
 
     void BeginStep(const std::string& name);
     void EndStep(int code, const std::string& detail = "");
@@ -116,6 +120,8 @@ private:
     std::chrono::steady_clock::time_point m_openSince;
     BmcFacts m_facts;
     Delivery m_delivery;
+    bool m_listsObjects = false;
+    bool m_listsFiles = false;
     std::vector<ExportedObject> m_objects;
     std::vector<RemoteFile> m_files;
     std::size_t m_notTried = 0;

@@ -321,7 +321,7 @@ def test_fault(what, emptied, tmp_path):
     received = cim_tool.files_of(emptied.folder)
     if row.code == 2:  # there is no run that could be told about
         assert asked == 0 and received == {}
-        assert re.fullmatch(f"kemffdc: {row.pattern(host, port)}\nTry 'kemffdc --help'.\n", ended.err)
+        assert re.fullmatch(f"kemffdc: {row.pattern(host, port)}\nTry 'kemffdc collect --help'.\n", ended.err)
         return
     account = ended.json
     assert account["exit_code"] == row.code

@@ -209,7 +209,8 @@ def test_usage_errors_end_with_two_and_leave_standard_output_empty():
 def test_help_and_version_end_with_zero():
     assert tool.run(["--version"]).out == "kemffdc 1.0.0\n"
     ended = tool.run(["--help"])
-    assert ended.code == 0 and "Exit codes:" in ended.out and "Examples:" in ended.out
+    assert ended.code == 0 and "Commands:" in ended.out and "Channels (--via):" in ended.out
+    assert "Exit codes of kemffdc" in tool.run(["help", "exit-codes"]).out
 
 
 # --- passwords --------------------------------------------------------------------------------

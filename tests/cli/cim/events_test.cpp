@@ -229,6 +229,7 @@ TEST(CimListenerTest, ShowsEachObjectAndCompletesTheAccountAtTheEnd) {
     options.via = "cim";
     options.json = true;
     Kemffdc::Report report(options);
+    report.ListObjects();
     {
         Kemffdc::Progress progress(shown, false, Eighty);
         progress.Step("export");
@@ -259,6 +260,7 @@ TEST(CimListenerTest, WhoeverWantsToKnowIsToldBeforeEachRequest) {
     std::ostringstream shown;
     Kemffdc::Options options;
     Kemffdc::Report report(options);
+    report.ListObjects();
     Kemffdc::Progress progress(shown, false, Eighty);
     std::atomic<bool> gathers{false};
     int told = 0;
@@ -280,6 +282,7 @@ TEST(CimListenerTest, AnObjectThatIsNotDoneWhenTheRunIsAbandonedSaysSo) {
     options.via = "cim";
     options.json = true;
     Kemffdc::Report report(options);
+    report.ListObjects();
     Kemffdc::Progress progress(shown, false, Eighty);
     std::atomic<bool> gathers{false};
     const Listener listener(progress, report, gathers);

@@ -11,8 +11,6 @@
 namespace {
 
 using Kemffdc::CheckCaFile;
-using Kemffdc::Options;
-using Kemffdc::SettleCaFile;
 
 // A self-signed certificate of a test, valid until 2126.
 constexpr char kCertificate[] =
@@ -74,27 +72,12 @@ TEST(CheckCaFile, WhatIsNoPlainFileIsRefusedWithoutBeingOpened) {
 
 TEST(CheckCaFile, NoFileIsWell) { EXPECT_TRUE(CheckCaFile("").Ok()); }
 
-Options By(const std::string& via, const std::string& caFile) {
-    Options options;
-    options.via = via;
-    options.caFile = caFile;
-    SettleCaFile(options);
-    return options;
-}
-
-TEST(SettleCaFile, TheOptionIsStrongerAndReachesTheDownload) {
+TEST(AnnounceCaFile, TheDownloadFindsItInTheEnvironment) {
     setenv("VARNEX_CA_FILE", "/environment.pem", 1);
-    EXPECT_EQ(By("redfish", "/option.pem").caFile, "/option.pem");
+    Kemffdc::AnnounceCaFile("");
+    EXPECT_STREQ(std::getenv("VARNEX_CA_FILE"), "/environment.pem");
+    Kemffdc::AnnounceCaFile("/option.pem");
     EXPECT_STREQ(std::getenv("VARNEX_CA_FILE"), "/option.pem");
-}
-
-TEST(SettleCaFile, TheEnvironmentHoldsWhereThereIsNoOption) {
-    setenv("VARNEX_CA_FILE", "/environment.pem", 1);
-    EXPECT_EQ(By("redfish", "").caFile, "/environment.pem");
-    EXPECT_EQ(By("cim", "").caFile, "/environment.pem");
-    EXPECT_EQ(By("ipmi", "").caFile, "") << "no TLS there";
-    unsetenv("VARNEX_CA_FILE");
-    EXPECT_EQ(By("redfish", "").caFile, "");
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/ipmi/Options.h"
 #include "cli/ipmi/Preflight.h"
 
 namespace {
@@ -55,7 +56,7 @@ TEST(IpmiDiagnoseConnect, TheClientsReasonIsGivenWithWhatToDo) {
     ExpectEnding(DiagnoseConnect(1, events, options), 3,
                  "Cannot connect. IPMI to 192.0.2.1 port 623: the BMC does not offer cipher suite "
                  "17. Try --cipher-suite 3.");
-    options.cipherSuite = 3;
+    options.own.Of<Kemffdc::Ipmi::ChannelOptions>().cipherSuite = 3;
     EXPECT_THAT(DiagnoseConnect(1, events, options).reason, HasSubstr("Try --cipher-suite 17."));
     ExpectEnding(DiagnoseConnect(1, {}, options), 3, "Cannot connect. no reason given.");
 }
@@ -173,7 +174,7 @@ TEST(IpmiDiagnoseCollect, ASessionThatWasFoundAgainIsNotLost) {
     events.pollFailed = true;
     events.sessionTrouble = "no answer";
     Options options;
-    options.mode = 5;
+    options.own.Of<Kemffdc::Ipmi::ChannelOptions>().mode = 5;
 
     EXPECT_EQ(DiagnoseCollect(0, events, options).code, 5);
 }

@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include "cli/redfish/Options.h"
+
 namespace {
 
 using namespace std::chrono_literals;
@@ -161,7 +163,8 @@ TEST(RedfishDiagnoseWait, ATaskWhoseAddressIsTooLongIsNotALostConnection) {
 class RedfishDiagnoseWaitTest : public testing::Test {
 protected:
     Outcome Diagnose(const Events& events) {
-        return Kemffdc::Redfish::DiagnoseWait(false, "", events, m_options, m_options.tries);
+        return Kemffdc::Redfish::DiagnoseWait(false, "", events, m_options,
+                                              Kemffdc::Redfish::Own(m_options).tries);
     }
     Options m_options;
 };

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef KEMFFDC_CHANNEL_H
+#define KEMFFDC_CHANNEL_H
+
+#include <string>
+
+#include "cli/ExitCodes.h"
+#include "cli/OptionTable.h"
+
+namespace Kemffdc {
+
+struct Context;
+class Report;
+
+// One way to a BMC, as --via names it: all that the rest of the tool knows of it. A further channel
+// is a folder with such a descriptor and a line in Channels.cpp.
+struct Channel {
+    enum class Host { kRequired, kOptional, kNone };
+
+    const char* name;
+    const char* brief;  // for help
+    Host host;
+
+    // Its own options, and the common ones that it takes (CommonOptions.h).
+    OptionGroups (*options)();
+
+    // Settles what depends on other options: the port where none is given, and the like. Returns
+    // what is wrong with them together, a whole sentence for the operator that begins with the
+    // option's name where it is about one; empty: nothing is. Reads and changes `options` alone.
+    std::string (*complete)(Options& options);
+
+    // Tells the report what it lists besides what every channel has, whatever happens.
+    void (*outline)(Report& report);
+
+    Outcome (*collect)(Context& run);  // gathers, and delivers the archive
+    Outcome (*check)(Context& run);    // finds out whether collect would get as far as gathering
+};
+
+}  // namespace Kemffdc
+
+#endif

@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/Commands.h"
+
+#include <algorithm>
+#include <cctype>
+
+#include "Ipmanip.h"
+#include "cli/Channels.h"
+#include "cli/CommonOptions.h"
+#include "cli/Run.h"
+
+namespace Kemffdc {
+namespace {
+
+constexpr char kCollectExamples[] =
+    "  kemffdc collect --via redfish bmc7.example --password-file ~/.bmc7\n"
+    "      Gathers the full service data and downloads it into the current folder.\n"
+    "  kemffdc collect --via redfish fe80::1%eth0 --log mini --output /ffdc --json\n"
+    "      The logs alone, over IPv6, the result as JSON on standard output.\n"
+    "  kemffdc collect --via redfish 192.0.2.10 --export-user ffdc \\\n"
+    "          --export-uri sftp://192.0.2.1/bmc.tgz --export-password-file ~/.store\n"
+    "      The BMC itself sends its archive to a file store.\n"
+    "  kemffdc collect --via cim 192.0.2.10 --node 2 --export-user ffdc \\\n"
+    "          --export-uri sftp://192.0.2.1/in/ --export-password-file ~/.store\n"
+    "      Older machines: an archive for each data object, always sent by the BMC.\n"
+    "  kemffdc collect --via ipmi 192.0.2.10 --cipher-suite 3 --output /var/ffdc\n"
+    "      By IPMI over the LAN; the files come by SFTP into a folder of their own.\n"
+    "  kemffdc collect --via kcs\n"
+    "      The same from the server's own BMC, in band: no HOST, no password.\n";
+
+constexpr char kCheckExamples[] =
+    "  kemffdc check --via redfish 192.0.2.10\n"
+    "      Is the BMC there, does it take the password, what is it?\n";
+
+OptionGroups OnBmc() { return {&RunOptions(), &ResultOptions()}; }
+
+bool IsHostByte(char c) {
+    return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '.' || c == '-' || c == '_' ||
+           static_cast<unsigned char>(c) >= 0x80;
+}
+
+}  // namespace
+
+std::string TakeHost(const std::string& text, Options& options) {
+    const bool bracketed = text.size() > 2 && text.front() == '[' && text.back() == ']';
+    const std::string host = bracketed ? text.substr(1, text.size() - 2) : text;
+    options.host = host;
+    options.ipv6 = Ipmanip::is_ipv6(host);
+    if (options.ipv6) return HasControl(host) ? " holds control bytes." : "";
+    if (bracketed) return " in brackets is not an IPv6 address.";
+    if (host.find("://") != std::string::npos) return " is a name or an address, not a URL.";
+    if (host.find(':') != std::string::npos) {
+        return " is neither a name nor an address. The port is given with --port.";
+    }
+    const bool plain = std::all_of(host.begin(), host.end(), IsHostByte);
+    return host.empty() || !plain || host.front() == '-' ? " is no host name." : "";
+}
+
+const std::vector<CommandEntry>& Commands() {
+    using Argument = CommandEntry::Argument;
+    static const std::vector<CommandEntry> commands{
+        {Command::kCollect, "collect", "Gather the service data and fetch it", "HOST",
+         Argument::kOptional, TakeHost, true, Use::kGather, OnBmc, Run, kCollectExamples},
+        {Command::kCheck, "check", "See whether the BMC can be used; gathers nothing", "HOST",
+         Argument::kOptional, TakeHost, true, Use::kReach, OnBmc, Run, kCheckExamples},
+    };
+    return commands;
+}
+
+const CommandEntry* FindCommand(const std::string& name) {
+    for (const CommandEntry& command : Commands()) {
+        if (name == command.name) return &command;
+    }
+    return nullptr;
+}
+
+const CommandEntry& EntryOf(Command command) {
+    return *std::find_if(Commands().begin(), Commands().end(),
+                         [command](const CommandEntry& entry) { return entry.command == command; });
+}
+
+OptionGroups OwnGroups(const CommandEntry& command) {
+    OptionGroups groups = command.options();
+    if (command.onBmc) groups.insert(groups.begin(), &ViaOptions());
+    return groups;
+}
+
+OptionGroups AllGroups(const CommandEntry& command) {
+    OptionGroups groups = command.options();
+    if (!command.onBmc) return groups;
+    OptionGroups all{&ViaOptions()};
+    for (const bool shared : {true, false}) {
+        for (const Channel* channel : Channels()) {
+            for (const OptionGroup* group : channel->options()) {
+                const bool isNew = std::find(all.begin(), all.end(), group) == all.end();
+                if (isNew && (TakersOf(*group).size() > 1) == shared) all.push_back(group);
+            }
+        }
+    }
+    all.insert(all.end(), groups.begin(), groups.end());
+    return all;
+}
+
+bool TakesOption(const CommandEntry& command, const Option& option) {
+    return !command.onBmc || command.use == Use::kGather || option.use == Use::kReach;
+}
+
+}  // namespace Kemffdc

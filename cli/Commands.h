@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef KEMFFDC_COMMANDS_H
+#define KEMFFDC_COMMANDS_H
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+#include "cli/OptionTable.h"
+
+namespace Kemffdc {
+
+// One command of the tool: all that parsing, help and main know of it. A further command is a file
+// in commands/ and an entry in Commands.cpp.
+struct CommandEntry {
+    enum class Argument { kNone, kOptional, kRequired };
+
+    Command command;
+    const char* name;
+    const char* brief;  // for help
+
+    const char* argument;  // its name in help, "HOST"; empty: there is none
+    Argument takesArgument;
+    // What is wrong with the text, as it follows the argument's name; empty: it has been taken.
+    std::string (*take)(const std::string& text, Options& options);
+
+    // A command on a BMC takes --via and the options of its channel too, which decides on HOST.
+    bool onBmc;
+    Use use;                    // kGather: all those options; kReach: only those of that use
+    OptionGroups (*options)();  // the others
+
+    // Blocks for as long as the work takes; returns the exit code. Results go to `out`, progress
+    // and reasons to `err`.
+    int (*run)(const Options& options, std::ostream& out, std::ostream& err);
+
+    const char* examples;  // for `help COMMAND`
+};
+
+const std::vector<CommandEntry>& Commands();               // in the order of help
+const CommandEntry* FindCommand(const std::string& name);  // null for a name that no command has
+const CommandEntry& EntryOf(Command command);
+
+// The options of the command whatever the channel is, and those that it has with any channel: each
+// group once, in the order of help.
+OptionGroups OwnGroups(const CommandEntry& command);
+OptionGroups AllGroups(const CommandEntry& command);
+// Whether it is of the command's use.
+bool TakesOption(const CommandEntry& command, const Option& option);
+
+// `take` of commands whose argument is a BMC: its name or address, also in brackets, into
+// options.host.
+std::string TakeHost(const std::string& text, Options& options);
+
+}  // namespace Kemffdc
+
+#endif

@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/CommonOptions.h"
+
+#include <cstdint>
+
+namespace Kemffdc {
+namespace {
+
+constexpr std::int64_t kHighestPort = 65535;
+
+std::string TakeExportUri(const std::string& uri, Options& options) {
+    const std::size_t authority = uri.find("://");
+    if (authority == std::string::npos || authority == 0) {
+        return " is no URI: sftp://HOST/PATH or tftp://HOST/PATH.";
+    }
+    if (HasControl(uri) || uri.find(' ') != std::string::npos) {
+        return " holds blanks or control bytes; write them as %XX.";
+    }
+    const std::size_t begin = authority + 3;
+    const std::string server = uri.substr(begin, uri.find('/', begin) - begin);
+    const std::string login = server.substr(0, server.rfind('@') + 1);
+    if (login.find(':') != std::string::npos) {
+        return " must not hold a password: use --export-user and --export-password-file.";
+    }
+    options.exportUri = uri;
+    return "";
+}
+
+// 0 until the channel has settled it.
+Reading Port() {
+    Reading reading = Number(&Options::port, 1, kHighestPort);
+    reading.show = [](const Options& options) {
+        return options.port == 0 ? "" : std::to_string(options.port);
+    };
+    return reading;
+}
+
+Reading ExportUri() {
+    Reading reading = Text(&Options::exportUri);
+    reading.take = TakeExportUri;
+    return reading;
+}
+
+}  // namespace
+
+const OptionGroup& ViaOptions() {
+    static const OptionGroup group{"Channel",
+                                   {{"--via", "CHANNEL", "How to reach the BMC",
+                                     Text(&Options::via), Where::kAnyhow, Use::kReach, true}}};
+    return group;
+}
+
+const OptionGroup& PortOptions() {
+    static const OptionGroup group{
+        "Port",
+        {{"--port", "N", "Port of the BMC's service", Port(), Where::kAnyhow, Use::kReach, true}}};
+    return group;
+}
+
+const OptionGroup& LoginOptions() {
+    static const OptionGroup group{
+        "Login",
+        {{"--user", "NAME", "Account on the BMC", Text(&Options::user), Where::kAnyhow, Use::kReach,
+          true},
+         {"--password-file", "FILE", "File that holds its password; - is standard input",
+          Path(&Options::passwordFile), Where::kAnyhow, Use::kReach, true, "", "KEMFFDC_PASSWORD"},
+         {"password_command", "WORDS", "Program that prints its password, and its arguments",
+          WordList(&Options::passwordCommand), Where::kFile}}};
+    return group;
+}
+
+const OptionGroup& TlsOptions() {
+    static const OptionGroup group{
+        "Certificate",
+        {{"--ca-file", "FILE",
+          "Check the BMC's certificate against the CAs in this PEM file before any password leaves",
+          Path(&Options::caFile), Where::kAnyhow, Use::kReach, false, "VARNEX_CA_FILE"}}};
+    return group;
+}
+
+const OptionGroup& ExportOptions() {
+    static const OptionGroup group{
+        "File store",
+        {{"--export-uri", "URI",
+          "Where the BMC itself is to send the archive: sftp://... or tftp://...", ExportUri(),
+          Where::kAnyhow, Use::kGather, true},
+         {"--export-user", "NAME", "Account on that file store", Text(&Options::exportUser),
+          Where::kAnyhow, Use::kGather},
+         {"--export-password-file", "FILE", "File that holds its password; - is standard input",
+          Path(&Options::exportPasswordFile), Where::kAnyhow, Use::kGather, false, "",
+          "KEMFFDC_EXPORT_PASSWORD"},
+         {"export_password_command", "WORDS", "Program that prints its password, and its arguments",
+          WordList(&Options::exportPasswordCommand), Where::kFile, Use::kGather}}};
+    return group;
+}
+
+const OptionGroup& DownloadOptions() {
+    static const OptionGroup group{
+        "Download",
+        {{"--output", "DIR", "Folder for the archive; made if its parent exists",
+          Path(&Options::output), Where::kAnyhow, Use::kGather, true},
+         {"--max-size", "SIZE", "Download no more than this in all, 500M or 16G; 0 is no limit",
+          Size(&Options::maxSize), Where::kAnyhow, Use::kGather},
+         {"--keep-free", "SIZE", "Leave this much of the output folder's disk free; 0 is nothing",
+          Size(&Options::keepFree), Where::kAnyhow, Use::kGather}}};
+    return group;
+}
+
+const OptionGroup& RunOptions() {
+    static const OptionGroup group{
+        "Run",
+        {{"--deadline", "TIME", "End the run after this time, 90s, 45m or 2h; 0 is never",
+          Time(&Options::deadline), Where::kAnyhow, Use::kReach, true},
+         {"--no-proxy", "", "Ignore the environment's proxies", Flag(&Options::noProxy),
+          Where::kAnyhow},
+         {"--log-level", "N", "Write the library's log: 0 nothing, 1 failures ... 4 everything",
+          Number(&Options::logLevel, 0, 4), Where::kLine, Use::kReach, false, "VARNEX_LOG_LEVEL"},
+         {"--log-file", "FILE", "File for that log instead of standard error; level 4 then",
+          Path(&Options::logFile), Where::kLine, Use::kReach, false, "VARNEX_LOG_FILE"}}};
+    return group;
+}
+
+const OptionGroup& StateOptions() {
+    static const OptionGroup group{"State", {}};
+    return group;
+}
+
+const OptionGroup& ResultOptions() {
+    static const OptionGroup group{"Result",
+                                   {{"--json", "", "Print the result as one JSON object",
+                                     Flag(&Options::json), Where::kLine, Use::kReach, true}}};
+    return group;
+}
+
+std::string CheckBasicUser(const Options& options) {
+    const bool colon = options.user.find(':') != std::string::npos;
+    return colon ? "--user must not hold a colon." : "";
+}
+
+std::string CheckExport(Options& options) {
+    if (options.exportUri.empty()) {
+        if (options.IsOnLine("--export-user") || options.IsOnLine("--export-password-file")) {
+            return "--export-user and --export-password-file need --export-uri.";
+        }
+        options.exportUser.clear();
+        options.exportPasswordFile.clear();
+        options.exportPasswordCommand.clear();
+    }
+    if (options.passwordFile == "-" && options.exportPasswordFile == "-") {
+        return "Only one password can come from standard input.";
+    }
+    return "";
+}
+
+}  // namespace Kemffdc

@@ -1,0 +1,205 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/Help.h"
+
+#include <sstream>
+
+#include "cli/Channels.h"
+
+namespace Kemffdc {
+namespace {
+
+constexpr std::size_t kColumns = 80;
+constexpr std::size_t kOptionColumn = 24;  // where the explanation of an option begins
+constexpr std::size_t kNameColumn = 12;    // that of a channel
+
+struct Topic {
+    const char* name;
+    const char* text;
+};
+
+const Topic kTopics[] = {
+    {"exit-codes",
+     "Exit codes of kemffdc collect and check:\n"
+     "  0    archive obtained, or left at the export URI; ipmi, kcs: all files\n"
+     "       obtained; check: the BMC can be used\n"
+     "  2    usage\n"
+     "  3    could not connect or authenticate\n"
+     "  4    the BMC refused the export or to gather, or an export failed\n"
+     "  5    the task failed, was killed or ended in an unknown state\n"
+     "  6    not finished within the tries or the --deadline; ipmi and kcs: within\n"
+     "       900 seconds\n"
+     "  7    download failed, or it was larger than --max-size\n"
+     "  8    local file trouble, or less free than --keep-free\n"
+     "  9    some files are missing, the others were obtained (ipmi, kcs)\n"
+     "  10   check: the BMC was reached, but collect would get nothing from it\n"
+     "  130  interrupted by Ctrl-C or another signal that asks a process to end\n"
+     "\n"
+     "By ipmi and kcs, files may have come with 4, 5, 6 and 8 too: old or unfinished\n"
+     "ones, perhaps. They are kept, and the reason says so.\n"
+     "\n"
+     "Results go to standard output, progress and reasons to standard error.\n"},
+    {"modes",
+     "Modes of ipmi and kcs (--mode):\n"
+     "  2      the BMC hands out an account over the open session; all files of\n"
+     "         /download/ffdc/\n"
+     "  3      the account comes from this machine's own BMC, else --user and the\n"
+     "         password hold; files of /download/ffdc/kem_dump/ that end with .tzz\n"
+     "  other  as 3, but all files of that folder\n"},
+    {"passwords",
+     "The BMC's password comes from the first of these that there is:\n"
+     "  --password-file FILE                   - is standard input\n"
+     "  KEMFFDC_PASSWORD                       in the environment\n"
+     "  a prompt                               where there is a terminal\n"
+     "The file store's comes from --export-password-file, KEMFFDC_EXPORT_PASSWORD, or\n"
+     "a prompt if --export-user is given.\n"
+     "\n"
+     "A password is never the value of an option: other users of this machine could\n"
+     "read it.\n"},
+};
+
+// The text broken at blanks; every line but the first begins with that many blanks. `column` is
+// where the first one begins.
+std::string Wrapped(const std::string& text, std::size_t column, std::size_t indent) {
+    std::istringstream words(text);
+    std::string wrapped;
+    std::string word;
+    while (words >> word) {
+        const bool first = wrapped.empty();
+        if (!first && column + 1 + word.size() > kColumns) {
+            wrapped += "\n" + std::string(indent, ' ') + word;
+            column = indent + word.size();
+            continue;
+        }
+        wrapped += (first ? "" : " ") + word;
+        column += (first ? 0 : 1) + word.size();
+    }
+    return wrapped;
+}
+
+// "  --port N      Port of the BMC's service"
+std::string Entry(const std::string& name, const std::string& text, std::size_t indent) {
+    std::string line = "  " + name;
+    if (line.size() + 2 > indent) {
+        line += "\n" + std::string(indent, ' ');
+    } else {
+        line.resize(indent, ' ');
+    }
+    return line + Wrapped(text, indent, indent) + "\n";
+}
+
+// "redfish 443, cim 5989, ipmi 623"
+std::string DefaultPorts() {
+    std::vector<std::string> ports;
+    for (const Channel* channel : Channels()) {
+        Options options;
+        (void)channel->complete(options);
+        if (options.port != 0) {
+            ports.push_back(std::string(channel->name) + " " + std::to_string(options.port));
+        }
+    }
+    return Joined(ports, ", ");
+}
+
+// What holds without the option.
+std::string DefaultOf(const Option& option) {
+    if (option.IsFlag()) return "";
+    const std::string shown = option.reading.show(Options());
+    return std::string(option.name) == "--port" ? DefaultPorts() : shown;
+}
+
+std::string OptionEntry(const Option& option) {
+    std::string name = option.name;
+    if (!option.IsFlag()) name += std::string(" ") + option.value;
+    std::string text = option.brief;
+    const std::string preset = DefaultOf(option);
+    if (!preset.empty()) text += " [" + preset + "]";
+    for (const char* variable : {option.variable, option.secretVariable}) {
+        if (*variable != '\0') text += std::string(" [environment: ") + variable + "]";
+    }
+    return Entry(name, text, kOptionColumn);
+}
+
+std::string UsageLine(const CommandEntry& command) {
+    std::string line = std::string("kemffdc ") + command.name;
+    if (*command.argument != '\0') {
+        const bool required = command.takesArgument == CommandEntry::Argument::kRequired;
+        line += required ? std::string(" ") + command.argument
+                         : std::string(" [") + command.argument + "]";
+    }
+    return "Usage: " + line + " [OPTION ...]\n" + Wrapped(command.brief, 0, 0) + "\n";
+}
+
+std::string ChannelEntries() {
+    std::string text;
+    for (const Channel* channel : Channels()) {
+        text += Entry(channel->name, channel->brief, kNameColumn);
+    }
+    return text;
+}
+
+// "Download (redfish, ipmi, kcs)"
+std::string Title(const OptionGroup& group) {
+    const std::vector<std::string> takers = TakersOf(group);
+    const bool all = takers.empty() || takers.size() == Channels().size();
+    return std::string(group.title) + (all ? "" : " (" + Joined(takers, ", ") + ")");
+}
+
+}  // namespace
+
+std::string Help() {
+    std::string text =
+        "kemffdc fetches the service data (FFDC) of a server's BMC.\n"
+        "\n"
+        "Usage: kemffdc COMMAND [HOST] [OPTION ...]\n"
+        "\n"
+        "Commands:\n";
+    for (const CommandEntry& command : Commands()) {
+        text += Entry(command.name, command.brief, kNameColumn);
+    }
+    text += Entry("help", "Help on a command, and on " + Listed(HelpTopics()), kNameColumn);
+    text += "\nChannels (--via):\n" + ChannelEntries();
+    text +=
+        "\n"
+        "Example:\n"
+        "  kemffdc collect --via redfish bmc7.example --password-file ~/.bmc7\n";
+    return text;
+}
+
+std::string ShortHelp(const CommandEntry& command) {
+    std::string text = UsageLine(command) + "\nThe usual options:\n";
+    for (const OptionGroup* group : AllGroups(command)) {
+        for (const Option& option : group->options) {
+            if (option.usual && TakesOption(command, option)) text += OptionEntry(option);
+        }
+    }
+    return text + "\nAll options, and examples: kemffdc help " + command.name + "\n";
+}
+
+std::string LongHelp(const CommandEntry& command) {
+    std::string text = UsageLine(command);
+    if (command.onBmc) text += "\nChannels (--via):\n" + ChannelEntries();
+    for (const OptionGroup* group : AllGroups(command)) {
+        std::string entries;
+        for (const Option& option : group->options) {
+            if (option.OnLine() && TakesOption(command, option)) entries += OptionEntry(option);
+        }
+        if (!entries.empty()) text += "\n" + Title(*group) + ":\n" + entries;
+    }
+    if (*command.examples != '\0') text += std::string("\nExamples:\n") + command.examples;
+    return text + "\nMore: kemffdc help " + Listed(HelpTopics(), " or ") + ".\n";
+}
+
+std::vector<std::string> HelpTopics() {
+    std::vector<std::string> names;
+    for (const Topic& topic : kTopics) names.emplace_back(topic.name);
+    return names;
+}
+
+std::string HelpOnTopic(const std::string& name) {
+    for (const Topic& topic : kTopics) {
+        if (name == topic.name) return topic.text;
+    }
+    return "";
+}
+
+}  // namespace Kemffdc

@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/ipmi/Channel.h"
+
+#include "cli/CommonOptions.h"
+#include "cli/ipmi/Flow.h"
+#include "cli/ipmi/Options.h"
+#include "cli/report/Report.h"
+
+namespace Kemffdc::Ipmi {
+namespace {
+
+constexpr std::uint16_t kPort = 623;
+
+OptionGroups OverLan() {
+    return {&PortOptions(), &LoginOptions(), &LanOptions(), &GatherOptions(), &DownloadOptions()};
+}
+
+OptionGroups InBand() { return {&LoginOptions(), &GatherOptions(), &DownloadOptions()}; }
+
+std::string CompleteOverLan(Options& options) {
+    if (options.port == 0) options.port = kPort;
+    return "";
+}
+
+// In band nobody logs in. In the modes that fetch an account in band, the file service may be tried
+// with another one besides.
+std::string CompleteInBand(Options& options) {
+    Part<ChannelOptions>(options).inBand = true;
+    const bool useful =
+        options.command != Command::kCheck && Own(options).mode != kAccountOverSession;
+    const bool onLine = options.IsOnLine("--user") || options.IsOnLine("--password-file");
+    if (onLine && !useful) {
+        return "--via kcs logs in nowhere: --user and --password-file are for collect in modes "
+               "other than 2.";
+    }
+    // From kemffdc.conf a password counts, a user alone does not: it is meant for the LAN.
+    const bool configured = !options.passwordFile.empty() || !options.passwordCommand.empty();
+    options.needsPassword = onLine || (useful && configured);
+    if (!options.needsPassword) options.user.clear();
+    return "";
+}
+
+void Outline(Report& report) { report.ListFiles(); }
+
+}  // namespace
+
+const Channel kLanChannel{"ipmi",
+                          "IPMI over the LAN; files come by SFTP (port 115)",
+                          Channel::Host::kRequired,
+                          OverLan,
+                          CompleteOverLan,
+                          Outline,
+                          Collect,
+                          Check};
+
+const Channel kKcsChannel{"kcs",
+                          "the same from this machine's own BMC, in band",
+                          Channel::Host::kNone,
+                          InBand,
+                          CompleteInBand,
+                          Outline,
+                          Collect,
+                          Check};
+
+}  // namespace Kemffdc::Ipmi

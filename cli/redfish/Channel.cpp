@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/redfish/Channel.h"
+
+#include "cli/CommonOptions.h"
+#include "cli/redfish/Flow.h"
+#include "cli/redfish/Options.h"
+
+namespace Kemffdc::Redfish {
+namespace {
+
+constexpr std::uint16_t kPort = 443;
+
+OptionGroups Groups() {
+    return {&PortOptions(), &LoginOptions(),    &TlsOptions(),
+            &OwnOptions(),  &DownloadOptions(), &ExportOptions()};
+}
+
+std::string Complete(Options& options) {
+    if (options.port == 0) options.port = kPort;
+    const std::string fault = CheckBasicUser(options);
+    return fault.empty() ? CheckExport(options) : fault;
+}
+
+void Outline(Report& /*report*/) {}
+
+}  // namespace
+
+const Channel kChannel{"redfish",
+                       "Redfish over HTTPS; the archive is downloaded, or sent to a file store",
+                       Channel::Host::kRequired,
+                       Groups,
+                       Complete,
+                       Outline,
+                       Collect,
+                       Check};
+
+}  // namespace Kemffdc::Redfish

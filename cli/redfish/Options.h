@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef KEMFFDC_REDFISH_OPTIONS_H
+#define KEMFFDC_REDFISH_OPTIONS_H
+
+#include "cli/OptionTable.h"
+
+namespace Kemffdc::Redfish {
+
+// What only this channel has.
+struct ChannelOptions {
+    bool miniLog = false;  // the logs alone
+    int tries = 120;       // questions for the task's state
+    int interval = 5;      // seconds between them
+};
+
+inline const ChannelOptions& Own(const Options& options) { return Part<ChannelOptions>(options); }
+
+const OptionGroup& OwnOptions();
+
+}  // namespace Kemffdc::Redfish
+
+#endif

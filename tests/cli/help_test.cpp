@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/Help.h"
+
+#include <gmock/gmock.h>
+
+#include <sstream>
+
+#include "cli/Channels.h"
+#include "cli/CommandLine.h"
+
+namespace {
+
+using Kemffdc::Parsed;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+std::string Output(const std::vector<std::string>& arguments) {
+    std::vector<const char*> argv{"kemffdc"};
+    for (const std::string& argument : arguments) argv.push_back(argument.c_str());
+    const Parsed parsed = Kemffdc::ParseOptions(static_cast<int>(argv.size()), argv.data());
+    EXPECT_EQ(parsed.exitCode, 0);
+    EXPECT_THAT(parsed.err, IsEmpty());
+    return parsed.out;
+}
+
+std::vector<std::string> LinesOf(const std::string& text) {
+    std::istringstream stream(text);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(stream, line);) lines.push_back(line);
+    return lines;
+}
+
+void ExpectColumns(const std::string& text) {
+    for (const std::string& line : LinesOf(text)) EXPECT_LE(line.size(), 80U) << line;
+}
+
+// A terminal of 24 lines shows it with the prompt below.
+void ExpectScreen(const std::string& text) {
+    EXPECT_LE(LinesOf(text).size(), 23U) << text;
+    ExpectColumns(text);
+}
+
+TEST(Help, FitsAScreenAndNamesCommandsChannelsAndTopics) {
+    const std::string help = Output({"--help"});
+    ExpectScreen(help);
+    EXPECT_EQ(Output({"-h"}), help);
+    EXPECT_EQ(Output({"help"}), help);
+    for (const auto& command : Kemffdc::Commands()) EXPECT_THAT(help, HasSubstr(command.name));
+    for (const auto& channel : Kemffdc::ChannelNames()) EXPECT_THAT(help, HasSubstr(channel));
+    for (const auto& topic : Kemffdc::HelpTopics()) EXPECT_THAT(help, HasSubstr(topic));
+}
+
+TEST(Help, OfACommandFitsAScreenAndPointsToTheRest) {
+    for (const auto& command : Kemffdc::Commands()) {
+        const std::string help = Output({command.name, "--help"});
+        ExpectScreen(help);
+        EXPECT_THAT(help, HasSubstr(std::string("kemffdc help ") + command.name));
+        EXPECT_EQ(Output({command.name, "host", "--no-such-option", "-h"}), help);
+    }
+}
+
+TEST(Help, OnACommandHoldsEveryOptionOnceWithWhatHoldsWithoutIt) {
+    for (const auto& command : Kemffdc::Commands()) {
+        const std::string help = Output({"help", command.name});
+        ExpectColumns(help);
+        for (const Kemffdc::OptionGroup* group : AllGroups(command)) {
+            for (const Kemffdc::Option& option : group->options) {
+                const std::string entry = std::string("\n  ") + option.name + " ";
+                const std::size_t at = help.find(entry);
+                const bool offered = option.OnLine() && TakesOption(command, option);
+                EXPECT_EQ(at != std::string::npos, offered) << command.name << entry;
+                EXPECT_EQ(help.find(entry, offered ? at + 1 : 0), std::string::npos) << entry;
+            }
+        }
+    }
+    const std::string help = Output({"help", "collect"});
+    for (const char* text :
+         {"[redfish 443, cim 5989, ipmi\n", "port 5988 then", "[120]", "[16G]", "[2h]", "[admin]",
+          "Download (redfish, ipmi, kcs):", "[environment: KEMFFDC_PASSWORD]"}) {
+        EXPECT_THAT(help, HasSubstr(text));
+    }
+    EXPECT_THAT(Output({"help", "check"}), Not(HasSubstr("--tries")));
+}
+
+TEST(Help, OnTopicsHoldsEveryExitCodeAndMode) {
+    for (const auto& topic : Kemffdc::HelpTopics()) ExpectColumns(Output({"help", topic}));
+    const std::string codes = Output({"help", "exit-codes"});
+    for (const char* line :
+         {"  0    archive obtained", "  2    usage", "  3    could not connect",
+          "  4    the BMC refused the export", "  5    the task failed", "  6    not finished",
+          "  7    download failed", "  8    local file trouble", "  9    some files are missing",
+          "  10   check: the BMC was reached", "  130  interrupted"}) {
+        EXPECT_THAT(codes, HasSubstr(line));
+    }
+    EXPECT_THAT(Output({"help", "modes"}), HasSubstr("  3      the account comes from"));
+    EXPECT_THAT(Output({"help", "passwords"}), HasSubstr("KEMFFDC_EXPORT_PASSWORD"));
+}
+
+}  // namespace
