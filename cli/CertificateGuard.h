@@ -3,6 +3,7 @@
 #define KEMFFDC_CERTIFICATEGUARD_H
 
 #include <chrono>
+#include <utility>
 
 #include "Clock.h"
 #include "GlobalConfig.h"
@@ -18,16 +19,16 @@ inline int RequestSeconds() {
     return configured > 0 ? configured : kDefault;
 }
 
-// Looks at the BMC's certificate again, where the options name a CA file: the library verifies none
-// before it sends the password. `Transport` is a transport: the one in cli/http, or that of CIM.
-template <class Transport>
+// Looks at the BMC's certificate again, where not everybody is trusted: the library verifies none
+// before it sends the password.
 class CertificateGuard {
 public:
-    explicit CertificateGuard(Context& run) : m_run(run) {}
+    CertificateGuard(Context& run, Endpoint endpoint, const ServiceKind& kind)
+        : m_run(run), m_endpoint(std::move(endpoint)), m_kind(kind) {}
 
     // As a step of the run, which only a failure shows.
     Outcome Check() {
-        const auto answer = Transport(m_run.options, RequestSeconds()).CheckCertificate();
+        const Answer answer = Look();
         if (answer.failedAt == Stage::kDone) return {};
         m_run.Begin("certificate");
         return m_run.End(static_cast<int>(answer.failedAt), Failure(kNotConnected, answer.reason));
@@ -36,9 +37,8 @@ public:
     // Right before a request of the library, on its thread. A BMC may be out of reach for a moment;
     // somebody else in its place ends the run at once.
     void CheckRequest() {
-        if (m_run.options.caFile.empty()) return;
         for (int tries = 1;; ++tries) {
-            const auto answer = Transport(m_run.options, RequestSeconds()).CheckCertificate();
+            const Answer answer = Look();
             if (answer.failedAt == Stage::kDone) return;
             if (answer.failedAt == Stage::kTrust || tries == kTries) {
                 m_run.interrupt.Stop(Failure(kNotConnected, answer.reason));
@@ -51,7 +51,14 @@ private:
     static constexpr int kTries = 3;
     static constexpr std::chrono::seconds kPause{1};
 
+    Answer Look() const {
+        return Transport(m_endpoint, TrustOf(m_run.options), m_kind, RequestSeconds())
+            .CheckCertificate();
+    }
+
     Context& m_run;
+    const Endpoint m_endpoint;
+    const ServiceKind& m_kind;
 };
 
 }  // namespace Kemffdc

@@ -9,7 +9,7 @@
 #include "cli/cim/Events.h"
 #include "cli/cim/Options.h"
 #include "cli/cim/Preflight.h"
-#include "cli/cim/Transport.h"
+#include "cli/cim/Requests.h"
 #include "cli/terminal/Text.h"
 
 namespace Kemffdc::Cim {
@@ -42,7 +42,7 @@ class BmcRun {
 public:
     explicit BmcRun(Context& run)
         : m_run(run),
-          m_guard(run),
+          m_guard(run, EndpointOf(run.options, !Own(run.options).plain), kCimServer),
           m_listener(run.progress, run.report, run.bmcGathers, [this] { m_guard.CheckRequest(); }),
           m_ffdc(ConnectionOf(run), TargetOf(run), Own(run.options).initialize) {}
 
@@ -82,7 +82,7 @@ private:
     }
 
     Context& m_run;
-    CertificateGuard<Transport> m_guard;
+    CertificateGuard m_guard;
     Listener m_listener;
     Varnex::KEMFfdc m_ffdc;
     std::string m_limit;

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "cli/cim/Options.h"
-#include "cli/cim/Transport.h"
+#include "cli/cim/Requests.h"
 #include "cli/cim/Xml.h"
 #include "cli/terminal/Text.h"
 
@@ -23,10 +23,10 @@ constexpr int kAccessDenied = 2;
 constexpr int kInvalidNamespace = 3;
 constexpr int kInvalidClass = 5;
 
-std::string Http(const Reply& reply) {
+std::string Http(const Answer& reply) {
     std::string words = "HTTP " + std::to_string(reply.httpCode);
     for (const char* name : {"cimerror", "pgerrordetail"}) {
-        const std::string value = reply.CimHeader(name);
+        const std::string value = CimHeader(reply, name);
         if (!value.empty()) words += ", " + Clean(PercentDecoded(value));
     }
     return " (" + words + ").";
@@ -38,8 +38,8 @@ std::string Words(const Enumeration& answer) {
 }
 
 // A server that was told that trailers are welcome puts a CIM error there, and nowhere else.
-void ReadStatus(const Reply& reply, Enumeration& answer) {
-    const std::string code = reply.CimHeader("cimstatuscode");
+void ReadStatus(const Answer& reply, Enumeration& answer) {
+    const std::string code = CimHeader(reply, "cimstatuscode");
     if (code.empty()) return;
     if (code.size() > 9 || code.find_first_not_of("0123456789") != std::string::npos) {
         answer.unreadable = "its status is no number";
@@ -49,13 +49,13 @@ void ReadStatus(const Reply& reply, Enumeration& answer) {
     if (number == 0) return;  // success
     answer.failed = true;
     answer.errorCode = number;
-    answer.errorText = PercentDecoded(reply.CimHeader("cimstatuscodedescription"));
+    answer.errorText = PercentDecoded(CimHeader(reply, "cimstatuscodedescription"));
 }
 
 // In the library's order. Nothing but a status is as good as a document that holds none.
-Enumeration ReadReply(Reply& reply) {
+Enumeration ReadReply(Answer& reply) {
     Enumeration answer;
-    if (strcasecmp(reply.CimHeader("cimoperation").c_str(), "MethodResponse") != 0) {
+    if (strcasecmp(CimHeader(reply, "cimoperation").c_str(), "MethodResponse") != 0) {
         answer.unreadable = "its answer lacks the header CIMOperation";
         return answer;
     }
@@ -74,8 +74,8 @@ public:
         : m_options(options),
           m_password(password),
           m_namespace(NamespaceOf(options)),
-          m_cim(options, seconds),
-          m_place(options.host + " port " + std::to_string(options.port)) {}
+          m_cim(EndpointOf(options, !Own(options).plain), TrustOf(options), kCimServer, seconds),
+          m_place(EndpointOf(options).Place()) {}
 
     Preflight Run(bool look) {
         if (AskForService() && look) AskForData();
@@ -88,12 +88,11 @@ private:
         if (Own(m_options).plain) {
             Note("Without TLS everybody on the way can read the passwords that are sent.");
         }
-        Reply reply = m_cim.Enumerate(m_namespace, kServiceClass, "");
+        Answer reply = Enumerate(m_cim, m_namespace, kServiceClass, {});
         if (reply.failedAt == Stage::kDone && reply.httpCode == 401) {
             if (!IsBasicChallenge(reply.Header("www-authenticate"))) return NoWayIn(reply);
-            const Secret authorization(BasicAuthorization(m_options.user, m_password.Reveal()));
-            reply = m_cim.Enumerate(m_namespace, kServiceClass, authorization.Reveal());
-            m_asked = true;
+            m_login = CimLogin(m_options.user, m_password.Reveal());
+            reply = Enumerate(m_cim, m_namespace, kServiceClass, m_login);
         } else if (reply.failedAt == Stage::kDone && reply.httpCode == 200) {
             Note("The CIM server asks nobody for user and password.");
         }
@@ -107,9 +106,7 @@ private:
     }
 
     bool AskForData() {
-        const Secret authorization(m_asked ? BasicAuthorization(m_options.user, m_password.Reveal())
-                                           : "");
-        Reply reply = m_cim.Enumerate(m_namespace, kDataClass, authorization.Reveal());
+        Answer reply = Enumerate(m_cim, m_namespace, kDataClass, m_login);
         Enumeration answer;
         if (!Read(reply, kDataClass, answer)) return false;
         const auto skipped =
@@ -122,14 +119,14 @@ private:
         return true;
     }
 
-    bool Read(Reply& reply, const char* className, Enumeration& answer) {
+    bool Read(Answer& reply, const char* className, Enumeration& answer) {
         if (reply.failedAt != Stage::kDone) return Fail(reply.failedAt, reply.reason);
         if (reply.httpCode == 401 || reply.httpCode == 403) return Refused(reply);
         if (reply.httpCode == 503) {
             return Fail(Stage::kService, "The CIM server at " + m_place + " is not ready" +
                                              Http(reply) + " Try again later.");
         }
-        if (!reply.CimHeader("cimerror").empty()) {
+        if (!CimHeader(reply, "cimerror").empty()) {
             return Fail(Stage::kService, "The CIM server at " + m_place +
                                              " refuses an ordinary request" + Http(reply) +
                                              " It is no usable CIM server.");
@@ -170,7 +167,7 @@ private:
         }
     }
 
-    bool NoWayIn(const Reply& reply) {
+    bool NoWayIn(const Answer& reply) {
         const std::string challenge = reply.Header("www-authenticate");
         const std::string how = challenge.empty()
                                     ? " refuses, and does not say how to log in"
@@ -180,7 +177,7 @@ private:
                                        " Switch HTTP Basic authentication on.");
     }
 
-    bool Refused(const Reply& reply) {
+    bool Refused(const Answer& reply) {
         const std::string who = "The BMC at " + m_place + " does not accept user \"" +
                                 m_options.user + "\" with this password";
         const std::string what = reply.httpCode == 401
@@ -207,7 +204,7 @@ private:
     const std::string m_namespace;
     Transport m_cim;
     const std::string m_place;
-    bool m_asked = false;  // the server wanted credentials
+    Login m_login;  // nobody, until the server wants to know
     Preflight m_result;
 };
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/cim/Xml.h"
 
-#include <openssl/evp.h>
 #include <strings.h>
 
 #include <algorithm>
@@ -17,7 +16,6 @@ namespace Kemffdc::Cim {
 namespace {
 
 constexpr char kDeclaration[] = R"(<?xml version="1.0" encoding="utf-8" ?>)";
-constexpr char kRealm[] = "Basic realm=\"";
 constexpr char kMessageId[] = "1";
 
 std::string NamespaceElements(const std::string& nameSpace) {
@@ -111,35 +109,6 @@ void ReadError(const pugi::xml_node& error, Enumeration& found) {
     if (found.failed) found.errorText = error.attribute("DESCRIPTION").value();
 }
 
-std::string Base64(const std::string& bytes) {
-    std::string text(4 * ((bytes.size() + 2) / 3) + 1, '\0');
-    const int size = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
-                                     reinterpret_cast<const unsigned char*>(bytes.data()),
-                                     static_cast<int>(bytes.size()));
-    text.resize(static_cast<std::size_t>(size));
-    return text;
-}
-
-// The low bytes of the UTF-16 units of valid UTF-8.
-std::string OneByteEach(const std::string& text) {
-    if (ValidUtf8(text) != text) return text;
-    std::string bytes;
-    for (std::size_t at = 0; at < text.size();) {
-        const auto first = static_cast<unsigned char>(text[at]);
-        const std::size_t length = first < 0x80 ? 1 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
-        unsigned code = length == 1 ? first : first & (0xFFU >> (length + 1));
-        for (std::size_t i = 1; i < length; ++i) {
-            code = (code << 6) | (static_cast<unsigned char>(text[at + i]) & 0x3FU);
-        }
-        if (code > 0xFFFF) {
-            bytes += static_cast<char>((0xD800 + ((code - 0x10000) >> 10)) & 0xFF);
-        }
-        bytes += static_cast<char>(code & 0xFF);
-        at += length;
-    }
-    return bytes;
-}
-
 }  // namespace
 
 std::string CimObjectHeader(const std::string& nameSpace) {
@@ -210,16 +179,6 @@ Enumeration ReadEnumeration(std::string document) {
     }
     if (found.types.size() > kMaxObjects) found.unreadable = "its answer holds too many objects";
     return found;
-}
-
-std::string BasicAuthorization(const std::string& user, const std::string& password) {
-    return "Basic " + Base64(OneByteEach(user) + ":" + OneByteEach(password));
-}
-
-bool IsBasicChallenge(const std::string& challenge) {
-    const std::string realm = kRealm;
-    return challenge.compare(0, realm.size(), realm) == 0 &&
-           challenge.find('"', realm.size()) != std::string::npos;
 }
 
 }  // namespace Kemffdc::Cim

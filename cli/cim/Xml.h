@@ -32,13 +32,6 @@ struct Enumeration {
 // Of documents that hold more than the library's client takes, it says so.
 Enumeration ReadEnumeration(std::string document);
 
-// Value of the header Authorization (RFC 7617). As the library sends it: a byte for each character,
-// the low one of those beyond Latin-1; what is not valid UTF-8 goes byte by byte.
-std::string BasicAuthorization(const std::string& user, const std::string& password);
-
-// Whether the library can answer a challenge: it wants "Basic" spelled so, and a realm in quotes.
-bool IsBasicChallenge(const std::string& challenge);
-
 }  // namespace Kemffdc::Cim
 
 #endif

@@ -2,13 +2,33 @@
 #include "cli/http/ConnectionWatch.h"
 
 #include <netdb.h>
+#include <openssl/bio.h>
+#include <openssl/pem.h>
 #include <openssl/ssl.h>
 #include <sys/socket.h>
 
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 namespace Kemffdc {
+namespace {
+
+struct FreeBio {
+    void operator()(BIO* bio) const { BIO_free_all(bio); }
+};
+
+// The certificate that the peer itself showed, in PEM form.
+std::string PemOfPeer(X509_STORE_CTX* chain) {
+    const std::unique_ptr<BIO, FreeBio> bio(BIO_new(BIO_s_mem()));
+    X509* shown = X509_STORE_CTX_get0_cert(chain);
+    if (!bio || shown == nullptr || PEM_write_bio_X509(bio.get(), shown) != 1) return "";
+    char* text = nullptr;
+    const long length = BIO_get_mem_data(bio.get(), &text);
+    return std::string(text, static_cast<std::size_t>(length));
+}
+
+}  // namespace
 
 // Where OpenSSL tells what it sees. The watch hangs on the context.
 struct TlsCallbacks {
@@ -36,6 +56,23 @@ struct TlsCallbacks {
         if (watch != nullptr) watch->m_wantsCertificate = true;
         return 0;
     }
+
+    // In the place of OpenSSL's own verification. Nobody is trusted who could not be judged.
+    static int OnCertificateShown(X509_STORE_CTX* chain, void* self) {
+        auto& watch = *static_cast<ConnectionWatch*>(self);
+        try {
+            watch.m_judged = ReadCertificate(PemOfPeer(chain));
+            watch.m_refusal = watch.m_judged ? watch.m_judge(*watch.m_judged)
+                                             : "The certificate that was shown "
+                                               "cannot be read.";
+        } catch (const std::bad_alloc&) {
+            X509_STORE_CTX_set_error(chain, X509_V_ERR_OUT_OF_MEM);
+            return 0;
+        }
+        const bool trusted = watch.m_refusal.empty();
+        X509_STORE_CTX_set_error(chain, trusted ? X509_V_OK : X509_V_ERR_APPLICATION_VERIFICATION);
+        return trusted ? 1 : 0;
+    }
 };
 
 namespace {
@@ -48,11 +85,13 @@ bool HasOpenSsl() {
 
 }  // namespace
 
-void ConnectionWatch::Attach(CURL* easy) {
+void ConnectionWatch::Attach(CURL* easy, const Judge& judge) {
     *this = ConnectionWatch();
+    m_judge = judge;
     curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, OnSocket);
     curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, this);
-    if (!HasOpenSsl()) return;
+    if (!HasOpenSsl() && !judge) return;
+    // With another TLS library the callback fails the handshake: nobody could judge.
     curl_easy_setopt(easy, CURLOPT_SSL_CTX_FUNCTION, OnTlsContext);
     curl_easy_setopt(easy, CURLOPT_SSL_CTX_DATA, this);
 }
@@ -75,7 +114,14 @@ curl_socket_t ConnectionWatch::OnSocket(void* self, curlsocktype, curl_sockaddr*
 }
 
 CURLcode ConnectionWatch::OnTlsContext(CURL*, void* context, void* self) {
+    if (!HasOpenSsl()) return CURLE_SSL_CONNECT_ERROR;
     auto* tls = static_cast<SSL_CTX*>(context);
+    // libcurl verifies a proxy by itself, and the BMC not: so they are told apart.
+    const bool isProxy = SSL_CTX_get_verify_mode(tls) != SSL_VERIFY_NONE;
+    if (static_cast<ConnectionWatch*>(self)->m_judge && !isProxy) {
+        SSL_CTX_set_verify(tls, SSL_VERIFY_PEER, nullptr);
+        SSL_CTX_set_cert_verify_callback(tls, TlsCallbacks::OnCertificateShown, self);
+    }
     if (SSL_CTX_set_ex_data(tls, TlsCallbacks::Index(), self) == 1) {
         SSL_CTX_set_info_callback(tls, TlsCallbacks::OnInfo);
         SSL_CTX_set_client_cert_cb(tls, TlsCallbacks::OnCertificateWanted);

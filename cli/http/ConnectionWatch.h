@@ -4,7 +4,11 @@
 
 #include <curl/curl.h>
 
+#include <functional>
+#include <optional>
 #include <string>
+
+#include "cli/report/Certificate.h"
 
 namespace Kemffdc {
 
@@ -12,8 +16,13 @@ namespace Kemffdc {
 // was said in the TLS handshake. Must outlive the handles that it was attached to, and their share.
 class ConnectionWatch {
 public:
-    // For the handle's next transfer; forgets what was seen before.
-    void Attach(CURL* easy);
+    // Tells why the owner of a certificate must not be spoken to; nothing where he may.
+    using Judge = std::function<std::string(const Certificate& shown)>;
+
+    // For the handle's next transfer; forgets what was seen before. With a `judge` (may be null) a
+    // handshake fails where he objects, or cannot be asked; proxies are not judged. He is to be
+    // given only where libcurl itself verifies nothing.
+    void Attach(CURL* easy, const Judge& judge = nullptr);
 
     // The last address that a connection was tried to: of a proxy, where there is one.
     const std::string& Address() const { return m_address; }
@@ -23,6 +32,10 @@ public:
     bool HasTlsAlert() const { return m_alert != kNone; }
     bool IsTooOld() const;  // the peer has no version that this machine takes, too
     bool WantsCertificate() const { return m_wantsCertificate; }  // of this machine; some insist
+
+    // The judge's objection, and what he was shown.
+    const std::string& Refusal() const { return m_refusal; }
+    const std::optional<Certificate>& Judged() const { return m_judged; }
 
 private:
     static constexpr int kNone = -1;
@@ -37,6 +50,9 @@ private:
     int m_alert = kNone;  // TLS's number of it
     int m_version = 0;    // of TLS, at the alert
     bool m_wantsCertificate = false;
+    Judge m_judge;
+    std::string m_refusal;
+    std::optional<Certificate> m_judged;
 };
 
 }  // namespace Kemffdc

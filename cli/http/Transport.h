@@ -2,12 +2,17 @@
 #ifndef KEMFFDC_HTTP_TRANSPORT_H
 #define KEMFFDC_HTTP_TRANSPORT_H
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
-#include "cli/Options.h"
-#include "cli/report/Report.h"
+#include "cli/http/Endpoint.h"
+#include "cli/http/Login.h"
+#include "cli/http/ServiceKind.h"
+#include "cli/http/Trust.h"
+#include "cli/report/Certificate.h"
 
 namespace Kemffdc {
 
@@ -27,29 +32,34 @@ struct Answer {
     Stage failedAt = Stage::kDone;  // of the transport; an HTTP error is an answer
     std::string reason;             // what was wrong and what to do, where there is no answer
     long httpCode = 0;
+    std::map<std::string, std::string> headers;  // names in lower case; the first of a name
     std::string body;
     bool lowerCaseNames = false;    // no header's name has an upper-case letter
     bool wantsCertificate = false;  // the server asked for one of this machine
+
+    std::string Header(const std::string& name) const;  // empty where there is none
+    bool IsSuccess() const { return httpCode >= 200 && httpCode <= 299; }
 };
 
-// GET requests to one BMC, to find out what is wrong before the library is used, which does not
-// tell. As the library does: redirects are followed and the environment's proxies hold. Unlike the
-// library, which sends the password along: redirects stay with HTTPS on the same host, and the
-// BMC's certificate is verified where the options name a CA file.
+// The tool's own requests to one web service: to find out what is wrong before the library is used,
+// which does not tell, and what the library does not ask for. They are made as the library makes
+// its own, but for two things: whom they may go to is judged before anything is sent, and redirects
+// stay with HTTPS on the same host. One connection, for one thread.
 class Transport {
 public:
-    // `seconds`: for one request, connection set-up and redirects included. Throws std::bad_alloc.
-    Transport(const Options& options, int seconds);
+    // `seconds`: for one request, connection set-up and redirects included. Throws std::bad_alloc,
+    // as do the requests.
+    Transport(Endpoint endpoint, Trust trust, const ServiceKind& kind, int seconds);
     ~Transport();
 
-    // Answers of more than 1 MiB are failures.
-    Answer Get(const std::string& path);
+    // `path` begins with a slash; header lines are whole ("Name: value").
+    Answer Get(const std::string& path, const Login& login = {});
+    Answer Post(const std::string& path, const std::string& body,
+                const std::vector<std::string>& headers, const Login& login = {});
+    Answer Delete(const std::string& path, const Login& login);
 
-    // With HTTP Basic authentication (RFC 7617).
-    Answer Get(const std::string& path, const std::string& user, const std::string& password);
-
-    // A TLS handshake on a new connection, and no request: is this still the BMC? Without a CA file
-    // nothing can be told, and nothing is done.
+    // A TLS handshake on a new connection, and no request: is this still whom we trust? Where
+    // everybody is trusted nothing can be told, and nothing is done.
     Answer CheckCertificate();
 
     // What the server showed in the last handshake.
@@ -57,30 +67,26 @@ public:
 
 private:
     struct Connection;
-    struct Login;
+    struct Request;
+    struct Reception;
 
-    Answer Follow(const std::string& path, const Login* login);
-    Answer Perform(const std::string& url, const Login* login, long milliseconds);
+    Answer Send(const Request& request);
+    Answer Perform(const Request& request, const std::string& url, long milliseconds);
     Answer CheckRedirect(const std::string& target) const;
+    bool TrustsEverybody() const;
+    void SetUp(void* easy, const std::string& url, const Trust& trust,
+               Connection& connection) const;
     void NoteUntrusted();
     void NoteCertificate(void* easy, bool verified);
-    Answer Explain(int curlCode, const std::string& detail) const;
-    Answer ExplainTimeout() const;
-    Answer ExplainTls(int curlCode, const std::string& why) const;
-    Answer ExplainProxy(int curlCode, const std::string& why) const;
-    bool IsAtProxy(int curlCode) const;
-    bool IsOverTls(int curlCode) const;
+    Answer Explained(int curlCode, const Reception& reception) const;
 
-    const Options& m_options;
-    const std::string m_place;  // "192.0.2.10 port 443"
-    const std::string m_baseUrl;
+    const Endpoint m_endpoint;
+    const Trust m_trust;
+    const ServiceKind& m_kind;
     const int m_seconds;
     std::unique_ptr<Connection> m_connection;
     std::optional<Certificate> m_certificate;
 };
-
-// The answer to a handshake that failed where an earlier one was good.
-Answer NotCheckedAgain(int curlCode, const std::string& place, const std::string& detail);
 
 }  // namespace Kemffdc
 

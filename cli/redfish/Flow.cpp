@@ -17,6 +17,7 @@
 #include "cli/redfish/Events.h"
 #include "cli/redfish/Options.h"
 #include "cli/redfish/Preflight.h"
+#include "cli/redfish/Requests.h"
 #include "cli/terminal/Text.h"
 
 namespace Kemffdc::Redfish {
@@ -53,7 +54,9 @@ Varnex::VarnexConnection::ConnectionInfo ConnectionOf(const Context& run) {
 class BmcRun {
 public:
     explicit BmcRun(Context& run)
-        : m_run(run), m_guard(run), m_listener(run.progress, [this] { m_guard.CheckRequest(); }) {}
+        : m_run(run),
+          m_guard(run, EndpointOf(run.options), kRedfishService),
+          m_listener(run.progress, [this] { m_guard.CheckRequest(); }) {}
 
     // Until the BMC can be asked for an export.
     Outcome Reach() {
@@ -167,7 +170,7 @@ private:
     }
 
     Context& m_run;
-    CertificateGuard<Transport> m_guard;
+    CertificateGuard m_guard;
     Listener m_listener;
     std::unique_ptr<Varnex::KEMFfdc> m_ffdc;
     std::string m_limit;

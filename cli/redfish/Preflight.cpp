@@ -4,6 +4,7 @@
 #include <boost/json.hpp>
 
 #include "cli/redfish/Json.h"
+#include "cli/redfish/Requests.h"
 
 namespace Kemffdc::Redfish {
 namespace {
@@ -23,9 +24,9 @@ class Probe {
 public:
     Probe(const Options& options, const Secret& password, int seconds)
         : m_options(options),
-          m_password(password),
-          m_https(options, seconds),
-          m_place(options.host + " port " + std::to_string(options.port)) {}
+          m_https(EndpointOf(options), TrustOf(options), kRedfishService, seconds),
+          m_place(EndpointOf(options).Place()),
+          m_login(BasicLogin(options.user, password.Reveal())) {}
 
     Preflight Run() {
         if (ReadRoot()) ReadManager();
@@ -53,7 +54,7 @@ private:
                             Http(answer) + " Check the gateway and the BMC behind it.");
         }
         if (answer.httpCode >= 500) return Failing(answer);
-        if (answer.httpCode < 200 || answer.httpCode > 299) {
+        if (!answer.IsSuccess()) {
             return Fail(Stage::kService, "There is no Redfish service at " + m_place +
                                              Http(answer) +
                                              " Check that it is a BMC and that --port is right.");
@@ -81,7 +82,7 @@ private:
         if (answer.httpCode == 404) {
             m_result.limit = "The BMC has no /redfish/v1/Managers/1; it will refuse the export.";
             m_result.facts.notes.push_back(m_result.limit);
-        } else if (answer.httpCode < 200 || answer.httpCode > 299) {
+        } else if (!answer.IsSuccess()) {
             return Failing(answer);
         } else if (const auto manager = ReadObject(answer.body)) {
             m_result.facts.model = TextMember(*manager, "Model");
@@ -100,9 +101,7 @@ private:
             "archive cannot be downloaded that way; go round it, or use --export-uri.");
     }
 
-    Answer GetAsUser(const char* path) {
-        return m_https.Get(path, m_options.user, m_password.Reveal());
-    }
+    Answer GetAsUser(const char* path) { return m_https.Get(path, m_login); }
 
     // Also ends the preflight where the BMC is only starting.
     bool HasAnswer(const Answer& answer) {
@@ -135,9 +134,9 @@ private:
     }
 
     const Options& m_options;
-    const Secret& m_password;
     Transport m_https;
     const std::string m_place;
+    const Login m_login;
     Preflight m_result;
 };
 

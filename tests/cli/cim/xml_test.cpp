@@ -5,7 +5,6 @@
 
 namespace {
 
-using Kemffdc::Cim::BasicAuthorization;
 using Kemffdc::Cim::Enumeration;
 using Kemffdc::Cim::ReadEnumeration;
 using testing::ElementsAre;
@@ -76,36 +75,6 @@ TEST(ReadEnumeration, EntitiesDoNotExpand) {
         "<IRETURNVALUE><VALUE.NAMEDINSTANCE><INSTANCE><PROPERTY NAME=\"DataCollectionType\"><VALUE>"
         "&e9;</VALUE></PROPERTY></INSTANCE></VALUE.NAMEDINSTANCE></IRETURNVALUE>");
     EXPECT_THAT(ReadEnumeration(document).types, ElementsAre("&e9;"));
-}
-
-struct CredentialRow {
-    const char* user;
-    const char* password;
-    const char* value;
-    const char* why;
-};
-
-TEST(BasicAuthorization, SendsOneByteForEachCharacterAsTheLibraryDoes) {
-    const CredentialRow rows[] = {
-        {"admin", "secret", "Basic YWRtaW46c2VjcmV0", "ASCII"},
-        {"admin", "", "Basic YWRtaW46", "an empty password"},
-        {"u", "\xC3\xA9", "Basic dTrp", "Latin-1: E9"},
-        {"u", "\xE5\xAF\x86", "Basic dTrG", "U+5BC6: its low byte"},
-        {"u", "\xF0\x9F\x98\x80", "Basic dTo9AA==", "U+1F600: the low bytes of D83D and DE00"},
-        {"u", "\xE9", "Basic dTrp", "no valid UTF-8: the byte itself"},
-    };
-    for (const CredentialRow& row : rows) {
-        EXPECT_EQ(BasicAuthorization(row.user, row.password), row.value) << row.why;
-    }
-}
-
-TEST(IsBasicChallenge, WantsTheSchemeSpelledSoAndARealmInQuotes) {
-    EXPECT_TRUE(Kemffdc::Cim::IsBasicChallenge("Basic realm=\"bmc\""));
-    EXPECT_TRUE(Kemffdc::Cim::IsBasicChallenge("Basic realm=\"\", charset=\"UTF-8\""));
-    for (const char* challenge : {"", "Basic", "basic realm=\"bmc\"", "Basic realm=bmc",
-                                  "Digest realm=\"bmc\"", "Basic realm=\"bmc"}) {
-        EXPECT_FALSE(Kemffdc::Cim::IsBasicChallenge(challenge)) << challenge;
-    }
 }
 
 TEST(PercentDecoded, ReadsWhatIsEncodedAndLeavesTheRest) {

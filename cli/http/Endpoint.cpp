@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/http/Endpoint.h"
+
+namespace Kemffdc {
+
+std::string Endpoint::Place() const { return host + " port " + std::to_string(port); }
+
+std::string Endpoint::Url() const {
+    return (tls ? "https://" : "http://") + (ipv6 ? "[" + host + "]" : host) + ":" +
+           std::to_string(port);
+}
+
+Endpoint EndpointOf(const Options& options, bool tls) {
+    return {options.host, options.ipv6, options.port, tls};
+}
+
+}  // namespace Kemffdc

@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef KEMFFDC_HTTP_TRUST_H
+#define KEMFFDC_HTTP_TRUST_H
+
+#include <functional>
+#include <string>
+
+#include "cli/Options.h"
+#include "cli/report/Certificate.h"
+
+namespace Kemffdc {
+
+// Whom a request may go to. Judged inside the TLS handshake, so nothing of a request, and no
+// credential, has left before: the transport asks nobody else. Over plain HTTP nothing is judged.
+struct Trust {
+    // PEM file: the certificate must be good for its CAs, and no others, and for the name or
+    // address that was asked for. Empty: the next one judges.
+    std::string caFile;
+
+    // Told the certificate that the peer shows; returns why its owner must not be spoken to, a
+    // whole sentence fit for display, or nothing where he may. Null: everybody is trusted. Runs on
+    // the thread of the request; must not throw.
+    std::function<std::string(const Certificate& shown)> judge;
+};
+
+// What the options ask for.
+Trust TrustOf(const Options& options);
+
+}  // namespace Kemffdc
+
+#endif
