@@ -26,7 +26,7 @@ inline namespace varnex_platform {
 //     Redfish session token stands in a level-3 record, and bodies of a BMC's answers stand in
 //     records as they came. What is written to a terminal or a file is to be masked there.
 //
-// Levels: 1 failure, 2 warning, 3 milestone, 4 trace.
+// Levels: 1 error, 2 warning, 3 info (a milestone), 4 debug (a trace).
 class Log {
 public:
     Log(int level, const char* sourceFile, int line);

@@ -10,7 +10,7 @@ namespace Varnex {
 
 // What a Log object emitted.
 struct LogRecord {
-    int level;               // 1 failure, 2 warning, 3 milestone, 4 trace
+    int level;               // 1 error, 2 warning, 3 info, 4 debug
     const char* sourceFile;  // path of the source without its extension
     int line;
     const std::string& text;  // whole and unmasked: may hold a session token and control bytes

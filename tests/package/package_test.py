@@ -3,6 +3,7 @@
 
 import hashlib
 import pathlib
+import re
 import shutil
 import socket
 import subprocess
@@ -218,6 +219,17 @@ def test_a_host_brings_its_own_platform_library(prefix, tmp_path):
 
 def test_the_readme_shows_the_example_that_is_built_here():
     example = (ROOT / "examples" / "collect.cpp").read_text(encoding="utf-8")
-    shown = example[example.index("#include"):]
+    shown = example[example.index("// collect"):]
+    readme = (ROOT / "README.md").read_text(encoding="utf-8")
 
-    assert f"```cpp\n{shown}```" in (ROOT / "README.md").read_text(encoding="utf-8")
+    assert f"## An archive in twenty lines of C++\n\n```cpp\n{shown}```" in readme
+    assert len(shown.splitlines()) == 20
+
+
+def test_what_demo_installs_is_enough_for_the_build_by_hand_in_the_readme(tmp_path):
+    """As if the packages that only ./test names were missing; configuring finds all others."""
+    by_hand = re.search(r"```\n(cmake --preset \S+) && ",
+                        (ROOT / "README.md").read_text(encoding="utf-8"))
+
+    run(*by_hand[1].split(), "-S", ROOT, "-B", tmp_path, f"-DCMAKE_CXX_COMPILER={CXX}",
+        "-DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON", "-DCMAKE_DISABLE_FIND_PACKAGE_PkgConfig=ON", cwd=ROOT)
