@@ -15,13 +15,13 @@ import struct
 import tarfile
 import zlib
 from concurrent.futures import ThreadPoolExecutor
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 from pathlib import Path
 from typing import Iterator
 
 from cryptography.hazmat.primitives.ciphers import Cipher, algorithms, modes
 
-from bmc.machine import MODEL, Machine, iso
+from bmc.machine import Machine, iso
 
 FULL, MINI = "full", "mini"
 REMOTE_FOLDER = "/download/ffdc/"
@@ -29,6 +29,7 @@ LARGEST = 4 * 1024**3 - 1  # above it a gzip trailer no longer tells the length
 
 _PIECE = 4 * 1024 * 1024
 _BLOCK = 65535  # the largest stored block of deflate
+_BLOCK_LENGTHS = 4  # bytes: a stored block's length, twice
 _TAR_END = bytes(1024)
 _BASE_HEADER = 10
 _TRAILER = 8
@@ -62,6 +63,12 @@ class ArchivePlan:
     name: str
     layout: "_Layout | None"  # None: no bytes at all
     key: bytes
+    damaged: bool = False
+
+    def later(self) -> "ArchivePlan":
+        """Another archive of the same name and size: what a later export leaves in its place."""
+        layout = replace(self.layout, time=self.layout.time + 3600) if self.layout else None
+        return replace(self, layout=layout, key=self.key[::-1])
 
     def make(self, folder: Path) -> Archive:
         folder.mkdir(mode=0o700, exist_ok=True)
@@ -71,33 +78,35 @@ class ArchivePlan:
             digest = hashlib.sha256(b"").hexdigest()
         else:
             digest = self.layout.write(file, self.key)
+            if self.damaged:
+                digest = _damage(file, self.layout.middle_block())
         return Archive(self.kind, self.name, file, file.stat().st_size, digest)
 
 
 def plan_archives(
-    machine: Machine, size: int | None, mini_size: int | None, name: str | None
+    machine: Machine, size: int | None, mini_size: int | None, name: str | None, damaged: bool = False
 ) -> dict[str, ArchivePlan]:
     """Plans both kinds; a size of None leaves an archive as large as its plausible content."""
     stamp = machine.now.strftime("%Y%m%d-%H%M%S")
     names = {
-        FULL: name or f"ffdc_{machine.serial}_{stamp}.tar.gz",
-        MINI: f"ffdc_mini_{machine.serial}_{stamp}.tar.gz",
+        FULL: name or f"ffdc_{machine.label}_{stamp}.tar.gz",
+        MINI: f"ffdc_mini_{machine.label}_{stamp}.tar.gz",
     }
     if names[FULL] == names[MINI]:
         raise ArchiveError(f"archive name {name!r} is the mini archive's")
     sizes = {FULL: size, MINI: mini_size}
     return {
-        kind: plan_archive(machine, kind, names[kind], sizes[kind], "redfish.archive")
+        kind: plan_archive(machine, kind, names[kind], sizes[kind], "redfish.archive", damaged)
         for kind in (FULL, MINI)
     }
 
 
 def plan_archive(
-    machine: Machine, kind: str, name: str, size: int | None, member: str
+    machine: Machine, kind: str, name: str, size: int | None, member: str, damaged: bool = False
 ) -> ArchivePlan:
     """Plans one; `member` names the part of the scenario that the size is from."""
     layout = _layout(machine, kind, size, member)
-    return ArchivePlan(kind, name, layout, machine.random.randbytes(16))
+    return ArchivePlan(kind, name, layout, machine.random.randbytes(16), damaged)
 
 
 def _layout(machine: Machine, kind: str, size: int | None, member: str) -> "_Layout | None":
@@ -122,7 +131,7 @@ def _members(machine: Machine, kind: str) -> Iterator[tuple[str, bytes]]:
     yield "manifest.json", _json({
         "Collection": "ProcessorDump" if full else "Mini-log",
         "Created": iso(machine.now),
-        "Model": MODEL,
+        "Model": machine.model,
         "SerialNumber": machine.serial,
         "UUID": machine.uuid,
     })
@@ -162,6 +171,7 @@ class _Layout:
 
     text: bytes  # tar members before compression
     deflated: bytes
+    flushes: list[int]  # where in `deflated` the lengths of empty blocks stand, one behind each member
     time: int
     padding: int  # bytes of the incompressible member; 0: it is left out
     comment: int  # bytes of the header's comment with its final 0; 0: no comment
@@ -169,10 +179,14 @@ class _Layout:
     @classmethod
     def fit(cls, members: list[tuple[str, bytes]], time: int, size: int | None) -> "_Layout | None":
         """A layout of exactly `size` bytes; None where the members alone are larger."""
-        text = b"".join(_tar_member(name, len(data), time) + _filled(data) for name, data in members)
+        text, deflated, flushes = b"", b"", []
         packer = zlib.compressobj(9, zlib.DEFLATED, -15)
-        deflated = packer.compress(text) + packer.flush(zlib.Z_FULL_FLUSH)
-        layout = cls(text, deflated, time, 0, 0)
+        for name, data in members:
+            member = _tar_member(name, len(data), time) + _filled(data)
+            text += member
+            deflated += packer.compress(member) + packer.flush(zlib.Z_FULL_FLUSH)
+            flushes.append(len(deflated) - _BLOCK_LENGTHS)
+        layout = cls(text, deflated, flushes, time, 0, 0)
         if size is None or layout.size() == size:
             return layout
         if layout.size() > size:
@@ -196,6 +210,14 @@ class _Layout:
     def size(self) -> int:
         blocks = -(-self._rest() // _BLOCK)
         return _BASE_HEADER + self.comment + len(self.deflated) + 5 * blocks + self._rest() + _TRAILER
+
+    def middle_block(self) -> int:
+        """Where, next to the middle of the file, the lengths of a block without compression stand."""
+        start = _BASE_HEADER + self.comment
+        places = [start + place for place in self.flushes]
+        stored = start + len(self.deflated) + 1
+        places += range(stored, stored + self._rest(), _BLOCK + 5)
+        return min(places, key=lambda place: abs(place - self.size() // 2))
 
     def write(self, file: Path, key: bytes) -> str:
         """Writes the file and returns its SHA-256; hashing runs beside the rest."""
@@ -230,6 +252,18 @@ class _Layout:
             yield _tar_member("dumps/memory_image.bin", self.padding, self.time)
             yield from _noise(key, self.padding)
         yield _TAR_END
+
+
+def _damage(file: Path, place: int) -> str:
+    """Spoils the lengths of a block, so that unpacking fails there and then; the new SHA-256."""
+    with open(file, "r+b") as data:
+        data.seek(place)
+        data.write(b"\xff" * _BLOCK_LENGTHS)
+        data.seek(0)
+        digest = hashlib.sha256()
+        while piece := data.read(_PIECE):
+            digest.update(piece)
+    return digest.hexdigest()
 
 
 def _noise(key: bytes, size: int) -> Iterator[bytes]:

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The BMC's certificate: self-signed, made at start, as factories ship them."""
+"""The BMC's certificate: self-signed, made at the first start, as factories ship them, or one that is given."""
 
 from __future__ import annotations
 
@@ -9,11 +9,23 @@ import os
 import ssl
 from dataclasses import dataclass
 from pathlib import Path
+from typing import Any
 
 from cryptography import x509
 from cryptography.hazmat.primitives import hashes, serialization
 from cryptography.hazmat.primitives.asymmetric import ec
 from cryptography.x509.oid import ExtendedKeyUsageOID, NameOID
+
+from bmc.scenario import Checker
+
+
+def read_change(check: Checker, value: Any) -> int | None:
+    """Reads `certificate_changes_after`: connections, for each server; None: it stays."""
+    return None if value is None else check.whole(value, ("certificate_changes_after",), 0, 1 << 31)
+
+
+class CertificateError(Exception):
+    """A file that is given holds no certificate with its key."""
 
 
 @dataclass(frozen=True)
@@ -23,13 +35,57 @@ class Certificate:
     path: Path
     key_path: Path
     sha256: str
+    changes_after: int | None = None  # connections to a server
+    later: "Certificate | None" = None  # what is shown then
 
-    def server_context(self) -> ssl.SSLContext:
+    def server_context(self, newest: ssl.TLSVersion = ssl.TLSVersion.MAXIMUM_SUPPORTED) -> ssl.SSLContext:
         context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
         context.minimum_version = ssl.TLSVersion.TLSv1_2
+        context.maximum_version = newest
         context.set_alpn_protocols(["http/1.1"])
         context.load_cert_chain(self.path, self.key_path)
+        if self.later is not None:
+            _change_after(context, self.changes_after or 0, self.later.server_context(newest))
         return context
+
+
+def _change_after(context: ssl.SSLContext, connections: int, later: ssl.SSLContext) -> None:
+    """The first connections see the context's own certificate, all others the later one's."""
+    seen = 0
+
+    def choose(connection: ssl.SSLObject, _name: str | None, _context: ssl.SSLContext) -> None:
+        nonlocal seen
+        if seen >= connections:
+            connection.context = later
+        seen += 1
+
+    context.sni_callback = choose  # called for each connection, also where no name is sent
+
+
+def given_certificate(file: Path) -> Certificate:
+    """One file with certificate (or chain) and key, as other programs want it too."""
+    try:
+        shown = x509.load_pem_x509_certificate(file.read_bytes())
+        certificate = Certificate(file, file, shown.fingerprint(hashes.SHA256()).hex())
+        certificate.server_context()
+    except (OSError, ValueError) as error:  # SSLError is an OSError
+        raise CertificateError(f"{file}: no certificate with its key in PEM: {error}") from error
+    return certificate
+
+
+def kept_certificate(folder: Path, common_name: str, address: str) -> Certificate:
+    """The one of the last start in this folder, if it names the address; else a new one."""
+    path, key_path = folder / "cert.pem", folder / "key.pem"
+    try:
+        shown = x509.load_pem_x509_certificate(path.read_bytes())
+        names = shown.extensions.get_extension_for_class(x509.SubjectAlternativeName).value
+        kept = Certificate(path, key_path, shown.fingerprint(hashes.SHA256()).hex())
+        kept.server_context()
+    except (OSError, ValueError, x509.ExtensionNotFound):
+        return make_certificate(folder, common_name, address)
+    if all(name in names for name in _alternative_names(address)):
+        return kept
+    return make_certificate(folder, common_name, address)
 
 
 def make_certificate(folder: Path, common_name: str, address: str) -> Certificate:

@@ -8,11 +8,17 @@ from __future__ import annotations
 
 import datetime
 import random
+import re
 import uuid
 from dataclasses import dataclass
 from typing import Any, Iterable, Iterator
 
-MODEL = "TX-2200"
+from bmc.scenario import Checker
+
+DRAWN = "drawn"  # serial number and UUID: from the seed
+_LABEL = re.compile("[^A-Za-z0-9_-]")
+_LONGEST_LABEL = 40
+_MEMBERS = ("serial", "uuid", "model", "firmware")
 FIXED_TIME = datetime.datetime(2024, 3, 1, 12, 0, 0, tzinfo=datetime.timezone.utc)
 
 _EVENTS = (
@@ -37,15 +43,36 @@ class Event:
     text: str
 
 
+@dataclass(frozen=True)
+class Identity:
+    """What the BMC tells of itself and its server; None: it does not tell."""
+
+    serial: str | None = DRAWN
+    uuid: str | None = DRAWN
+    model: str | None = "TX-2200"
+    firmware: str | None = "4.20.1183"
+
+
+def read_identity(check: Checker, value: Any) -> Identity:
+    """Reads and checks the `machine` section."""
+    entry = check.mapping(value, ("machine",), _MEMBERS)
+    return Identity(**{
+        name: None if told is None else check.text(told, ("machine", name)) for name, told in entry.items()
+    })
+
+
 class Machine:
     """One server. The same seed makes the same server, to the byte and to the second."""
 
-    def __init__(self, seed: int | None) -> None:
+    def __init__(self, seed: int | None, identity: Identity = Identity()) -> None:
         self.random = random.Random(seed)
         now = datetime.datetime.now(datetime.timezone.utc).replace(microsecond=0)
         self.now = now if seed is None else FIXED_TIME
-        self.serial = "TV" + "".join(self.random.choices("0123456789ABCDEFGHJKLMNPRSTUVWXYZ", k=8))
-        self.uuid = str(uuid.UUID(int=self.random.getrandbits(128), version=4))
+        serial = "TV" + "".join(self.random.choices("0123456789ABCDEFGHJKLMNPRSTUVWXYZ", k=8))
+        self.guid = uuid.UUID(int=self.random.getrandbits(128), version=4)
+        self.serial = serial if identity.serial == DRAWN else identity.serial
+        self.uuid = str(self.guid) if identity.uuid == DRAWN else identity.uuid
+        self.model, self.firmware = identity.model, identity.firmware
         self.mac = ":".join(["02"] + [f"{self.random.randrange(256):02x}" for _ in range(5)])
         self.processors = [self._processor(n) for n in range(2)]
         self.memory = [self._dimm(n) for n in range(1, 9)]
@@ -54,6 +81,14 @@ class Machine:
         self.fans = self._sensors([f"Fan {n}" for n in range(1, 7)], 3200, 7400)
         self.watts = self.random.randrange(180, 420)
         self.events = self._events(240)
+
+    @property
+    def label(self) -> str:
+        """The serial number as it may stand in names of files and hosts, whatever it is."""
+        return _LABEL.sub("_", self.serial or "")[:_LONGEST_LABEL] or "unnamed"
+
+    def facts(self) -> dict[str, str | None]:
+        return {"serial": self.serial, "uuid": self.uuid, "model": self.model, "firmware": self.firmware}
 
     def _processor(self, number: int) -> dict[str, Any]:
         return {

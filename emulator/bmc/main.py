@@ -11,29 +11,38 @@ import logging
 import os
 import sys
 import tempfile
+from dataclasses import replace
 from pathlib import Path
-from typing import Any
+from typing import Any, Mapping
 
-from bmc.archive import FULL, Archive, ArchiveError, plan_archives
-from bmc.certificate import make_certificate
+from bmc.archive import FULL, Archive, ArchiveError, ArchivePlan, plan_archives
+from bmc.certificate import (
+    Certificate, CertificateError, given_certificate, kept_certificate, make_certificate, read_change,
+)
 from bmc.cim.service import serve_cim
 from bmc.cim.settings import read_cim
+from bmc.doors import Doors, read_closed, read_filtered
 from bmc.http.script import Script
-from bmc.http.server import WebServer, listen
+from bmc.http.server import WebServer
 from bmc.ipmi.commands import Commands
 from bmc.ipmi.kcs import KcsInterface
 from bmc.ipmi.service import serve as serve_ipmi
 from bmc.ipmi.settings import read_ipmi
 from bmc.lifetime import Lifetime
-from bmc.machine import Machine
+from bmc.machine import Machine, read_identity
 from bmc.record import RequestRecord
+from bmc.redfish.download import Downloads
 from bmc.redfish.service import RedfishService
 from bmc.redfish.settings import read_redfish
 from bmc.scenario import Scenario, ScenarioError, load
 from bmc.sftp.settings import BMC, CREDENTIAL, read_sftp
 from bmc.upload import stop_uploads
 
-SECTIONS = {"redfish": read_redfish, "ipmi": read_ipmi, "cim": read_cim, "sftp": read_sftp}
+SECTIONS = {
+    "machine": read_identity, "closed": read_closed, "filtered": read_filtered,
+    "certificate_changes_after": read_change,
+    "redfish": read_redfish, "ipmi": read_ipmi, "cim": read_cim, "sftp": read_sftp,
+}
 SFTP_PORT = 115  # where clients of this BMC look for it, whatever they are told
 _BAD_START, _USAGE = 1, 2
 
@@ -60,6 +69,8 @@ def main(arguments: list[str]) -> int:
         asyncio.run(_run(options, scenario, folder, lifetime))
     except ArchiveError as error:
         lifetime.end(_USAGE, _complaint(f"{options.scenario}: {error}"))
+    except CertificateError as error:
+        lifetime.end(_USAGE, _complaint(error))
     except OSError as error:
         lifetime.end(_BAD_START, _complaint(error))
     return 0
@@ -76,6 +87,13 @@ def _options(arguments: list[str]) -> argparse.Namespace:
     parser.add_argument(
         "--sftp-port", type=_port, metavar="N",
         help="0: a free one; unless told %d where the scenario has an sftp section, else none" % SFTP_PORT,
+    )
+    parser.add_argument(
+        "--certificate", type=Path, metavar="FILE",
+        help="certificate and key (PEM) of the HTTPS ports; default: that of the last start in DIR, or a new one",
+    )
+    parser.add_argument(
+        "--new-certificate", action="store_true", help="a new one, also where DIR has one already"
     )
     parser.add_argument("--redfish-plain", action="store_true", help="HTTP instead of HTTPS")
     parser.add_argument(
@@ -115,24 +133,27 @@ async def _run(
     options: argparse.Namespace, scenario: Scenario, folder: Path, lifetime: Lifetime
 ) -> None:
     settings, wanted = scenario.sections["redfish"], scenario.sections["redfish"].archive
-    machine = Machine(wanted.seed)
-    plans = plan_archives(machine, wanted.size, wanted.mini_size, wanted.name)
+    machine = Machine(wanted.seed, scenario.sections["machine"])
+    plans = plan_archives(machine, wanted.size, wanted.mini_size, wanted.name, wanted.damaged)
     record = RequestRecord(folder / "requests.jsonl")
-    listener = listen(options.bind, options.redfish_port)
+    doors = Doors(scenario.sections["closed"], scenario.sections["filtered"])
+    listener = doors.listener("redfish", options.bind, options.redfish_port)
     lifetime.watch()  # from here on nothing is wrong any more that should be told first
-    certificate = make_certificate(folder, f"bmc-{machine.serial.lower()}", options.bind)
+    certificate = _certificate(options, scenario, folder, machine)
     archives = {kind: plan.make(folder / "archives") for kind, plan in plans.items()}
-    server = WebServer(RedfishService(scenario, machine, archives), Script(settings.answers), record)
-    await server.start(listener, None if options.redfish_plain else certificate.server_context())
+    later = _later_archives(plans, settings.download.replaced_after, folder / "later-archives")
+    downloads = Downloads(archives, later, settings.download)
+    service = RedfishService(scenario, machine, archives, downloads)
+    if doors.is_open("redfish"):
+        context = None if options.redfish_plain else certificate.server_context()
+        await WebServer(service, Script(settings.answers), record).start(listener, context)
     account = (scenario.user, scenario.password)
-    commands = Commands(scenario.sections["ipmi"], account)
-    ipmi = await serve_ipmi(
-        options.bind, options.ipmi_port, scenario.sections["ipmi"], commands, account, record
-    )
+    commands = Commands(scenario.sections["ipmi"], account, machine)
+    ipmi_port = await _serve_ipmi(options, scenario, doors, commands, account, record)
     kcs = KcsInterface(commands, record)
     await kcs.start()
     cim = await serve_cim(
-        options.bind, (options.cim_port, options.cim_https_port), scenario, machine,
+        options.bind, (options.cim_port, options.cim_https_port), scenario, doors, machine,
         certificate, record, folder / "cim-archives",
     )
     sftp = await _serve_files(options, scenario, machine, account, record, folder)
@@ -141,21 +162,69 @@ async def _run(
         "address": options.bind,
         "user": scenario.user,
         "password": scenario.password,
+        "machine": machine.facts(),
         "redfish": {
             "port": listener.getsockname()[1],
             "scheme": "http" if options.redfish_plain else "https",
-            "certificate": str(certificate.path),
-            "sha256": certificate.sha256,
+            **_shown(certificate),
         },
-        "ipmi": {"port": ipmi.port, "kcs": kcs.name},
+        "ipmi": {"port": ipmi_port, "kcs": kcs.name},
         "cim": cim.facts(),
         **sftp,
         "archive": _described(archives[FULL]),
         "archives": {kind: _described(archive) for kind, archive in archives.items()},
+        **({"later_archives": {kind: _described(archive) for kind, archive in later.items()}} if later else {}),
         "requests": str(record.path),
         "pid": os.getpid(),
     })
     await asyncio.Event().wait()
+
+
+def _certificate(
+    options: argparse.Namespace, scenario: Scenario, folder: Path, machine: Machine
+) -> Certificate:
+    name = f"bmc-{machine.label.lower()}"
+    if options.certificate:
+        certificate = given_certificate(options.certificate)
+    elif options.new_certificate:
+        certificate = make_certificate(folder, name, options.bind)
+    else:
+        certificate = kept_certificate(folder, name, options.bind)
+    changes_after = scenario.sections["certificate_changes_after"]
+    if changes_after is None:
+        return certificate
+    (folder / "later").mkdir(exist_ok=True)
+    later = make_certificate(folder / "later", name, options.bind)
+    return replace(certificate, changes_after=changes_after, later=later)
+
+
+def _shown(certificate: Certificate) -> dict[str, Any]:
+    shown = {"certificate": str(certificate.path), "sha256": certificate.sha256}
+    if certificate.later is not None:
+        shown["later"] = {"certificate": str(certificate.later.path), "sha256": certificate.later.sha256}
+    return shown
+
+
+def _later_archives(
+    plans: Mapping[str, ArchivePlan], replaced_after: int | None, folder: Path
+) -> dict[str, Archive]:
+    """Those that take the place of the first ones, where the scenario wants it."""
+    if replaced_after is None:
+        return {}
+    return {kind: plan.later().make(folder) for kind, plan in plans.items()}
+
+
+async def _serve_ipmi(
+    options: argparse.Namespace, scenario: Scenario, doors: Doors, commands: Commands,
+    account: tuple[str, str], record: RequestRecord,
+) -> int:
+    """The port."""
+    if not doors.is_open("ipmi"):
+        return doors.hold_udp(options.bind, options.ipmi_port)
+    service = await serve_ipmi(
+        options.bind, options.ipmi_port, scenario.sections["ipmi"], commands, account, record
+    )
+    return service.port
 
 
 async def _serve_files(

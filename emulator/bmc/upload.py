@@ -9,6 +9,7 @@ from __future__ import annotations
 
 import asyncio
 import os
+from dataclasses import dataclass
 from pathlib import Path
 from urllib.parse import urlsplit
 
@@ -16,6 +17,18 @@ SCHEMES = ("sftp", "tftp", "https")
 _SECONDS = 900
 _ESCAPES = {"\\": "\\\\", '"': '\\"', "\n": "\\n", "\r": "\\r", "\t": "\\t", "\v": "\\v"}
 _RUNNING: set[asyncio.subprocess.Process] = set()
+
+
+@dataclass(frozen=True)
+class UploadFailure:
+    """Why an upload failed."""
+
+    code: int  # curl's exit code
+    http_status: int  # of the target's answer; 0: there was none, or it speaks no HTTP
+    reason: str  # curl's own words
+
+    def __str__(self) -> str:
+        return f"{self.reason} (curl ended with {self.code})"
 
 
 def usable_uri(uri: str) -> bool:
@@ -29,24 +42,31 @@ def usable_uri(uri: str) -> bool:
         return False
 
 
-async def upload(file: Path, uri: str, user: str, password: str) -> str | None:
-    """Uploads and returns None, or the reason why it failed. A URI that ends in "/" names a folder."""
+def store_of(uri: str) -> str:
+    """Scheme, host and port, as messages may show them: without path and without credentials."""
+    parts = urlsplit(uri)
+    return f"{parts.scheme}://{parts.netloc.rpartition('@')[2]}"
+
+
+async def upload(file: Path, uri: str, user: str, password: str) -> UploadFailure | None:
+    """Uploads and returns None, or why it failed. A URI that ends in "/" names a folder."""
     process = await asyncio.create_subprocess_exec(
         "curl", "--disable", "--config", "-",
         stdin=asyncio.subprocess.PIPE,
-        stdout=asyncio.subprocess.DEVNULL,
+        stdout=asyncio.subprocess.PIPE,
         stderr=asyncio.subprocess.PIPE,
         env=_environment(),
     )
     _RUNNING.add(process)
     try:
-        _, errors = await process.communicate(configuration(file, uri, user, password).encode())
+        status, errors = await process.communicate(configuration(file, uri, user, password).encode())
     finally:
         _RUNNING.discard(process)
     if process.returncode == 0:
         return None
     reason = errors.decode("utf-8", "replace").strip().splitlines()
-    return f"{reason[-1] if reason else 'no reason given'} (curl ended with {process.returncode})"
+    http_status = int(status) if status.isdigit() else 0
+    return UploadFailure(process.returncode, http_status, reason[-1] if reason else "no reason given")
 
 
 def stop_uploads() -> None:
@@ -62,6 +82,7 @@ def configuration(file: Path, uri: str, user: str, password: str) -> str:
     """curl's options, one a line. The BMC knows neither host keys nor certificates of the target."""
     lines = [
         "silent", "show-error", "fail", "globoff", "path-as-is", "insecure",
+        'output = "/dev/null"', 'write-out = "%{response_code}"',
         f"proto = {quoted('=' + ','.join(SCHEMES))}",
         'noproxy = "*"',
         "connect-timeout = 15",

@@ -51,6 +51,70 @@ def test_a_client_that_trusts_the_certificate_can_verify_it(bmc: Bmc) -> None:
             assert tls.version() in ("TLSv1.2", "TLSv1.3")
 
 
+def shown_by(bmc: Bmc, port: int | None = None) -> str:
+    """The fingerprint of the certificate that a new connection meets."""
+    shown = ssl.get_server_certificate((bmc.address, port or bmc.port))
+    return hashlib.sha256(ssl.PEM_cert_to_DER_cert(shown)).hexdigest()
+
+
+def test_a_restart_shows_the_certificate_of_the_folder_again(start: Starter, tmp_path: Path) -> None:
+    folder = str(tmp_path / "state")
+    first = start(None, "--state-dir", folder)
+    first.stop()
+    again = start(None, "--state-dir", folder)
+
+    assert shown_by(again) == again.ready["redfish"]["sha256"] == first.ready["redfish"]["sha256"]
+
+
+def test_unless_a_new_one_is_wanted(start: Starter, tmp_path: Path) -> None:
+    folder = str(tmp_path / "state")
+    first = start(None, "--state-dir", folder)
+    first.stop()
+    again = start(None, "--state-dir", folder, "--new-certificate")
+
+    assert shown_by(again) == again.ready["redfish"]["sha256"] != first.ready["redfish"]["sha256"]
+
+
+@pytest.mark.parametrize("spoil", ["key.pem", "cert.pem"])
+def test_a_certificate_that_cannot_be_used_again_is_made_anew(start: Starter, tmp_path: Path, spoil: str) -> None:
+    folder = tmp_path / "state"
+    first = start(None, "--state-dir", str(folder))
+    first.stop()
+    (folder / spoil).write_text("no longer")
+    again = start(None, "--state-dir", str(folder))
+
+    assert shown_by(again) != first.ready["redfish"]["sha256"]
+
+
+def test_a_certificate_of_ones_own_is_shown(start: Starter, tmp_path: Path) -> None:
+    other = start(None, "--state-dir", str(tmp_path / "other"))
+    file = tmp_path / "own.pem"
+    file.write_bytes((tmp_path / "other" / "cert.pem").read_bytes() + (tmp_path / "other" / "key.pem").read_bytes())
+    bmc = start(None, "--certificate", str(file))
+
+    assert shown_by(bmc) == other.ready["redfish"]["sha256"]
+    assert shown_by(bmc, bmc.ready["cim"]["https_port"]) == other.ready["redfish"]["sha256"]
+
+
+def test_a_file_without_a_key_is_no_certificate(start: Starter, bmc: Bmc) -> None:
+    file = bmc.ready["redfish"]["certificate"]
+    done = subprocess.run([str(PROGRAM), "--certificate", file], stdin=subprocess.PIPE,
+                          capture_output=True, text=True, timeout=20)
+
+    assert done.returncode == 2 and len(done.stderr.splitlines()) == 1
+    assert done.stderr.startswith(f"emulated-bmc: {file}: no certificate with its key in PEM: ")
+
+
+def test_the_certificate_can_change_between_two_connections(start: Starter) -> None:
+    bmc = start({"certificate_changes_after": 2})
+    first, later = bmc.ready["redfish"]["sha256"], bmc.ready["redfish"]["later"]["sha256"]
+    secure_cim = bmc.ready["cim"]["https_port"]
+
+    assert [shown_by(bmc) for _ in range(4)] == [first, first, later, later]
+    assert [shown_by(bmc, secure_cim) for _ in range(3)] == [first, first, later]  # each server counts its own
+    assert first != later
+
+
 @pytest.mark.parametrize("address", ["::1", "127.0.0.2"])
 def test_it_binds_where_it_is_told(start: Starter, address: str) -> None:
     bmc = start(None, "--bind", address)

@@ -393,6 +393,31 @@ def test_an_empty_scenario_is_the_default_one(start: Starter) -> None:
 # --- the handbook -----------------------------------------------------------------------------
 
 
+def test_every_scenario_that_comes_along_is_in_the_handbook() -> None:
+    rows = re.findall(r"^\| (`[^|]*`) \|", DOCUMENT.read_text(), re.MULTILINE)
+    named = {name for row in rows for name in re.findall(r"`([^`]+)`", row)}
+
+    assert {file.stem for file in (EMULATOR / "scenarios").glob("*.yaml")} <= named
+
+
+def test_every_member_of_a_section_is_in_the_handbook(start: Starter) -> None:
+    text = DOCUMENT.read_text()
+    for scenario, prefix in (({"x": 1}, ""), ({"redfish": {"x": 1}}, "redfish."),
+                             ({"redfish": {"download": {"x": 1}}}, "redfish.download."),
+                             ({"redfish": {"archive": {"x": 1}}}, "redfish.archive.")):
+        allowed = complaint(["--scenario", str(start.scenario_file(scenario))]).partition("allowed: ")[2].split(", ")
+        for name in allowed:
+            assert f"`{prefix}{name}`" in text or f"{prefix}{name}." in text or f"`{name}`" in text, prefix + name
+
+
+def test_the_options_in_the_handbook_are_those_of_the_program() -> None:
+    shown = subprocess.run([str(PROGRAM), "--help"], capture_output=True, text=True, timeout=20).stdout
+    named = re.findall(r"^\| `(--[\w-]+)", DOCUMENT.read_text(), re.MULTILINE)
+    more = re.findall(r"`(--[\w-]+) N`", DOCUMENT.read_text())
+
+    assert set(re.findall(r"--[a-z][\w-]+", shown)) - {"--help"} <= {*named, *more}
+
+
 def test_every_scenario_in_the_handbook_can_be_used(start: Starter) -> None:
     blocks = re.findall(r"```yaml\n(.*?)```", DOCUMENT.read_text(), re.DOTALL)
     redfish = [block for block in blocks if "redfish:" in block]

@@ -92,7 +92,7 @@ def test_an_sftp_target_receives_the_archive(start: Starter, store: SftpStore) -
     task = export(bmc, f"sftp://127.0.0.1:{store.port}/target.tar.gz")
 
     assert task["TaskState"] == "Completed", task["Messages"]
-    assert "Oem" not in task
+    assert "FFDCForDownloading" not in task["Oem"]["Tavrin"]
     assert (store.folder / "target.tar.gz").read_bytes() == Path(bmc.archive["file"]).read_bytes()
 
 
@@ -106,18 +106,32 @@ def test_a_target_folder_receives_it_under_its_own_name(start: Starter, store: S
     assert (store.folder / "in" / mini["name"]).read_bytes() == Path(mini["file"]).read_bytes()
 
 
-@pytest.mark.parametrize("path, password, reason", [
-    ("/x", "wrong", "(curl ended with 67)"),
-    ("/no/such/folder/x", PASSWORD, "(curl ended with "),
-])
-def test_a_failed_upload_ends_in_an_exception(
-    start: Starter, store: SftpStore, path: str, password: str, reason: str
-) -> None:
-    task = export(start(), f"sftp://127.0.0.1:{store.port}{path}", password=password)
+def test_a_refused_login_is_told_as_the_tasks_reason(start: Starter, store: SftpStore) -> None:
+    uri = f"sftp://127.0.0.1:{store.port}"
+    task = export(start(), uri + "/x", password="wrong")
 
     assert (task["TaskState"], task["TaskStatus"]) == ("Exception", "Critical")
-    assert reason in task["Messages"][0]["Message"]
-    assert "Oem" not in task
+    started, reason = task["Messages"]
+    assert started["MessageId"] == "TaskEvent.1.0.TaskStarted"
+    assert reason["MessageId"] == "TavrinMessages.1.0.ExportLoginRefused"
+    assert reason["Message"] == f"The file store {uri} refused the login of user {USER}."
+    assert reason["MessageArgs"] == [uri, USER]
+    assert (reason["Severity"], reason["MessageSeverity"]) == ("Critical", "Critical")
+    assert reason["Resolution"].startswith("Correct the user or the password")
+    assert "wrong" not in str(task)
+    assert "FFDCForDownloading" not in task["Oem"]["Tavrin"]
+
+
+def reason_of(task: dict) -> str:
+    assert task["TaskState"] == "Exception"
+    return task["Messages"][-1]["MessageId"].rpartition(".")[2]
+
+
+def test_a_folder_that_is_not_there_is_told(start: Starter, store: SftpStore) -> None:
+    task = export(start(), f"sftp://127.0.0.1:{store.port}/no/such/folder/x")
+
+    assert reason_of(task) in ("ExportDenied", "ExportFailed")  # as the store's answer was
+    assert "FFDCForDownloading" not in task["Oem"]["Tavrin"]
 
 
 def test_a_target_that_refuses_ends_in_an_exception(start: Starter) -> None:
@@ -125,7 +139,11 @@ def test_a_target_that_refuses_ends_in_an_exception(start: Starter) -> None:
         probe.bind(("127.0.0.1", 0))
         port = probe.getsockname()[1]
 
-    assert export(start(), f"sftp://127.0.0.1:{port}/x")["TaskState"] == "Exception"
+        assert reason_of(export(start(), f"sftp://127.0.0.1:{port}/x")) == "ExportUnreachable"
+
+
+def test_a_host_that_is_not_known_is_told(start: Starter) -> None:
+    assert reason_of(export(start(), "sftp://no-such-host.invalid/x")) == "ExportHostUnknown"
 
 
 def test_a_task_runs_until_its_upload_has_ended(start: Starter) -> None:
@@ -167,6 +185,10 @@ def test_an_https_target_receives_the_archive(start: Starter, tmp_path: Path) ->
     class Target(http.server.BaseHTTPRequestHandler):
         def do_PUT(self) -> None:
             length = int(self.headers["Content-Length"])
+            if self.path == "/refused":
+                self.rfile.read(length)
+                self.send_error(401)
+                return
             received.update(path=self.path, body=self.rfile.read(length), auth=self.headers["Authorization"])
             self.send_response(201)
             self.send_header("Content-Length", "0")
@@ -183,9 +205,11 @@ def test_an_https_target_receives_the_archive(start: Starter, tmp_path: Path) ->
     bmc = start()
     password = PASSWORD + "\n\r\t\v" + 1000 * "x"
     task = export(bmc, f"https://127.0.0.1:{server.server_port}/in/", password=password)
+    refused = export(bmc, f"https://127.0.0.1:{server.server_port}/refused", password="wrong")
     server.shutdown()
     server.server_close()
 
+    assert reason_of(refused) == "ExportLoginRefused"
     assert task["TaskState"] == "Completed", task["Messages"]
     assert received["path"] == "/in/" + bmc.archive["name"]
     assert received["body"] == Path(bmc.archive["file"]).read_bytes()

@@ -13,7 +13,7 @@ from pathlib import Path
 from typing import BinaryIO, Mapping
 
 from bmc.archive import FULL, Archive
-from bmc.machine import MODEL, Machine, iso
+from bmc.machine import Machine, iso
 
 _PIECE = 1 << 20
 
@@ -22,7 +22,7 @@ def make_archive(
     machine: Machine, file: Path, facts: Mapping[str, str], size: int | None
 ) -> Archive:
     """Makes it; with a size a member that does not compress brings it to about so many bytes."""
-    manifest = {"Created": iso(machine.now), "Model": MODEL, "SerialNumber": machine.serial, **facts}
+    manifest = {"Created": iso(machine.now), "Model": machine.model, "SerialNumber": machine.serial, **facts}
     events = "".join(f"{e.number:5d}  {iso(e.time)}  {e.severity:8s}  {e.text}\n" for e in machine.events)
     with open(file, "wb", opener=lambda path, flags: os.open(path, flags, 0o600)) as raw:
         with gzip.GzipFile("", "wb", 6, raw, machine.now.timestamp()) as packed:

@@ -21,7 +21,7 @@ _LOG = logging.getLogger("emulated-bmc")
 COMPLETED, TIMEOUT, FAILED, INVALID_PARAMETER, IN_USE = 0, 3, 4, 5, 6
 NEVER_EXPORTED = "4"
 _SCHEMES = ("sftp", "tftp")
-_TIMED_OUT = "(curl ended with 28)"
+_CURL_TIMED_OUT = 28
 
 
 class Exporter:
@@ -38,7 +38,7 @@ class Exporter:
 
     def _make(self, machine: Machine, folder: Path, item: DataObject) -> Archive:
         stamp = machine.now.strftime("%Y%m%d-%H%M%S")
-        name = f"ffdc_{machine.serial}_{stamp}_{self._labels[item.id]}.tar.gz"
+        name = f"ffdc_{machine.label}_{stamp}_{self._labels[item.id]}.tar.gz"
         facts = {"DataObject": item.id, "DataCollectionType": item.type}
         return make_archive(machine, folder / name, facts, self._settings.archive_size)
 
@@ -57,7 +57,7 @@ class Exporter:
         if failure is None:
             return COMPLETED
         _LOG.warning("the upload of %s failed: %s", item.id, failure)
-        return TIMEOUT if _TIMED_OUT in failure else FAILED
+        return TIMEOUT if failure.code == _CURL_TIMED_OUT else FAILED
 
     def target(self, item: DataObject, uri: str) -> str | None:
         """The whole URI of the file to be written; None where `uri` cannot be one.

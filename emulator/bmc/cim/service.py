@@ -15,7 +15,7 @@ from bmc.cim.operations import Operations
 from bmc.cim.server import CimServer
 from bmc.cim.settings import CimSettings
 from bmc.certificate import Certificate
-from bmc.http.server import listen
+from bmc.doors import Doors
 from bmc.machine import Machine
 from bmc.record import RequestRecord
 from bmc.scenario import Scenario
@@ -34,18 +34,22 @@ class CimPorts:
 
 
 async def serve_cim(
-    address: str, ports: tuple[int, int], scenario: Scenario, machine: Machine,
+    address: str, ports: tuple[int, int], scenario: Scenario, doors: Doors, machine: Machine,
     certificate: Certificate, record: RequestRecord, folder: Path,
 ) -> CimPorts:
     """Serves until the process ends; OSError where a port is taken."""
     settings: CimSettings = scenario.sections["cim"]
-    plain, secure = (_listen(address, port) for port in ports)
+    names = ("cim", "cim-https")
+    plain, secure = (_listener(doors, name, address, port) for name, port in zip(names, ports))
     exporter = Exporter(machine, folder, settings)
     operations = Operations(settings, exporter, scenario.role != "ReadOnly")
     account = Account(scenario.user, scenario.password)
     server = CimServer(settings, account, operations, record, address)
-    await server.start(plain, None)
-    await server.start(secure, _tls(certificate))
+    if doors.is_open("cim"):
+        await server.start(plain, None)
+    if doors.is_open("cim-https"):
+        # TLS 1.2 and nothing else, like the servers that this channel meets.
+        await server.start(secure, certificate.server_context(ssl.TLSVersion.TLSv1_2))
     archives = {
         key: {"name": a.name, "size": a.size, "sha256": a.sha256, "file": str(a.file)}
         for key, a in exporter.archives.items()
@@ -53,15 +57,8 @@ async def serve_cim(
     return CimPorts(plain.getsockname()[1], secure.getsockname()[1], archives)
 
 
-def _listen(address: str, port: int) -> socket.socket:
+def _listener(doors: Doors, name: str, address: str, port: int) -> socket.socket:
     """Head and body of an answer are two segments; neither waits for the other's receipt."""
-    listener = listen(address, port)
+    listener = doors.listener(name, address, port)
     listener.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
     return listener
-
-
-def _tls(certificate: Certificate) -> ssl.SSLContext:
-    """TLS 1.2 and nothing else, like the servers that this channel meets."""
-    context = certificate.server_context()
-    context.maximum_version = ssl.TLSVersion.TLSv1_2
-    return context

@@ -39,17 +39,22 @@ class BytesBody:
 
 @dataclass(frozen=True)
 class FileBody:
-    """A file, read as it is sent."""
+    """A file, or a part of it, read as it is sent."""
 
     path: Path
+    first: int = 0
+    count: int | None = None  # bytes; None: to the end
 
     @property
     def size(self) -> int:
-        return self.path.stat().st_size
+        return self.path.stat().st_size - self.first if self.count is None else self.count
 
     def chunks(self) -> Iterator[Chunk]:
+        left = self.size
         with open(self.path, "rb", buffering=0) as file:
-            while data := file.read(CHUNK):
+            file.seek(self.first)
+            while left and (data := file.read(min(left, CHUNK))):
+                left -= len(data)
                 yield data
 
 

@@ -21,7 +21,6 @@ from bmc.record import RequestRecord, decoded, header_map
 _LOG = logging.getLogger("emulated-bmc")
 _LARGEST_REQUEST = 16 * 1024 * 1024
 _LONGEST_LINE = 64 * 1024
-_SEND_BUFFER = 4 * 1024 * 1024  # bytes; a whole chunk leaves with one system call
 _FLUSH_SECONDS = 10.0  # how long a cut answer may take to reach a slow reader
 
 
@@ -84,22 +83,6 @@ class WebServer:
         except Exception:  # a defect of the emulator: say so here and keep the BMC alive
             _LOG.exception("no answer to %s %s", request.method, request.path)
             return self._service.empty_answer(request, 500)
-
-
-def listen(address: str, port: int) -> socket.socket:
-    """A listening socket; port 0 takes a free one."""
-    family = socket.AF_INET6 if ":" in address else socket.AF_INET
-    listener = socket.socket(family, socket.SOCK_STREAM)
-    try:
-        listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-        listener.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, _SEND_BUFFER)
-        listener.bind(socket.getaddrinfo(address, port, family, socket.SOCK_STREAM)[0][4])
-        listener.listen(128)
-    except OSError:
-        listener.close()
-        raise
-    listener.setblocking(False)
-    return listener
 
 
 async def _received(raw: web.BaseRequest) -> Request:

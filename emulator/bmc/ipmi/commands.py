@@ -6,23 +6,27 @@ from __future__ import annotations
 from dataclasses import replace
 from typing import Any
 
+from bmc.ipmi.identity import GET_DEVICE_ID, GET_SYSTEM_GUID, FruDevice, device_id, system_guid
 from bmc.ipmi.settings import COLLECT, CREDENTIAL, OWN, POLL, Command, IpmiAnswer, IpmiSettings
+from bmc.machine import Machine
 
-GET_DEVICE_ID: Command = (0x06, 0x01)
 _INVALID_COMMAND = 0xC1
 
 
 class Commands:
     """The state of the collection and the scripted answers that are left, for all interfaces."""
 
-    def __init__(self, settings: IpmiSettings, account: tuple[str, str]) -> None:
+    def __init__(self, settings: IpmiSettings, account: tuple[str, str], machine: Machine) -> None:
+        self.guid = system_guid(machine)
+        self._device_id = device_id(machine)
+        self._fru = FruDevice(machine)
         self._polls = settings.polls
         self._account = settings.credential or account
         self._scripted = {command: list(answers) for command, answers in settings.answers.items()}
         self._polled = 0
         self.silent = settings.silent
 
-    def answer(self, command: Command) -> IpmiAnswer:
+    def answer(self, command: Command, request: bytes) -> IpmiAnswer:
         """The answer to a request, complete: with code and data, or with hang or gone."""
         scripted = self._next(command)
         self.silent = self.silent or scripted.gone
@@ -30,7 +34,7 @@ class Commands:
             return scripted
         code, data = scripted.code, scripted.data
         if scripted.is_own:
-            code, data = self._own(command)
+            code, data = self._own(command, request)
         return replace(scripted, code=code or 0, data=data or b"")
 
     def _next(self, command: Command) -> IpmiAnswer:
@@ -40,7 +44,7 @@ class Commands:
         stays = len(answers) == 1 and answers[0].repeat
         return answers[0] if stays else answers.pop(0)
 
-    def _own(self, command: Command) -> tuple[int, bytes]:
+    def _own(self, command: Command, request: bytes) -> tuple[int, bytes]:
         if command == COLLECT:
             self._polled = 0
             return 0, b""
@@ -49,9 +53,11 @@ class Commands:
             return 0, bytes([0 <= self._polls < self._polled])
         if command == CREDENTIAL:
             return 0, b"".join(_length_and_text(text) for text in self._account)
-        if command == GET_DEVICE_ID:  # a BMC of IPMI 2.0, of no manufacturer
-            return 0, bytes([0x20, 0x01, 0x01, 0x00, 0x02, 0x80]) + bytes(5)
-        return _INVALID_COMMAND, b""
+        if command == GET_DEVICE_ID:
+            return 0, self._device_id
+        if command == GET_SYSTEM_GUID:
+            return 0, self.guid
+        return self._fru.answer(command, request) or (_INVALID_COMMAND, b"")
 
 
 def _length_and_text(text: str) -> bytes:

@@ -41,7 +41,7 @@ class KcsInterface:
             self._record.add("ipmi", {"interface": "kcs", "event": "ignored", "bytes": len(request)})
             return
         command, data = (request[0], request[1]), request[2:]
-        answer = self._commands.answer(command)
+        answer = self._commands.answer(command, data)
         self._record.add("ipmi", {"interface": "kcs", **entry(command, data, answer)})
         if answer.hang or answer.gone:
             return

@@ -21,6 +21,8 @@ from bmc.ipmi.suites import SUITES, CipherSuite
 from bmc.record import RequestRecord
 
 _RMCP = b"\x06\x00\xff\x07"
+_PRESENCE_PING = bytes.fromhex("0600ff06 000011be 80")
+_PONG = bytes.fromhex("0600ff06 000011be 40 00 00 10 000011be 00000000 81 00 000000000000")
 _OPEN_SESSION = constants.payload_types["rmcpplusopenreq"]
 _SETTING_UP = (constants.payload_types["rakp1"], constants.payload_types["rakp3"])
 _MOST_SESSIONS = 64  # the oldest makes room
@@ -56,7 +58,7 @@ class IpmiService(IpmiServer, asyncio.DatagramProtocol):
         self.settings = settings
         self.passwords = {user.encode(): password.encode()
                           for user, password in {**settings.users, account[0]: account[1]}.items()}
-        self.uuid = uuid.uuid4()
+        self.uuid = uuid.UUID(bytes=commands.guid)  # pyghmi sends its bytes as they stand
         self.authcap = _IPMI_2_ONLY
         self.port = 0
         self._commands = commands
@@ -71,9 +73,17 @@ class IpmiService(IpmiServer, asyncio.DatagramProtocol):
 
     def datagram_received(self, data: bytes, addr: Any) -> None:
         datagram = bytearray(data)
+        if data[:9] == _PRESENCE_PING and len(data) >= 12:
+            self._network.carry(lambda: self._await_turn(lambda: self._pong(data[9], addr)))
+            return
         if len(datagram) < len(_RMCP) or datagram[:1] + datagram[2:4] != _RMCP[:1] + _RMCP[2:]:
             return
         self._network.carry(lambda: self._await_turn(lambda: self._take(bytearray(data), addr)))
+
+    def _pong(self, tag: int, addr: Any) -> None:
+        """Here is somebody who speaks IPMI (section 13.2.4)."""
+        if not self._commands.silent:
+            self.serversocket.sendto(_PONG[:9] + bytes([tag]) + _PONG[10:], addr)
 
     def _await_turn(self, action: Callable[[], None]) -> None:
         if not self.settings.answer_time:
@@ -144,7 +154,7 @@ class IpmiService(IpmiServer, asyncio.DatagramProtocol):
         self._sessions.pop(session.managedsessionid, None)
 
     def handle(self, session: Session, asked: Request) -> None:
-        answer = self._commands.answer(asked.command)
+        answer = self._commands.answer(asked.command, asked.data)
         self.record(entry(asked.command, asked.data, answer, **session.who))
         if answer.hang or answer.gone:
             return

@@ -5,18 +5,17 @@ from __future__ import annotations
 
 import hashlib
 import json
-import posixpath
 from typing import Any, Callable, Mapping
-from urllib.parse import quote, unquote
 
 from bmc.archive import FULL, MINI, Archive
-from bmc.http.bodies import BytesBody, FileBody
+from bmc.http.bodies import BytesBody
 from bmc.http.messages import Reply, Request
-from bmc.machine import Machine
+from bmc.machine import Machine, iso
+from bmc.redfish.download import Downloads
 from bmc.redfish.errors import RedfishError, error_for_status
-from bmc.redfish.sessions import Session, Sessions
+from bmc.redfish.sessions import Account, Session, Sessions
 from bmc.redfish.settings import RedfishSettings
-from bmc.redfish.tasks import ENDED, ExportTask
+from bmc.redfish.tasks import ENDED, ExportTask, Walk
 from bmc.redfish.tree import (
     COLLECTIONS, EXPORT, EXPORT_NAME, ROOT, SESSIONS, Document, Tree, collection, resource,
 )
@@ -43,16 +42,20 @@ class RedfishService:
 
     name = "redfish"
 
-    def __init__(self, scenario: Scenario, machine: Machine, archives: Mapping[str, Archive]) -> None:
+    def __init__(
+        self, scenario: Scenario, machine: Machine, archives: Mapping[str, Archive], downloads: Downloads
+    ) -> None:
         settings: RedfishSettings = scenario.sections["redfish"]
-        self._role = scenario.role
+        accounts = {user: Account(user, *rest) for user, rest in settings.accounts.items()}
+        accounts = {scenario.user: Account(scenario.user, scenario.password, scenario.role), **accounts}
         self._archives = archives
-        self._states = settings.task_states
-        self._tree = Tree(machine, settings, scenario.user, scenario.role)
-        self._sessions = Sessions(scenario.user, scenario.password)
+        self._downloads = downloads
+        self._walk = Walk(settings.task_steps, settings.task_step_seconds)
+        self._tree = Tree(machine, settings, accounts)
+        self._sessions = Sessions(accounts, settings.sessions)
+        self._can_export = settings.export_action != "missing"
         self._tasks: dict[str, ExportTask] = {}
         self._last_task = 0
-        self._downloads = {a.remote_path: a for a in archives.values()}
 
     # --- one request ------------------------------------------------------------------------
 
@@ -85,13 +88,13 @@ class RedfishService:
             return
         if path in (SESSIONS, SESSIONS + "/Members") and request.method == "POST":
             return  # the credentials are in the body
-        if not self._sessions.admits(request):
+        if self._sessions.account_of(request) is None:
             raise RedfishError("AuthenticationRequired")
 
     def _dispatch(self, request: Request, path: str, wishes: Mapping[str, Any]) -> Reply:
-        archive = self._downloads.get(_normal(request.path))
+        archive = self._downloads.find(request.path)
         if archive is not None:
-            return self._only(request, {"GET": lambda *_: _archive_reply(archive)}, wishes)
+            return self._only(request, {"GET": lambda *_: self._downloads.reply(archive, request)}, wishes)
         handlers = self._handlers(path)
         if handlers is None:
             raise RedfishError("ResourceMissingAtURI", request.path)
@@ -121,7 +124,7 @@ class RedfishService:
             return _reader(self._tree.odata())
         if path == ROOT + "/$metadata":
             return {"GET": lambda *_: _xml_reply(self._tree.metadata())}
-        if path == EXPORT:
+        if path == EXPORT and self._can_export:
             return {"POST": self._export}
         if path == SESSIONS:
             return {**_reader(self._session_collection()), "POST": self._log_in}
@@ -162,16 +165,27 @@ class RedfishService:
         if session is None:
             return None
 
-        def log_out(*_: Any) -> Reply:
+        def log_out(request: Request, _: Mapping[str, Any]) -> Reply:
+            account = self._account(request)
+            if account.user != session.user and account.role != "Administrator":
+                raise RedfishError("InsufficientPrivilege")
             self._sessions.close(id_)
             return Reply(204)
 
         return {**_reader(_session_document(session)), "DELETE": log_out}
 
+    def _account(self, request: Request) -> Account:
+        """Who asks; for requests that were let in already."""
+        account = self._sessions.account_of(request)
+        if account is None:
+            raise RedfishError("AuthenticationRequired")
+        return account
+
     # --- tasks ------------------------------------------------------------------------------
 
     def _task_collection(self) -> Document:
-        return collection(self._tree.tasks, "Task", "Task Collection", self._tasks)
+        present = [name for name, task in self._tasks.items() if not task.is_gone]
+        return collection(self._tree.tasks, "Task", "Task Collection", present)
 
     def _task_handlers(self, name: str) -> Mapping[str, Handler] | None:
         if name in self._tasks:
@@ -187,6 +201,8 @@ class RedfishService:
         task = self._tasks[name]
         if request.method == "GET":
             task.advance()
+        if task.is_gone:
+            raise RedfishError("ResourceMissingAtURI", request.path)
         document = task.document(f"{self._tree.tasks}/{name}", wishes)
         self._announce(document, task.archive)
         unfinished = monitor and document.get("TaskState") not in ENDED
@@ -196,46 +212,32 @@ class RedfishService:
         """Whatever path a client was told, the archive is found there."""
         path = document.get("Oem", {}).get("Tavrin", {}).get("FFDCForDownloading", {}).get("Path")
         if path:
-            self._downloads[_normal(path)] = archive
+            self._downloads.announce(path, archive)
 
     def _export(self, request: Request, wishes: Mapping[str, Any]) -> Reply:
-        if self._role == "ReadOnly":
+        if self._account(request).role == "ReadOnly":
             raise RedfishError("InsufficientPrivilege")
         body = _json_object(request)
         _check_export(body)
-        archive = self._archives[MINI if body["DataCollectionType"] == "Mini-log" else FULL]
-        task = self._new_task(archive, wishes)
+        task = self._new_task(body["DataCollectionType"], wishes)
         if body.get("ExportURI"):
             task.upload_to(body["ExportURI"], body.get("Username", ""), body.get("Password", ""))
         uri = f"{self._tree.tasks}/{task.id}"
         headers = {"Location": uri + "/Monitor", "Retry-After": "5"}
         return _json_reply(task.document(uri, wishes), 202, headers)
 
-    def _new_task(self, archive: Archive, wishes: Mapping[str, Any]) -> ExportTask:
+    def _new_task(self, kind: str, wishes: Mapping[str, Any]) -> ExportTask:
         """A task under the Id that the scenario wishes, so that it is also found under it."""
         self._last_task += 1
+        archive = self._archives[MINI if kind == "Mini-log" else FULL]
         wished = wishes.get("id")
         id_ = str(self._last_task) if wished is None else wished
-        task = ExportTask(id_, archive, self._states, wishes.get("path", archive.remote_path))
+        path = wishes.get("path", archive.remote_path)
+        task = ExportTask(id_, kind, archive, self._walk, path)
         while len(self._tasks) >= _LARGEST_TASK_COUNT:
             del self._tasks[next(iter(self._tasks))]
         self._tasks[str(id_).rstrip("/")] = task
         return task
-
-
-def _normal(path: str) -> str:
-    """Clients write the same path in several ways: escapes, dots, doubled slashes."""
-    return posixpath.normpath("/" + unquote(path).lstrip("/"))
-
-
-def _archive_reply(archive: Archive) -> Reply:
-    headers = {
-        "Content-Type": "application/gzip",
-        "Content-Disposition": f"attachment; filename*=UTF-8''{quote(archive.name)}",
-        "ETag": f'"{archive.sha256[:32]}"',
-        "Accept-Ranges": "none",
-    }
-    return Reply(200, headers, FileBody(archive.file))
 
 
 def _reader(document: Document) -> dict[str, Handler]:
@@ -273,7 +275,7 @@ def _xml_reply(text: str) -> Reply:
 def _session_document(session: Session) -> Document:
     return resource(
         f"{SESSIONS}/{session.id}", "Session", "1_5_0", "User Session",
-        UserName=session.user, Password=None, SessionType="Redfish",
+        UserName=session.user, Password=None, SessionType="Redfish", CreatedTime=iso(session.created),
     )
 
 

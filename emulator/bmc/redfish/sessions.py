@@ -1,19 +1,29 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Sessions and basic authentication."""
+"""Accounts, sessions and basic authentication."""
 
 from __future__ import annotations
 
 import base64
 import binascii
+import datetime
 import hmac
 import secrets
 import time
 from dataclasses import dataclass, field
+from typing import Mapping
 
 from bmc.http.messages import Request
+from bmc.redfish.errors import RedfishError
+from bmc.redfish.settings import SessionSettings
 
-SESSION_TIMEOUT = 1800  # seconds without a request
-LARGEST_COUNT = 64  # sessions; the oldest gives way, because clients forget to log out
+
+@dataclass(frozen=True)
+class Account:
+    """One account that may log in."""
+
+    user: str
+    password: str
+    role: str
 
 
 @dataclass
@@ -21,26 +31,33 @@ class Session:
     id: str
     token: str
     user: str
+    created: datetime.datetime = field(default_factory=lambda: datetime.datetime.now(datetime.timezone.utc))
     used: float = field(default_factory=time.monotonic)
 
 
 class Sessions:
     """Who may come in."""
 
-    def __init__(self, user: str, password: str) -> None:
-        self._user = user
-        self._password = password
+    def __init__(self, accounts: Mapping[str, Account], settings: SessionSettings) -> None:
+        self._accounts = accounts
+        self._settings = settings
         self._by_id: dict[str, Session] = {}
         self._last = 0
+        for user in settings.open:  # those of other people, who were here before
+            self.open(user)
 
     def knows(self, user: str, password: str) -> bool:
-        """Whether the credentials are those of the account."""
-        same_user = hmac.compare_digest(user.encode("utf-8", "surrogatepass"), self._user.encode())
+        """Whether the credentials are those of an account."""
+        account = self._accounts.get(user)
+        wanted = account.password.encode() if account else b""
         given = password.encode("utf-8", "surrogatepass")
-        return hmac.compare_digest(given, self._password.encode()) and same_user
+        return hmac.compare_digest(given, wanted) and account is not None
 
     def open(self, user: str) -> Session:
-        while len(self._by_id) >= LARGEST_COUNT:
+        """A new session; where there are too many, the oldest gives way or the new one is refused."""
+        while len(self.all()) >= self._settings.limit:
+            if self._settings.when_full == "refuse":
+                raise RedfishError("SessionLimitExceeded")
             del self._by_id[next(iter(self._by_id))]
         self._last += 1
         session = Session(str(self._last), secrets.token_hex(16), user)
@@ -53,28 +70,29 @@ class Sessions:
     def all(self) -> dict[str, Session]:
         """The open sessions by their id."""
         now = time.monotonic()
-        for id_ in [s.id for s in self._by_id.values() if now - s.used > SESSION_TIMEOUT]:
+        for id_ in [s.id for s in self._by_id.values() if now - s.used > self._settings.seconds]:
             del self._by_id[id_]
         return self._by_id
 
-    def admits(self, request: Request) -> bool:
-        """Whether a request carries a valid token or, without one, valid basic credentials."""
+    def account_of(self, request: Request) -> Account | None:
+        """Whose valid token a request carries or, without a token, whose valid basic credentials."""
         token = request.header("X-Auth-Token")
         if token is not None:
-            return self._admits_token(token)
+            return self._account_of_token(token)
         scheme, _, value = (request.header("Authorization") or "").partition(" ")
-        return scheme.lower() == "basic" and self._admits_basic(value.strip())
+        return self._account_of_basic(value.strip()) if scheme.lower() == "basic" else None
 
-    def _admits_token(self, token: str) -> bool:
+    def _account_of_token(self, token: str) -> Account | None:
         session = next((s for s in self.all().values() if s.token == token), None)
-        if session is not None:
-            session.used = time.monotonic()
-        return session is not None
+        if session is None:
+            return None
+        session.used = time.monotonic()
+        return self._accounts[session.user]
 
-    def _admits_basic(self, value: str) -> bool:
+    def _account_of_basic(self, value: str) -> Account | None:
         try:
             pair = base64.b64decode(value, validate=True).decode("utf-8")
         except (binascii.Error, ValueError):
-            return False
+            return None
         user, _, password = pair.partition(":")
-        return self.knows(user, password)
+        return self._accounts[user] if self.knows(user, password) else None

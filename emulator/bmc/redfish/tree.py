@@ -5,9 +5,9 @@ from __future__ import annotations
 
 from typing import Any, Iterable, Mapping
 
-from bmc.machine import MODEL, Machine, iso
-from bmc.redfish import errors
-from bmc.redfish.sessions import SESSION_TIMEOUT
+from bmc.machine import Machine, iso
+from bmc.redfish import registries
+from bmc.redfish.sessions import Account
 from bmc.redfish.settings import RedfishSettings
 from bmc.scenario import ROLES
 
@@ -17,7 +17,6 @@ SERVICE_DATA = ROOT + "/Managers/1/Oem/Tavrin/ServiceData"
 EXPORT_NAME = "TavrinServiceData.ExportFFDCData"
 EXPORT = f"{SERVICE_DATA}/Actions/{EXPORT_NAME}"
 COLLECTIONS = ("ProcessorDump", "Mini-log")
-FIRMWARE = "4.20.1183"
 
 _OK = {"State": "Enabled", "Health": "OK"}
 _PRIVILEGES = {
@@ -58,18 +57,26 @@ def resource(path: str, type_: str, version: str, name: str, **members: Any) -> 
     }
 
 
+def _told(**members: str | None) -> Document:
+    """Members of which the BMC may know nothing; those are left out."""
+    return {name: value for name, value in members.items() if value is not None}
+
+
 class Tree:
     """All fixed documents by path (without a slash at the end)."""
 
-    def __init__(self, machine: Machine, settings: RedfishSettings, user: str, role: str) -> None:
+    def __init__(
+        self, machine: Machine, settings: RedfishSettings, accounts: Mapping[str, Account]
+    ) -> None:
         self._machine = machine
+        self._controller = f"{machine.model or ''} Management Controller".strip()
         self._settings = settings
         self.task_service = ROOT + ("/TaskService" if settings.has_task_service else "/Tasks")
         self.tasks = self.task_service + "/Tasks"
         self._documents: dict[str, Document] = {}
         for part in (
             self._root(), self._systems(), self._chassis(), self._managers(), self._event_log(),
-            self._services(), self._accounts(user, role), self._registries(),
+            self._services(), self._accounts(accounts), self._registries(),
         ):
             self._add(part)
 
@@ -85,9 +92,9 @@ class Tree:
         root = resource(
             ROOT + "/", "ServiceRoot", "1_13_0", "Root Service",
             RedfishVersion=self._settings.version,
-            UUID=self._machine.uuid,
             Vendor="Tavrin",
-            Product=f"{MODEL} Management Controller",
+            Product=self._controller,
+            **_told(UUID=self._machine.uuid),
             ProtocolFeaturesSupported={
                 "ExcerptQuery": False, "FilterQuery": False, "OnlyMemberQuery": False, "SelectQuery": False,
             },
@@ -110,7 +117,8 @@ class Tree:
         yield collection(top, "ComputerSystem", "Computer System Collection", ["1"])
         yield resource(
             top + "/1", "ComputerSystem", "1_18_0", "Host",
-            Manufacturer="Tavrin", Model=MODEL, SerialNumber=machine.serial, UUID=machine.uuid,
+            Manufacturer="Tavrin",
+            **_told(Model=machine.model, SerialNumber=machine.serial, UUID=machine.uuid),
             SystemType="Physical", PowerState="On", HostName="host", IndicatorLED="Off",
             BiosVersion="T2E138K-3.10", Status=_OK,
             ProcessorSummary={"Count": len(machine.processors), "Status": _OK},
@@ -142,7 +150,8 @@ class Tree:
         yield collection(top, "Chassis", "Chassis Collection", ["1"])
         yield resource(
             top + "/1", "Chassis", "1_20_0", "Chassis",
-            ChassisType="RackMount", Manufacturer="Tavrin", Model=MODEL, SerialNumber=machine.serial,
+            ChassisType="RackMount", Manufacturer="Tavrin",
+            **_told(Model=machine.model, SerialNumber=machine.serial),
             PowerState="On", IndicatorLED="Off", Status=_OK,
             Thermal=link(top + "/1/Thermal"), Power=link(top + "/1/Power"),
             Links={
@@ -178,13 +187,15 @@ class Tree:
         ]
 
     def _managers(self) -> Iterable[Document]:
-        top = ROOT + "/Managers"
+        top, machine = ROOT + "/Managers", self._machine
         yield collection(top, "Manager", "Manager Collection", ["1"])
         yield resource(
             top + "/1", "Manager", "1_15_0", "Management Controller",
-            ManagerType="BMC", Manufacturer="Tavrin", Model=f"{MODEL} Management Controller",
-            FirmwareVersion=FIRMWARE, UUID=self._machine.uuid, PowerState="On", Status=_OK,
-            ServiceEntryPointUUID=self._machine.uuid,
+            ManagerType="BMC", Manufacturer="Tavrin", Model=self._controller, PowerState="On", Status=_OK,
+            **_told(
+                FirmwareVersion=machine.firmware, SerialNumber=machine.serial, UUID=machine.uuid,
+                ServiceEntryPointUUID=machine.uuid,
+            ),
             NetworkProtocol=link(top + "/1/NetworkProtocol"),
             EthernetInterfaces=link(top + "/1/EthernetInterfaces"),
             LogServices=link(top + "/1/LogServices"),
@@ -198,11 +209,12 @@ class Tree:
                     "ServiceData": link(SERVICE_DATA),
                 }
             },
+            **({"Actions": {"Oem": self._export_action()}} if self._export_action() else {}),
         )
         yield self._service_data()
         yield resource(
             top + "/1/NetworkProtocol", "ManagerNetworkProtocol", "1_8_0", "Network Protocols",
-            HostName=f"bmc-{self._machine.serial.lower()}", Status=_OK,
+            HostName=f"bmc-{machine.label.lower()}", Status=_OK,
             HTTPS={"ProtocolEnabled": True, "Port": 443}, IPMI={"ProtocolEnabled": True, "Port": 623},
             SSH={"ProtocolEnabled": False, "Port": 22},
         )
@@ -215,19 +227,24 @@ class Tree:
             LinkStatus="LinkUp", Status=_OK,
         )
 
-    @staticmethod
-    def _service_data() -> Document:
+    def _service_data(self) -> Document:
         return resource(
             SERVICE_DATA, "TavrinServiceData", "1_0_0", "Service Data",
             Description="Gathers first failure data for the service provider.",
-            Actions={
-                "#" + EXPORT_NAME: {
-                    "target": EXPORT,
-                    "title": "ExportFFDCData",
-                    "DataCollectionType@Redfish.AllowableValues": list(COLLECTIONS),
-                }
-            },
+            Actions=self._export_action(),
         )
+
+    def _export_action(self) -> Document:
+        """The OEM action, as the manager and its service data list it."""
+        if self._settings.export_action != "offered":
+            return {}
+        return {
+            "#" + EXPORT_NAME: {
+                "target": EXPORT,
+                "title": "ExportFFDCData",
+                "DataCollectionType@Redfish.AllowableValues": list(COLLECTIONS),
+            }
+        }
 
     def _event_log(self) -> Iterable[Document]:
         top = ROOT + "/Managers/1/LogServices"
@@ -252,7 +269,7 @@ class Tree:
     def _services(self) -> Iterable[Document]:
         yield resource(
             ROOT + "/SessionService", "SessionService", "1_1_8", "Session Service",
-            ServiceEnabled=True, SessionTimeout=SESSION_TIMEOUT, Status=_OK, Sessions=link(SESSIONS),
+            ServiceEnabled=True, SessionTimeout=int(self._settings.sessions.seconds), Status=_OK, Sessions=link(SESSIONS),
         )
         task_service = resource(
             self.task_service, "TaskService", "1_2_0", "Task Service",
@@ -262,19 +279,21 @@ class Tree:
         yield {**task_service, "Id": "TaskService"}
 
     @staticmethod
-    def _accounts(user: str, role: str) -> Iterable[Document]:
+    def _accounts(accounts: Mapping[str, Account]) -> Iterable[Document]:
         top = ROOT + "/AccountService"
         yield resource(
             top, "AccountService", "1_11_0", "Account Service",
             ServiceEnabled=True, MinPasswordLength=8, Status=_OK,
             Accounts=link(top + "/Accounts"), Roles=link(top + "/Roles"),
         )
-        yield collection(top + "/Accounts", "ManagerAccount", "Accounts", ["1"])
-        yield resource(
-            top + "/Accounts/1", "ManagerAccount", "1_9_0", "User Account",
-            UserName=user, Password=None, RoleId=role, Enabled=True, Locked=False,
-            AccountTypes=["Redfish"], Links={"Role": link(f"{top}/Roles/{role}")},
-        )
+        numbers = [str(number) for number in range(1, len(accounts) + 1)]
+        yield collection(top + "/Accounts", "ManagerAccount", "Accounts", numbers)
+        for number, account in zip(numbers, accounts.values()):
+            yield resource(
+                f"{top}/Accounts/{number}", "ManagerAccount", "1_9_0", "User Account",
+                UserName=account.user, Password=None, RoleId=account.role, Enabled=True, Locked=False,
+                AccountTypes=["Redfish"], Links={"Role": link(f"{top}/Roles/{account.role}")},
+            )
         yield collection(top + "/Roles", "Role", "Roles", ROLES)
         for name in ROLES:
             yield resource(
@@ -285,9 +304,8 @@ class Tree:
     @staticmethod
     def _registries() -> Iterable[Document]:
         top = ROOT + "/Registries"
-        versions = {errors.BASE: errors.BASE_VERSION, errors.OEM: errors.OEM_VERSION}
-        yield collection(top, "MessageRegistryFile", "Registries", versions)
-        for name, version in versions.items():
+        yield collection(top, "MessageRegistryFile", "Registries", registries.VERSIONS)
+        for name, version in registries.VERSIONS.items():
             uri = f"{top}/{name}/{name}.{version}.json"
             yield resource(
                 f"{top}/{name}", "MessageRegistryFile", "1_1_3", f"{name} Message Registry File",
@@ -299,7 +317,7 @@ class Tree:
                 "@odata.type": "#MessageRegistry.v1_4_2.MessageRegistry",
                 "Id": f"{name}.{version}", "Name": f"{name} Message Registry", "Language": "en",
                 "RegistryPrefix": name, "RegistryVersion": version, "OwningEntity": "Tavrin",
-                "Messages": {key: _registry_entry(m) for key, m in errors.MESSAGES[name].items()},
+                "Messages": {key: _registry_entry(m) for key, m in registries.MESSAGES[name].items()},
             }
 
     def odata(self) -> Document:
@@ -336,8 +354,8 @@ class Tree:
         return "\n".join(lines) + "\n"
 
 
-def _registry_entry(message: errors.Message) -> Document:
-    count = max((n for n in range(1, 4) if f"%{n}" in message.text), default=0)
+def _registry_entry(message: registries.Message) -> Document:
+    count = message.arguments
     return {
         "Description": message.text, "Message": message.text, "MessageSeverity": message.severity,
         "NumberOfArgs": count, "ParamTypes": ["string"] * count, "Resolution": message.resolution,

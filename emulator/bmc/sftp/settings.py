@@ -3,7 +3,7 @@
 
 from __future__ import annotations
 
-from dataclasses import dataclass, field
+from dataclasses import dataclass, field, replace
 from typing import Any, Mapping, Sequence
 
 from bmc.scenario import Checker, MemberPath, kind
@@ -19,7 +19,7 @@ DEFAULT_FILES = {
 NUMBER = b"{n}"
 
 _MEMBERS = ("accounts", "files", "silent", "answers")
-_FILE_MEMBERS = ("name", "size", "text", "folder", "count")
+_FILE_MEMBERS = ("name", "size", "text", "folder", "count", "damaged")
 _LARGEST_FILE = 4 * 1024**3 - 1  # what an archive can have
 _MOST_FILES = 1_000_000
 
@@ -34,6 +34,7 @@ class FileSettings:
     size: int | None = None
     text: bytes | None = None
     is_folder: bool = False
+    is_damaged: bool = False  # only for archives: its middle is spoilt
 
 
 @dataclass(frozen=True)
@@ -110,6 +111,7 @@ def _read_file(check: Checker, value: Any, place: MemberPath) -> Sequence[FileSe
         size=_optional(check.whole, entry, place, "size", low=0, high=_LARGEST_FILE),
         text=_read_text(check, entry, place),
         is_folder=check.flag(entry.get("folder", False), place + ("folder",)),
+        is_damaged=check.flag(entry.get("damaged", False), place + ("damaged",)),
     )
     return _numbered(check, file, entry, place)
 
@@ -124,7 +126,7 @@ def _numbered(
     if NUMBER not in file.name:
         check.fail(place + ("name",), "must hold {n}, the place of the number, where there is a count")
     return [
-        FileSettings(file.name.replace(NUMBER, b"%05d" % n), file.size, file.text, file.is_folder)
+        replace(file, name=file.name.replace(NUMBER, b"%05d" % n))
         for n in range(1, count + 1)
     ]
 

@@ -113,7 +113,7 @@ def _all_files(
     time = machine.now.strftime("%Y%m%d-%H%M%S")
     folders: dict[str, Sequence[FileSettings] | None] = {
         folder: [
-            FileSettings(name.format(serial=machine.serial, time=time).encode()) for name in names
+            FileSettings(name.format(serial=machine.label, time=time).encode()) for name in names
         ]
         for folder, names in DEFAULT_FILES.items()
     }
@@ -141,7 +141,8 @@ class _Contents:
         return self._shared[key]
 
     def _archive(self, file: FileSettings) -> Content:
-        plan = plan_archive(self._machine, FULL, self._next_name() + ".tar.gz", file.size, "sftp.files")
+        name = self._next_name() + ".tar.gz"
+        plan = plan_archive(self._machine, FULL, name, file.size, "sftp.files", file.is_damaged)
         archive = plan.make(self._store)
         return Content(archive.file, archive.size, archive.sha256)
 
