@@ -29,8 +29,8 @@ struct Channel {
     // option's name where it is about one; empty: nothing is. Reads and changes `options` alone.
     std::string (*complete)(Options& options);
 
-    // Tells the report what it lists besides what every channel has, whatever happens.
-    void (*outline)(Report& report);
+    // Tells the report what it has besides what every channel has, also where nothing comes of it.
+    void (*outline)(const Options& options, Report& report);
 
     Outcome (*collect)(Context& run);  // gathers, and delivers the archive
     Outcome (*check)(Context& run);    // finds out whether collect would get as far as gathering

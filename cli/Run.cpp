@@ -18,7 +18,9 @@
 #include "cli/Context.h"
 #include "cli/Limits.h"
 #include "cli/http/CaFile.h"
+#include "cli/report/Json.h"
 #include "cli/report/Report.h"
+#include "cli/report/Words.h"
 #include "cli/terminal/Interrupt.h"
 #include "cli/terminal/Progress.h"
 #include "cli/terminal/Secret.h"
@@ -85,7 +87,7 @@ public:
           m_interrupt(std::chrono::seconds(options.deadline),
                       {[this] { TellStopped(); }, [this] { CleanUp(); }}),
           m_progress(err, live, TerminalColumns) {
-        m_channel.outline(m_report);
+        m_channel.outline(options, m_report);
     }
 
     int Conduct(const Outcome& setUp) {
@@ -165,7 +167,15 @@ private:
 
     void Tell(const Outcome& outcome) {
         m_progress.End();
-        m_report.Write(outcome, m_out, m_err);
+        if (const std::optional<RunRecord> record = m_report.End(outcome)) {
+            WriteReason(record->outcome, m_err);
+            if (m_options.json) {
+                m_out << JsonText(RunObject(*record)) << "\n";
+            } else {
+                WriteWords(*record, m_out);
+            }
+            m_out.flush();
+        }
         m_interrupt.Told();
     }
 

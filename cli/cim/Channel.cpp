@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/cim/Channel.h"
 
+#include <memory>
+
 #include "cli/CommonOptions.h"
 #include "cli/cim/Flow.h"
+#include "cli/cim/Objects.h"
 #include "cli/cim/Options.h"
 #include "cli/report/Report.h"
 
@@ -49,7 +52,9 @@ std::string Complete(Options& options) {
     return fault;
 }
 
-void Outline(Report& report) { report.ListObjects(); }
+void Outline(const Options& /*options*/, Report& report) {
+    report.SetPart(std::make_shared<ObjectList>());
+}
 
 }  // namespace
 

@@ -148,10 +148,8 @@ std::string ObjectProgress(const RunEvents& events) {
 
 Listener::Listener(Progress& progress, Report& report, std::atomic<bool>& bmcGathers,
                    std::function<void()> beforeRequest)
-    : m_progress(progress),
-      m_report(report),
-      m_bmcGathers(bmcGathers),
-      m_beforeRequest(std::move(beforeRequest)) {
+    : m_progress(progress), m_bmcGathers(bmcGathers), m_beforeRequest(std::move(beforeRequest)) {
+    report.SetPart(m_list);
     Varnex::AddLogSink(this);
 }
 
@@ -170,7 +168,7 @@ void Listener::Receive(const Varnex::LogRecord& record) {
         m_bmcGathers = !objects.empty() && objects.back().state == ExportedObject::State::kRunning;
         // The object before it has ended well.
         if (m_tracker.Events().objects.size() > before && before > 0) {
-            m_report.SetObject(before - 1, m_tracker.Events().objects[before - 1]);
+            m_list->Set(before - 1, m_tracker.Events().objects[before - 1]);
         }
         Show(*event, changed);
     } catch (...) {
@@ -181,7 +179,7 @@ void Listener::Receive(const Varnex::LogRecord& record) {
 void Listener::Show(const Event& event, bool changed) {
     const RunEvents& events = m_tracker.Events();
     if (changed && !events.objects.empty()) {
-        m_report.SetObject(events.objects.size() - 1, events.objects.back());
+        m_list->Set(events.objects.size() - 1, events.objects.back());
     }
     if (event.kind == EventKind::kClass) {
         m_progress.State("looking for " + Clean(event.text, kMaxShownType));
@@ -202,7 +200,7 @@ RunEvents Listener::End(bool success) {
     m_tracker.End(success, std::chrono::steady_clock::now());
     const RunEvents& events = m_tracker.Events();
     for (std::size_t i = 0; i < events.objects.size(); ++i) {
-        m_report.SetObject(i, events.objects[i]);
+        m_list->Set(i, events.objects[i]);
     }
     return events;
 }

@@ -5,12 +5,14 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "LogSink.h"
+#include "cli/cim/Objects.h"
 #include "cli/report/Report.h"
 
 namespace Kemffdc {
@@ -103,7 +105,7 @@ private:
     void Show(const Event& event, bool changed);
 
     Progress& m_progress;
-    Report& m_report;
+    const std::shared_ptr<ObjectList> m_list = std::make_shared<ObjectList>();
     std::atomic<bool>& m_bmcGathers;
     const std::function<void()> m_beforeRequest;
     std::mutex m_lock;

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/ipmi/Channel.h"
 
+#include <memory>
+
 #include "cli/CommonOptions.h"
+#include "cli/ipmi/Files.h"
 #include "cli/ipmi/Flow.h"
 #include "cli/ipmi/Options.h"
 #include "cli/report/Report.h"
@@ -40,7 +43,9 @@ std::string CompleteInBand(Options& options) {
     return "";
 }
 
-void Outline(Report& report) { report.ListFiles(); }
+void Outline(const Options& /*options*/, Report& report) {
+    report.SetPart(std::make_shared<FileList>());
+}
 
 }  // namespace
 

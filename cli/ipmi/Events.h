@@ -10,7 +10,7 @@
 
 #include "LogSink.h"
 #include "Transfer.h"
-#include "cli/report/Report.h"
+#include "cli/ipmi/Files.h"
 
 namespace Kemffdc {
 struct Context;

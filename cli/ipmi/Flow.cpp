@@ -4,6 +4,7 @@
 #include <varnex/KEMFfdc.h>
 
 #include <filesystem>
+#include <memory>
 
 #include "UsbLanCfg.h"
 #include "cli/Context.h"
@@ -77,6 +78,7 @@ public:
           m_gathering(run),
           // The library puts no separator between this path and the name of its folder.
           m_ffdc(ConnectionOf(run), run.folder.WorkPath(""), Own(run.options).mode) {
+        run.report.SetPart(m_list);
         m_ffdc.SetLogCallBack(&m_gathering);
     }
 
@@ -116,7 +118,7 @@ public:
         Outcome outcome = m_run.End(code, DiagnoseCollect(code, events, m_run.options));
         if (outcome.code != kInterrupted) outcome = Keep(code, events);
         ExplainSkipped(events.files, Own(m_run.options).mode);
-        m_run.report.SetFiles(events.files, NotTried(events));
+        m_list->Set(events.files, NotTried(events));
         return outcome;
     }
 
@@ -161,6 +163,7 @@ private:
         for (RemoteFile& file : events.files) {
             if (file.state == RemoteFile::State::kFetched) {
                 file.path = (fs::path(delivery.path) / file.name).string();
+                delivery.files.push_back({file.path, file.size, file.sha256});
             }
         }
         m_run.report.SetDelivery(delivery);
@@ -197,6 +200,7 @@ private:
     Listener m_listener;
     GatheringWatch m_gathering;
     Varnex::KEMFfdc m_ffdc;
+    const std::shared_ptr<FileList> m_list = std::make_shared<FileList>();
     BmcFacts m_facts;
     std::string m_usbHost;
 };

@@ -4,6 +4,7 @@
 #include "cli/CommonOptions.h"
 #include "cli/redfish/Flow.h"
 #include "cli/redfish/Options.h"
+#include "cli/report/Report.h"
 
 namespace Kemffdc::Redfish {
 namespace {
@@ -21,7 +22,9 @@ std::string Complete(Options& options) {
     return fault.empty() ? CheckExport(options) : fault;
 }
 
-void Outline(Report& /*report*/) {}
+void Outline(const Options& options, Report& report) {
+    report.SetLogKind(Own(options).miniLog ? "mini" : "full");
+}
 
 }  // namespace
 

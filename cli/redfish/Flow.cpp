@@ -115,7 +115,7 @@ public:
         }
         const Outcome outcome =
             m_run.End(code, DiagnoseDownload(code, m_listener.Take(), m_lowerCaseNames));
-        return outcome.Ok() ? Store(name) : outcome;
+        return outcome.Ok() ? Store(name, path) : outcome;
     }
 
 private:
@@ -153,9 +153,10 @@ private:
         return m_run.End(code, DiagnoseConnect(code, m_listener.Take()));
     }
 
-    Outcome Store(const std::string& name) {
+    Outcome Store(const std::string& name, const std::string& bmcPath) {
         m_run.Begin("verify");
         Delivery delivery;
+        delivery.remoteName = Clean(bmcPath);
         Outcome outcome = m_run.arrivals.Measure(
             m_run.folder.WorkPath(name), [this] { return m_run.interrupt.Raised(); }, delivery.size,
             delivery.sha256);
@@ -164,6 +165,7 @@ private:
                               "The BMC's archive is empty (0 bytes). Run the tool again.");
         }
         if (outcome.Ok()) outcome = m_run.Deliver(name, delivery.path);
+        delivery.files = {{delivery.path, delivery.size, delivery.sha256}};
         if (outcome.Ok()) m_run.report.SetDelivery(delivery);
         m_run.report.EndStep(outcome.code, outcome.reason);
         return outcome;

@@ -5,12 +5,12 @@
 
 namespace {
 
-using Kemffdc::ExportedObject;
 using Kemffdc::Outcome;
 using Kemffdc::Cim::DiagnoseConnect;
 using Kemffdc::Cim::DiagnoseExport;
+using Kemffdc::Cim::ExportedObject;
 using Kemffdc::Cim::RunEvents;
-using State = Kemffdc::ExportedObject::State;
+using State = Kemffdc::Cim::ExportedObject::State;
 using testing::HasSubstr;
 
 void ExpectEnding(const Outcome& outcome, int code, const std::string& text) {

@@ -8,18 +8,20 @@
 #include <sstream>
 
 #include "Log.h"
+#include "cli/report/Json.h"
 #include "cli/terminal/Progress.h"
 
 namespace {
 
 using namespace std::chrono_literals;
-using Kemffdc::ExportedObject;
+using Kemffdc::JsonText;
 using Kemffdc::Cim::EventKind;
+using Kemffdc::Cim::ExportedObject;
 using Kemffdc::Cim::Listener;
 using Kemffdc::Cim::ReadEvent;
 using Kemffdc::Cim::RunEvents;
 using Kemffdc::Cim::RunTracker;
-using State = Kemffdc::ExportedObject::State;
+using State = Kemffdc::Cim::ExportedObject::State;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -227,9 +229,7 @@ TEST(CimListenerTest, ShowsEachObjectAndCompletesTheAccountAtTheEnd) {
     std::ostringstream shown;
     Kemffdc::Options options;
     options.via = "cim";
-    options.json = true;
     Kemffdc::Report report(options);
-    report.ListObjects();
     {
         Kemffdc::Progress progress(shown, false, Eighty);
         progress.Step("export");
@@ -248,11 +248,9 @@ TEST(CimListenerTest, ShowsEachObjectAndCompletesTheAccountAtTheEnd) {
     EXPECT_THAT(shown.str(), HasSubstr("export: looking for ZOR_FFDCData\n"));
     EXPECT_THAT(shown.str(), HasSubstr("export: object 1 of 2 (type 1): the BMC gathers"));
     EXPECT_THAT(shown.str(), HasSubstr("export: object 2 of 2 (type 4): skipped\n"));
-    std::ostringstream out;
-    std::ostringstream err;
-    report.Write({}, out, err);
-    EXPECT_THAT(out.str(), HasSubstr(R"("path":"p1","collection_type":"1","outcome":"exported")"));
-    EXPECT_THAT(out.str(), HasSubstr(R"("path":"p2","collection_type":"4","outcome":"skipped")"));
+    const std::string told = JsonText(RunObject(*report.End({})));
+    EXPECT_THAT(told, HasSubstr(R"("path":"p1","collection_type":"1","outcome":"exported")"));
+    EXPECT_THAT(told, HasSubstr(R"("path":"p2","collection_type":"4","outcome":"skipped")"));
 }
 
 TEST(CimListenerTest, WhoeverWantsToKnowIsToldBeforeEachRequest) {
@@ -260,7 +258,6 @@ TEST(CimListenerTest, WhoeverWantsToKnowIsToldBeforeEachRequest) {
     std::ostringstream shown;
     Kemffdc::Options options;
     Kemffdc::Report report(options);
-    report.ListObjects();
     Kemffdc::Progress progress(shown, false, Eighty);
     std::atomic<bool> gathers{false};
     int told = 0;
@@ -280,9 +277,7 @@ TEST(CimListenerTest, AnObjectThatIsNotDoneWhenTheRunIsAbandonedSaysSo) {
     std::ostringstream shown;
     Kemffdc::Options options;
     options.via = "cim";
-    options.json = true;
     Kemffdc::Report report(options);
-    report.ListObjects();
     Kemffdc::Progress progress(shown, false, Eighty);
     std::atomic<bool> gathers{false};
     const Listener listener(progress, report, gathers);
@@ -290,10 +285,9 @@ TEST(CimListenerTest, AnObjectThatIsNotDoneWhenTheRunIsAbandonedSaysSo) {
     Write(4, kHelpers, "Showing properties for p1");
     EXPECT_TRUE(gathers);
 
-    std::ostringstream out;
-    std::ostringstream err;
-    report.Write(Kemffdc::Failure(Kemffdc::kInterrupted, "Interrupted."), out, err);
-    EXPECT_THAT(out.str(), HasSubstr(R"("outcome":"not-ended","return_value":null)"));
+    const auto interrupted = Kemffdc::Failure(Kemffdc::kInterrupted, "Interrupted.");
+    EXPECT_THAT(JsonText(RunObject(*report.End(interrupted))),
+                HasSubstr(R"("outcome":"not-ended","return_value":null)"));
 }
 
 }  // namespace

@@ -15,13 +15,13 @@ namespace {
 using Kemffdc::Clean;
 using Kemffdc::Options;
 using Kemffdc::Outcome;
-using Kemffdc::RemoteFile;
 using Kemffdc::Ipmi::DiagnoseCollect;
 using Kemffdc::Ipmi::DiagnoseConnect;
 using Kemffdc::Ipmi::DiagnoseSilentBmc;
 using Kemffdc::Ipmi::FoldersPassedOver;
+using Kemffdc::Ipmi::RemoteFile;
 using Kemffdc::Ipmi::RunEvents;
-using State = Kemffdc::RemoteFile::State;
+using State = Kemffdc::Ipmi::RemoteFile::State;
 using testing::HasSubstr;
 
 RemoteFile File(const std::string& name, State state, const std::string& reason = "") {

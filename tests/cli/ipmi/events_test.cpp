@@ -9,13 +9,13 @@
 
 namespace {
 
-using Kemffdc::RemoteFile;
 using Kemffdc::Ipmi::EventKind;
 using Kemffdc::Ipmi::FileProgress;
 using Kemffdc::Ipmi::NotTried;
 using Kemffdc::Ipmi::ReadEvent;
+using Kemffdc::Ipmi::RemoteFile;
 using Kemffdc::Ipmi::RunTracker;
-using State = Kemffdc::RemoteFile::State;
+using State = Kemffdc::Ipmi::RemoteFile::State;
 using testing::ElementsAre;
 using testing::SizeIs;
 

@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/ipmi/Files.h"
+
+#include <boost/json.hpp>
+#include <ostream>
+#include <utility>
+
+#include "LogSink.h"
+#include "cli/report/Json.h"
+#include "cli/terminal/Text.h"
+
+namespace Kemffdc::Ipmi {
+namespace {
+
+namespace json = boost::json;
+using State = RemoteFile::State;
+
+constexpr std::size_t kMaxShownName = 255;
+
+const char* StateName(State state) {
+    switch (state) {
+        case State::kRunning:
+            return "not-ended";
+        case State::kFetched:
+            return "fetched";
+        case State::kFailed:
+            return "failed";
+        case State::kSkipped:
+            return "skipped";
+        case State::kPassedOver:
+            return "passed-over";
+        case State::kFolder:
+            return "folder";
+    }
+    return "unknown";
+}
+
+json::object JsonOf(const RemoteFile& file) {
+    const bool fetched = file.state == State::kFetched;
+    return {{"name", TextOrNull(file.name)},
+            {"outcome", StateName(file.state)},
+            {"path", TextOrNull(file.path)},
+            {"size", fetched ? json::value(file.size) : json::value(nullptr)},
+            {"sha256", TextOrNull(file.sha256)},
+            {"reason", TextOrNull(file.reason)}};
+}
+
+// A BMC may name a file as a password was named.
+void HideSecrets(RemoteFile& file) {
+    const std::string name = Varnex::WithoutHiddenSecrets(file.name);
+    if (!file.path.empty() && name != file.name) {
+        file.path = file.path.substr(0, file.path.rfind('/') + 1) + name;
+    }
+    file.name = name;
+    file.reason = Varnex::WithoutHiddenSecrets(file.reason);
+}
+
+std::string Fate(const RemoteFile& file) {
+    if (file.state == State::kFetched) {
+        return std::to_string(file.size) + " bytes, SHA-256 " + file.sha256;
+    }
+    if (file.state == State::kSkipped) return "skipped, " + file.reason;
+    if (file.state == State::kFolder) return "a folder, passed over";
+    return "NOT FETCHED: " + file.reason;
+}
+
+}  // namespace
+
+void FileList::Set(const std::vector<RemoteFile>& files, std::size_t notTried) {
+    std::vector<RemoteFile> hidden = files;
+    for (RemoteFile& file : hidden) HideSecrets(file);
+    const std::lock_guard<std::mutex> hold(m_lock);
+    m_files = std::move(hidden);
+    m_notTried = notTried;
+}
+
+void FileList::AddTo(json::object& run) const {
+    const std::lock_guard<std::mutex> hold(m_lock);
+    json::array files;
+    for (const RemoteFile& file : m_files) files.push_back(JsonOf(file));
+    run["files"] = std::move(files);
+    run["files_not_tried"] = m_notTried;
+}
+
+void FileList::Write(std::ostream& out) const {
+    const std::lock_guard<std::mutex> hold(m_lock);
+    for (const RemoteFile& file : m_files) {
+        out << "  " << Clean(file.name, kMaxShownName) << ": " << Fate(file) << "\n";
+    }
+    if (m_notTried > 0) out << "  NOT TRIED: " << m_notTried << " more\n";
+}
+
+}  // namespace Kemffdc::Ipmi

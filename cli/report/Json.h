@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef KEMFFDC_REPORT_JSON_H
+#define KEMFFDC_REPORT_JSON_H
+
+#include <boost/json.hpp>
+#include <string>
+
+#include "cli/report/RunRecord.h"
+
+namespace Kemffdc {
+
+// The tool's JSON, as docs/json.md promises it: what --json prints, the last line of --events, and
+// the file beside an archive.
+
+// Of every object that the tool prints. Raised when a member goes, or comes to mean another thing.
+constexpr int kJsonSchema = 1;
+
+boost::json::object RunObject(const RunRecord& record);
+
+// Parts of it, for other objects.
+boost::json::object StepObject(const Step& step);
+boost::json::object AttemptObject(const Attempt& attempt);
+boost::json::value TaskValue(const std::optional<Task>& task);
+
+// `text` as a value; bytes that are no UTF-8 become U+FFFD.
+boost::json::value TextValue(const std::string& text);
+boost::json::value TextOrNull(const std::string& text);  // null for what is not known
+
+// To the millisecond.
+boost::json::value Seconds(double seconds);
+
+// A value on one line, without a line end. Numbers are plain decimals: no exponents.
+std::string JsonText(const boost::json::value& value);
+
+}  // namespace Kemffdc
+
+#endif
