@@ -18,7 +18,7 @@ enum ExitCode : int {
     kDownloadFailed = 7,  // gathered, but not fetched
     kLocalFile = 8,       // a file, folder or disk of this machine
     kFilesMissing = 9,    // some of the BMC's files were fetched, and some were not
-    kLimited = 10,        // check: reached, but collect would not get as far as gathering
+    kLimited = 10,        // reached, but nothing can be gathered this way; nothing was started
     kInterrupted = 130,   // Ctrl-C and the other signals that ask a process to end
 };
 

@@ -97,6 +97,13 @@ Outcome Lost(const std::string& when, const RunEvents& events) {
                    "The connection to the BMC was lost " + when + " (" + Trouble(events) + ").");
 }
 
+// Why an account may be refused in a mode other than 2.
+std::string WhoseAccount(const RunEvents& events) {
+    return " In this mode an account comes from this machine's own BMC, else --user and the "
+           "password hold" +
+           (events.inBandTrouble.empty() ? "." : " (" + Clean(events.inBandTrouble) + ").");
+}
+
 // The library's "NUMBER words", or words alone.
 Outcome DiagnoseListing(const RunEvents& events, const Options& options) {
     const std::string& reason = *events.notListed;
@@ -110,9 +117,7 @@ Outcome DiagnoseListing(const RunEvents& events, const Options& options) {
     if (number == kLoginDenied && Own(options).mode == kAccountOverSession) {
         text += " Its file service refuses the account that the BMC itself has given.";
     } else if (number == kLoginDenied) {
-        text +=
-            " In this mode an account comes from this machine's own BMC, else --user and the password hold";
-        text += events.inBandTrouble.empty() ? "." : " (" + Clean(events.inBandTrouble) + ").";
+        text += WhoseAccount(events);
     } else if (number == kNoConnection || number == kSilent) {
         text += " Check that its file service (SFTP, TCP port 115) can be reached.";
     } else if (number == kNoSuchFile) {
@@ -218,6 +223,27 @@ Outcome DiagnoseSilentBmc(const std::string& silence) {
     return Failure(kNotConnected,
                    "This machine has an IPMI device, but its BMC does not answer (" + silence +
                        "). The BMC may hang or be starting; try again in some minutes.");
+}
+
+Outcome DiagnoseFileService(const FileService& found, const std::string& host,
+                            const RunEvents& events) {
+    const std::string place = "The BMC's file service (SFTP, " + host + " port 115)";
+    const std::string why = Clean(found.reason, kMaxReason);
+    const std::string notGathered =
+        " The BMC was not told to gather: its files could not be fetched.";
+    switch (found.state) {
+        case FileService::State::kReady:
+            return {};
+        case FileService::State::kUntrusted:
+            return Failure(kNotConnected, place + " is not to be trusted: " + why + ".");
+        case FileService::State::kNoLogin:
+            return Failure(kLimited, place + " refuses the login: " + why + "." +
+                                         WhoseAccount(events) + notGathered);
+        case FileService::State::kUnusable:
+            break;
+    }
+    return Failure(kLimited, place + " cannot be used: " + why + "." + notGathered +
+                                 " Check that it is switched on and not behind a firewall.");
 }
 
 std::string FoldersPassedOver(const RunEvents& events) {

@@ -5,6 +5,7 @@
 #include "cli/ExitCodes.h"
 #include "cli/Options.h"
 #include "cli/ipmi/Events.h"
+#include "cli/ipmi/Preflight.h"
 
 namespace Kemffdc::Ipmi {
 
@@ -16,6 +17,11 @@ Outcome DiagnoseConnect(int code, const RunEvents& events, const Options& option
 
 // In band, for a device behind which no BMC answers.
 Outcome DiagnoseSilentBmc(const std::string& silence);
+
+// Of the look at the file service before anything is gathered. kLimited where its files could not
+// be fetched, kNotConnected where it is not the one that is known.
+Outcome DiagnoseFileService(const FileService& found, const std::string& host,
+                            const RunEvents& events);
 
 // "Passed over: a is a folder of the BMC." Empty where there is none.
 std::string FoldersPassedOver(const RunEvents& events);

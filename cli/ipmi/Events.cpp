@@ -200,6 +200,8 @@ void RunTracker::Take(const Event& event) {
             events.noRunFolder = true;
             break;
         case EventKind::kStarting:
+            events.files.clear();  // an earlier listing was a look at the file service alone
+            break;
         case EventKind::kAskingAccount:
         case EventKind::kAccountCut:
         case EventKind::kConnected:

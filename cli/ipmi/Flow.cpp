@@ -22,6 +22,8 @@ namespace fs = std::filesystem;
 constexpr std::int32_t kOverLan = 1;
 constexpr std::int32_t kInBand = 0;
 
+constexpr int kAccountOverSession = 2;  // the mode that asks nobody in band
+
 constexpr int kPollSeconds = 5;
 constexpr int kLongestGathering = 900;  // seconds
 constexpr int kPlainLineEvery = 30;     // seconds; where the line is not live
@@ -97,24 +99,34 @@ public:
         // Over the LAN the session has shown that the BMC lives; in band only the device was
         // opened.
         if (IsInBand(m_run) && !silence.empty()) return m_run.End(1, DiagnoseSilentBmc(silence));
-        const std::string host = IsInBand(m_run) ? m_usbHost : m_run.options.host;
-        const std::string why = WhyNoFileService(host);
-        if (!why.empty()) {
-            m_facts.notes.push_back("The BMC's file service (SFTP, " + host +
-                                    " port 115) does not answer now: " + why + ".");
-        }
         m_run.report.SetFacts(m_facts);
         return m_run.End(0, {});
+    }
+
+    // Whether the BMC's files could be fetched: the library asks after it has gathered.
+    Outcome LookAtFiles() {
+        m_run.Begin("file-service");
+        const std::string host = m_usbHost.empty() ? m_run.options.host : m_usbHost;
+        const FileService found = LookAtFileService(host, m_run.options, m_run.password);
+        const RunEvents events = m_listener.Events();
+        SetFacts(events);
+        return m_run.End(static_cast<int>(found.state), DiagnoseFileService(found, host, events));
+    }
+
+    // The same with a session open, before and after.
+    Outcome LookBeforeGathering() {
+        const bool alone = IsInBand(m_run) && Own(m_run.options).mode != kAccountOverSession;
+        if (alone) m_ffdc.Disconnect();  // who asks for the account needs the interface for himself
+        Outcome outcome = LookAtFiles();
+        if (outcome.Ok() && alone) outcome = Connect();
+        return outcome;
     }
 
     Outcome Collect() {
         m_run.Begin("collect");
         const int code = m_ffdc.Apply();
         RunEvents events = m_listener.Events();
-        for (const std::string& sentence : events.hostKeys) m_facts.notes.push_back(sentence);
-        const std::string folders = FoldersPassedOver(events);
-        if (!folders.empty()) m_facts.notes.push_back(folders);
-        m_run.report.SetFacts(m_facts);
+        SetFacts(events);
         Outcome outcome = m_run.End(code, DiagnoseCollect(code, events, m_run.options));
         if (outcome.code != kInterrupted) outcome = Keep(code, events);
         ExplainSkipped(events.files, Own(m_run.options).mode);
@@ -123,6 +135,14 @@ public:
     }
 
 private:
+    void SetFacts(const RunEvents& events) {
+        BmcFacts facts = m_facts;
+        for (const std::string& sentence : events.hostKeys) facts.notes.push_back(sentence);
+        const std::string folders = FoldersPassedOver(events);
+        if (!folders.empty()) facts.notes.push_back(folders);
+        m_run.report.SetFacts(facts);
+    }
+
     // Without it there would be nowhere to fetch the files from.
     Outcome FindFileService() {
         m_run.Begin("preflight");
@@ -210,6 +230,7 @@ private:
 Outcome Collect(Context& run) {
     BmcRun ipmi(run);
     Outcome outcome = ipmi.Reach();
+    if (outcome.Ok()) outcome = ipmi.LookBeforeGathering();
     if (outcome.Ok()) outcome = ipmi.Collect();
     return outcome;
 }
@@ -218,6 +239,7 @@ Outcome Check(Context& run) {
     BmcRun ipmi(run);
     Outcome outcome = ipmi.Reach();
     if (outcome.Ok()) outcome = ipmi.Describe();
+    if (outcome.Ok()) outcome = ipmi.LookAtFiles();
     return outcome;
 }
 

@@ -1,25 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/ipmi/Preflight.h"
 
-#include <fcntl.h>
-#include <netdb.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
+#include <list>
 #include <memory>
+#include <stdexcept>
+#include <system_error>
 
+#include "Ipmanip.h"
 #include "IpmiClient.h"
+#include "KEMAccount.h"
+#include "LogSink.h"
+#include "Uri.h"
+#include "file_client.h"
 #include "cli/ipmi/Options.h"
 
 namespace Kemffdc::Ipmi {
 namespace {
-
-constexpr char kFileService[] = "115";
-constexpr int kPatienceMs = 3000;
 
 constexpr std::uint8_t kNetFnApp = 0x06;
 constexpr std::uint8_t kGetDeviceId = 0x01;
@@ -27,26 +24,60 @@ constexpr std::size_t kShortestDeviceId = 11;
 
 constexpr char kNothing[] = "no answer";
 
-struct FreeAddresses {
-    void operator()(addrinfo* list) const noexcept { freeaddrinfo(list); }
+constexpr std::uint16_t kSftpPort = 115;
+constexpr int kAccountOverSession = 2;  // the mode that has no account before the BMC has gathered
+
+constexpr char kFolder[] = "/download/ffdc/kem_dump/";  // of the modes that have one
+
+// Numbers of the platform's transfers.
+constexpr int kPermissionDenied = 9;
+constexpr int kUntrusted = 60;
+constexpr int kLoginDenied = 67;
+constexpr int kNoSuchFile = 78;
+
+struct Account {
+    std::string user;
+    Secret password;
 };
 
-// 0, or errno.
-int Reaches(const addrinfo& address) {
-    const int tcp = socket(address.ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (tcp < 0) return errno;
-    int error = connect(tcp, address.ai_addr, address.ai_addrlen) == 0 ? 0 : errno;
-    if (error == EINPROGRESS) {
-        pollfd done{tcp, POLLOUT, 0};
-        socklen_t size = sizeof error;
-        if (poll(&done, 1, kPatienceMs) <= 0) {
-            error = ETIMEDOUT;
-        } else {
-            getsockopt(tcp, SOL_SOCKET, SO_ERROR, &error, &size);
-        }
+// In the library's order.
+std::vector<Account> AccountsOf(const Options& options, const Secret& password) {
+    std::vector<Account> accounts;
+    if (Own(options).mode == kAccountOverSession) return accounts;
+    constexpr std::uint16_t kAnyNode = 0;  // as the library's connection is given
+    XM_WIDGETS::KEMAccount inBand;
+    if (XM_WIDGETS::GetKEMAccountViaKCS(inBand, kAnyNode) == 0) {
+        Varnex::HideInLog(inBand.password, inBand.user);
+        accounts.push_back({inBand.user, Secret(inBand.password)});
     }
-    close(tcp);
-    return error;
+    if (!options.user.empty()) accounts.push_back({options.user, Secret(password.Reveal())});
+    return accounts;
+}
+
+// A folder that is not there, or may not be listed, yet: the login went well.
+FileService Judged(const std::error_code& error) {
+    const int number = error.value();
+    if (!error || number == kNoSuchFile || number == kPermissionDenied) return {};
+    FileService found;
+    found.state = number == kUntrusted     ? FileService::State::kUntrusted
+                  : number == kLoginDenied ? FileService::State::kNoLogin
+                                           : FileService::State::kUnusable;
+    found.reason = error.message();
+    if (!found.reason.empty() && found.reason.back() == '.') found.reason.pop_back();
+    found.reason += " (" + std::to_string(number) + ")";
+    return found;
+}
+
+// Without a user the platform connects, judges the host key, and ends there.
+FileService ListAs(const std::string& host, const std::string& user, const std::string& password) {
+    try {
+        const std::string place = Ipmanip::is_ipv6(host) ? "[" + host + "]" : host;
+        std::list<std::string> names;
+        return Judged(file_client::ls_directory(
+            Uri("sftp", place, kSftpPort, user, password, kFolder), names));
+    } catch (const std::invalid_argument& failure) {
+        return {FileService::State::kUnusable, failure.what()};
+    }
 }
 
 }  // namespace
@@ -88,19 +119,19 @@ std::string AskDeviceId(const Options& options, const Secret& password, BmcFacts
     return "";
 }
 
-std::string WhyNoFileService(const std::string& host) {
-    addrinfo hints{};
-    hints.ai_socktype = SOCK_STREAM;
-    addrinfo* found = nullptr;
-    const int unknown = getaddrinfo(host.c_str(), kFileService, &hints, &found);
-    if (unknown != 0) return gai_strerror(unknown);
-    const std::unique_ptr<addrinfo, FreeAddresses> addresses(found);
-    int error = 0;
-    for (const addrinfo* address = found; address != nullptr; address = address->ai_next) {
-        error = Reaches(*address);
-        if (error == 0) return "";
+FileService LookAtFileService(const std::string& host, const Options& options,
+                              const Secret& password) {
+    const std::vector<Account> accounts = AccountsOf(options, password);
+    if (accounts.empty()) {
+        const FileService found = ListAs(host, "", "");
+        return found.state == FileService::State::kNoLogin ? FileService() : found;
     }
-    return std::strerror(error);
+    FileService found;
+    for (const Account& account : accounts) {
+        found = ListAs(host, account.user, account.password.Reveal());
+        if (found.state == FileService::State::kReady) break;
+    }
+    return found;
 }
 
 }  // namespace Kemffdc::Ipmi

@@ -103,6 +103,7 @@ class file_client {
 public:
     // Names in the folder that `uri` names, in the server's order, without "." and ".." and
     // without any name that is not one plain path component. `names` is replaced on success only.
+    // Without a user in `uri` the server's key is judged and remembered, and nobody logs in (67).
     // SFTP.
     static std::error_code ls_directory(const Uri& uri, std::list<std::string>& names);
 

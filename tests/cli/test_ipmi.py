@@ -164,18 +164,56 @@ def test_check_tells_what_the_bmc_is_and_gathers_nothing(tmp_path):
     assert ended.code == 0, ended.err
     assert f"BMC:             {bmc.address} port {ipmi_tool.port_of(bmc)}, usable through ipmi\n" in ended.out
     assert "Service version: IPMI 2.0\n" in ended.out
-    assert "Note:" not in ended.out
+    assert re.findall("Note: .*", ended.out) == [
+        f"Note: The host key of [{bmc.address}]:115, ssh-ed25519 {bmc.ready['sftp']['fingerprint']}, is new, is "
+        f"accepted and remembered in {tmp_path}/known_hosts."]
     assert asked == []
 
 
-def test_check_in_band_says_that_nothing_answers_on_port_115(tmp_path):
+def test_check_in_band_is_limited_where_nothing_answers_on_port_115(tmp_path):
     with ipmi_tool.started(scenario(sftp=False)) as bmc:
         ended = tool.run(["check", "--via", "kcs"],
                          environment=ipmi_tool.environment(tmp_path, **ipmi_tool.in_band(bmc, tmp_path)))
-    assert ended.code == 0, ended.err
-    assert "BMC:             of this machine, in band, usable through kcs\n" in ended.out
-    assert (f"Note: The BMC's file service (SFTP, {bmc.address} port 115) does not answer now: "
-            "Connection refused.\n") in ended.out
+    assert ended.code == 10, ended.err
+    assert "BMC:             of this machine, in band, reached, but of no use through kcs\n" in ended.out
+    assert "Firmware:        1.00\n" in ended.out
+    assert f"The BMC's file service (SFTP, {bmc.address} port 115) cannot be used: " in ended.err
+
+
+# What makes the files unreachable, by the exit code: nobody may gather for nothing.
+UNFETCHABLE = {
+    "closed": (10, scenario(sftp=False), 2),
+    "changed host key": (3, scenario(), 2),
+    "login refused": (10, scenario(sftp={"accounts": []}), 5),
+    "no SFTP server": (10, scenario(sftp={"silent": True}), 3),
+}
+
+
+@pytest.mark.parametrize("command, why", [
+    (command, why) for command in ("check", "collect") for why in sorted(UNFETCHABLE)
+    if command == "collect" or UNFETCHABLE[why][2] == 2])
+def test_bmc_whose_files_cannot_be_fetched_is_not_told_to_gather(tmp_path, why, command):
+    code, what, mode = UNFETCHABLE[why]
+    with ipmi_tool.started(what) as bmc:
+        if why == "changed host key":
+            other = "AAAAC3NzaC1lZDI1NTE5AAAAIG7CnXZ0rwbTTDQmmFNlUHSxEnIIi0Zu5k0dQgkeBzXq"
+            (tmp_path / "known_hosts").write_text(f"[{bmc.address}]:115 ssh-ed25519 {other}\n", encoding="ascii")
+        own = ["--mode", str(mode), "--output", str(tmp_path / "out")] if command == "collect" else []
+        ended = tool.run(over_lan(command, bmc, *own), password=bmc.password,
+                         environment=ipmi_tool.environment(tmp_path, VARNEX_TRANSFER_CONNECT_TIME="2"))
+        asked = [r["command"] for r in ipmi_tool.requests(bmc, "ipmi") if r.get("netfn") == 0x3A]
+        logins = [r for r in ipmi_tool.requests(bmc, "sftp") if r["operation"] == "login"]
+    assert ended.code == code, ended.err
+    assert asked == []
+    assert len(logins) == (1 if why == "login refused" else 0), "a password is tried once"
+    assert not (tmp_path / "out").exists()
+
+
+def test_nobody_logs_in_before_the_bmc_has_given_its_account(tmp_path):
+    with ipmi_tool.started() as bmc:
+        assert collect(bmc, tmp_path).code == 0
+        users = [r["user"] for r in ipmi_tool.requests(bmc, "sftp") if r["operation"] == "login"]
+    assert users == [ipmi_tool.USER]
 
 
 @pytest.mark.parametrize("answer, why", [({"code": 0xC3}, "completion code C3h")])

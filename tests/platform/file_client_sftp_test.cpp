@@ -484,6 +484,21 @@ TEST_F(FileClientHostKeys, AnUnknownKeyIsTakenAndRememberedWithItsFingerprint) {
     EXPECT_EQ(0600U, Mode(known));
 }
 
+TEST_F(FileClientHostKeys, WithoutAUserTheKeyIsJudgedAndNobodyLogsIn) {
+    const SftpPeer bmc(root);
+    const Uri nobody("sftp", "127.0.0.1", bmc.Port(), "", "secret", "/");
+
+    EXPECT_EQ("varnex.transfer:67 Authentication failure: there is no user name",
+              List(nobody, names));
+
+    EXPECT_THAT(names, ElementsAre("untouched"));
+    EXPECT_EQ(bmc.Name() + " " + bmc.PublicKey() + "\n", Content(known));
+
+    const SftpPeer other(root);
+    KnownHosts(bmc.Name() + " " + other.PublicKey() + "\n");
+    EXPECT_THAT(List(nobody, names), StartsWith("varnex.transfer:60 The host key of "));
+}
+
 TEST_F(FileClientHostKeys, EveryTypeOfKeyIsRemembered) {
     root.Write("file", "content");
     for (const char* type : {"ssh-ed25519", "ssh-rsa", "ecdsa-sha2-nistp256", "ecdsa-sha2-nistp384",

@@ -17,7 +17,9 @@ using Kemffdc::Options;
 using Kemffdc::Outcome;
 using Kemffdc::Ipmi::DiagnoseCollect;
 using Kemffdc::Ipmi::DiagnoseConnect;
+using Kemffdc::Ipmi::DiagnoseFileService;
 using Kemffdc::Ipmi::DiagnoseSilentBmc;
+using Kemffdc::Ipmi::FileService;
 using Kemffdc::Ipmi::FoldersPassedOver;
 using Kemffdc::Ipmi::RemoteFile;
 using Kemffdc::Ipmi::RunEvents;
@@ -59,6 +61,27 @@ TEST(IpmiDiagnoseConnect, TheClientsReasonIsGivenWithWhatToDo) {
     options.own.Of<Kemffdc::Ipmi::ChannelOptions>().cipherSuite = 3;
     EXPECT_THAT(DiagnoseConnect(1, events, options).reason, HasSubstr("Try --cipher-suite 17."));
     ExpectEnding(DiagnoseConnect(1, {}, options), 3, "Cannot connect. no reason given.");
+}
+
+TEST(IpmiDiagnoseFileService, OneThatCannotBeFetchedFromIsLimitedAndAStrangerIsThree) {
+    RunEvents events;
+    events.inBandTrouble = "no device";
+
+    EXPECT_TRUE(DiagnoseFileService({}, "bmc7", events).Ok());
+    ExpectEnding(
+        DiagnoseFileService({FileService::State::kUnusable, "refused (7)"}, "bmc7", events), 10,
+        "The BMC's file service (SFTP, bmc7 port 115) cannot be used: refused (7). The BMC "
+        "was not told to gather: its files could not be fetched. Check that it is switched "
+        "on and not behind a firewall.");
+    ExpectEnding(
+        DiagnoseFileService({FileService::State::kNoLogin, "denied (67)"}, "bmc7", events), 10,
+        "The BMC's file service (SFTP, bmc7 port 115) refuses the login: denied (67). In "
+        "this mode an account comes from this machine's own BMC, else --user and the "
+        "password hold (no device). The BMC was not told to gather: its files could not be "
+        "fetched.");
+    ExpectEnding(
+        DiagnoseFileService({FileService::State::kUntrusted, "another (60)"}, "bmc7", {}), 3,
+        "The BMC's file service (SFTP, bmc7 port 115) is not to be trusted: another (60).");
 }
 
 TEST(IpmiDiagnoseCollect, AllFilesOfAGoodGatheringAreASuccess) {

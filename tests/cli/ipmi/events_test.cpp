@@ -172,6 +172,16 @@ TEST(IpmiRunTracker, NamesThatModeThreeDoesNotAskForAreSkipped) {
     EXPECT_EQ(FileProgress(tracker.Events()), "file 2 of 2");
 }
 
+TEST(IpmiRunTracker, ListingBeforeTheGatheringDoesNotCount) {
+    RunTracker run(5);
+    run.Take({EventKind::kPassedOver, "../x\" of the listing is passed over: it holds a slash"});
+    ASSERT_EQ(run.Events().files.size(), 1U);
+
+    run.Take({EventKind::kStarting, ""});
+
+    EXPECT_TRUE(run.Events().files.empty());
+}
+
 TEST(IpmiRunTracker, FirstReasonOfALostSessionStays) {
     RunTracker tracker(2);
     tracker.Take({EventKind::kSessionTrouble, "IPMI to b port 623: no answer within 30 seconds"});
