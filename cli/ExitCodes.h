@@ -42,7 +42,7 @@ enum class Cause {
     kTaskKilled,      // by the BMC
     kTaskLost,        // what became of the task is not known
     kStoreRefused,    // the export's target took no archive: login, path or space there
-    kNoFileService,   // gathered, but the service that hands the files out does not answer
+    kNoFileService,   // the service that hands the files out does not answer
     kTooLarge,        // more than the run may take
     kUnreadable,      // what came is not what its name says
     kDiskFull,        // or less free than the run must leave

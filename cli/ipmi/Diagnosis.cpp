@@ -235,15 +235,18 @@ Outcome DiagnoseFileService(const FileService& found, const std::string& host,
         case FileService::State::kReady:
             return {};
         case FileService::State::kUntrusted:
-            return Failure(kNotConnected, place + " is not to be trusted: " + why + ".");
+            return Failure(kNotConnected, Cause::kUntrusted,
+                           place + " is not to be trusted: " + why + ".");
         case FileService::State::kNoLogin:
-            return Failure(kLimited, place + " refuses the login: " + why + "." +
-                                         WhoseAccount(events) + notGathered);
+            return Failure(
+                kLimited, Cause::kLoginRefused,
+                place + " refuses the login: " + why + "." + WhoseAccount(events) + notGathered);
         case FileService::State::kUnusable:
             break;
     }
-    return Failure(kLimited, place + " cannot be used: " + why + "." + notGathered +
-                                 " Check that it is switched on and not behind a firewall.");
+    return Failure(kLimited, Cause::kNoFileService,
+                   place + " cannot be used: " + why + "." + notGathered +
+                       " Check that it is switched on and not behind a firewall.");
 }
 
 std::string FoldersPassedOver(const RunEvents& events) {

@@ -12,8 +12,8 @@
 #include "KEMAccount.h"
 #include "LogSink.h"
 #include "Uri.h"
-#include "file_client.h"
 #include "cli/ipmi/Options.h"
+#include "file_client.h"
 
 namespace Kemffdc::Ipmi {
 namespace {

@@ -90,7 +90,7 @@ TEST(Help, OnTopicsHoldsEveryExitCodeAndMode) {
          {"  0    archive obtained", "  2    usage", "  3    could not connect",
           "  4    the BMC refused the export", "  5    the task failed", "  6    not finished",
           "  7    download failed", "  8    local file trouble", "  9    some files are missing",
-          "  10   check: the BMC was reached", "  130  interrupted"}) {
+          "  10   the BMC was reached", "  130  interrupted"}) {
         EXPECT_THAT(codes, HasSubstr(line));
     }
     EXPECT_THAT(Output({"help", "modes"}), HasSubstr("  3      the account comes from"));
