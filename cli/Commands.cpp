@@ -8,6 +8,7 @@
 #include "cli/Channels.h"
 #include "cli/CommonOptions.h"
 #include "cli/Run.h"
+#include "cli/terminal/Text.h"
 
 namespace Kemffdc {
 namespace {

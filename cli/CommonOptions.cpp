@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "cli/terminal/Text.h"
+
 namespace Kemffdc {
 namespace {
 

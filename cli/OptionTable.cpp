@@ -6,6 +6,7 @@
 #include <charconv>
 
 #include "cli/Nearest.h"
+#include "cli/terminal/Text.h"
 
 namespace Kemffdc {
 namespace {
@@ -122,11 +123,6 @@ std::string Joined(const std::vector<std::string>& words, const char* between) {
     std::string text;
     for (const std::string& word : words) text += (text.empty() ? "" : between) + word;
     return text;
-}
-
-bool HasControl(const std::string& text) {
-    return std::any_of(text.begin(), text.end(),
-                       [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
 }
 
 bool Holds(const OptionGroups& groups, const std::string& option) {

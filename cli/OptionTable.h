@@ -76,7 +76,6 @@ std::string NoneOf(const std::string& text, const std::vector<std::string>& know
 // "redfish, ipmi and kcs", with " or " instead of " and " if asked.
 std::string Listed(const std::vector<std::string>& words, const char* last = " and ");
 std::string Joined(const std::vector<std::string>& words, const char* between);
-bool HasControl(const std::string& text);  // bytes below 20h, or 7Fh
 
 // How texts of one kind are read into a value, and values shown. The first returns what is wrong,
 // as Reading::take does, and changes the value only on success.

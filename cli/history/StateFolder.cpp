@@ -1,36 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/history/StateFolder.h"
 
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
+
+#include "cli/UserFolders.h"
 
 namespace Kemffdc::History {
 namespace {
 
 constexpr char kName[] = "/kemffdc";
 constexpr mode_t kOthersWrite = S_IWGRP | S_IWOTH;
-
-// Relative ones do not count; empty where there is none.
-std::string AbsoluteVariable(const char* name) {
-    const char* value = std::getenv(name);
-    return value != nullptr && *value == '/' ? value : "";
-}
-
-std::string Home() {
-    const std::string home = AbsoluteVariable("HOME");
-    if (!home.empty()) return home;
-    std::array<char, 16384> buffer{};
-    passwd entry{};
-    passwd* found = nullptr;
-    getpwuid_r(geteuid(), &entry, buffer.data(), buffer.size(), &found);
-    return found != nullptr && found->pw_dir != nullptr ? found->pw_dir : "";
-}
 
 Outcome Trouble(const std::string& folder, const std::string& what) {
     return Failure(kLocalFile,
@@ -52,10 +35,8 @@ int MakeWithParents(const std::string& folder) {
 
 std::string StateFolder(const std::string& given) {
     if (!given.empty()) return given;
-    const std::string state = AbsoluteVariable("XDG_STATE_HOME");
-    if (!state.empty()) return state + kName;
-    const std::string home = Home();
-    return home.empty() ? "" : home + "/.local/state" + kName;
+    const std::string state = XdgFolder("XDG_STATE_HOME", "/.local/state");
+    return state.empty() ? "" : state + kName;
 }
 
 Outcome MakeStateFolder(const std::string& folder) {

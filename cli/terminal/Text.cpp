@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/terminal/Text.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "LogSink.h"
@@ -46,6 +47,11 @@ std::string ValidUtf8(const std::string& text) {
         at += length == 0 ? 1 : length;
     }
     return valid;
+}
+
+bool HasControl(const std::string& text) {
+    return std::any_of(text.begin(), text.end(),
+                       [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
 }
 
 std::string CutUtf8(const std::string& text, std::size_t bytes) {

@@ -15,6 +15,9 @@ std::string Clean(const std::string& text, std::size_t limit = 300);
 // `text` as valid UTF-8: every byte that is not part of a well-formed character becomes U+FFFD.
 std::string ValidUtf8(const std::string& text);
 
+// Whether it holds bytes below 20h, or 7Fh.
+bool HasControl(const std::string& text);
+
 // `text` cut to at most `bytes`, never inside a character.
 std::string CutUtf8(const std::string& text, std::size_t bytes);
 
