@@ -4,9 +4,7 @@
 from __future__ import annotations
 
 import json
-import os
 import shutil
-import signal
 import subprocess
 import tarfile
 from pathlib import Path
@@ -15,7 +13,7 @@ from typing import Any, Iterator
 import pytest
 
 from conftest import (
-    EMULATOR, EXPORT, FRONT, FULL_EXPORT, ROOT, SESSIONS, TASKS, Bmc, Starter, clean_environment, curl, first_line, peer,
+    EXPORT, FRONT, FULL_EXPORT, ROOT, SESSIONS, TASKS, Bmc, Starter, clean_environment, curl, first_line, peer,
 )
 
 
@@ -44,28 +42,6 @@ def test_curl_trusts_the_certificate_of_the_ready_line(start: Starter) -> None:
     )
 
     assert done.returncode == 0 and json.loads(done.stdout)["RedfishVersion"] == "1.15.0"
-
-
-def test_the_walk_in_the_handbook_works_as_it_is_written(tmp_path: Path) -> None:
-    text = (EMULATOR.parent / "docs" / "emulator.md").read_text()
-    walk = text.partition("## Walking it with curl\n")[2].partition("\n## ")[0]
-    commands = [line[4:] for line in walk.splitlines() if line.startswith("    ")]
-    assert len(commands) > 15
-    (tmp_path / "emulator").symlink_to(EMULATOR)
-    shown = tmp_path / "shown"
-    with open(shown, "w") as output:
-        process = subprocess.Popen(["bash", "-e", "-o", "pipefail", "-c", "\n".join(commands)], cwd=tmp_path,
-                                   stdout=output, stderr=output, env=clean_environment(), start_new_session=True)
-    try:
-        code = process.wait(60)
-    finally:
-        os.killpg(process.pid, signal.SIGTERM)  # the BMC in the background, and what keeps its input open
-
-    lines = shown.read_text().splitlines()
-    assert code == 0, lines
-    assert any(line.startswith("X-Auth-Token: ") for line in lines)
-    assert "ffdc/manifest.json" in lines
-    assert '"Dumping processor 1."' in lines
 
 
 def run_with_curl(bmc: Bmc, url: str | None, folder: Path, *options: str) -> None:
