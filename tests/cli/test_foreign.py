@@ -1,0 +1,95 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The tool before servers that know nothing of it: fwupd's Redfish service, OpenIPMI's BMC."""
+
+import pytest
+
+import foreign
+import ipmi_tool
+import odd_servers
+import tool
+
+
+@pytest.fixture
+def redfish(tmp_path):
+    """The port of a stranger's Redfish service, and its certificate."""
+    certificate = odd_servers.make_certificate(tmp_path)
+    with foreign.redfish_service(certificate, tool.clean_environment()) as port:
+        yield port
+
+
+@pytest.fixture
+def ipmi(tmp_path):
+    """The port of a stranger's BMC."""
+    folder = tmp_path / "ipmi"
+    folder.mkdir()
+    with foreign.ipmi_bmc(folder, tool.clean_environment()) as port:
+        yield port
+
+
+def over_redfish(command, port, *arguments, user=foreign.REDFISH_USER):
+    return [command, "--via", "redfish", "127.0.0.1", "--port", str(port), "--user", user,
+            "--password-file", "-", *arguments]
+
+
+def over_ipmi(command, port, *arguments):
+    return [command, "--via", "ipmi", "127.0.0.1", "--port", str(port), "--user", foreign.IPMI_USER,
+            "--password-file", "-", *arguments]
+
+
+# --- Redfish ------------------------------------------------------------------------------------
+
+
+def test_a_check_says_that_it_cannot_export(redfish):
+    """Its service root asks for an account with 400 instead of 401, and it has no manager of the usual name."""
+    ended = tool.run(over_redfish("check", redfish, "--json"), password=foreign.REDFISH_PASSWORD)
+
+    assert ended.code == 10, ended.err
+    assert '"1.6.0"' in ended.out
+
+
+def test_a_wrong_password_is_told_in_its_own_words(redfish):
+    ended = tool.run(over_redfish("check", redfish), password="wrong")
+
+    assert ended.code == 3
+    assert "(HTTP 401: unauthorised)" in ended.err
+
+
+def test_a_collection_ends_before_a_file_is_made(redfish, tmp_path):
+    ended = tool.run(over_redfish("collect", redfish, "--output", str(tmp_path / "out")),
+                     password=foreign.REDFISH_PASSWORD)
+
+    assert ended.code == 4
+    assert "no such operation" in ended.err
+    assert tool.files_in(tmp_path / "out") == []
+
+
+# --- IPMI ---------------------------------------------------------------------------------------
+
+
+def test_an_ipmi_session_is_opened_with_the_suite_that_both_know(ipmi, tmp_path):
+    arguments = over_ipmi("check", ipmi, "--cipher-suite", str(foreign.IPMI_SUITE), "--json")
+    ended = tool.run(arguments, password=foreign.IPMI_PASSWORD, environment=ipmi_tool.environment(tmp_path))
+
+    assert ended.code in (0, 10), ended.err
+
+
+def test_a_wrong_ipmi_password_is_one(ipmi, tmp_path):
+    arguments = over_ipmi("check", ipmi, "--cipher-suite", str(foreign.IPMI_SUITE))
+    ended = tool.run(arguments, password="wrong", environment=ipmi_tool.environment(tmp_path))
+
+    assert ended.code == 3, ended.err
+
+
+def test_a_suite_that_it_lacks_is_named(ipmi, tmp_path):
+    ended = tool.run(over_ipmi("check", ipmi), password=foreign.IPMI_PASSWORD,
+                     environment=ipmi_tool.environment(tmp_path))
+
+    assert ended.code == 3, ended.err
+
+
+def test_commands_that_it_does_not_know_end_the_collection(ipmi, start_bmc, tmp_path):
+    start_bmc({"sftp": {}})  # a file service, so that it gets as far as the commands
+    arguments = over_ipmi("collect", ipmi, "--cipher-suite", str(foreign.IPMI_SUITE), "--output", str(tmp_path / "out"))
+    ended = tool.run(arguments, password=foreign.IPMI_PASSWORD, environment=ipmi_tool.environment(tmp_path))
+
+    assert ended.code == 4, ended.err
