@@ -34,6 +34,21 @@ Parsed UsageError(const std::string& text, const std::string& command = "") {
     return parsed;
 }
 
+// Help on the command line would not help there.
+Parsed FileError(const Outcome& outcome) {
+    Parsed parsed;
+    parsed.exitCode = outcome.code;
+    parsed.err = "kemffdc: " + Clean(outcome.reason, kLongestFault) + "\n";
+    return parsed;
+}
+
+bool ByFile(const Outcome& outcome, const Surroundings& surroundings) {
+    if (outcome.code != kUsage) return true;
+    const std::string& reason = outcome.reason;
+    return reason.rfind(surroundings.userFile + ":", 0) == 0 ||
+           reason.rfind(surroundings.systemFile + ":", 0) == 0;
+}
+
 bool IsHelp(const std::string& word) { return word == "--help" || word == "-h"; }
 
 Words CommandNames() {
@@ -166,9 +181,13 @@ Parsed ParseCommand(const CommandEntry& command, const Words& words,
     if (std::any_of(words.begin(), end, IsHelp)) return Answer(ShortHelp(command));
     Line line;
     Options options;
-    std::string fault = Split(command, words, line);
-    if (fault.empty()) fault = Settle(command, line, surroundings, options);
+    const std::string fault = Split(command, words, line);
     if (!fault.empty()) return UsageError(fault, command.name);
+    const Outcome settled = Settle(command, line, surroundings, options);
+    if (!settled.Ok()) {
+        return ByFile(settled, surroundings) ? FileError(settled)
+                                             : UsageError(settled.reason, command.name);
+    }
     Parsed parsed;
     parsed.options = options;
     return parsed;

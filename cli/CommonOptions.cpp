@@ -67,7 +67,8 @@ const OptionGroup& LoginOptions() {
          {"--password-file", "FILE", "File that holds its password; - is standard input",
           Path(&Options::passwordFile), Where::kAnyhow, Use::kReach, true, "", "KEMFFDC_PASSWORD"},
          {"password_command", "WORDS", "Program that prints its password, and its arguments",
-          WordList(&Options::passwordCommand), Where::kFile}}};
+          CommandWords(&Options::passwordCommand), Where::kFile, Use::kReach, false, "", "",
+          "--password-file"}}};
     return group;
 }
 
@@ -92,7 +93,8 @@ const OptionGroup& ExportOptions() {
           Path(&Options::exportPasswordFile), Where::kAnyhow, Use::kGather, false, "",
           "KEMFFDC_EXPORT_PASSWORD"},
          {"export_password_command", "WORDS", "Program that prints its password, and its arguments",
-          WordList(&Options::exportPasswordCommand), Where::kFile, Use::kGather}}};
+          CommandWords(&Options::exportPasswordCommand), Where::kFile, Use::kGather, false, "", "",
+          "--export-password-file"}}};
     return group;
 }
 
@@ -140,6 +142,8 @@ std::string CheckBasicUser(const Options& options) {
 }
 
 std::string CheckExport(Options& options) {
+    const bool onLine = options.IsOnLine("--export-uri");
+    if (options.IsOnLine("--output") && !onLine) options.exportUri.clear();
     if (options.exportUri.empty()) {
         if (options.IsOnLine("--export-user") || options.IsOnLine("--export-password-file")) {
             return "--export-user and --export-password-file need --export-uri.";
@@ -147,6 +151,7 @@ std::string CheckExport(Options& options) {
         options.exportUser.clear();
         options.exportPasswordFile.clear();
         options.exportPasswordCommand.clear();
+        for (const Option& option : ExportOptions().options) options.Ignore(option.name);
     }
     if (options.passwordFile == "-" && options.exportPasswordFile == "-") {
         return "Only one password can come from standard input.";

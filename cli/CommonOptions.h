@@ -25,7 +25,8 @@ const OptionGroup& ResultOptions();    // every command has these
 // HTTP Basic authentication (RFC 7617) cannot tell where a name with a colon ends.
 std::string CheckBasicUser(const Options& options);
 
-// Forgets what kemffdc.conf says of a file store where no archive is sent to one.
+// Leaves out what kemffdc.conf says of a file store where no archive is sent to one: there is no
+// URI, or --output on the command line asks for the download.
 std::string CheckExport(Options& options);
 
 }  // namespace Kemffdc

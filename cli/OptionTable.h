@@ -26,7 +26,7 @@ struct Reading {
     Take take;
     Show show;                      // the value as `take` would read it; empty: there is none
     bool path = false;              // kemffdc.conf: "~/" stands for the home folder
-    TakeWords takeWords = nullptr;  // instead of `take`: a list of words, in kemffdc.conf alone
+    TakeWords takeWords = nullptr;  // instead of `take`: a program and its arguments
 };
 
 // Who may give an option.
@@ -54,6 +54,8 @@ struct Option {
     bool usual = false;               // --help shows it too, which has to fit a screen
     const char* variable = "";        // of the environment, that holds the same text; empty: none
     const char* secretVariable = "";  // of the environment, that stands for it: holds the password
+    const char* rival = "";           // of this and that option the one counts that is said nearer
+                                      // to the command line
 
     bool IsFlag() const { return *value == '\0'; }
     bool OnLine() const { return where != Where::kFile; }
@@ -195,16 +197,18 @@ Reading Choice(T Owner::*member, const std::vector<std::pair<std::string, T>>& w
     return Of(member, kind);
 }
 
-// A list of words; in kemffdc.conf alone.
+// A program and its arguments; in kemffdc.conf alone. The arguments are not shown: somebody may
+// have written a password there.
 template <class Owner>
-Reading WordList(std::vector<std::string> Owner::*member) {
+Reading CommandWords(std::vector<std::string> Owner::*member) {
     Reading reading;
     reading.takeWords = [member](const std::vector<std::string>& words, Options& options) {
         Part<Owner>(options).*member = words;
         return std::string();
     };
     reading.show = [member](const Options& options) {
-        return Joined(Part<Owner>(options).*member, " ");
+        const std::vector<std::string>& words = Part<Owner>(options).*member;
+        return (words.empty() ? "" : words.front()) + (words.size() > 1 ? " ..." : "");
     };
     return reading;
 }

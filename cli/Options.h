@@ -20,8 +20,13 @@ enum class Origin { kDefault, kSystemFile, kUserFile, kEnvironment, kCommandLine
 // One option as somebody has set it.
 struct Setting {
     Origin origin = Origin::kDefault;
-    std::string text;   // as it was given; empty for a password
-    std::string place;  // "/etc/kemffdc/kemffdc.conf:12", or the variable of the environment
+    std::string place;    // "/etc/kemffdc/kemffdc.conf:12", the variable, or the option
+    std::string section;  // of the file: "defaults" or the pattern
+};
+
+struct ConfigFileSeen {
+    std::string path;
+    bool exists = false;
 };
 
 // Structs of options that the channels declare, each found by its type; one that nobody has touched
@@ -80,8 +85,16 @@ struct Options {
 
     // Who has set which option, by the option's name. Those that hold by default are not in it.
     std::map<std::string, Setting> settings;
+    // What kemffdc.conf or the environment sets, but does not fit the command or the channel.
+    std::map<std::string, Setting> ignored;
+    std::vector<ConfigFileSeen> configFiles;  // that were looked for, the user's first
 
     bool IsSet(const std::string& option) const { return settings.count(option) > 0; }
+    // Notes that a setting that was taken does not count; the caller resets the value.
+    void Ignore(const std::string& option) {
+        const auto setting = settings.extract(option);
+        if (setting) ignored[option] = setting.mapped();
+    }
     bool IsOnLine(const std::string& option) const {
         const auto setting = settings.find(option);
         return setting != settings.end() && setting->second.origin == Origin::kCommandLine;

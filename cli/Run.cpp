@@ -3,7 +3,9 @@
 
 #include <curl/curl.h>
 
+#include <algorithm>
 #include <atomic>
+#include <boost/algorithm/string/replace.hpp>
 #include <chrono>
 #include <cstdlib>
 #include <exception>
@@ -31,6 +33,8 @@ namespace {
 
 constexpr std::chrono::milliseconds kGoodbye{200};  // for the BMC to hear that its session ends
 
+constexpr std::chrono::seconds kLongestCommand{120};  // a person may have to type into it
+
 constexpr int kFileLevel = 4;  // who asks for a file wants to read it all
 
 // Returns whether records of the library will go to standard error.
@@ -56,21 +60,40 @@ void ForgetProxies() {
     }
 }
 
+// The words of a password command for this BMC: "{host}" and "{user}" stand for its own.
+std::vector<std::string> Filled(std::vector<std::string> words, const std::string& host,
+                                const std::string& user) {
+    for (std::string& word : words) {
+        boost::algorithm::replace_all(word, "{host}", host);
+        boost::algorithm::replace_all(word, "{user}", user);
+    }
+    return words;
+}
+
+std::chrono::milliseconds CommandLimit(const Options& options) {
+    const std::chrono::seconds deadline(options.deadline);
+    return options.deadline == 0 ? kLongestCommand : std::min(kLongestCommand, deadline);
+}
+
 // Nothing may prompt or read a password that is not needed.
 Outcome ReadPasswords(const Options& options, Secret& password, Secret& exportPassword) {
     if (!options.needsPassword) return {};
+    const std::string host = options.host.empty() ? "localhost" : options.host;
+    const std::chrono::milliseconds limit = CommandLimit(options);
     Outcome outcome =
         ReadSecret({options.passwordFile, "KEMFFDC_PASSWORD",
                     "Password of " + options.user + " on " +
                         (options.host.empty() ? "this machine's BMC" : options.host) + ": ",
-                    "--password-file"},
+                    "--password-file", Filled(options.passwordCommand, host, options.user), limit},
                    password);
     if (!outcome.Ok() || options.exportUri.empty()) return outcome;
-    const bool wanted = !options.exportUser.empty() || !options.exportPasswordFile.empty();
+    const bool wanted = !options.exportUser.empty() || !options.exportPasswordFile.empty() ||
+                        !options.exportPasswordCommand.empty();
     if (!wanted) return {};
     return ReadSecret(
         {options.exportPasswordFile, "KEMFFDC_EXPORT_PASSWORD",
-         "Password of " + options.exportUser + " on the file store: ", "--export-password-file"},
+         "Password of " + options.exportUser + " on the file store: ", "--export-password-file",
+         Filled(options.exportPasswordCommand, host, options.exportUser), limit},
         exportPassword);
 }
 

@@ -1,14 +1,70 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/Settle.h"
 
-#include <set>
-#include <vector>
+#include <algorithm>
+#include <cstdlib>
+#include <utility>
 
 #include "cli/Channels.h"
 #include "cli/CommonOptions.h"
+#include "cli/UserFolders.h"
+#include "cli/config/ConfigFile.h"
 
 namespace Kemffdc {
 namespace {
+
+constexpr char kFileName[] = "/kemffdc/kemffdc.conf";
+
+Outcome Usage(const std::string& text) { return Failure(kUsage, text); }
+
+std::string CheckVia(const std::string& via) {
+    return FindChannel(via) != nullptr ? "" : NoneOf(via, ChannelNames());
+}
+
+// Every option that kemffdc.conf may hold, whichever command knows it, by its member.
+std::map<std::string, const Option*> FileOptions() {
+    std::map<std::string, const Option*> options;
+    for (const CommandEntry& command : Commands()) {
+        for (const OptionGroup* group : AllGroups(command)) {
+            for (const Option& option : group->options) {
+                if (!option.Member().empty()) options[option.Member()] = &option;
+            }
+        }
+    }
+    return options;
+}
+
+Config::Member MemberOf(const Option& option) {
+    Config::Member member;
+    member.name = option.Member();
+    member.path = option.reading.path;
+    member.command = option.reading.takeWords != nullptr;
+    member.check = [&option](const std::vector<std::string>& words) {
+        Options scratch;
+        if (option.reading.takeWords) return option.reading.takeWords(words, scratch);
+        const std::string fault = option.reading.take(words.front(), scratch);
+        return fault.empty() && !scratch.via.empty() ? CheckVia(scratch.via) : fault;
+    };
+    return member;
+}
+
+std::vector<Config::Member> FileMembers() {
+    std::vector<Config::Member> members;
+    std::map<std::string, std::string> rivals;
+    const std::map<std::string, const Option*> options = FileOptions();
+    for (const auto& [name, option] : options) {
+        for (const auto& [other, rival] : options) {
+            if (std::string(option->rival) != rival->name) continue;
+            rivals[name] = other;
+            rivals[other] = name;
+        }
+    }
+    for (const auto& [name, option] : options) {
+        members.push_back(MemberOf(*option));
+        members.back().rival = rivals[name];
+    }
+    return members;
+}
 
 // One command's options, as they are settled.
 class Settler {
@@ -18,52 +74,80 @@ public:
         : m_command(command), m_line(line), m_surroundings(surroundings), m_options(options) {}
 
     // The order is that of an operator's reading: first what cannot stand there at all.
-    std::string Settle() {
+    Outcome Settle() {
         m_options.command = m_command.command;
-        std::string fault = RefuseEmpty();
-        if (fault.empty() && m_command.onBmc) fault = FindWay();
-        if (fault.empty()) fault = RefuseForeign();
-        if (fault.empty()) fault = TakeArgument();
-        if (fault.empty()) fault = TakeOptions();
-        if (fault.empty() && m_channel != nullptr) fault = m_channel->complete(m_options);
-        return fault;
+        Outcome outcome = RefuseEmpty();
+        if (outcome.Ok()) outcome = TakeArgument();
+        if (outcome.Ok()) outcome = ReadFiles();
+        if (outcome.Ok() && m_command.onBmc) outcome = FindWay();
+        if (outcome.Ok()) outcome = RefuseForeign();
+        if (outcome.Ok()) outcome = CheckArgument();
+        if (outcome.Ok()) outcome = TakeOptions();
+        if (outcome.Ok() && m_channel != nullptr) outcome = Complete();
+        return outcome;
     }
 
 private:
+    // What one option is set to, where it counts most.
+    struct Found {
+        Setting setting;
+        std::vector<std::string> words;  // none: a password that stands in the environment
+    };
+
     // No option means anything by an empty text; where one stands, a variable was not set.
-    std::string RefuseEmpty() const {
+    Outcome RefuseEmpty() const {
         for (const auto& [name, text] : m_line.options) {
-            if (text.empty()) return name + " is empty.";
+            if (text.empty()) return Usage(name + " is empty.");
         }
-        return "";
+        return {};
     }
 
-    std::string FindWay() {
+    Outcome TakeArgument() {
+        if (!m_line.argument) return {};
+        const std::string fault = m_command.take(*m_line.argument, m_options);
+        return fault.empty() ? Outcome{} : Usage(m_command.argument + fault);
+    }
+
+    Outcome ReadFiles() {
+        const std::vector<Config::Member> members = FileMembers();
+        for (const auto& [origin, path] :
+             {std::pair(Origin::kUserFile, m_surroundings.userFile),
+              std::pair(Origin::kSystemFile, m_surroundings.systemFile)}) {
+            Config::File file;
+            const Outcome outcome = Config::Read(path, m_surroundings.home, members, file);
+            if (!outcome.Ok()) return outcome;
+            if (!path.empty()) m_options.configFiles.push_back({path, file.exists});
+            m_files.push_back({origin, path, Config::Holding(file, members, m_options.host)});
+        }
+        return {};
+    }
+
+    Outcome FindWay() {
         for (const Option& option : ViaOptions().options) {
-            const std::string fault = Take(option);
-            if (!fault.empty()) return fault;
+            const Outcome outcome = Take(option);
+            if (!outcome.Ok()) return outcome;
         }
         const std::string& via = m_options.via;
         m_channel = via.empty() ? DefaultChannel() : FindChannel(via);
         if (m_channel == nullptr && via.empty()) {
-            return "--via is missing: " + Listed(ChannelNames(), " or ") + ".";
+            return Usage("--via is missing: " + Listed(ChannelNames(), " or ") + ".");
         }
-        if (m_channel == nullptr) return "--via" + NoneOf(via, ChannelNames());
+        if (m_channel == nullptr) return Usage("--via" + NoneOf(via, ChannelNames()));
         m_options.via = m_channel->name;
-        return "";
+        return {};
     }
 
     // Who gives an option expects something of it.
-    std::string RefuseForeign() const {
+    Outcome RefuseForeign() const {
         for (const auto& [name, text] : m_line.options) {
             if (Fits(name)) continue;
             std::vector<std::string> takers;
             for (const Channel* channel : Channels()) {
                 if (Holds(channel->options(), name)) takers.emplace_back(channel->name);
             }
-            return name + " is an option of --via " + Listed(takers) + ".";
+            return Usage(name + " is an option of --via " + Listed(takers) + ".");
         }
-        return "";
+        return {};
     }
 
     bool Fits(const std::string& name) const {
@@ -71,67 +155,125 @@ private:
                (m_channel != nullptr && Holds(m_channel->options(), name));
     }
 
-    std::string TakeArgument() {
+    Outcome CheckArgument() const {
         const std::string name = m_command.argument;
         const bool given = m_line.argument.has_value();
+        bool required = m_command.takesArgument == CommandEntry::Argument::kRequired;
         if (m_channel != nullptr) {
+            required = m_channel->host == Channel::Host::kRequired;
             if (given && m_channel->host == Channel::Host::kNone) {
-                return "--via " + m_options.via + " reaches this machine's own BMC: no " + name +
-                       ".";
+                return Usage("--via " + m_options.via + " reaches this machine's own BMC: no " +
+                             name + ".");
             }
-            if (!given && m_channel->host == Channel::Host::kRequired)
-                return name + " is required.";
-        } else if (!given && m_command.takesArgument == CommandEntry::Argument::kRequired) {
-            return name + " is required.";
         }
-        if (!given) return "";
-        const std::string fault = m_command.take(*m_line.argument, m_options);
-        return fault.empty() ? "" : name + fault;
+        return required && !given ? Usage(name + " is required.") : Outcome{};
     }
 
-    std::string TakeOptions() {
+    Outcome TakeOptions() {
         for (const OptionGroup* group : AllGroups(m_command)) {
             for (const Option& option : group->options) {
-                if (!TakesOption(m_command, option) || !Fits(option.name)) continue;
-                const std::string fault = Take(option);
-                if (!fault.empty()) return fault;
+                const Outcome outcome = Take(option);
+                if (!outcome.Ok()) return outcome;
             }
         }
-        return "";
+        return {};
     }
 
-    // From where it counts most.
-    std::string Take(const Option& option) {
+    Outcome Take(const Option& option) {
+        const std::optional<Found> found = Find(option);
+        if (!found || IsOutdone(option, found->setting.origin)) return {};
+        if (!TakesOption(m_command, option) || !Fits(option.name)) {
+            m_options.ignored[option.name] = found->setting;
+            return {};
+        }
+        const std::string fault = TakeWords(option, found->words);
+        if (!fault.empty()) return Usage(found->setting.place + fault);
+        m_options.settings[option.name] = found->setting;
+        return {};
+    }
+
+    std::string TakeWords(const Option& option, const std::vector<std::string>& words) {
+        if (words.empty()) return "";
+        if (option.reading.takeWords) return option.reading.takeWords(words, m_options);
+        return option.reading.take(words.front(), m_options);
+    }
+
+    std::optional<Found> Find(const Option& option) const {
         const auto given = m_line.options.find(option.name);
         if (given != m_line.options.end()) {
-            return Take(option, {Origin::kCommandLine, given->second, option.name});
+            return Found{{Origin::kCommandLine, option.name, ""}, {given->second}};
         }
-        const char* text =
-            *option.variable != '\0' ? m_surroundings.variable(option.variable) : nullptr;
-        if (text != nullptr && *text != '\0') {
-            return Take(option, {Origin::kEnvironment, text, option.variable});
+        for (const char* variable : {option.variable, option.secretVariable}) {
+            const char* text = *variable == '\0' ? nullptr : m_surroundings.variable(variable);
+            if (text == nullptr || *text == '\0') continue;
+            Found found{{Origin::kEnvironment, variable, ""}, {}};
+            if (variable == option.variable) found.words.emplace_back(text);
+            return found;
         }
-        return "";
+        for (const FileValues& file : m_files) {
+            const auto value = file.values.find(option.Member());
+            if (value == file.values.end()) continue;
+            return Found{{file.origin, file.path + ":" + std::to_string(value->second.line),
+                          value->second.section},
+                         value->second.words};
+        }
+        return std::nullopt;
     }
 
-    std::string Take(const Option& option, const Setting& setting) {
-        const std::string fault = option.reading.take(setting.text, m_options);
-        if (!fault.empty()) return setting.place + fault;
-        m_options.settings[option.name] = setting;
-        return "";
+    // Whether its rival is said nearer to the command line. In one file only one of them is left.
+    bool IsOutdone(const Option& option, Origin origin) const {
+        for (const OptionGroup* group : AllGroups(m_command)) {
+            for (const Option& other : group->options) {
+                const bool rivals = std::string(option.rival) == other.name ||
+                                    std::string(other.rival) == option.name;
+                if (!rivals) continue;
+                const std::optional<Found> found = Find(other);
+                if (found && found->setting.origin > origin) return true;
+            }
+        }
+        return false;
     }
+
+    // A fault of an option that a file has set is that file's.
+    Outcome Complete() {
+        const std::string fault = m_channel->complete(m_options);
+        if (fault.empty()) return {};
+        const std::string name = fault.substr(0, fault.find(' '));
+        const auto setting = m_options.settings.find(name);
+        const bool byFile =
+            setting != m_options.settings.end() && (setting->second.origin == Origin::kUserFile ||
+                                                    setting->second.origin == Origin::kSystemFile);
+        return Usage(byFile ? setting->second.place + ": " + fault : fault);
+    }
+
+    struct FileValues {
+        Origin origin;
+        std::string path;
+        std::map<std::string, Config::Value> values;  // by member
+    };
 
     const CommandEntry& m_command;
     const Line& m_line;
     const Surroundings& m_surroundings;
     Options& m_options;
+    std::vector<FileValues> m_files;     // what counts more first
     const Channel* m_channel = nullptr;  // null until it is found, and where the command has none
 };
 
 }  // namespace
 
-std::string Settle(const CommandEntry& command, const Line& line, const Surroundings& surroundings,
-                   Options& options) {
+Surroundings SurroundingsOfProcess() {
+    Surroundings surroundings;
+    surroundings.variable = [](const char* name) -> const char* { return std::getenv(name); };
+    surroundings.home = HomeFolder();
+    const std::string folder = XdgFolder("XDG_CONFIG_HOME", "/.config");
+    if (!folder.empty()) surroundings.userFile = folder + kFileName;
+    surroundings.systemFile = std::string("/etc") + kFileName;
+    return surroundings;
+}
+
+Outcome Settle(const CommandEntry& command, const Line& line, const Surroundings& surroundings,
+               Options& options) {
     return Settler(command, line, surroundings, options).Settle();
 }
 

@@ -6,8 +6,10 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "cli/Commands.h"
+#include "cli/ExitCodes.h"
 
 namespace Kemffdc {
 
@@ -23,13 +25,22 @@ struct Surroundings {
     std::function<const char*(const char* name)> variable = [](const char* /*name*/) {
         return static_cast<const char*>(nullptr);
     };
+    std::string userFile;    // kemffdc.conf of this user; empty: there is none
+    std::string systemFile;  // that of the machine
+    std::string home;        // what "~" stands for in them
 };
 
-// Fills `options` with what holds: of each option what the command line says, else the environment,
-// else what is so by default. Returns what is wrong, a whole sentence for the operator; empty: all
-// is well. Reads nothing but its arguments.
-std::string Settle(const CommandEntry& command, const Line& line, const Surroundings& surroundings,
-                   Options& options);
+// Those of this process.
+Surroundings SurroundingsOfProcess();
+
+// Fills `options` with what holds. Of each option the first counts that is said at all: on the
+// command line, in the environment, in the user's file, in the machine's; else it is so by default.
+// What only the files say, and what does not fit the command or the channel, is left out.
+// Reads the environment and the files that `surroundings` names, and nothing else. The reason of a
+// failure is a whole sentence for the operator; where a file is at fault it begins with
+// "FILE:LINE:". kLocalFile: a file cannot be read. kUsage: all others.
+Outcome Settle(const CommandEntry& command, const Line& line, const Surroundings& surroundings,
+               Options& options);
 
 }  // namespace Kemffdc
 

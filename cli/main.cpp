@@ -53,7 +53,7 @@ int Ended(int code) {
 
 int main(int argc, char** argv) {
     HoldStandardStreams();
-    Kemffdc::Parsed parsed = Kemffdc::ParseOptions(argc, argv, {&std::getenv});
+    Kemffdc::Parsed parsed = Kemffdc::ParseOptions(argc, argv, Kemffdc::SurroundingsOfProcess());
     if (!parsed.options) {
         std::cout << parsed.out;
         std::cerr << parsed.err;

@@ -11,6 +11,8 @@
 #include <mutex>
 #include <utility>
 
+#include "cli/terminal/PasswordCommand.h"
+
 namespace Kemffdc {
 namespace {
 
@@ -114,6 +116,17 @@ Outcome FromPrompt(const SecretSource& source, Secret& secret) {
     return Judge(std::move(bytes), "the terminal", secret);
 }
 
+Outcome FromCommand(const SecretSource& source, Secret& secret) {
+    const std::string origin = "the password command " + source.command.front();
+    std::string bytes;
+    const std::string why = RunPasswordCommand(source.command, kMaxSecret + 1, source.limit, bytes);
+    const Secret printed(std::move(bytes));
+    if (!why.empty()) return Failure(kLocalFile, "T" + origin.substr(1) + why);
+    std::string line = printed.Reveal().substr(0, printed.Reveal().find('\n'));
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    return Judge(std::move(line), origin, secret);
+}
+
 bool FromEnvironment(const SecretSource& source, Secret& secret) {
     char* value = std::getenv(source.variable);
     if (value == nullptr || *value == '\0') return false;
@@ -151,6 +164,7 @@ Outcome ReadSecret(const SecretSource& source, Secret& secret) {
     // "-" on a terminal means typing: then with echo off.
     if (!source.file.empty() && !(source.file == "-" && terminal)) return FromFile(source, secret);
     if (source.file.empty() && FromEnvironment(source, secret)) return {};
+    if (source.file.empty() && !source.command.empty()) return FromCommand(source, secret);
     if (terminal) return FromPrompt(source, secret);
     return Failure(kUsage, "No password: use " + std::string(source.option) +
                                " FILE (- is standard input) or the environment variable " +

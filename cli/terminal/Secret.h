@@ -2,7 +2,9 @@
 #ifndef KEMFFDC_TERMINAL_SECRET_H
 #define KEMFFDC_TERMINAL_SECRET_H
 
+#include <chrono>
 #include <string>
+#include <vector>
 
 #include "cli/ExitCodes.h"
 
@@ -34,12 +36,14 @@ struct SecretSource {
     const char* variable;  // its value is overwritten in place, so /proc/PID/environ loses it too
     std::string prompt;    // shown on the terminal
     const char* option;    // for texts: "--password-file"
+    std::vector<std::string> command;    // between variable and prompt (PasswordCommand.h)
+    std::chrono::milliseconds limit{0};  // for the command
 };
 
-// Reads a password. A file's one last line end does not belong to it; other line ends do. Asks only
-// where standard input is a terminal, with echo off.
-// kLocalFile: the file cannot be read. kUsage: there is none, it is empty, longer than 64 KiB or
-// holds a NUL byte.
+// Reads a password. A file's one last line end does not belong to it; other line ends do. Of what a
+// command prints the first line counts. Asks only where standard input is a terminal, with echo
+// off. kLocalFile: the file cannot be read, or the command fails. kUsage: there is none, it is
+// empty, longer than 64 KiB or holds a NUL byte.
 Outcome ReadSecret(const SecretSource& source, Secret& secret);
 
 // Ends a prompt, if there is one: echo is on again. Safe from any thread, any time, as are the

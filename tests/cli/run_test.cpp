@@ -170,7 +170,7 @@ TEST(ReadSecret, AFilesLastLineEndIsNotPartOfThePassword) {
         std::ofstream(name, std::ios::binary) << row.content;
         Kemffdc::Secret secret;
         const auto outcome =
-            Kemffdc::ReadSecret({name, "KEMFFDC_PASSWORD", "", "--password-file"}, secret);
+            Kemffdc::ReadSecret({name, "KEMFFDC_PASSWORD", "", "--password-file", {}}, secret);
         EXPECT_EQ(outcome.code, row.code) << row.why;
         EXPECT_EQ(secret.Reveal(), row.value) << row.why;
     }

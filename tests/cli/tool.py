@@ -30,14 +30,14 @@ _FOREIGN = ("REQUESTS_CA_BUNDLE", "CURL_CA_BUNDLE", "SSL_CERT_FILE", "SSL_CERT_D
 
 
 def clean_environment():
-    """This process's environment without what would send requests elsewhere."""
+    """This process's environment without what would send requests elsewhere, or configure the tool."""
     return {
         name: value
         for name, value in os.environ.items()
         if name not in _FOREIGN
         and not name.lower().endswith("_proxy")
         and not name.startswith(("VARNEX_", "KEMFFDC"))
-    }
+    } | {"XDG_CONFIG_HOME": "/nonexistent"}
 
 
 def free_port(address="127.0.0.1"):
