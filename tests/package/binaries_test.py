@@ -69,6 +69,16 @@ def test_libraries_are_looked_for_in_whole_named_folders(prefix, tree):
             assert element.startswith(("/", "$ORIGIN")), (file, search_path(file))
 
 
+def test_one_file_alone_links_freeipmi_and_nothing_links_that_file(prefix):
+    """It is under the GPL; the others are not."""
+    needed = {file.name: re.findall(r"\(NEEDED\).*\[(.*)\]", run("readelf", "-dW", file).stdout)
+              for file in binaries(prefix)}
+
+    assert {name for name, files in needed.items() if "libfreeipmi" in str(files)} == {
+        "libvarnexplatform-ipmi.so"}
+    assert "varnexplatform-ipmi" not in str(list(needed.values()))
+
+
 def test_installed_binaries_look_for_libraries_beside_themselves_alone(prefix):
     for file in binaries(prefix):
         assert set(search_path(file)) <= {"$ORIGIN", "$ORIGIN/../lib"}, file

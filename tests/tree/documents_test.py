@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """What the documents promise about the tree."""
 
+import json
 import pathlib
 import re
 
@@ -81,3 +82,89 @@ def test_the_overview_names_every_folder():
             assert f"`{name}`" in named, name
     for name in re.findall(r"`([^`]*)`", named):
         assert (ROOT / name).is_dir(), name
+
+
+def first_words(document, heading):
+    """What stands in backquotes in the first column of a table."""
+    return {word for row in rows(document, heading) for word in re.findall(r"`([^`]*)`", row[0])}
+
+
+def test_the_handbook_names_every_preset():
+    presets = json.loads(text("CMakePresets.json"))["configurePresets"]
+
+    assert first_words("docs/developing.md", "Presets") == {
+        preset["name"] for preset in presets if not preset.get("hidden")}
+
+
+def test_the_handbook_names_every_label_of_the_tests():
+    labels = set()
+    for file in (ROOT / "tests").rglob("CMakeLists.txt"):
+        labels |= set(re.findall(r'\bLABELS?\s+"?([a-z][a-z-]*)', file.read_text(encoding="utf-8")))
+
+    assert first_words("docs/developing.md", "Test labels") == labels
+
+
+def test_the_handbook_names_every_option_of_a_build():
+    declared = set()
+    for file in [ROOT / "CMakeLists.txt", *(ROOT / "platform").rglob("CMakeLists.txt"),
+                 *(ROOT / "cmake").glob("*.cmake")]:
+        declared |= set(re.findall(r"(?:option\(|^set\((?=VARNEX_\w+ \S+ CACHE))(VARNEX_\w+)",
+                                   file.read_text(encoding="utf-8"), re.MULTILINE))
+    named = text("docs/developing.md").partition("Options of a build:")[2].partition("ccache")[0]
+
+    assert set(re.findall(r"VARNEX_\w+", named)) == declared
+
+
+def test_the_handbook_changes_one_thing_that_is_there():
+    section = text("docs/developing.md").partition("## Change one thing")[2].partition("\n## ")[0]
+    target = re.search(r"--target (\w+)\n", section)[1]
+    suite = re.search(r"-R (\w+)\n", section)[1]
+    test = re.search(r"EDITOR (tests/\S+)", section)[1]
+
+    assert f"TEST_F({suite}, " in text(test)
+    listed = text("tests/unit/module/CMakeLists.txt")
+    assert f"varnex_test({target}\n" in listed and test.removeprefix("tests/unit/module/") in listed
+
+
+OURS = re.compile(r"(?:src|include|platform|cli|emulator|tests|bench|fuzz|docs|tools|cmake|packaging|examples)"
+                  r"/[\w./-]*[\w/]")
+
+
+def documents():
+    for path in sorted(ROOT.rglob("*.md")):
+        if path.relative_to(ROOT).parts[0] not in ("build", "demo-output"):
+            yield path
+
+
+def test_files_that_documents_name_are_there():
+    """A tag of the log is the path of a source without its extension."""
+    for document in documents():
+        content = document.read_text(encoding="utf-8")
+        for words in re.findall(r"`([^`\n]*)`", content):
+            name = words.split()[0] if words.split() else ""
+            if OURS.fullmatch(name):
+                there = (ROOT / name).exists() or (ROOT / (name + ".cpp")).exists() or (document.parent / name).exists()
+                assert there, f"{document.relative_to(ROOT)}: {name}"
+
+
+def test_every_page_can_be_reached_from_the_readme():
+    link = re.compile(r"\]\(([^)#\s]+)[^)]*\)")
+    reached, waiting = set(), [ROOT / "README.md"]
+    while waiting:
+        page = waiting.pop()
+        if page in reached or page.suffix != ".md":
+            continue
+        reached.add(page)
+        for target in link.findall(page.read_text(encoding="utf-8")):
+            path = (page.parent / target).resolve()
+            if "://" not in target:
+                waiting += sorted(path.glob("*.md")) if path.is_dir() else [path]
+
+    assert reached == {page for page in documents() if page.relative_to(ROOT).parts[0] != "tests"}
+
+
+def test_every_decision_says_why_and_what_checks_it():
+    for page in sorted((ROOT / "docs" / "decisions").glob("*.md")):
+        content = page.read_text(encoding="utf-8")
+        for part in ("**Decision.** ", "**Why", "**Checked by** "):
+            assert part in content, f"{page.name}: {part}"
