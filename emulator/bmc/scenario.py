@@ -121,7 +121,15 @@ def member_name(path: MemberPath) -> str:
 def load(file: Path | None, readers: Mapping[str, SectionReader]) -> Scenario:
     """The scenario in `file`, or the default one where there is no file."""
     data, lines = _parse(file) if file else ({}, {})
-    check = Checker(file, lines)
+    return _read(Checker(file, lines), data, readers)
+
+
+def from_data(data: Any, readers: Mapping[str, SectionReader]) -> Scenario:
+    """The scenario that a file with this data would hold."""
+    return _read(Checker(None, {}), data, readers)
+
+
+def _read(check: Checker, data: Any, readers: Mapping[str, SectionReader]) -> Scenario:
     top = check.mapping(data, (), ("user", "password", "role", *readers))
     return Scenario(
         user=check.text(top.get("user", "admin"), ("user",)),
