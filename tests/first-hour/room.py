@@ -1,0 +1,111 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The room in which the first hour takes place: BMCs, a file store, and who knows the passwords.
+
+The ports are the usual ones, in a network of the test's own. The first BMC is 127.0.0.2.
+"""
+
+import contextlib
+import json
+import os
+import pathlib
+import subprocess
+
+import yaml
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+EMULATOR = ROOT / "emulator"
+BMC_PASSWORD, STORE_PASSWORD = "Rack-7-secret", "Store-secret-9"
+STORE_ADDRESS, STORE_PORT = "127.0.0.9", 22
+
+_PORTS = ["--redfish-port", "443", "--cim-port", "5988", "--cim-https-port", "5989", "--ipmi-port", "623"]
+_FOREIGN = ("REQUESTS_CA_BUNDLE", "CURL_CA_BUNDLE", "SSL_CERT_FILE", "SSL_CERT_DIR")
+
+# By what they are called in the transcripts' directions. The seed makes the same machine every time.
+_SCENARIOS = {
+    "BMC": {
+        "closed": ["cim", "cim-https", "ipmi"],
+        "redfish": {
+            "archive": {"seed": 7, "size": 3 << 20},
+            "task_step_seconds": 1,
+            "download": {"ranges": True},
+            "task_states": [
+                "New",
+                {"state": "Running", "percent": 10, "messages": ["Reading the event log."]},
+                {"state": "Running", "percent": 40, "messages": ["Dumping processor 1."]},
+                {"state": "Running", "percent": 70, "messages": ["Dumping processor 2."]},
+                "Completed",
+            ],
+        },
+    },
+}
+
+
+class Room:
+    """What stands in it. Everything is ended with close()."""
+
+    def __init__(self, folder):
+        self.folder = folder
+        self.slowness = float(os.environ.get("KEMFFDC_SLOWNESS", "1"))
+        self._running = []
+        for name in ("home", "bin", "store"):
+            (folder / name).mkdir()
+        (folder / "bin" / "kemffdc").symlink_to(os.environ["KEMFFDC"])
+        self._start_bmc("BMC", "127.0.0.2")
+        self._start_store()
+
+    def secret(self, name):
+        """What a direction says is typed."""
+        return {"the password": BMC_PASSWORD, "a wrong password": "letmein",
+                "the store's password": STORE_PASSWORD}[name]
+
+    def happen(self, direction):
+        """What a direction says happens behind the scenes."""
+        raise AssertionError(f"nobody knows how to do this: {direction}")
+
+    def environment(self):
+        """That of a login of somebody who has just installed the tool."""
+        kept = {name: value for name, value in os.environ.items()
+                if name in ("LSAN_OPTIONS", "ASAN_OPTIONS", "LD_LIBRARY_PATH")}
+        return {**kept, "HOME": str(self.folder / "home"), "USER": "olga", "LANG": "C.UTF-8", "TZ": "UTC",
+                "PATH": f"{self.folder / 'bin'}:/usr/bin:/bin"}
+
+    def _start_bmc(self, name, address):
+        folder = self.folder / f"bmc-{address}"
+        folder.mkdir()
+        scenario = folder / "scenario.yaml"
+        scenario.write_text(yaml.safe_dump({"password": BMC_PASSWORD, **_SCENARIOS[name]}), encoding="utf-8")
+        self._start([EMULATOR / "emulated-bmc", "--scenario", scenario, "--state-dir", folder,
+                     "--bind", address, *_PORTS])
+
+    def _start_store(self):
+        self._start([EMULATOR / "sftp-store", "--bind", STORE_ADDRESS, "--port", str(STORE_PORT), "--user", "ffdc",
+                     self.folder / "store"], SFTP_STORE_PASSWORD=STORE_PASSWORD)
+
+    def _start(self, command, **more):
+        environment = {name: value for name, value in os.environ.items()
+                       if name not in _FOREIGN and not name.lower().endswith("_proxy")}
+        process = subprocess.Popen(list(map(str, command)), stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
+                                   env={**environment, **more})
+        self._running.append(process)
+        line = process.stdout.readline()
+        assert line, f"{command[0]} did not start"
+        return json.loads(line)
+
+    def close(self):
+        for process in self._running:
+            process.stdin.close()
+            try:
+                process.wait(10)
+            except subprocess.TimeoutExpired:
+                process.kill()
+                process.wait()
+            process.stdout.close()
+
+
+@contextlib.contextmanager
+def furnished(folder):
+    room = Room(folder)
+    try:
+        yield room
+    finally:
+        room.close()

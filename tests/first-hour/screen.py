@@ -1,0 +1,124 @@
+# SPDX-License-Identifier: Apache-2.0
+"""A terminal of 80x24 with a shell on it, and what a person in front of it sees."""
+
+import codecs
+import fcntl
+import os
+import pty
+import re
+import select
+import signal
+import struct
+import termios
+import time
+
+import pyte
+
+COLUMNS, LINES = 80, 24
+PROMPT = "$ "
+_REMEMBERED = 10000  # lines that have left the screen
+# The title of the window counts the prompts: so it is known when the shell waits again.
+_SHELL = r"""
+PS1='\[\e]2;$((++prompts))\a\]$ '
+PS2='> '
+bind 'set enable-bracketed-paste off'
+unset HISTFILE MAILCHECK
+"""
+
+
+class NotSeen(AssertionError):
+    """What was waited for did not come."""
+
+
+class _Screen(pyte.HistoryScreen):
+    """Knows which of its lines go on in the next one, because the terminal broke them."""
+
+    _in_text = False
+
+    def draw(self, data):
+        self._in_text = True
+        super().draw(data)
+        self._in_text = False
+
+    def linefeed(self):
+        if self._in_text:
+            # Beyond the last column: it goes with the line wherever that goes, and is never shown.
+            self.buffer[self.cursor.y][COLUMNS] = self.cursor.attrs
+        super().linefeed()
+
+
+class Terminal:
+    """A shell with nobody's settings. Ended with stop()."""
+
+    def __init__(self, folder, environment, slowness=1.0):
+        settings = folder / "shellrc"
+        settings.write_text(_SHELL, encoding="ascii")
+        self._slowness = slowness
+        self._screen = _Screen(COLUMNS, LINES, history=_REMEMBERED)
+        self._stream = pyte.Stream(self._screen)
+        self._decoder = codecs.getincrementaldecoder("utf-8")("replace")
+        self._prompts = 0
+        self._shell, self._descriptor = pty.fork()
+        if self._shell == 0:
+            os.chdir(folder / "home")
+            os.execve("/bin/bash", ["bash", "--noprofile", "--rcfile", str(settings), "-i"],
+                      {**environment, "TERM": "xterm", "COLUMNS": str(COLUMNS), "LINES": str(LINES)})
+        _set_size(self._descriptor)
+        self.wait_for_prompt(20)
+
+    def lines(self):
+        """All lines from the first one on, those that have left the screen too; the last is the cursor's.
+
+        A line that the terminal broke is one.
+        """
+        rows = [*self._screen.history.top, *(self._screen.buffer[y] for y in range(self._screen.cursor.y + 1))]
+        lines, is_continued = [], False
+        for row in rows:
+            text = "".join(row[x].data for x in range(COLUMNS))
+            if is_continued:
+                lines[-1] += text
+            else:
+                lines.append(text)
+            is_continued = COLUMNS in row
+        return [line.rstrip() for line in lines]
+
+    def type(self, text):
+        os.write(self._descriptor, text.encode())
+
+    def wait_for_prompt(self, seconds):
+        """Until the shell waits for the next command."""
+        wanted = str(self._prompts + 1)
+        self._read_until(lambda: self._screen.title == wanted, seconds, "the shell's prompt")
+        self._prompts += 1
+
+    def wait_for(self, text, seconds, begin=0):
+        """Until the text stands on the screen, in a line from number `begin` on."""
+        self._read_until(lambda: text in "\n".join(self.lines()[begin:]), seconds, repr(text))
+
+    def _read_until(self, seen, seconds, what):
+        end = time.monotonic() + seconds * self._slowness
+        while not seen():
+            left = end - time.monotonic()
+            if left <= 0 or not self._read(left):
+                raise NotSeen(f"{what} did not come:\n" + "\n".join(self._screen.display))
+
+    def _read(self, seconds):
+        if not select.select([self._descriptor], [], [], seconds)[0]:
+            return False
+        try:
+            data = os.read(self._descriptor, 65536)
+        except OSError:  # the shell has ended
+            return False
+        # pyte takes a private mode that it does not know for text.
+        self._stream.feed(re.sub(r"\x1b\[[<=>][0-9;]*[a-zA-Z]", "", self._decoder.decode(data)))
+        return bool(data)
+
+    def stop(self):
+        """Ends the shell and what it runs."""
+        os.close(self._descriptor)
+        os.kill(self._shell, signal.SIGKILL)
+        os.waitpid(self._shell, 0)
+
+
+def _set_size(descriptor):
+    fcntl.ioctl(descriptor, termios.TIOCSWINSZ, struct.pack("HHHH", LINES, COLUMNS, 0, 0))
