@@ -2,6 +2,7 @@
 #ifndef VARNEX_PLATFORM_TRANSFER_H
 #define VARNEX_PLATFORM_TRANSFER_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <system_error>
@@ -9,6 +10,71 @@
 #pragma GCC visibility push(default)
 
 namespace Varnex {
+
+// Why a listing or a download of file_client has failed, as far as a host decides by it:
+//   if (error == TransferFault::kLoginRefused) ...
+// Errors that are none of these have no more meaning than their text. Those of this machine's files
+// and disk are in std::generic_category(), and none of these either.
+enum class TransferFault {
+    kUnreachable = 1,  // no address for the name, or nobody listens there; a proxy's too
+    kSilent,           // no answer in time, or a transfer that has stalled
+    kTlsFailed,        // no TLS could be agreed on
+    kUntrusted,        // certificate or host key is not to be trusted; no password was sent
+    kLoginRefused,     // also HTTP status 401
+    kNotPermitted,     // also HTTP status 403
+    kNotThere,         // no such file or folder; also HTTP status 404 and 410
+    kFolder,           // instead of a file; only on the thread on which the download failed
+    kLost,             // the connection was lost, what came was cut, or is no answer at all
+    kTooLarge,         // a listing
+    kStopped           // by a watcher
+};
+
+std::error_condition make_error_condition(TransferFault fault) noexcept;
+
+// The category of file_client's errors, "varnex.transfer".
+const std::error_category& TransferCategory() noexcept;
+
+// The status of an HTTP answer that was not the file; 0 where the error is another one.
+int HttpStatusOf(const std::error_code& error) noexcept;
+
+// What was decided about the key of an SSH server.
+enum class HostKeyDecision {
+    kKnown,          // accepted
+    kFirstSeen,      // accepted, and known from now on
+    kNotRemembered,  // accepted, and cannot be written down
+    kNotVerified,    // accepted: the policy is to accept any
+    kUnknown,        // refused: the policy is to accept known ones alone
+    kChanged,        // refused: others are known of that host
+    kRevoked,        // refused
+    kUnreadable      // refused: what is known cannot be read
+};
+
+struct HostKeyResult {
+    HostKeyDecision decision;
+    bool accepted;
+    const std::string& host;         // as the file of known ones calls it: "[192.0.2.1]:115"
+    const std::string& type;         // "ssh-ed25519"
+    const std::string& fingerprint;  // "SHA256:...", as ssh-keygen -l shows it
+    const std::string& file;         // of known ones
+    std::size_t line;                // in it, that decided; 0: none did
+    std::error_code error;           // of the file: kNotRemembered, kUnreadable
+    const std::string& text;         // for people: what was decided, and what may be done about it
+};
+
+// Why a name of a listing is no file's: it is not one plain component of a path.
+enum class NameFault { kEmpty, kSlash, kNulByte, kLineEnd };
+
+struct PassedOverName {
+    const std::string& folder;  // as the Uri names it
+    const std::string& name;    // the server's bytes
+    NameFault fault;
+};
+
+struct ListingResult {
+    const std::string& folder;  // as the Uri names it
+    std::size_t names;          // how many were given out
+    std::error_code error;      // none: that is all of them
+};
 
 // How far a download of file_client is.
 struct TransferProgress {
@@ -43,12 +109,23 @@ struct PartialFile {
 
 constexpr char kPartSuffix[] = ".varnex-part";
 
-// Watches and stops the downloads of file_client. Called on the thread that downloads, by several
-// threads at once, at least about once per second per download also while nothing arrives. Must
-// not throw.
+// Watches the listings and downloads of file_client, and stops downloads. Called on the thread that
+// lists or downloads, by several threads at once, Progress() at least about once per second per
+// download also while nothing arrives. Must not throw.
 class TransferWatcher {
 public:
     virtual ~TransferWatcher() = default;
+
+    virtual void ListingStarted(const std::string& folder) { (void)folder; }
+
+    // Called before ListingEnded(), for a listing that came whole.
+    virtual void NamePassedOver(const PassedOverName& name) { (void)name; }
+
+    virtual void ListingEnded(const ListingResult& result) { (void)result; }
+
+    // Before the login, for every session with an SSH server, and for every further listing or
+    // download over one: what is known may have changed.
+    virtual void HostKeyJudged(const HostKeyResult& result) { (void)result; }
 
     virtual void Started(const std::string& localPath) { (void)localPath; }
 
@@ -93,13 +170,18 @@ public:
     }
 };
 
-// Adds and removes a watcher of all downloads of the process; the caller keeps owning it. Once
+// Adds and removes a watcher of all transfers of the process; the caller keeps owning it. Once
 // RemoveTransferWatcher has returned, no thread is inside the watcher any more; not to be called
 // from within it.
 void AddTransferWatcher(TransferWatcher* watcher);
 void RemoveTransferWatcher(TransferWatcher* watcher);
 
 }  // namespace Varnex
+
+namespace std {
+template <>
+struct is_error_condition_enum<Varnex::TransferFault> : true_type {};
+}  // namespace std
 
 #pragma GCC visibility pop
 

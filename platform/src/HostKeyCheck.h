@@ -5,6 +5,7 @@
 #include <string>
 
 #include "KnownHosts.h"
+#include "Transfer.h"
 
 // Whether an SSH server is the one that we think it is. VARNEX_SFTP_HOST_KEYS says how strictly:
 //   accept-new   the default: a host's first key is taken and remembered, another one refused
@@ -14,15 +15,19 @@ class HostKeyCheck {
 public:
     HostKeyCheck(const std::string& host, unsigned port);
 
-    // Logs what was decided. On false Refusal() says why, and what the operator may do.
+    // Logs what was decided, but for a refusal, and tells the watchers of Transfer.h. On false
+    // Refusal() says why, and what the operator may do.
     bool Accepts(const HostKey& key);
 
     const std::string& Refusal() const { return m_refusal; }
 
 private:
+    using Decision = Varnex::HostKeyDecision;
+
     bool AcceptsUnknown(const HostKey& key);
     bool Judge(const KnownHosts::Result& result, const HostKey& key);
-    bool Refuse(const std::string& text);
+    bool Decide(Decision decision, const HostKey& key, const KnownHosts::Result& found,
+                const std::string& text);
     std::string Described(const HostKey& key) const;
 
     std::string m_path;

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "IpmiClient.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <netdb.h>
 #include <sys/socket.h>
@@ -12,28 +11,24 @@
 #include <cerrno>
 #include <charconv>
 #include <chrono>
-#include <climits>
-#include <condition_variable>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <ostream>
-#include <set>
 #include <string>
 #include <system_error>
-#include <thread>
-#include <utility>
 #include <vector>
 
-#include "../ipmi/module.h"
 #include "GlobalConfig.h"
-#include "IpmiSessions.h"
+#include "IpmiConnections.h"
+#include "IpmiEvents.h"
+#include "IpmiModule.h"
 #include "IpmiWithoutSession.h"
 #include "LinkLocalRelay.h"
 #include "Log.h"
+#include "ipmi_watchers.h"
 
 namespace {
 
@@ -61,53 +56,6 @@ constexpr std::uint8_t kBadAuthentication = 0x04;  // status codes of RMCP+ (tab
 constexpr std::uint8_t kBadIntegrity = 0x05;
 constexpr std::uint8_t kBadConfidentiality = 0x10;
 constexpr std::uint8_t kNoMatchingSuite = 0x11;
-
-// The module
-
-std::string ModulePath() {
-    Dl_info here{};
-    if (dladdr(kLogSource, &here) == 0 || here.dli_fname == nullptr) return {};
-    const std::unique_ptr<char, decltype(&std::free)> file(realpath(here.dli_fname, nullptr),
-                                                           &std::free);
-    if (!file) return {};
-    const std::string library(file.get());
-    return library.substr(0, library.rfind('/') + 1) + VARNEX_IPMI_MODULE;
-}
-
-// Found while the library is loaded: its own name may be relative, and the host may later change
-// its current folder. Never destroyed: the last connect() may come late.
-const auto& g_modulePath = *new std::string(ModulePath());
-
-const varnex_ipmi_module* OpenModule(const std::string& path) {
-    // An empty name would be the host itself.
-    void* library = path.empty() ? nullptr : dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (library == nullptr) {
-        const char* reason = dlerror();
-        Log(1, kLogSource, __LINE__).Stream()
-            << "IPMI is not available: the module " << path
-            << (access(path.c_str(), F_OK) == 0
-                    ? " cannot be loaded; it needs the package libfreeipmi17: "
-                    : " is missing; it is built with -DVARNEX_IPMI=ON from libfreeipmi-dev: ")
-            << (reason != nullptr ? reason : "no reason given");
-        return nullptr;
-    }
-    const auto entry =
-        reinterpret_cast<varnex_ipmi_module_entry>(dlsym(library, VARNEX_IPMI_MODULE_ENTRY));
-    if (entry != nullptr && entry()->version == VARNEX_IPMI_MODULE_VERSION) return entry();
-    Log(1, kLogSource, __LINE__).Stream() << "IPMI is not available: the module " << path
-                                          << " is of another version than this library";
-    dlclose(library);
-    return nullptr;
-}
-
-// Loaded once and for good; a failure is tried again by the next connect().
-const varnex_ipmi_module* Module() {
-    static std::mutex mutex;
-    static const varnex_ipmi_module* module = nullptr;
-    const std::lock_guard<std::mutex> lock(mutex);
-    if (module == nullptr) module = OpenModule(g_modulePath);
-    return module;
-}
 
 // Addresses
 
@@ -159,53 +107,6 @@ int ResultOf(int error) {
 
 std::string Quoted(const std::string& text) { return "\"" + text + "\""; }
 
-struct CloseSession {
-    const varnex_ipmi_module* module;
-    void operator()(varnex_ipmi_session* ended) const { module->close(ended); }
-};
-
-struct Session {
-    void Close() {
-        open.reset();
-        relay.reset();
-    }
-
-    std::unique_ptr<LinkLocalRelay> relay;
-    std::unique_ptr<varnex_ipmi_session, CloseSession> open{nullptr, CloseSession{nullptr}};
-};
-
-// The session of a client, as the whole process sees it.
-struct Connection {
-    Connection();
-    ~Connection();
-
-    std::mutex inUse;  // held while an operation of the client is at work
-    Session session;
-};
-
-// For CloseIpmiSessions. Never destroyed: clients may be of static storage.
-struct Connections {
-    std::mutex lock;
-    std::set<Connection*> all;
-};
-
-Connections& TheConnections() {
-    static auto* const connections = new Connections;
-    return *connections;
-}
-
-Connection::Connection() {
-    Connections& connections = TheConnections();
-    const std::lock_guard<std::mutex> hold(connections.lock);
-    connections.all.insert(this);
-}
-
-Connection::~Connection() {
-    Connections& connections = TheConnections();
-    const std::lock_guard<std::mutex> hold(connections.lock);
-    connections.all.erase(this);
-}
-
 }  // namespace
 
 struct IpmiClient::Impl {
@@ -216,17 +117,16 @@ struct IpmiClient::Impl {
 
     int ConnectLan();
     bool ArgumentsHold();
-    bool TakePort();
-    int ConnectTo(const addrinfo& found, std::string& why);
+    int ConnectTo(const addrinfo& found);
     void Keep(const addrinfo& found);
-    int OpenSession(std::string& why);
+    int OpenSession();
     int OpenSessionOnce(varnex_ipmi_error& error);
     bool StartRelay();
-    int WhyRefused(std::string& why) const;
+    int WhyRefused();
     std::chrono::milliseconds Timeout() const { return std::chrono::seconds(timeout); }
     int ConnectDevice();
-    int FindDevice(std::string& device) const;
-    std::string WhyNot(int result, const char* words) const;
+    int FindDevice(std::string& device);
+    int Failed(int result, const char* words);
 
     // Given.
     bool lan = false;
@@ -247,8 +147,9 @@ struct IpmiClient::Impl {
     IpmiAlgorithms algorithms{};
     std::string endpoint;  // how the module calls the BMC
     std::string peer;      // how texts call it
-    Connection connection;
-    Session& session = connection.session;
+    std::string why;       // the last operation failed
+    ClientConnection connection;
+    IpmiSession& session = connection.session;
 };
 
 IpmiClient::IpmiClient(const std::string& host, const std::string& userid,
@@ -271,7 +172,11 @@ IpmiClient::~IpmiClient() = default;
 
 int IpmiClient::connect() {
     const std::lock_guard<std::mutex> hold(m_impl->connection.inUse);
-    return m_impl->Connect();
+    m_impl->why.clear();
+    const int result = m_impl->Connect();
+    if (result != kIpmiDone) Log(1, kLogSource, __LINE__).Stream() << m_impl->why;
+    ipmi_watchers::Connected({!m_impl->lan, Varnex::IpmiError(result), m_impl->why});
+    return result;
 }
 
 void IpmiClient::disconnect() {
@@ -282,12 +187,19 @@ void IpmiClient::disconnect() {
 int IpmiClient::send(const IPMICOMMAND& command, std::vector<std::uint8_t>& response,
                      std::uint8_t& completionCode) {
     const std::lock_guard<std::mutex> hold(m_impl->connection.inUse);
-    return m_impl->Send(command, response, completionCode);
+    m_impl->why.clear();
+    const int result = m_impl->Send(command, response, completionCode);
+    if (result != kIpmiDone) Log(1, kLogSource, __LINE__).Stream() << m_impl->why;
+    ipmi_watchers::Exchanged({!m_impl->lan, command.netfn, command.command,
+                              Varnex::IpmiError(result),
+                              result == kIpmiDone ? completionCode : std::uint8_t{0}, m_impl->why});
+    if (result == kIpmiNoAnswer) m_impl->Disconnect();  // the module would never send again
+    return result;
 }
 
 int IpmiClient::Impl::Connect() {
     Disconnect();
-    module = Module();
+    module = LoadIpmiModule(why);
     if (module == nullptr) return kIpmiNoModule;
     timeout = SessionTimeout();
     return lan ? ConnectLan() : ConnectDevice();
@@ -297,29 +209,24 @@ void IpmiClient::Impl::Disconnect() { session.Close(); }
 
 int IpmiClient::Impl::Send(const IPMICOMMAND& command, std::vector<std::uint8_t>& response,
                            std::uint8_t& completionCode) {
-    if (!session.open) {
-        Log(1, kLogSource, __LINE__).Stream()
-            << "IPMI: nothing is connected, or the session was lost; connect again";
+    if (!session.IsOpen()) {
+        why = "IPMI: nothing is connected, or the session was lost; connect again";
         return kIpmiNotConnected;
     }
     std::array<std::uint8_t, kLongestAnswer> answer;
     std::size_t size = 0;
     varnex_ipmi_error error{};
     const int result =
-        module->send(session.open.get(), command.netfn, command.command, command.data.data(),
+        module->send(session.Get(), command.netfn, command.command, command.data.data(),
                      command.data.size(), answer.data(), answer.size(), &size, &error);
-    if (result != kIpmiDone) {
-        Log(1, kLogSource, __LINE__).Stream() << WhyNot(result, error.text);
-        if (result == kIpmiNoAnswer) Disconnect();  // the library would never send again
-        return result;
-    }
+    if (result != kIpmiDone) return Failed(result, error.text);
     response.assign(answer.begin() + 1, answer.begin() + static_cast<std::ptrdiff_t>(size));
     completionCode = answer[0];
     return kIpmiDone;
 }
 
 int IpmiClient::Impl::ConnectLan() {
-    if (!TakePort() || !ArgumentsHold()) return kIpmiBadArgument;
+    if (!ArgumentsHold()) return kIpmiBadArgument;
 
     addrinfo hints{};
     hints.ai_socktype = SOCK_DGRAM;
@@ -328,83 +235,64 @@ int IpmiClient::Impl::ConnectLan() {
     const int error =
         getaddrinfo(WithoutBrackets(host).c_str(), std::to_string(port).c_str(), &hints, &found);
     if (error != 0) {
-        Log(1, kLogSource, __LINE__).Stream()
-            << "IPMI: no address for " << Quoted(host) << ": " << gai_strerror(error);
+        why = "IPMI: no address for " + Quoted(host) + ": " + gai_strerror(error);
         return kIpmiUnknownHost;
     }
 
     const Addresses addresses(found);
     for (const addrinfo* one = found;; one = one->ai_next) {
-        std::string why;
-        const int result = ConnectTo(*one, why);
-        if (result == kIpmiDone) return result;
+        const int result = ConnectTo(*one);
         // Another address may lead to the same BMC; another password does not.
         const bool unreached =
             result == kIpmiRefused || result == kIpmiNoAnswer || result == kIpmiFailed;
-        const bool last = !unreached || one->ai_next == nullptr;
-        Log(last ? 1 : 2, kLogSource, __LINE__).Stream() << why;
-        if (last) return result;
+        if (!unreached || one->ai_next == nullptr) return result;
+        Log(2, kLogSource, __LINE__).Stream() << why;
     }
-}
-
-bool IpmiClient::Impl::TakePort() {
-    const std::optional<std::uint16_t> parsed = ParsePort(portText);
-    if (parsed) {
-        port = *parsed;
-    } else {
-        Log(1, kLogSource, __LINE__).Stream() << "IPMI: " << Quoted(portText) << " is no UDP port";
-    }
-    return parsed.has_value();
 }
 
 bool IpmiClient::Impl::ArgumentsHold() {
     const auto unfit = [](const std::string& text, std::size_t longest) {
         return text.size() > longest || text.find('\0') != std::string::npos;
     };
-    const char* why = nullptr;
-    if (host.empty() || host.find('\0') != std::string::npos) {
-        why = "there is no host to connect to";
+    const std::optional<std::uint16_t> parsed = ParsePort(portText);
+    port = parsed.value_or(0);
+    if (!parsed) {
+        why = "IPMI: " + Quoted(portText) + " is no UDP port";
+    } else if (host.empty() || host.find('\0') != std::string::npos) {
+        why = "IPMI: there is no host to connect to";
     } else if (unfit(user, kLongestUser)) {
-        why = "the user name is longer than 16 bytes or holds a NUL";
+        why = "IPMI: the user name is longer than 16 bytes or holds a NUL";
     } else if (unfit(password, kLongestPassword)) {
-        why = "the password is longer than 20 bytes or holds a NUL";
+        why = "IPMI: the password is longer than 20 bytes or holds a NUL";
+    } else if (module->knows_cipher_suite(suite, algorithms.data()) == 0) {
+        why = "IPMI: cipher suite " + std::to_string(suite) +
+              " is not supported; 3 and 17 are the usual ones";
     }
-    if (why != nullptr) {
-        Log(1, kLogSource, __LINE__).Stream() << "IPMI: " << why;
-        return false;
-    }
-    if (module->knows_cipher_suite(suite, algorithms.data()) != 0) return true;
-    Log(1, kLogSource, __LINE__).Stream()
-        << "IPMI: cipher suite " << suite << " is not supported; 3 and 17 are the usual ones";
-    return false;
+    return why.empty();
 }
 
-int IpmiClient::Impl::ConnectTo(const addrinfo& found, std::string& why) {
+int IpmiClient::Impl::ConnectTo(const addrinfo& found) {
     Keep(found);
     const std::string numeric = NumberOf(address);
     peer = "IPMI to " + numeric + " port " + std::to_string(port);
     firstWait = std::min(kFirstWait, Timeout() / kWaitsOfATimeout);
     const IpmiProbe probe = ProbeIpmi(address, firstWait, Timeout());
     if (probe.error == EINVAL) {  // what Linux makes of a lost scope
-        why = WhyNot(kIpmiBadArgument, "a link-local address needs its scope, as in fe80::1%eth0");
-        return kIpmiBadArgument;
+        return Failed(kIpmiBadArgument, "a link-local address needs its scope, as in fe80::1%eth0");
     }
-    if (probe.error != 0 || !probe.answerTime) {
-        const int result = probe.error == 0              ? kIpmiNoAnswer
-                           : probe.error == ECONNREFUSED ? kIpmiRefused
-                                                         : kIpmiFailed;
-        why = WhyNot(result, std::generic_category().message(probe.error).c_str());
-        return result;
+    if (probe.error != 0) {
+        return Failed(probe.error == ECONNREFUSED ? kIpmiRefused : kIpmiFailed,
+                      std::generic_category().message(probe.error).c_str());
     }
+    if (!probe.answerTime) return Failed(kIpmiNoAnswer, "");
     // In the set-up the newest copy's answer alone counts: a quarter more time than the BMC took.
     firstWait = std::max(firstWait, std::min(*probe.answerTime * 5 / 4, Timeout() / 2));
     endpoint = (address.ai_family == AF_INET6 ? "[" + numeric + "]" : numeric) + ":" +
                std::to_string(port);
     if (numeric.find('%') != std::string::npos && !StartRelay()) {
-        why = WhyNot(kIpmiFailed, "a link-local address needs a relay, which cannot be set up");
-        return kIpmiFailed;
+        return Failed(kIpmiFailed, "a link-local address needs a relay, which cannot be set up");
     }
-    const int result = OpenSession(why);
+    const int result = OpenSession();
     if (result != kIpmiDone) session.Close();
     return result;
 }
@@ -423,17 +311,16 @@ bool IpmiClient::Impl::StartRelay() {
 }
 
 // Directly first: the relay, which keeps the answers in step, costs a thread for each session.
-int IpmiClient::Impl::OpenSession(std::string& why) {
+int IpmiClient::Impl::OpenSession() {
     varnex_ipmi_error error{};
     int result = OpenSessionOnce(error);
     for (int tries = 1; result == VARNEX_IPMI_DISTURBED && tries < kTriesWhenDisturbed; ++tries) {
         if (!StartRelay()) break;
         result = OpenSessionOnce(error);
     }
-    if (result == VARNEX_IPMI_REFUSED) return WhyRefused(why);
-    if (result == VARNEX_IPMI_DISTURBED) result = kIpmiFailed;
-    if (result != kIpmiDone) why = WhyNot(result, error.text);
-    return result;
+    if (result == kIpmiDone) return kIpmiDone;
+    if (result == VARNEX_IPMI_REFUSED) return WhyRefused();
+    return Failed(result == VARNEX_IPMI_DISTURBED ? kIpmiFailed : result, error.text);
 }
 
 int IpmiClient::Impl::OpenSessionOnce(varnex_ipmi_error& error) {
@@ -445,12 +332,12 @@ int IpmiClient::Impl::OpenSessionOnce(varnex_ipmi_error& error) {
                                      static_cast<std::uint32_t>(firstWait.count())};
     varnex_ipmi_session* opened = nullptr;
     const int result = module->open_lan(&request, &opened, &error);
-    if (result == kIpmiDone) session.open = {opened, CloseSession{module}};
+    if (result == kIpmiDone) session.Take(opened, *module, false);
     return result;
 }
 
 // FreeIPMI has one error for most of the status codes that a BMC can refuse a session with.
-int IpmiClient::Impl::WhyRefused(std::string& why) const {
+int IpmiClient::Impl::WhyRefused() {
     const std::optional<std::uint8_t> status =
         AskOpenSessionStatus(address, algorithms, firstWait, Timeout());
     switch (status.value_or(0)) {
@@ -458,18 +345,15 @@ int IpmiClient::Impl::WhyRefused(std::string& why) const {
         case kBadIntegrity:
         case kBadConfidentiality:
         case kNoMatchingSuite:
-            why = WhyNot(kIpmiNoCipherSuite, "");
-            return kIpmiNoCipherSuite;
+            return Failed(kIpmiNoCipherSuite, "");
         case 0:  // it refuses a later step
-            why = WhyNot(kIpmiFailed, "the BMC refuses the session, and IPMI has no word for why");
-            return kIpmiFailed;
+            return Failed(kIpmiFailed, "the BMC refuses the session, and IPMI has no word for why");
         default:
             char text[80];
             (void)std::snprintf(text, sizeof text,
                                 "the BMC refuses the session (RMCP+ status %02Xh)",
                                 unsigned{*status});
-            why = WhyNot(kIpmiFailed, text);
-            return kIpmiFailed;
+            return Failed(kIpmiFailed, text);
     }
 }
 
@@ -480,16 +364,13 @@ int IpmiClient::Impl::ConnectDevice() {
     varnex_ipmi_session* opened = nullptr;
     varnex_ipmi_error error{};
     const int result = module->open_device(device.c_str(), &opened, &error);
-    if (result == kIpmiDone) {
-        session.open = {opened, CloseSession{module}};
-    } else {
-        Log(1, kLogSource, __LINE__).Stream() << WhyNot(result, error.text);
-    }
-    return result;
+    if (result != kIpmiDone) return Failed(result, error.text);
+    session.Take(opened, *module, true);
+    return kIpmiDone;
 }
 
 // Opening it first tells causes apart that the library reports as one.
-int IpmiClient::Impl::FindDevice(std::string& device) const {
+int IpmiClient::Impl::FindDevice(std::string& device) {
     const std::string suffix = std::to_string(number);
     int error = ENOENT;
     for (const char* prefix : {"/dev/ipmi", "/dev/ipmi/", "/dev/ipmidev/"}) {
@@ -501,80 +382,42 @@ int IpmiClient::Impl::FindDevice(std::string& device) const {
     }
     const int result = error == ENOTDIR ? kIpmiNoDevice : ResultOf(error);
     if (error == ENOENT || error == ENOTDIR) device = "/dev/ipmi" + suffix;
-    Log(1, kLogSource, __LINE__).Stream()
-        << "IPMI through " << device << ": "
-        << (result == kIpmiNoDevice
-                ? "no such device; load the kernel modules ipmi_si and ipmi_devintf"
-            : result == kIpmiNoPermission
-                ? "no permission; run as root or give this user access to the device"
-                : std::generic_category().message(error));
-    return result;
+    peer = "IPMI through " + device;
+    return Failed(result, std::generic_category().message(error).c_str());
 }
 
-std::string IpmiClient::Impl::WhyNot(int result, const char* words) const {
-    const std::string start = peer + ": ";
+// Says why; gives `result` back.
+int IpmiClient::Impl::Failed(int result, const char* words) {
+    why = peer + ": ";
     switch (result) {
         case kIpmiRefused:
-            return start + "refused; nothing listens on that UDP port";
+            why += "refused; nothing listens on that UDP port";
+            break;
         case kIpmiNoAnswer:
-            return start + "no answer" +
-                   (lan ? " within " + std::to_string(timeout) + " seconds" : std::string()) +
-                   (session.open ? "; the session is lost" : "");
+            why += "no answer";
+            if (lan) why += " within " + std::to_string(timeout) + " seconds";
+            if (session.IsOpen()) why += "; the session is lost";
+            break;
         case kIpmiWrongPassword:
-            return start + "wrong password for user " + Quoted(user);
+            why += "wrong password for user " + Quoted(user);
+            break;
         case kIpmiUnknownUser:
-            return start + "the BMC knows no user " + Quoted(user);
+            why += "the BMC knows no user " + Quoted(user);
+            break;
         case kIpmiNoCipherSuite:
-            return start + "the BMC does not offer cipher suite " + std::to_string(suite);
+            why += "the BMC does not offer cipher suite " + std::to_string(suite);
+            break;
         case kIpmiNoPrivilege:
-            return start + "user " + Quoted(user) + " may not act as administrator";
+            why += "user " + Quoted(user) + " may not act as administrator";
+            break;
+        case kIpmiNoDevice:
+            why += "no such device; load the kernel modules ipmi_si and ipmi_devintf";
+            break;
+        case kIpmiNoPermission:
+            why += "no permission; run as root or give this user access to the device";
+            break;
         default:
-            return start + words;
+            why += words;
     }
+    return result;
 }
-
-namespace Varnex {
-namespace {
-
-// What is left to be closed, and how far that is. Shared with a thread that may outlive the caller.
-struct Closing {
-    std::vector<Session> sessions;
-    std::mutex lock;
-    std::condition_variable changed;
-    bool done = false;
-};
-
-// Those of all clients that are idle.
-void TakeSessions(Closing& closing) {
-    Connections& connections = TheConnections();
-    const std::lock_guard<std::mutex> hold(connections.lock);
-    for (Connection* connection : connections.all) {
-        const std::unique_lock<std::mutex> idle(connection->inUse, std::try_to_lock);
-        if (!idle.owns_lock() || !connection->session.open) continue;
-        closing.sessions.push_back(std::move(connection->session));
-    }
-}
-
-void Close(const std::shared_ptr<Closing>& closing) {
-    for (Session& session : closing->sessions) session.Close();
-    const std::lock_guard<std::mutex> over(closing->lock);
-    closing->done = true;
-    closing->changed.notify_all();
-}
-
-}  // namespace
-
-void CloseIpmiSessions(std::chrono::milliseconds atMost) {
-    const auto closing = std::make_shared<Closing>();
-    TakeSessions(*closing);
-    if (closing->sessions.empty()) return;
-    std::unique_lock<std::mutex> hold(closing->lock);
-    try {
-        std::thread(Close, closing).detach();
-    } catch (const std::system_error&) {
-        return;  // no thread to be had: the BMC gives the sessions up by itself
-    }
-    closing->changed.wait_for(hold, atMost, [&] { return closing->done; });
-}
-
-}  // namespace Varnex

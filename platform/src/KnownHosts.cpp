@@ -279,6 +279,8 @@ KnownHosts::Result KnownHosts::Remember(const std::string& name, const HostKey& 
     result = Search(text, name, key);
     if (result.answer != Answer::kUnknown) return result;
     const std::string gap = text.empty() || text.back() == '\n' ? "" : "\n";
+    result.line =
+        static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')) + gap.size() + 1;
     result.error = file.Append(gap + name + " " + key.Type() + " " + key.Base64() + "\n");
     return result;
 }

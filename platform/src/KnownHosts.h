@@ -36,7 +36,7 @@ public:
 
     struct Result {
         Answer answer = Answer::kUnknown;
-        std::size_t line = 0;   // of kOther and kRevoked
+        std::size_t line = 0;   // that decided; of kUnknown: that was added
         std::error_code error;  // of the system, when the file could not be read or written
     };
 

@@ -20,5 +20,6 @@ void ListFolder(SftpSession& session, const std::string& path, SftpPatience& pat
         answer.type == sftp::kStatus && SftpReader(answer.body).Number() == sftp::kEof;
     if (!atEnd) throw SftpStatusFailure(answer, "Could not list the directory");
     channel.Tell(sftp::kClose, handle);
+    found.TellPassedOver(path);
     names.swap(found.All());
 }

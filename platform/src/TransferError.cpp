@@ -26,7 +26,7 @@ std::string HttpText(int status) {
     return text;
 }
 
-class TransferCategory : public std::error_category {
+class Category : public std::error_category {
 public:
     const char* name() const noexcept override { return "varnex.transfer"; }
 
@@ -51,7 +51,91 @@ public:
     }
 };
 
+using Varnex::TransferFault;
+
+TransferFault FaultOfStatus(int status) {
+    switch (status) {
+        case 401:
+            return TransferFault::kLoginRefused;
+        case 403:
+            return TransferFault::kNotPermitted;
+        case 404:
+        case 410:
+            return TransferFault::kNotThere;
+        default:
+            return {};
+    }
+}
+
+// {} for what is none.
+TransferFault FaultOf(int number) {
+    if (number >= kHttpStatus) return FaultOfStatus(number - kHttpStatus);
+    switch (number) {
+        case CURLE_COULDNT_RESOLVE_PROXY:
+        case CURLE_COULDNT_RESOLVE_HOST:
+        case CURLE_COULDNT_CONNECT:
+            return TransferFault::kUnreachable;
+        case CURLE_OPERATION_TIMEDOUT:
+            return TransferFault::kSilent;
+        case CURLE_SSL_CONNECT_ERROR:
+        case CURLE_SSL_CIPHER:
+            return TransferFault::kTlsFailed;
+        case CURLE_PEER_FAILED_VERIFICATION:
+        case CURLE_SSL_ISSUER_ERROR:
+            return TransferFault::kUntrusted;
+        case CURLE_LOGIN_DENIED:
+            return TransferFault::kLoginRefused;
+        case CURLE_REMOTE_ACCESS_DENIED:
+            return TransferFault::kNotPermitted;
+        case CURLE_REMOTE_FILE_NOT_FOUND:
+            return TransferFault::kNotThere;
+        case CURLE_PARTIAL_FILE:
+        case CURLE_GOT_NOTHING:
+        case CURLE_SEND_ERROR:
+        case CURLE_RECV_ERROR:
+        case CURLE_SSH:
+            return TransferFault::kLost;
+        case CURLE_FILESIZE_EXCEEDED:
+            return TransferFault::kTooLarge;
+        case CURLE_ABORTED_BY_CALLBACK:
+            return TransferFault::kStopped;
+        default:
+            return {};
+    }
+}
+
+class FaultCategory : public std::error_category {
+public:
+    const char* name() const noexcept override { return "varnex.transfer fault"; }
+
+    std::string message(int) const override { return "a failed transfer"; }
+
+    bool equivalent(const std::error_code& error, int fault) const noexcept override {
+        if (error.category() != Varnex::TransferCategory()) return false;
+        if (error == std::errc::is_a_directory) {
+            return fault == static_cast<int>(TransferFault::kFolder);
+        }
+        return fault == static_cast<int>(FaultOf(error.value()));
+    }
+};
+
 }  // namespace
+
+// Both outlive every code.
+const std::error_category& Varnex::TransferCategory() noexcept {
+    static const Category& category = *new Category;
+    return category;
+}
+
+std::error_condition Varnex::make_error_condition(TransferFault fault) noexcept {
+    static const FaultCategory& category = *new FaultCategory;
+    return {static_cast<int>(fault), category};
+}
+
+int Varnex::HttpStatusOf(const std::error_code& error) noexcept {
+    const bool http = error.category() == TransferCategory() && error.value() >= kHttpStatus;
+    return http ? error.value() - kHttpStatus : 0;
+}
 
 // A proxy's address in an error text may hold credentials without a scheme before them.
 std::string WithoutUserInfo(std::string text) {
@@ -63,9 +147,8 @@ std::string WithoutUserInfo(std::string text) {
 }
 
 std::error_code TransferError(int number, const std::string& text) {
-    static const TransferCategory& category = *new TransferCategory;  // outlives every code
     LastOfThisThread() = {number, ForDisplay(text), false};
-    return {number, category};
+    return {number, Varnex::TransferCategory()};
 }
 
 std::error_code FolderError(const std::string& path) {

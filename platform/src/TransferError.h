@@ -5,6 +5,8 @@
 #include <string>
 #include <system_error>
 
+#include "Transfer.h"
+
 // The errors of file_client, category "varnex.transfer": libcurl's number, or kHttpStatus plus the
 // status of an answer that is not the file.
 //

@@ -19,15 +19,16 @@
 
 #include "Log.h"
 #include "host_interface.h"
+#include "ipmi_watchers.h"
 
 // Nothing is kept: every query looks.
 struct UsbLanCfg::Impl {};
 
 namespace {
 
-constexpr char kLogSource[] = "platform/src/UsbLanCfg";
+using Varnex::UsbLanLookup;
 
-enum : int { kFound = 0, kNoTable = 1, kNoneDescribed = 2, kNoInterface = 3 };
+constexpr char kLogSource[] = "platform/src/UsbLanCfg";
 
 constexpr std::size_t kLargestTable = 1 << 20;  // bytes; real ones have some kilobytes
 constexpr std::size_t kLargestAttribute = 4096;
@@ -119,23 +120,21 @@ bool IsLinkLocal(const std::string& address) {
     return inet_pton(AF_INET6, address.c_str(), &binary) == 1 && IN6_IS_ADDR_LINKLOCAL(&binary);
 }
 
-int ReadTable(std::vector<UsbHostInterface>& interfaces) {
+UsbLanLookup ReadTable(std::vector<UsbHostInterface>& interfaces, std::string& why) {
     const std::string path = Place("VARNEX_DMI_TABLE", "/sys/firmware/dmi/tables/DMI");
     std::string table;
     if (const int error = ReadFile(path, kLargestTable, table); error != 0) {
-        Log(1, kLogSource, __LINE__).Stream()
-            << "The firmware's table " << path
-            << " cannot be read: " << std::generic_category().message(error);
-        return kNoTable;
+        why = "The firmware's table " + path +
+              " cannot be read: " + std::generic_category().message(error);
+        return UsbLanLookup::kNoTable;
     }
     const std::vector<std::uint8_t> bytes(table.begin(), table.end());
     bool whole = false;
     interfaces = ReadUsbHostInterfaces(bytes.data(), bytes.size(), whole);
-    if (!interfaces.empty()) return kFound;
-    Log(1, kLogSource, __LINE__).Stream()
-        << "The firmware's table " << path
-        << (whole ? " describes no network interface to the BMC over USB" : " is broken");
-    return whole ? kNoneDescribed : kNoTable;
+    if (!interfaces.empty()) return UsbLanLookup::kFound;
+    why = "The firmware's table " + path +
+          (whole ? " describes no network interface to the BMC over USB" : " is broken");
+    return whole ? UsbLanLookup::kNoneDescribed : UsbLanLookup::kNoTable;
 }
 
 std::optional<UsbLanNode> FindNode(const std::string& root, const UsbHostInterface& described) {
@@ -156,6 +155,32 @@ std::optional<UsbLanNode> FindNode(const std::string& root, const UsbHostInterfa
     return node;
 }
 
+UsbLanLookup LookUp(UsbLanNodeList& nodes, std::string& why) {
+    std::vector<UsbHostInterface> described;
+    const UsbLanLookup table = ReadTable(described, why);
+    if (table != UsbLanLookup::kFound) return table;
+    described.erase(std::remove_if(described.begin(), described.end(),
+                                   [](const auto& one) { return one.address.empty(); }),
+                    described.end());
+    if (described.empty()) {
+        why =
+            "The firmware's table does not tell the address of the BMC behind the USB network interface";
+        return UsbLanLookup::kNoneDescribed;
+    }
+
+    const std::string root = Place("VARNEX_NET_CLASS", "/sys/class/net");
+    UsbLanNodeList found;
+    for (const UsbHostInterface& one : described) {
+        if (std::optional<UsbLanNode> node = FindNode(root, one)) found.push_back(*node);
+    }
+    if (found.empty()) {
+        why = "This host has no USB network interface to its BMC in " + root;
+        return UsbLanLookup::kNoInterface;
+    }
+    nodes = std::move(found);
+    return UsbLanLookup::kFound;
+}
+
 }  // namespace
 
 UsbLanCfg::UsbLanCfg() = default;
@@ -167,27 +192,9 @@ UsbLanCfg& UsbLanCfg::GetInstance(UsbLanRestoreMode, bool) {
 }
 
 int UsbLanCfg::QueryUsbLanState(UsbLanNodeList& nodes, bool) {
-    std::vector<UsbHostInterface> described;
-    if (const int result = ReadTable(described); result != kFound) return result;
-    described.erase(std::remove_if(described.begin(), described.end(),
-                                   [](const auto& one) { return one.address.empty(); }),
-                    described.end());
-    if (described.empty()) {
-        Log(1, kLogSource, __LINE__).Stream()
-            << "The firmware's table does not tell the address of the BMC behind the USB network interface";
-        return kNoneDescribed;
-    }
-
-    const std::string root = Place("VARNEX_NET_CLASS", "/sys/class/net");
-    UsbLanNodeList found;
-    for (const UsbHostInterface& one : described) {
-        if (std::optional<UsbLanNode> node = FindNode(root, one)) found.push_back(*node);
-    }
-    if (found.empty()) {
-        Log(1, kLogSource, __LINE__).Stream()
-            << "This host has no USB network interface to its BMC in " << root;
-        return kNoInterface;
-    }
-    nodes = std::move(found);
-    return kFound;
+    std::string why;
+    const UsbLanLookup result = LookUp(nodes, why);
+    if (result != UsbLanLookup::kFound) Log(1, kLogSource, __LINE__).Stream() << why;
+    ipmi_watchers::UsbLanLookedUp({result, why});
+    return static_cast<int>(result);
 }

@@ -57,9 +57,7 @@ std::error_code Download(const Uri& uri, const std::string& localPath,
     return error;
 }
 
-}  // namespace
-
-std::error_code file_client::ls_directory(const Uri& uri, std::list<std::string>& names) {
+std::error_code List(const Uri& uri, std::list<std::string>& names) {
     if (!IsSftp(uri)) {
         return TransferError(CURLE_UNSUPPORTED_PROTOCOL,
                              "Nothing is listed by \"" + uri.scheme() + "\"");
@@ -72,6 +70,15 @@ std::error_code file_client::ls_directory(const Uri& uri, std::list<std::string>
     } catch (const std::bad_alloc&) {
         return std::make_error_code(std::errc::not_enough_memory);
     }
+}
+
+}  // namespace
+
+std::error_code file_client::ls_directory(const Uri& uri, std::list<std::string>& names) {
+    transfer_watchers::ListingStarted(uri.path());
+    const std::error_code error = List(uri, names);
+    transfer_watchers::ListingEnded({uri.path(), error ? 0 : names.size(), error});
+    return error;
 }
 
 std::error_code file_client::download(const Uri& uri, const std::string& localPath,

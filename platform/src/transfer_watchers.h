@@ -15,6 +15,11 @@ namespace transfer_watchers {
 // Whether there is one, who may want to know what arrived.
 bool Any() noexcept;
 
+void ListingStarted(const std::string& folder) noexcept;
+void NamePassedOver(const Varnex::PassedOverName& name) noexcept;
+void ListingEnded(const Varnex::ListingResult& result) noexcept;
+void HostKeyJudged(const Varnex::HostKeyResult& result) noexcept;
+
 void Started(const std::string& localPath) noexcept;
 
 // What to do with a part of this file: keep one, continue one (empty: none).

@@ -16,7 +16,8 @@ EXPECTED = [OURS + name for name in (
     'Log::Log', 'Uri::Uri', 'file_client::download', 'Clock::Now', 'Ipmanip::is_ipv6',
     'GetGlobalConfigValue', 'XM_WIDGETS::GetKEMAccountViaKCS')] + [
     'Varnex::AddLogSink', 'Varnex::AddTransferWatcher', 'Varnex::MaskedForDisplay', 'Varnex::HideInLog',
-            'Varnex::WithoutHiddenSecrets']
+            'Varnex::WithoutHiddenSecrets', 'Varnex::AddIpmiWatcher', 'Varnex::IpmiCategory',
+            'Varnex::make_error_condition', 'Varnex::TransferCategory', 'Varnex::HttpStatusOf']
 
 
 def exported(library):
