@@ -115,6 +115,8 @@ const OptionGroup& RunOptions() {
         "Run",
         {{"--deadline", "TIME", "End the run after this time, 90s, 45m or 2h; 0 is never",
           Time(&Options::deadline), Where::kAnyhow, Use::kReach, true},
+         {"--events", "", "Print a JSON line for each change, and the result as the last one",
+          Flag(&Options::events), Where::kLine},
          {"--no-proxy", "", "Ignore the environment's proxies", Flag(&Options::noProxy),
           Where::kAnyhow},
          {"--log-level", "N", "Write the library's log: 0 nothing, 1 failures ... 4 everything",

@@ -33,8 +33,8 @@ struct Context {
 
     // Announces a step to progress and report.
     void Begin(const std::string& step) {
-        progress.Step(step);
         report.BeginStep(step);
+        progress.Step(step);
     }
 
     // Moves what was downloaded to its place. From then on the run is done, and nothing stops it.

@@ -76,6 +76,7 @@ struct Options {
     std::int64_t deadline = std::int64_t{2} * 3600;   // seconds for the whole run; 0: none
 
     bool json = false;
+    bool events = false;
     bool noProxy = false;
     bool liveProgress = false;  // standard error is a terminal that understands cursor control
     std::optional<int> logLevel;

@@ -2,6 +2,7 @@
 #include "cli/Run.h"
 
 #include <curl/curl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -9,6 +10,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <exception>
+#include <memory>
 #include <new>
 #include <ostream>
 
@@ -20,6 +22,7 @@
 #include "cli/Context.h"
 #include "cli/Limits.h"
 #include "cli/http/CaFile.h"
+#include "cli/report/Events.h"
 #include "cli/report/Json.h"
 #include "cli/report/Report.h"
 #include "cli/report/Words.h"
@@ -109,13 +112,16 @@ public:
           m_limits(options.maxSize, options.keepFree),
           m_interrupt(std::chrono::seconds(options.deadline),
                       {[this] { TellStopped(); }, [this] { CleanUp(); }}),
-          m_progress(err, live, TerminalColumns) {
+          m_events(options.events ? std::make_unique<Events>(STDOUT_FILENO) : nullptr),
+          m_progress(err, live, TerminalColumns, m_events.get()) {
+        if (m_events) m_report.AddObserver(m_events.get());
         m_channel.outline(options, m_report);
     }
 
     int Conduct(const Outcome& setUp) {
         Outcome outcome = setUp;
         try {
+            m_report.Begin();
             if (outcome.Ok()) outcome = Work();
         } catch (const std::bad_alloc&) {
             outcome = Failure(kLocalFile, "Out of memory.");
@@ -190,16 +196,20 @@ private:
 
     void Tell(const Outcome& outcome) {
         m_progress.End();
-        if (const std::optional<RunRecord> record = m_report.End(outcome)) {
-            WriteReason(record->outcome, m_err);
-            if (m_options.json) {
-                m_out << JsonText(RunObject(*record)) << "\n";
-            } else {
-                WriteWords(*record, m_out);
-            }
-            m_out.flush();
-        }
+        if (const std::optional<RunRecord> record = m_report.End(outcome)) Tell(*record);
         m_interrupt.Told();
+    }
+
+    void Tell(const RunRecord& record) {
+        WriteReason(record.outcome, m_err);
+        if (m_events) {
+            if (!m_events->End(record)) m_out.setstate(std::ios::badbit);
+        } else if (m_options.json) {
+            m_out << JsonText(RunObject(record)) << "\n";
+        } else {
+            WriteWords(record, m_out);
+        }
+        m_out.flush();
     }
 
     const Options& m_options;
@@ -214,7 +224,8 @@ private:
     Limits m_limits;
     Arrivals m_arrivals;
     std::atomic<bool> m_bmcGathers{false};
-    Interrupt m_interrupt;  // before any thread is started
+    Interrupt m_interrupt;                   // before any thread is started
+    const std::unique_ptr<Events> m_events;  // null without --events
     Progress m_progress;
 };
 

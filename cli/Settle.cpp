@@ -83,6 +83,7 @@ public:
         if (outcome.Ok()) outcome = RefuseForeign();
         if (outcome.Ok()) outcome = CheckArgument();
         if (outcome.Ok()) outcome = TakeOptions();
+        if (outcome.Ok()) outcome = CheckForm();
         if (outcome.Ok() && m_channel != nullptr) outcome = Complete();
         return outcome;
     }
@@ -106,6 +107,14 @@ private:
         if (!m_line.argument) return {};
         const std::string fault = m_command.take(*m_line.argument, m_options);
         return fault.empty() ? Outcome{} : Usage(m_command.argument + fault);
+    }
+
+    Outcome CheckForm() const {
+        const bool both = m_options.json && m_options.events;
+        return both ? Usage(
+                          "--json and --events exclude each other: the last line of --events is "
+                          "the object of --json.")
+                    : Outcome{};
     }
 
     Outcome ReadFiles() {

@@ -156,7 +156,7 @@ private:
     Outcome Store(const std::string& name, const std::string& bmcPath) {
         m_run.Begin("verify");
         Delivery delivery;
-        delivery.remoteName = Clean(bmcPath);
+        delivery.remotePath = Clean(bmcPath);
         Outcome outcome = m_run.arrivals.Measure(
             m_run.folder.WorkPath(name), [this] { return m_run.interrupt.Raised(); }, delivery.size,
             delivery.sha256);

@@ -13,11 +13,6 @@ namespace {
 
 namespace json = boost::json;
 
-json::value PortOrNull(std::uint16_t port) {
-    if (port == 0) return nullptr;
-    return port;
-}
-
 json::value CertificateValue(const std::optional<Certificate>& certificate) {
     if (!certificate) return nullptr;
     return json::object{{"sha256", certificate->sha256},
@@ -28,21 +23,6 @@ json::value CertificateValue(const std::optional<Certificate>& certificate) {
                         {"valid_now", certificate->validNow},
                         {"self_signed", certificate->selfSigned},
                         {"verified", certificate->verified}};
-}
-
-json::object FactsObject(const BmcFacts& facts) {
-    json::array notes;
-    for (const std::string& note : facts.notes) notes.push_back(TextValue(note));
-    return {{"service_version", TextOrNull(facts.serviceVersion)},
-            {"product", TextOrNull(facts.product)},
-            {"vendor", TextOrNull(facts.vendor)},
-            {"model", TextOrNull(facts.model)},
-            {"firmware", TextOrNull(facts.firmware)},
-            {"serial", TextOrNull(facts.serial)},
-            {"uuid", TextOrNull(facts.uuid)},
-            {"certificate", CertificateValue(facts.certificate)},
-            {"host_key", TextOrNull(facts.hostKey)},
-            {"notes", std::move(notes)}};
 }
 
 json::object MessageObject(const TaskMessage& message) {
@@ -95,6 +75,11 @@ json::value TextOrNull(const std::string& text) {
     return TextValue(text);
 }
 
+json::value PortOrNull(std::uint16_t port) {
+    if (port == 0) return nullptr;
+    return port;
+}
+
 json::value Seconds(double seconds) { return std::round(seconds * 1000) / 1000; }
 
 json::object StepObject(const Step& step) {
@@ -110,6 +95,21 @@ json::object AttemptObject(const Attempt& attempt) {
             {"outcome", OutcomeName(attempt.outcome)},
             {"reason", TextOrNull(attempt.outcome.reason)},
             {"seconds", Seconds(attempt.seconds)}};
+}
+
+json::object FactsObject(const BmcFacts& facts) {
+    json::array notes;
+    for (const std::string& note : facts.notes) notes.push_back(TextValue(note));
+    return {{"service_version", TextOrNull(facts.serviceVersion)},
+            {"product", TextOrNull(facts.product)},
+            {"vendor", TextOrNull(facts.vendor)},
+            {"model", TextOrNull(facts.model)},
+            {"firmware", TextOrNull(facts.firmware)},
+            {"serial", TextOrNull(facts.serial)},
+            {"uuid", TextOrNull(facts.uuid)},
+            {"certificate", CertificateValue(facts.certificate)},
+            {"host_key", TextOrNull(facts.hostKey)},
+            {"notes", std::move(notes)}};
 }
 
 json::value TaskValue(const std::optional<Task>& task) {
@@ -150,7 +150,7 @@ json::object RunObject(const RunRecord& record) {
                      {"log_kind", TextOrNull(record.logKind)},
                      {"task", TaskValue(record.task)},
                      {"path", TextOrNull(delivery.path)},
-                     {"remote_name", TextOrNull(delivery.remoteName)},
+                     {"remote_path", TextOrNull(delivery.remotePath)},
                      {"size", downloaded ? json::value(delivery.size) : nullptr},
                      {"sha256", TextOrNull(delivery.sha256)},
                      {"export_uri", TextOrNull(delivery.exportUri)},

@@ -21,6 +21,8 @@ boost::json::object RunObject(const RunRecord& record);
 boost::json::object StepObject(const Step& step);
 boost::json::object AttemptObject(const Attempt& attempt);
 boost::json::value TaskValue(const std::optional<Task>& task);
+boost::json::object FactsObject(const BmcFacts& facts);
+boost::json::value PortOrNull(std::uint16_t port);
 
 // `text` as a value; bytes that are no UTF-8 become U+FFFD.
 boost::json::value TextValue(const std::string& text);

@@ -42,7 +42,7 @@ Task Hidden(Task task) {
 // The path on this machine is the operator's own.
 Delivery Hidden(Delivery delivery) {
     delivery.exportUri = Hidden(delivery.exportUri);
-    delivery.remoteName = Hidden(delivery.remoteName);
+    delivery.remotePath = Hidden(delivery.remotePath);
     return delivery;
 }
 
@@ -80,6 +80,15 @@ void Report::SetNumber(std::int64_t number) {
 void Report::SetLogKind(const std::string& kind) {
     const Guard hold(m_lock);
     m_record.logKind = kind;
+}
+
+void Report::Begin() {
+    RunRecord known;
+    {
+        const Guard hold(m_lock);
+        known = m_record;
+    }
+    Tell(&ReportObserver::RunBegun, known);
 }
 
 void Report::AddAttempt(const Attempt& attempt) {

@@ -21,6 +21,7 @@ class ReportObserver {
 public:
     virtual ~ReportObserver() = default;
 
+    virtual void RunBegun(const RunRecord& run) { (void)run; }
     virtual void WayChosen(const std::string& channel, std::uint16_t port) {
         (void)channel;
         (void)port;
@@ -48,8 +49,12 @@ public:
 
     // What the channel alone has to tell, instead of what it has set before.
     void SetPart(std::shared_ptr<const ChannelPart> part);
-    void SetNumber(std::int64_t number);  // of the run, in the history
+    void SetNumber(std::int64_t number);  // of the run, in the history; before Begin()
     void SetLogKind(const std::string& kind);
+
+    // Tells the observers what is known before anything is done.
+    void Begin();
+
     void AddAttempt(const Attempt& attempt);
 
     void BeginStep(const std::string& name);

@@ -43,7 +43,7 @@ struct Delivery {
     std::string exportUri;
     std::uint64_t size = 0;            // of all files
     std::string sha256;                // of the file; empty for a folder
-    std::string remoteName;            // what the BMC calls it, fit for display; may be empty
+    std::string remotePath;            // where the BMC kept it, fit for display; may be empty
     std::vector<DeliveredFile> files;  // each one, also where it is one
 };
 

@@ -276,6 +276,9 @@ TEST(ParseOptions, WhatIsUnknownIsToldFirstWithWhatWasMeant) {
         {{"collect", "bmc", "--user"}, "--user has no value: nothing stands behind it.\n"},
         {{"collect", "bmc", "--user", "--json"}, "--user has no value: --json stands behind it.\n"},
         {{"collect", "bmc", "--user", "a", "--user", "b"}, "--user is given twice.\n"},
+        {{"collect", "--via", "redfish", "bmc", "--json", "--events"},
+         "--json and --events exclude each other: the last line of --events is the object of "
+         "--json.\n"},
         {{"help", "exitcodes"}, "Did you mean exit-codes?"},
     };
     for (const UsageRow& row : rows) {
