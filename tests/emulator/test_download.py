@@ -70,6 +70,13 @@ def test_a_part_comes_with_its_place(offering: Bmc) -> None:
         whole.headers["ETag"], whole.headers["Last-Modified"])
 
 
+def test_a_part_can_end_before_the_end(offering: Bmc) -> None:
+    answer = ask(offering, Range="bytes=10-19")
+
+    assert (answer.status, answer.headers["Content-Range"]) == (206, "bytes 10-19/500000")
+    assert answer.body == content(offering)[10:20]
+
+
 def test_the_time_is_a_validator_too(offering: Bmc) -> None:
     time = ask(offering, "HEAD").headers["Last-Modified"]
 

@@ -5,10 +5,15 @@ from __future__ import annotations
 
 import re
 import subprocess
+import sys
 
 import pytest
 
-from conftest import EXPORT, FULL_EXPORT, ROOT, Bmc, Starter, clean_environment
+from conftest import EMULATOR, EXPORT, FULL_EXPORT, ROOT, Bmc, Starter, clean_environment
+
+sys.path.insert(0, str(EMULATOR))
+from bmc.ipmi.identity import FruDevice  # noqa: E402
+from bmc.machine import Identity, Machine  # noqa: E402
 
 SERVICE_DATA = ROOT + "Managers/1/Oem/Tavrin/ServiceData"
 
@@ -78,7 +83,10 @@ def test_the_inventory_holds_any_serial_number(start: Starter, length: int) -> N
 
     if length:
         assert field(product, "Product Serial") == serial[:63]
-    assert "checksum" not in product.lower()
+    stored = FruDevice(Machine(1, Identity(serial=serial))).content
+    area = stored[8:8 + 8 * stored[9]]
+    assert sum(stored[:8]) % 256 == sum(area) % 256 == 0
+    assert len(stored) == 8 + len(area)
 
 
 def test_the_action_is_listed_by_the_manager_and_its_service_data(bmc: Bmc) -> None:

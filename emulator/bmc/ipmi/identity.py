@@ -44,7 +44,7 @@ class FruDevice:
     """The inventory of the server: one product, as bytes that are read piece by piece."""
 
     def __init__(self, machine: Machine) -> None:
-        self._content = _inventory(machine)
+        self.content = _inventory(machine)
 
     def answer(self, command: Command, request: bytes) -> tuple[int, bytes] | None:
         """Completion code and data; None: another command."""
@@ -55,13 +55,13 @@ class FruDevice:
         if request[0] != 0:
             return _NOT_PRESENT, b""
         if command == _GET_FRU_AREA:
-            return 0, len(self._content).to_bytes(2, "little") + b"\0"  # counted in bytes
+            return 0, len(self.content).to_bytes(2, "little") + b"\0"  # counted in bytes
         return self._read(int.from_bytes(request[1:3], "little"), min(request[3], _MOST_AT_ONCE))
 
     def _read(self, first: int, count: int) -> tuple[int, bytes]:
-        if first >= len(self._content):
+        if first >= len(self.content):
             return _PARAMETER_OUT_OF_RANGE, b""
-        part = self._content[first:first + count]
+        part = self.content[first:first + count]
         return 0, bytes([len(part)]) + part
 
 
