@@ -52,6 +52,14 @@ def recorded(journey):
     return distinct(text(f"tests/journeys/{journey}").splitlines())
 
 
+def test_the_readme_has_every_exit_code_of_the_tool():
+    """Below no heading of its own, so that it stands where the tool is told of."""
+    told = re.findall(r"^\| (\d+) \| .* \|$", text("README.md").partition("| Exit code | |")[2].partition("\n\n")[0],
+                      re.MULTILINE)
+
+    assert told == re.findall(r"^    k\w+ = (\d+),", text("cli/ExitCodes.h"), re.MULTILINE)
+
+
 def test_the_overview_shows_the_requests_of_a_run_over_redfish():
     named = [request for row in rows("docs/overview.md", "A run over Redfish")
              for request in re.findall(r"`((?:GET|POST)\b[^`]*)`", row[1])]
