@@ -8,6 +8,7 @@
 #include "cli/Channels.h"
 #include "cli/CommonOptions.h"
 #include "cli/Run.h"
+#include "cli/commands/Config.h"
 #include "cli/terminal/Text.h"
 
 namespace Kemffdc {
@@ -32,6 +33,12 @@ constexpr char kCollectExamples[] =
 constexpr char kCheckExamples[] =
     "  kemffdc check --via redfish 192.0.2.10\n"
     "      Is the BMC there, does it take the password, what is it?\n";
+
+constexpr char kConfigExamples[] =
+    "  kemffdc config 192.0.2.10\n"
+    "      What kemffdc collect 192.0.2.10 would work with, and which file says so.\n"
+    "  kemffdc config 192.0.2.10 --via ipmi --json\n"
+    "      The same for another channel, as JSON.\n";
 
 OptionGroups OnBmc() { return {&RunOptions(), &ResultOptions()}; }
 
@@ -61,9 +68,11 @@ const std::vector<CommandEntry>& Commands() {
     using Argument = CommandEntry::Argument;
     static const std::vector<CommandEntry> commands{
         {Command::kCollect, "collect", "Gather the service data and fetch it", "HOST",
-         Argument::kOptional, TakeHost, true, Use::kGather, OnBmc, Run, kCollectExamples},
+         Argument::kRequired, TakeHost, true, Use::kGather, OnBmc, Run, kCollectExamples},
         {Command::kCheck, "check", "See whether the BMC can be used; gathers nothing", "HOST",
-         Argument::kOptional, TakeHost, true, Use::kReach, OnBmc, Run, kCheckExamples},
+         Argument::kRequired, TakeHost, true, Use::kReach, OnBmc, Run, kCheckExamples},
+        {Command::kConfig, "config", "Show which settings hold for a BMC, and from where", "HOST",
+         Argument::kOptional, TakeHost, true, Use::kGather, OnBmc, ShowConfig, kConfigExamples},
     };
     return commands;
 }

@@ -19,8 +19,8 @@ struct CommandEntry {
     const char* name;
     const char* brief;  // for help
 
-    const char* argument;  // its name in help, "HOST"; empty: there is none
-    Argument takesArgument;
+    const char* argument;    // its name in help, "HOST"; empty: there is none
+    Argument takesArgument;  // kRequired, on a BMC: unless the channel needs none
     // What is wrong with the text, as it follows the argument's name; empty: it has been taken.
     std::string (*take)(const std::string& text, Options& options);
 

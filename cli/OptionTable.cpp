@@ -134,13 +134,14 @@ bool Holds(const OptionGroups& groups, const std::string& option) {
     return false;
 }
 
-std::string Option::Member() const {
-    if (where == Where::kLine) return "";
-    std::string member = name;
-    member.erase(0, member.find_first_not_of('-'));
-    std::replace(member.begin(), member.end(), '-', '_');
-    if (member.rfind(kExport, 0) == 0) member[sizeof kExport - 2] = '.';
-    return member;
+std::string Option::Label() const {
+    std::string label = name;
+    label.erase(0, label.find_first_not_of('-'));
+    std::replace(label.begin(), label.end(), '-', '_');
+    if (label.rfind(kExport, 0) == 0) label[sizeof kExport - 2] = '.';
+    return label;
 }
+
+std::string Option::Member() const { return where == Where::kLine ? "" : Label(); }
 
 }  // namespace Kemffdc

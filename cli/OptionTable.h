@@ -59,7 +59,9 @@ struct Option {
 
     bool IsFlag() const { return *value == '\0'; }
     bool OnLine() const { return where != Where::kFile; }
-    // Its name in kemffdc.conf, "cipher_suite" or "export.uri"; empty: it has none there.
+    // As kemffdc.conf writes its name: "cipher_suite", "export.uri".
+    std::string Label() const;
+    // That name, where it may stand there; else empty.
     std::string Member() const;
 };
 

@@ -12,7 +12,7 @@
 
 namespace Kemffdc {
 
-enum class Command { kCollect, kCheck };
+enum class Command { kCollect, kCheck, kConfig };
 
 // Who has said what holds. The higher one counts.
 enum class Origin { kDefault, kSystemFile, kUserFile, kEnvironment, kCommandLine };
@@ -22,6 +22,14 @@ struct Setting {
     Origin origin = Origin::kDefault;
     std::string place;    // "/etc/kemffdc/kemffdc.conf:12", the variable, or the option
     std::string section;  // of the file: "defaults" or the pattern
+};
+
+// One option with the value that holds in the end, as text.
+struct HeldSetting {
+    std::string name;   // as kemffdc.conf writes it, "cipher_suite"
+    std::string value;  // empty: there is none, or it is a password
+    Setting setting;
+    bool ignored = false;  // somebody has set it, but it does not fit the command or the channel
 };
 
 struct ConfigFileSeen {
@@ -88,7 +96,11 @@ struct Options {
     std::map<std::string, Setting> settings;
     // What kemffdc.conf or the environment sets, but does not fit the command or the channel.
     std::map<std::string, Setting> ignored;
+
+    // For the command `config` alone.
     std::vector<ConfigFileSeen> configFiles;  // that were looked for, the user's first
+    std::vector<HeldSetting> held;            // of all that collect has with this channel
+    std::string fault;                        // why collect would refuse them; empty: it would not
 
     bool IsSet(const std::string& option) const { return settings.count(option) > 0; }
     // Notes that a setting that was taken does not count; the caller resets the value.

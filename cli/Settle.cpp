@@ -85,6 +85,7 @@ public:
         if (outcome.Ok()) outcome = TakeOptions();
         if (outcome.Ok()) outcome = CheckForm();
         if (outcome.Ok() && m_channel != nullptr) outcome = Complete();
+        if (m_command.command == Command::kConfig) ListHeld();
         return outcome;
     }
 
@@ -169,7 +170,7 @@ private:
         const bool given = m_line.argument.has_value();
         bool required = m_command.takesArgument == CommandEntry::Argument::kRequired;
         if (m_channel != nullptr) {
-            required = m_channel->host == Channel::Host::kRequired;
+            required = required && m_channel->host == Channel::Host::kRequired;
             if (given && m_channel->host == Channel::Host::kNone) {
                 return Usage("--via " + m_options.via + " reaches this machine's own BMC: no " +
                              name + ".");
@@ -252,7 +253,27 @@ private:
         const bool byFile =
             setting != m_options.settings.end() && (setting->second.origin == Origin::kUserFile ||
                                                     setting->second.origin == Origin::kSystemFile);
-        return Usage(byFile ? setting->second.place + ": " + fault : fault);
+        const std::string text = byFile ? setting->second.place + ": " + fault : fault;
+        if (m_command.command != Command::kConfig) return Usage(text);
+        m_options.fault = text;
+        return {};
+    }
+
+    void ListHeld() {
+        for (const OptionGroup* group : AllGroups(m_command)) {
+            for (const Option& option : group->options) {
+                const auto set = m_options.settings.find(option.name);
+                const auto ignored = m_options.ignored.find(option.name);
+                if (ignored != m_options.ignored.end()) {
+                    m_options.held.push_back({option.Label(), "", ignored->second, true});
+                } else if (set != m_options.settings.end()) {
+                    m_options.held.push_back(
+                        {option.Label(), option.reading.show(m_options), set->second});
+                } else if (option.where != Where::kLine && Fits(option.name)) {
+                    m_options.held.push_back({option.Label(), option.reading.show(m_options), {}});
+                }
+            }
+        }
     }
 
     struct FileValues {

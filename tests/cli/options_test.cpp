@@ -261,7 +261,7 @@ TEST(ParseOptions, WhatCannotBeMeantEndsWithTwoAndSaysWhy) {
 
 TEST(ParseOptions, WhatIsUnknownIsToldFirstWithWhatWasMeant) {
     const UsageRow rows[] = {
-        {{}, "A command is missing: collect or check.\nTry 'kemffdc --help'.\n"},
+        {{}, "A command is missing: collect, check or config.\nTry 'kemffdc --help'.\n"},
         {{"gather", "--via", "redfish", "bmc"},
          "Unknown command: gather.\nTry 'kemffdc --help'.\n"},
         {{"colect", "bmc"}, "Unknown command: colect. Did you mean collect?\n"},
@@ -272,7 +272,7 @@ TEST(ParseOptions, WhatIsUnknownIsToldFirstWithWhatWasMeant) {
         {{"collect", "bmc", "--tires=7", "--port", "0"},
          "Unknown option: --tires. Did you mean --tries?\n"},
         {{"collect", "bmc", "--colour"}, "Unknown option: --colour.\n"},
-        {{"check", "bmc", "--tries", "3"}, "--tries is an option of kemffdc collect.\n"},
+        {{"check", "bmc", "--tries", "3"}, "--tries is an option of kemffdc collect and config.\n"},
         {{"collect", "bmc", "--user"}, "--user has no value: nothing stands behind it.\n"},
         {{"collect", "bmc", "--user", "--json"}, "--user has no value: --json stands behind it.\n"},
         {{"collect", "bmc", "--user", "a", "--user", "b"}, "--user is given twice.\n"},
