@@ -142,13 +142,16 @@ def test_a_log_catalogue_that_differs_from_the_sources_is_found(tree, old, new):
 
 
 def test_a_link_to_nowhere_is_found(tree):
-    write(tree, "docs/a.md", "[good](b.md#part), [far](https://192.0.2.1/), [bad](c.md)\n")
-    write(tree, "docs/b.md", "[good](../cli)\n")
+    write(tree, "docs/a.md", "# Two `words`\n[good](b.md#part), [far](https://192.0.2.1/#x), [bad](c.md), [here](#two-words), "
+          "[bad](b.md#parts), [bad](#words)\n")
+    write(tree, "docs/b.md", "## Part\n[good](../cli)\n")
 
     result = run("check-links", tree)
 
     assert result.returncode == 1
-    assert result.stdout == "docs/a.md: c.md does not exist\n"
+    assert result.stdout.splitlines() == ["docs/a.md: c.md does not exist",
+                                          "docs/a.md: b.md#parts is no heading there",
+                                          "docs/a.md: #words is no heading there"]
 
 
 def test_a_source_without_its_licence_is_found(tree):
