@@ -2,38 +2,18 @@
 #ifndef KEMFFDC_CONFIG_CONFIGFILE_H
 #define KEMFFDC_CONFIG_CONFIGFILE_H
 
-#include <functional>
 #include <map>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "cli/ExitCodes.h"
+#include "cli/config/Members.h"
 
 namespace Kemffdc::Config {
 
-// One member that kemffdc.conf may hold below `defaults:` or a host pattern.
-struct Member {
-    std::string name;      // "cipher_suite"; "export.uri" stands below `export:`
-    bool path = false;     // absolute, or it begins with "~/", which is replaced
-    bool command = false;  // a list of words, a program and its arguments; others are one word.
-                           // Nobody but this user or root may be able to write to its file.
-    std::string rival;     // of two rivals the one that is said later counts; both in one section
-                           // are a mistake
-    // What is wrong with the words, as it follows the member's name; empty: nothing is.
-    std::function<std::string(const std::vector<std::string>& words)> check;
-};
-
-// What a file says of a member.
-struct Value {
-    std::vector<std::string> words;  // one, but for commands
-    int line = 0;                    // counted from 1
-    std::string section;             // "defaults", or the pattern
-};
-
 struct Section {
-    std::string patterns;                               // separated by blanks; empty: the defaults
-    std::vector<std::pair<std::string, Value>> values;  // by member
+    std::string patterns;  // separated by blanks; empty: the defaults
+    Values values;
 };
 
 // One kemffdc.conf, in the order of the file but for the defaults, which stand first.
