@@ -233,3 +233,12 @@ def test_what_demo_installs_is_enough_for_the_build_by_hand_in_the_readme(tmp_pa
 
     run(*by_hand[1].split(), "-S", ROOT, "-B", tmp_path, f"-DCMAKE_CXX_COMPILER={CXX}",
         "-DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON", cwd=ROOT)
+
+
+def test_a_build_folder_of_ones_own_without_googletest_says_what_to_do(tmp_path):
+    finished = subprocess.run(
+        ["cmake", "-S", ROOT, "-B", tmp_path, f"-DCMAKE_CXX_COMPILER={CXX}",
+         "-DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON"], capture_output=True, text=True, timeout=300, check=False)
+
+    assert finished.returncode != 0
+    assert "-DVARNEX_BUILD_TESTS=OFF builds without tests." in finished.stderr
