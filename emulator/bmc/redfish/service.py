@@ -17,7 +17,7 @@ from bmc.redfish.sessions import Account, Session, Sessions
 from bmc.redfish.settings import RedfishSettings
 from bmc.redfish.tasks import ENDED, ExportTask, Walk
 from bmc.redfish.tree import (
-    COLLECTIONS, EXPORT, EXPORT_NAME, ROOT, SESSIONS, Document, Tree, collection, resource,
+    COLLECTIONS, EXPORT, EXPORT_NAME, MANAGER_RESET, RESETS, ROOT, SESSIONS, Document, Tree, collection, resource,
 )
 from bmc.scenario import Scenario
 from bmc.upload import usable_uri
@@ -124,6 +124,8 @@ class RedfishService:
             return _reader(self._tree.odata())
         if path == ROOT + "/$metadata":
             return {"GET": lambda *_: _xml_reply(self._tree.metadata())}
+        if path in RESETS:
+            return {"POST": lambda request, _: self._reset(request, path)}
         if path == EXPORT and self._can_export:
             return {"POST": self._export}
         if path == SESSIONS:
@@ -180,6 +182,24 @@ class RedfishService:
         if account is None:
             raise RedfishError("AuthenticationRequired")
         return account
+
+    # --- resets -----------------------------------------------------------------------------
+
+    def _reset(self, request: Request, target: str) -> Reply:
+        """Of the host, which takes no time here, or of the BMC itself, which forgets sessions and tasks."""
+        if self._account(request).role == "ReadOnly":
+            raise RedfishError("InsufficientPrivilege")
+        wanted, action = _json_object(request).get("ResetType"), target.rpartition("/")[2]
+        if wanted is None:
+            raise RedfishError("ActionParameterMissing", action, "ResetType")
+        if wanted not in RESETS[target]:
+            raise RedfishError("ActionParameterValueNotInList", action, "ResetType", str(wanted))
+        if target == MANAGER_RESET:
+            self._sessions.forget()
+            self._tasks.clear()
+        else:
+            self._tree.set_power(RESETS[target][wanted])
+        return Reply(204)
 
     # --- tasks ------------------------------------------------------------------------------
 

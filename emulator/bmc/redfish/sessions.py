@@ -67,6 +67,10 @@ class Sessions:
     def close(self, id_: str) -> None:
         del self._by_id[id_]
 
+    def forget(self) -> None:
+        """All of them, as a BMC does that restarts."""
+        self._by_id.clear()
+
     def all(self) -> dict[str, Session]:
         """The open sessions by their id."""
         now = time.monotonic()

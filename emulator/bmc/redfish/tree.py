@@ -16,6 +16,15 @@ SESSIONS = ROOT + "/SessionService/Sessions"
 SERVICE_DATA = ROOT + "/Managers/1/Oem/Tavrin/ServiceData"
 EXPORT_NAME = "TavrinServiceData.ExportFFDCData"
 EXPORT = f"{SERVICE_DATA}/Actions/{EXPORT_NAME}"
+SYSTEM_RESET = ROOT + "/Systems/1/Actions/ComputerSystem.Reset"
+MANAGER_RESET = ROOT + "/Managers/1/Actions/Manager.Reset"
+RESETS = {  # what a reset leaves the host's power at, by the action's target and ResetType; None: as it was
+    SYSTEM_RESET: {
+        "On": "On", "ForceOn": "On", "ForceOff": "Off", "GracefulShutdown": "Off", "PowerCycle": "On",
+        "ForceRestart": "On", "GracefulRestart": "On",
+    },
+    MANAGER_RESET: {"GracefulRestart": None, "ForceRestart": None},
+}
 COLLECTIONS = ("ProcessorDump", "Mini-log")
 
 _OK = {"State": "Enabled", "Health": "OK"}
@@ -84,6 +93,11 @@ class Tree:
     def documents(self) -> Mapping[str, Document]:
         return self._documents
 
+    def set_power(self, state: str) -> None:
+        """The host is switched on or off."""
+        for part in ("/Systems/1", "/Chassis/1"):
+            self._documents[ROOT + part]["PowerState"] = state
+
     def _add(self, documents: Iterable[Document]) -> None:
         for document in documents:
             self._documents[document["@odata.id"].rstrip("/")] = document
@@ -121,10 +135,12 @@ class Tree:
             **_told(Model=machine.model, SerialNumber=machine.serial, UUID=machine.uuid),
             SystemType="Physical", PowerState="On", HostName="host", IndicatorLED="Off",
             BiosVersion="T2E138K-3.10", Status=_OK,
+            Boot={"BootSourceOverrideEnabled": "Disabled", "BootSourceOverrideTarget": "None"},
             ProcessorSummary={"Count": len(machine.processors), "Status": _OK},
             MemorySummary={"TotalSystemMemoryGiB": 32 * len(machine.memory), "Status": _OK},
             Processors=link(top + "/1/Processors"),
             Memory=link(top + "/1/Memory"),
+            Actions=_reset_action("ComputerSystem", SYSTEM_RESET),
             Links={"Chassis": [link(ROOT + "/Chassis/1")], "ManagedBy": [link(ROOT + "/Managers/1")]},
         )
         yield collection(
@@ -209,7 +225,7 @@ class Tree:
                     "ServiceData": link(SERVICE_DATA),
                 }
             },
-            **({"Actions": {"Oem": self._export_action()}} if self._export_action() else {}),
+            Actions={**_reset_action("Manager", MANAGER_RESET), "Oem": self._export_action()},
         )
         yield self._service_data()
         yield resource(
@@ -354,9 +370,18 @@ class Tree:
         return "\n".join(lines) + "\n"
 
 
+def _reset_action(type_: str, target: str) -> Document:
+    return {
+        f"#{type_}.Reset": {
+            "target": target, "title": "Reset", "ResetType@Redfish.AllowableValues": list(RESETS[target]),
+        }
+    }
+
+
 def _registry_entry(message: registries.Message) -> Document:
     count = message.arguments
     return {
-        "Description": message.text, "Message": message.text, "MessageSeverity": message.severity,
-        "NumberOfArgs": count, "ParamTypes": ["string"] * count, "Resolution": message.resolution,
+        "Description": message.text, "Message": message.text,
+        "Severity": message.severity, "MessageSeverity": message.severity, "Resolution": message.resolution,
+        "NumberOfArgs": count, "ParamTypes": ["string"] * count,
     }
