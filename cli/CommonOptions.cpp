@@ -119,7 +119,7 @@ const OptionGroup& RunOptions() {
           Flag(&Options::events), Where::kLine},
          {"--no-proxy", "", "Ignore the environment's proxies", Flag(&Options::noProxy),
           Where::kAnyhow},
-         {"--log-level", "N", "Write the library's log: 0 nothing, 1 failures ... 4 everything",
+         {"--log-level", "N", "Write the library's log: 0 nothing, 1 errors ... 4 everything",
           Number(&Options::logLevel, 0, 4), Where::kLine, Use::kReach, false, "VARNEX_LOG_LEVEL"},
          {"--log-file", "FILE", "File for that log instead of standard error; level 4 then",
           Path(&Options::logFile), Where::kLine, Use::kReach, false, "VARNEX_LOG_FILE"}}};
