@@ -50,12 +50,33 @@ const Topic kTopics[] = {
      "The BMC's password comes from the first of these that there is:\n"
      "  --password-file FILE                   - is standard input\n"
      "  KEMFFDC_PASSWORD                       in the environment\n"
+     "  password_file, password_command        in kemffdc.conf\n"
      "  a prompt                               where there is a terminal\n"
-     "The file store's comes from --export-password-file, KEMFFDC_EXPORT_PASSWORD, or\n"
-     "a prompt if --export-user is given.\n"
+     "The file store's comes from --export-password-file, KEMFFDC_EXPORT_PASSWORD,\n"
+     "`export:` in kemffdc.conf, or a prompt if --export-user is given.\n"
      "\n"
      "A password is never the value of an option: other users of this machine could\n"
      "read it.\n"},
+    {"configuration",
+     "Each setting comes from the first of these that has it:\n"
+     "  the command line                   --cipher-suite 3\n"
+     "  the environment                    VARNEX_CA_FILE and others\n"
+     "  ~/.config/kemffdc/kemffdc.conf     $XDG_CONFIG_HOME/kemffdc/kemffdc.conf\n"
+     "  /etc/kemffdc/kemffdc.conf\n"
+     "  the default\n"
+     "\n"
+     "In a file, options stand without dashes in front, with _ between words:\n"
+     "  defaults:\n"
+     "    user: service\n"
+     "    password_file: ~/.bmc-password\n"
+     "  hosts:\n"
+     "    \"10.1.*\":\n"
+     "      via: ipmi\n"
+     "      cipher_suite: 3\n"
+     "\n"
+     "What holds for a BMC, and from where: kemffdc config HOST\n"
+     "All members of the files, and all variables of the environment:\n"
+     "docs/configuration.md\n"},
 };
 
 // The text broken at blanks; every line but the first begins with that many blanks. `column` is
@@ -150,20 +171,18 @@ std::string Title(const OptionGroup& group) {
 std::string Help() {
     std::string text =
         "kemffdc fetches the service data (FFDC) of a server's BMC.\n"
-        "\n"
         "Usage: kemffdc COMMAND [HOST] [OPTION ...]\n"
         "\n"
         "Commands:\n";
     for (const CommandEntry& command : Commands()) {
         text += Entry(command.name, command.brief, kNameColumn);
     }
-    text += Entry("help", "Help on a command, and on " + Listed(HelpTopics()), kNameColumn);
+    text += Entry("help", "Help on a command, " + Listed(HelpTopics(), " or "), kNameColumn);
     text += "\nChannels (--via):\n" + ChannelEntries();
-    text +=
-        "\n"
-        "Example:\n"
-        "  kemffdc collect --via redfish bmc7.example --password-file ~/.bmc7\n";
-    return text;
+    return text +
+           "\n"
+           "Example: kemffdc collect --via redfish bmc7.example --password-file ~/.bmc7\n"
+           "Files and variables that set options: kemffdc help configuration\n";
 }
 
 std::string ShortHelp(const CommandEntry& command) {

@@ -58,7 +58,7 @@ Outcome SetUpLog(const Options& options, bool& toTerminal) {
 
 void ForgetProxies() {
     for (const char* name : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY",
-                             "ftp_proxy", "FTP_PROXY", "HTTP_PROXY"}) {
+                             "ftp_proxy", "FTP_PROXY", "HTTP_PROXY", "sftp_proxy", "SFTP_PROXY"}) {
         unsetenv(name);
     }
 }

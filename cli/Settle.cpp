@@ -140,7 +140,7 @@ private:
         const std::string& via = m_options.via;
         m_channel = via.empty() ? DefaultChannel() : FindChannel(via);
         if (m_channel == nullptr && via.empty()) {
-            return Usage("--via is missing: " + Listed(ChannelNames(), " or ") + ".");
+            return Refused("--via is missing: " + Listed(ChannelNames(), " or ") + ".");
         }
         if (m_channel == nullptr) return Usage("--via" + NoneOf(via, ChannelNames()));
         m_options.via = m_channel->name;
@@ -254,6 +254,11 @@ private:
             setting != m_options.settings.end() && (setting->second.origin == Origin::kUserFile ||
                                                     setting->second.origin == Origin::kSystemFile);
         const std::string text = byFile ? setting->second.place + ": " + fault : fault;
+        return Refused(text);
+    }
+
+    // What collect would refuse, `config` notes.
+    Outcome Refused(const std::string& text) {
         if (m_command.command != Command::kConfig) return Usage(text);
         m_options.fault = text;
         return {};

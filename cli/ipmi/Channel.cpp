@@ -59,7 +59,7 @@ const Channel kLanChannel{"ipmi",
                           Check};
 
 const Channel kKcsChannel{"kcs",
-                          "the same from this machine's own BMC, in band",
+                          "The same from this machine's own BMC, in band",
                           Channel::Host::kNone,
                           InBand,
                           CompleteInBand,

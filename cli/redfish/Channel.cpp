@@ -29,7 +29,7 @@ void Outline(const Options& options, Report& report) {
 }  // namespace
 
 const Channel kChannel{"redfish",
-                       "Redfish over HTTPS; the archive is downloaded, or sent to a file store",
+                       "Redfish over HTTPS; the archive is downloaded, or left at a URI",
                        Channel::Host::kRequired,
                        Groups,
                        Complete,

@@ -101,6 +101,13 @@ TEST_F(ShowConfig, TellsWhatCollectWouldRefuse) {
               "its archives by itself.\n");
 }
 
+TEST_F(ShowConfig, WithoutAChannelTellsWhatAllHave) {
+    m_folder.Write("kemffdc.conf", "defaults: {deadline: 1h, user: x}\n");
+    EXPECT_EQ(Do({"bmc"}), 2);
+    EXPECT_THAT(m_out.str(), ContainsRegex("deadline +1h +" + Place(1)));
+    EXPECT_THAT(m_err.str(), HasSubstr("collect would refuse this: --via is missing"));
+}
+
 TEST_F(ShowConfig, AsJsonHoldsTheSame) {
     EXPECT_EQ(Do({"10.1.2.3", "--json"}), 0);
     const json::object object = json::parse(m_out.str()).as_object();
