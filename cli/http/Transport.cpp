@@ -65,6 +65,11 @@ std::string ProxyInEnvironment() {
     return "";
 }
 
+// Anything but 0 ends the transfer.
+int OnProgress(void* stop, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+    return *static_cast<const std::atomic<bool>*>(stop) ? 1 : 0;
+}
+
 // A URL as libcurl reads it. A part that it does not have is empty.
 struct Url {
     explicit Url(const std::string& text) : handle(curl_url()) {
@@ -253,6 +258,11 @@ Answer Transport::Perform(const Request& request, const std::string& url, long m
         curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE, static_cast<long>(request.body->size()));
     }
     curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, request.method);
+    if (m_stop != nullptr) {
+        curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
+        curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, OnProgress);
+        curl_easy_setopt(easy, CURLOPT_XFERINFODATA, m_stop);
+    }
     const CURLcode code = curl_easy_perform(easy);
     curl_easy_setopt(easy, CURLOPT_HTTPHEADER, nullptr);
     NoteCertificate(easy, !m_trust.caFile.empty());

@@ -2,6 +2,7 @@
 #ifndef KEMFFDC_HTTP_TRANSPORT_H
 #define KEMFFDC_HTTP_TRANSPORT_H
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <optional>
@@ -58,6 +59,10 @@ public:
                 const std::vector<std::string>& headers, const Login& login = {});
     Answer Delete(const std::string& path, const Login& login);
 
+    // From now on a request ends within about a second once `stop` is true. The caller keeps owning
+    // it; null: nothing stops one.
+    void StopWith(const std::atomic<bool>* stop) { m_stop = stop; }
+
     // A TLS handshake on a new connection, and no request: is this still whom we trust? Where
     // everybody is trusted nothing can be told, and nothing is done.
     Answer CheckCertificate();
@@ -84,6 +89,7 @@ private:
     const Trust m_trust;
     const ServiceKind& m_kind;
     const int m_seconds;
+    const std::atomic<bool>* m_stop = nullptr;
     std::unique_ptr<Connection> m_connection;
     std::optional<Certificate> m_certificate;
 };

@@ -6,23 +6,15 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
-#include <optional>
 
-#include "cli/RecordTable.h"
+#include "Transfer.h"
 #include "cli/redfish/Json.h"
 #include "cli/redfish/Options.h"
+#include "cli/redfish/Task.h"
 #include "cli/terminal/Text.h"
 
 namespace Kemffdc::Redfish {
 namespace {
-
-const Event* Last(const std::vector<Event>& events, EventKind kind) {
-    const auto found = std::find_if(events.rbegin(), events.rend(),
-                                    [kind](const Event& event) { return event.kind == kind; });
-    return found == events.rend() ? nullptr : &*found;
-}
-
-bool Has(const std::vector<Event>& events, EventKind kind) { return Last(events, kind) != nullptr; }
 
 // "HTTP 400: what the BMC says" or "Timeout was reached".
 std::string Words(const Event& answer) {
@@ -34,9 +26,64 @@ std::string Words(const Event& answer) {
     return message.empty() ? code : code + ": " + message;
 }
 
-Outcome WrongCredentials(const std::string& words) {
-    return Failure(kNotConnected, "The BMC does not accept the credentials (" + words +
-                                      "). Check --user and the password.");
+// A sentence about an answer: `before`, what the BMC said in parentheses, `behind`. The first row
+// with the answer's HTTP status counts.
+struct AnswerRow {
+    int httpCode;  // kAny: whatever it is
+    ExitCode code;
+    Cause cause;
+    const char* before;
+    const char* behind;
+};
+constexpr int kAny = 0;
+
+constexpr char kCredentials[] = "The BMC does not accept the credentials";
+constexpr char kCheckThem[] = ". Check --user and the password.";
+constexpr char kNoOperation[] = "This BMC has no such operation as the export of service data";
+constexpr char kOtherMake[] = ". It is of another make, or its firmware is too old.";
+constexpr char kRefused[] = "The BMC refused the export";
+constexpr char kNoLonger[] = "The BMC no longer accepts the credentials";
+constexpr char kMayBeLocked[] =
+    ". The account may have been locked or changed; the BMC may go on gathering.";
+
+constexpr AnswerRow kStartAnswers[] = {
+    {401, kNotConnected, Cause::kLoginRefused, kCredentials, kCheckThem},
+    {403, kNotConnected, Cause::kLoginRefused, kCredentials, kCheckThem},
+    {kAny, kNotConnected, Cause::kBmcFault, "The BMC's Redfish service cannot be used", "."},
+};
+constexpr AnswerRow kExportAnswers[] = {
+    {401, kNotConnected, Cause::kLoginRefused, kCredentials, kCheckThem},
+    {403, kExportRefused, Cause::kNotPermitted, kRefused,
+     ". The account may lack the right to it."},
+    {404, kExportRefused, Cause::kUnsupported, kNoOperation, kOtherMake},
+    {405, kExportRefused, Cause::kUnsupported, kNoOperation, kOtherMake},
+    {501, kExportRefused, Cause::kUnsupported, kNoOperation, kOtherMake},
+    {503, kExportRefused, Cause::kBusy, "The BMC is busy",
+     ", perhaps with another export. Try again later."},
+    {kAny, kExportRefused, Cause::kUnnamed, kRefused, "."},
+};
+constexpr AnswerRow kPollAnswers[] = {
+    {401, kNotConnected, Cause::kLoginRefused, kNoLonger, kMayBeLocked},
+    {403, kNotConnected, Cause::kLoginRefused, kNoLonger, kMayBeLocked},
+    {kAny, kTaskFailed, Cause::kTaskLost, "The BMC does not tell what became of the task",
+     ": its outcome is not known."},
+};
+constexpr AnswerRow kSessionAnswers[] = {
+    {kAny, kDownloadFailed, Cause::kNoFileService,
+     "The archive was gathered, but the BMC opens no session to download it", "."},
+};
+
+template <std::size_t Count>
+Outcome DiagnoseAnswer(const AnswerRow (&rows)[Count], const Event& answer) {
+    const AnswerRow* row = std::find_if(std::begin(rows), std::end(rows), [&](const AnswerRow& it) {
+        return it.httpCode == answer.httpCode || it.httpCode == kAny;
+    });
+    return Failure(row->code, row->cause, row->before + (" (" + Words(answer) + ")") + row->behind);
+}
+
+Outcome WrongCredentials(const Event& answer) {
+    return Failure(kNotConnected, Cause::kLoginRefused,
+                   kCredentials + (" (" + Words(answer) + ")") + kCheckThem);
 }
 
 // A failed exchange that says nothing about the connection or the BMC's state. `what` it was about,
@@ -44,28 +91,29 @@ Outcome WrongCredentials(const std::string& words) {
 std::optional<Outcome> OtherTrouble(const Event& answer, const std::string& what, ExitCode code) {
     switch (answer.curlCode) {
         case CURLE_WRITE_ERROR:
-            return Failure(code, "The BMC's answer to " + what + " is too large to be taken (" +
-                                     Clean(answer.text) + "). It is no usable Redfish service.");
+            return Failure(code, Cause::kBmcFault,
+                           "The BMC's answer to " + what + " is too large to be taken (" +
+                               Clean(answer.text) + "). It is no usable Redfish service.");
         case CURLE_UNSUPPORTED_PROTOCOL:
-            return Failure(code, "The BMC answers " + what +
-                                     " with a redirect away from HTTPS, which is not followed.");
+            return Failure(code, Cause::kBmcFault,
+                           "The BMC answers " + what +
+                               " with a redirect away from HTTPS, which is not followed.");
         case CURLE_TOO_MANY_REDIRECTS:
-            return Failure(code, "The BMC answers " + what + " with redirects without end.");
+            return Failure(code, Cause::kBmcFault,
+                           "The BMC answers " + what + " with redirects without end.");
         case CURLE_BAD_FUNCTION_ARGUMENT:  // what libcurl makes of it
-            return Failure(code, "The BMC's answer to " + what +
-                                     " begins with a malformed header line. It is no usable "
-                                     "Redfish service.");
+            return Failure(code, Cause::kBmcFault,
+                           "The BMC's answer to " + what +
+                               " begins with a malformed header line. It is no usable "
+                               "Redfish service.");
         case CURLE_FAILED_INIT:
         case CURLE_OUT_OF_MEMORY:
-            return Failure(kLocalFile, "This machine has no memory left for " + what + " (" +
-                                           Words(answer) + ").");
+            return Failure(
+                kLocalFile, Cause::kOutOfMemory,
+                "This machine has no memory left for " + what + " (" + Words(answer) + ").");
         default:
             return std::nullopt;
     }
-}
-
-bool IsNoSuchOperation(int httpCode) {
-    return httpCode == 404 || httpCode == 405 || httpCode == 501;
 }
 
 // A BMC's refusals are JSON objects, those of web servers and gateways pages.
@@ -109,119 +157,190 @@ bool IsOfTooManyValues(const std::string& reason) {
     return reason.size() >= length && reason.compare(reason.size() - length, length, kEnd) == 0;
 }
 
-Outcome UnreadableTask(const std::string& reason) {
-    if (IsOfTooManyValues(reason)) {
-        return Failure(kTaskFailed, "The BMC's answer about the task is too large to be read (" +
-                                        ReaderWords(reason) +
-                                        "). It is no usable Redfish service.");
-    }
-    return Failure(kTaskFailed, "The BMC's answer about the task is not readable JSON (" +
-                                    ReaderWords(reason) +
-                                    "): the outcome of the task is not known.");
-}
+// --- the wait -----------------------------------------------------------------------------------
 
-Outcome TaskFailure(const std::vector<Event>& events) {
-    if (Has(events, EventKind::kTaskKilled)) {
-        return Failure(kTaskFailed,
-                       "The BMC killed the task that gathers the service data. Start it again.");
+struct Ending {
+    const Waited& waited;
+    const Events& events;
+
+    std::string Says(const std::string& otherwise = "") const {
+        const std::string says = waited.task ? BmcSays(*waited.task) : "";
+        return says.empty() ? otherwise : says;
     }
-    if (Has(events, EventKind::kTaskException)) {
-        return Failure(
-            kTaskFailed,
-            "The task ended with an exception on the BMC: the service data could not be gathered. See the BMC's own log.");
-    }
-    if (const Event* unreadable = Last(events, EventKind::kTaskUnreadable)) {
-        return UnreadableTask(unreadable->text);
-    }
-    if (Has(events, EventKind::kTaskIsError)) {
-        return Failure(
-            kTaskFailed,
-            "The BMC answers with an error when asked for the task: its outcome is not known.");
-    }
-    if (Has(events, EventKind::kTaskWithoutState)) {
-        return Failure(
-            kTaskFailed,
-            "The BMC's answer about the task holds no TaskState: its outcome is not known.");
-    }
-    return Failure(kTaskFailed, "The task is in a state that is not known; it counts as failed.");
-}
+};
 
 Outcome OutOfMemory() {
-    return Failure(kLocalFile,
+    return Failure(kLocalFile, Cause::kOutOfMemory,
                    "This machine ran out of memory while it followed the task. The BMC may go on "
                    "gathering.");
 }
 
-Outcome BrokenWait(const std::string& text) {
+Outcome BrokenWait(const Ending& ending) {
+    const std::string text = ending.events.Last(EventKind::kWaitThrew)->text;
     if (text.find("bad_alloc") != std::string::npos) return OutOfMemory();
-    return Failure(kTaskFailed, "The task could not be followed to its end (" + Clean(text) +
-                                    "). The BMC may go on gathering.");
+    return Failure(kTaskFailed, Cause::kTaskLost,
+                   "The task could not be followed to its end (" + Clean(text) +
+                       "). The BMC may go on gathering.");
 }
 
-Outcome LostTask(const Event* failed) {
-    if (failed == nullptr) {
-        return Failure(kTaskFailed, "The task could not be followed: its outcome is not known.");
+Outcome Killed(const Ending& ending) {
+    return Failure(kTaskFailed, Cause::kTaskKilled,
+                   "The BMC killed the task that gathers the service data." + ending.Says() +
+                       " Start it again.");
+}
+
+Outcome EndedByException(const Ending& ending) {
+    const bool byStore = ending.waited.task && IsRefusedByStore(*ending.waited.task);
+    return Failure(kTaskFailed, byStore ? Cause::kStoreRefused : Cause::kUnnamed,
+                   "The task ended with an exception on the BMC: the service data could not be "
+                   "gathered." +
+                       ending.Says(" See the BMC's own log."));
+}
+
+Outcome Unreadable(const Ending& ending) {
+    const std::string reason = ending.events.Last(EventKind::kTaskUnreadable)->text;
+    if (IsOfTooManyValues(reason)) {
+        return Failure(kTaskFailed, Cause::kBmcFault,
+                       "The BMC's answer about the task is too large to be read (" +
+                           ReaderWords(reason) + "). It is no usable Redfish service.");
     }
-    const Event& last = *failed;
-    if (const auto other = OtherTrouble(last, "the request for the task", kTaskFailed)) {
+    return Failure(kTaskFailed, Cause::kTaskLost,
+                   "The BMC's answer about the task is not readable JSON (" + ReaderWords(reason) +
+                       "): the outcome of the task is not known." + ending.Says());
+}
+
+Outcome IsError(const Ending& ending) {
+    return Failure(kTaskFailed, Cause::kTaskLost,
+                   "The BMC answers with an error when asked for the task: its outcome is not "
+                   "known." +
+                       ending.Says());
+}
+
+Outcome WithoutState(const Ending& ending) {
+    return Failure(kTaskFailed, Cause::kTaskLost,
+                   "The BMC's answer about the task holds no TaskState: its outcome is not known." +
+                       ending.Says());
+}
+
+Outcome Unknown(const Ending& ending) {
+    return Failure(
+        kTaskFailed, Cause::kTaskLost,
+        "The task is in a state that is not known; it counts as failed." + ending.Says());
+}
+
+Outcome Lost(const Ending& ending) {
+    const Event* last = ending.events.Last(EventKind::kPollFailed);
+    if (last == nullptr) {
+        return Failure(kTaskFailed, Cause::kTaskLost,
+                       "The task could not be followed: its outcome is not known.");
+    }
+    if (const auto other = OtherTrouble(*last, "the request for the task", kTaskFailed)) {
         return *other;
     }
-    if (last.curlCode == CURLE_URL_MALFORMAT) {
-        return Failure(kTaskFailed, "The BMC gave its task an Id that cannot be asked for (" +
-                                        Clean(last.text) + ").");
+    if (last->curlCode == CURLE_URL_MALFORMAT) {
+        return Failure(
+            kTaskFailed, Cause::kBmcFault,
+            "The BMC gave its task an Id that cannot be asked for (" + Clean(last->text) + ").");
     }
-    if (last.curlCode != 0) {
-        return Failure(kNotConnected, "The connection to the BMC was lost while it gathered (" +
-                                          Words(last) + "). It may go on gathering.");
+    if (last->curlCode != 0) {
+        return Failure(kNotConnected, Cause::kConnectionLost,
+                       "The connection to the BMC was lost while it gathered (" + Words(*last) +
+                           "). It may go on gathering.");
     }
-    if (last.httpCode == 401 || last.httpCode == 403) {
-        return Failure(kNotConnected,
-                       "The BMC no longer accepts the credentials (" + Words(last) +
-                           "). The account may have been locked or changed; the BMC may go on "
-                           "gathering.");
-    }
-    return Failure(kTaskFailed, "The BMC does not tell what became of the task (" + Words(last) +
-                                    "): its outcome is not known.");
+    return DiagnoseAnswer(kPollAnswers, *last);
 }
 
-// "varnex.transfer:18 words" or "generic:28 words".
-Outcome TransferFailure(const std::string& text) {
-    const std::string category = text.substr(0, text.find(':'));
-    const int number = NumberBehind(text, ":", 0);
-    const std::string words = Clean(RestBehind(text, " "));
-    if (category == "generic") {
-        return Failure(kLocalFile, "The archive cannot be stored: " + words + " (" + category +
-                                       ":" + std::to_string(number) +
-                                       "). Choose another folder with --output, or make room.");
+// The first row whose event has happened counts: what ends the wait for sure stands first.
+struct EndingRow {
+    EventKind event;
+    Outcome (*diagnose)(const Ending& ending);
+};
+constexpr EndingRow kEndings[] = {
+    {EventKind::kWaitThrew, BrokenWait},
+    {EventKind::kTaskKilled, Killed},
+    {EventKind::kTaskException, EndedByException},
+    {EventKind::kTaskUnreadable, Unreadable},
+    {EventKind::kTaskIsError, IsError},
+    {EventKind::kTaskWithoutState, WithoutState},
+    {EventKind::kTaskBroken, Unknown},
+    {EventKind::kConnectionLost, Lost},
+};
+
+bool HasEverAnswered(const Events& events) {
+    return events.Has(EventKind::kTaskNew) || events.Has(EventKind::kTaskStarting) ||
+           events.Has(EventKind::kTaskRunning);
+}
+
+// --- the download -------------------------------------------------------------------------------
+
+struct TransferRow {
+    std::error_condition fault;
+    Cause cause;
+};
+
+Cause CauseOf(const std::error_code& error) {
+    using Fault = Varnex::TransferFault;
+    const TransferRow rows[] = {
+        {std::errc::no_space_on_device, Cause::kDiskFull},
+        {Fault::kUnreachable, Cause::kConnectionLost},
+        {Fault::kSilent, Cause::kConnectionLost},
+        {Fault::kLost, Cause::kConnectionLost},
+        {Fault::kTlsFailed, Cause::kTlsFailed},
+        {Fault::kUntrusted, Cause::kUntrusted},
+        {Fault::kLoginRefused, Cause::kLoginRefused},
+        {Fault::kNotPermitted, Cause::kNotPermitted},
+    };
+    const auto* row = std::find_if(std::begin(rows), std::end(rows),
+                                   [&](const TransferRow& it) { return error == it.fault; });
+    return row == std::end(rows) ? Cause::kUnnamed : row->cause;
+}
+
+Outcome TransferFailure(const Downloaded& downloaded) {
+    const std::error_code& error = downloaded.error;
+    const bool local = error.category() == std::generic_category();
+    const std::string what = Clean(downloaded.errorText) + " (" + error.category().name() + ":" +
+                             std::to_string(error.value()) + ").";
+    if (local) {
+        return Failure(kLocalFile, CauseOf(error),
+                       "The archive cannot be stored: " + what +
+                           " Choose another folder with --output, or make room.");
     }
-    return Failure(kDownloadFailed,
-                   "The archive was gathered but could not be downloaded: " + words + " (" +
-                       Clean(category) + ":" + std::to_string(number) + "). Run the tool again.");
+    return Failure(
+        kDownloadFailed, CauseOf(error),
+        "The archive was gathered but could not be downloaded: " + what + " Run the tool again.");
+}
+
+Outcome NoToken(bool lowerCaseNames) {
+    if (!lowerCaseNames) {
+        return Failure(
+            kDownloadFailed, Cause::kNoFileService,
+            "The archive was gathered, but the BMC gave no session token to download it with.");
+    }
+    return Failure(kDownloadFailed, Cause::kNoFileService,
+                   "The archive was gathered, but there is no X-Auth-Token to download it with: "
+                   "something between here and the BMC changes header names to lower case. Go "
+                   "round it, or let the BMC send the archive with --export-uri.");
 }
 
 }  // namespace
 
-Outcome DiagnoseStart(const std::vector<Event>& events, std::chrono::seconds waited) {
-    const Event* failed = Last(events, EventKind::kVersionFailed);
+Outcome DiagnoseStart(const Events& events, std::chrono::seconds waited) {
+    const Event* failed = events.Last(EventKind::kVersionFailed);
     if (failed == nullptr) return {};
     if (const auto other = OtherTrouble(*failed, "the request for its version", kNotConnected)) {
         return *other;
     }
     if (failed->curlCode == 0 && failed->httpCode == 503) {
-        return Failure(kNotConnected,
+        return Failure(kNotConnected, Cause::kStarting,
                        "The BMC is still starting (503) after " + std::to_string(waited.count()) +
                            " s. Try again later; a BMC that never gets ready needs a reset." +
                            (ReadObject(failed->text) ? "" : kPerhapsGateway));
     }
-    if (failed->curlCode == 0 && (failed->httpCode == 401 || failed->httpCode == 403)) {
-        return WrongCredentials(Words(*failed));
-    }
-    return Failure(kNotConnected,
-                   "The BMC's Redfish service cannot be used (" + Words(*failed) + ").");
+    return DiagnoseAnswer(kStartAnswers, *failed);
 }
 
-Outcome DiagnoseConnect(int code, const std::vector<Event>& events) {
-    const Event* probed = Last(events, EventKind::kProbed);
+Outcome DiagnoseConnect(int code, const Events& events) {
+    const Event* probed = events.Last(EventKind::kProbed);
     if (probed == nullptr) {
         return Failure(kNotConnected, "The library has no connection to the BMC.");
     }
@@ -229,117 +348,78 @@ Outcome DiagnoseConnect(int code, const std::vector<Event>& events) {
         return *other;
     }
     if (probed->curlCode != 0) {
-        return Failure(kNotConnected,
+        return Failure(kNotConnected, Cause::kConnectionLost,
                        "The connection to the BMC was lost (" + Words(*probed) + "). Try again.");
     }
     if (code != 0 || probed->httpCode == 401 || probed->httpCode == 403) {
-        return WrongCredentials(Words(*probed));
+        return WrongCredentials(*probed);
     }
     if (probed->httpCode == 503) {
-        return Failure(kNotConnected, "The BMC is still starting (503). Try again later.");
+        return Failure(kNotConnected, Cause::kStarting,
+                       "The BMC is still starting (503). Try again later.");
     }
     return {};
 }
 
-Outcome DiagnoseExport(int code, const std::string& thrown, const std::vector<Event>& events) {
+Outcome DiagnoseExport(int code, const std::string& thrown, const Events& events) {
     if (!thrown.empty()) {
         const char* what = IsOfTooManyValues(thrown) ? "too large to be read" : "not readable JSON";
-        return Failure(kExportRefused,
+        return Failure(kExportRefused, Cause::kBmcFault,
                        std::string("The BMC accepted the export, but its answer is ") + what +
                            " (" + ReaderWords(thrown) + "): there is no task to follow.");
     }
     if (code != 0) {
-        const Event* answer = Last(events, EventKind::kPostFailed);
+        const Event* answer = events.Last(EventKind::kPostFailed);
         if (answer == nullptr) return Failure(kExportRefused, "The export could not be requested.");
         if (const auto other = OtherTrouble(*answer, "the export", kExportRefused)) return *other;
-        if (answer->curlCode != 0) {
-            return Failure(kNotConnected,
-                           "The connection to the BMC was lost while the export was requested (" +
-                               Words(*answer) + "). It may gather all the same.");
-        }
-        if (answer->httpCode == 401) return WrongCredentials(Words(*answer));
-        if (answer->httpCode == 503) {
-            return Failure(kExportRefused, "The BMC is busy (" + Words(*answer) +
-                                               "), perhaps with another export. Try again later.");
-        }
-        if (IsNoSuchOperation(answer->httpCode)) {
-            return Failure(kExportRefused,
-                           "This BMC has no such operation as the export of service data (" +
-                               Words(*answer) +
-                               "). It is of another make, or its firmware is too old.");
-        }
-        const bool noRight = answer->httpCode == 403;
-        return Failure(kExportRefused,
-                       "The BMC refused the export (" + Words(*answer) + ")." +
-                           (noRight ? " The account may lack the right to it." : ""));
+        if (answer->curlCode == 0) return DiagnoseAnswer(kExportAnswers, *answer);
+        return Failure(kNotConnected, Cause::kConnectionLost,
+                       "The connection to the BMC was lost while the export was requested (" +
+                           Words(*answer) + "). It may gather all the same.");
     }
-    if (!Has(events, EventKind::kTaskNamed)) {
-        return Failure(kExportRefused, "The BMC accepted the export but named no task to follow.");
+    if (!events.Has(EventKind::kTaskNamed)) {
+        return Failure(kExportRefused, Cause::kBmcFault,
+                       "The BMC accepted the export but named no task to follow.");
     }
-    const Event* answer = Last(events, EventKind::kExportAnswered);
+    const Event* answer = events.Last(EventKind::kExportAnswered);
     if (answer != nullptr && IsUnusableId(answer->text)) {
-        return Failure(
-            kExportRefused,
-            "The BMC accepted the export but gave its task an Id that is no name: there is no task to follow.");
+        return Failure(kExportRefused, Cause::kBmcFault,
+                       "The BMC accepted the export but gave its task an Id that is no name: there "
+                       "is no task to follow.");
     }
     return {};
 }
 
-Outcome DiagnoseWait(bool exists, const std::string& path, const std::vector<Event>& events,
-                     const Options& options, int asked) {
-    if (exists && path.empty()) {
-        return Failure(kDownloadFailed,
+Outcome DiagnoseWait(const Waited& waited, const Events& events, const Options& options) {
+    if (waited.exists) {
+        if (!waited.path.empty()) return {};
+        return Failure(kDownloadFailed, Cause::kBmcFault,
                        "The task is completed, but the BMC does not tell where the archive lies.");
     }
-    if (exists) return {};
-    if (const Event* thrown = Last(events, EventKind::kWaitThrew)) return BrokenWait(thrown->text);
-    if (Has(events, EventKind::kTaskKilled) || Has(events, EventKind::kTaskBroken)) {
-        return TaskFailure(events);
+    const Ending ending{waited, events};
+    for (const EndingRow& row : kEndings) {
+        if (events.Has(row.event)) return row.diagnose(ending);
     }
     // It gave up without a word: there was no memory left even for that.
-    if (asked < Own(options).tries && !Has(events, EventKind::kConnectionLost))
-        return OutOfMemory();
-    const bool everAnswered = Has(events, EventKind::kTaskNew) ||
-                              Has(events, EventKind::kTaskStarting) ||
-                              Has(events, EventKind::kTaskRunning);
-    if (Has(events, EventKind::kConnectionLost) || !everAnswered) {
-        return LostTask(Last(events, EventKind::kPollFailed));
-    }
-    return Failure(kNotFinished,
-                   "The BMC has not finished gathering after " +
-                       std::to_string(Own(options).tries) + " tries every " +
-                       std::to_string(Own(options).interval) +
-                       " s. It goes on; run again with more --tries or a longer --interval.");
+    if (waited.asked < Own(options).tries) return OutOfMemory();
+    if (!HasEverAnswered(events)) return Lost(ending);
+    return Failure(kNotFinished, "The BMC has not finished gathering after " +
+                                     std::to_string(Own(options).tries) + " tries every " +
+                                     std::to_string(Own(options).interval) + " s." + ending.Says() +
+                                     " It goes on; run again with more --tries or a longer "
+                                     "--interval.");
 }
 
-Outcome DiagnoseDownload(int code, const std::vector<Event>& events, bool lowerCaseNames) {
-    if (code == 0) return {};
-    if (const Event* transfer = Last(events, EventKind::kTransferFailed)) {
-        return TransferFailure(transfer->text);
+Outcome DiagnoseDownload(const Downloaded& downloaded, const Events& events) {
+    if (downloaded.code == 0) return {};
+    if (downloaded.error) return TransferFailure(downloaded);
+    if (const Event* refused = events.Last(EventKind::kPostFailed)) {
+        const auto other = OtherTrouble(*refused, "the login for the download", kDownloadFailed);
+        return other ? *other : DiagnoseAnswer(kSessionAnswers, *refused);
     }
-    if (const Event* refused = Last(events, EventKind::kPostFailed)) {
-        if (const auto other =
-                OtherTrouble(*refused, "the login for the download", kDownloadFailed)) {
-            return *other;
-        }
-        return Failure(kDownloadFailed,
-                       "The archive was gathered, but the BMC opens no session to download it (" +
-                           Words(*refused) + ").");
-    }
-    if (Has(events, EventKind::kNoToken) && lowerCaseNames) {
-        return Failure(
-            kDownloadFailed,
-            "The archive was gathered, but there is no X-Auth-Token to download it with: "
-            "something between here and the BMC changes header names to lower case. Go "
-            "round it, or let the BMC send the archive with --export-uri.");
-    }
-    if (Has(events, EventKind::kNoToken)) {
-        return Failure(
-            kDownloadFailed,
-            "The archive was gathered, but the BMC gave no session token to download it with.");
-    }
-    if (const Event* uri = Last(events, EventKind::kBadUri)) {
-        return Failure(kDownloadFailed,
+    if (events.Has(EventKind::kNoToken)) return NoToken(downloaded.lowerCaseNames);
+    if (const Event* uri = events.Last(EventKind::kBadUri)) {
+        return Failure(kDownloadFailed, Cause::kBmcFault,
                        "The archive was gathered, but its path on the BMC cannot be used (" +
                            Clean(uri->text) + ").");
     }

@@ -3,12 +3,14 @@
 #define KEMFFDC_REDFISH_DIAGNOSIS_H
 
 #include <chrono>
+#include <optional>
 #include <string>
-#include <vector>
+#include <system_error>
 
 #include "cli/ExitCodes.h"
 #include "cli/Options.h"
 #include "cli/redfish/Events.h"
+#include "cli/report/Facts.h"
 
 namespace Kemffdc::Redfish {
 
@@ -17,19 +19,30 @@ namespace Kemffdc::Redfish {
 
 // Of the constructor, which has taken the time `waited`: the service must have answered, or the
 // rest is in vain.
-Outcome DiagnoseStart(const std::vector<Event>& events, std::chrono::seconds waited);
+Outcome DiagnoseStart(const Events& events, std::chrono::seconds waited);
 
-Outcome DiagnoseConnect(int code, const std::vector<Event>& events);
+Outcome DiagnoseConnect(int code, const Events& events);
 
 // `thrown`: text of the exception that left Apply; empty where none did.
-Outcome DiagnoseExport(int code, const std::string& thrown, const std::vector<Event>& events);
+Outcome DiagnoseExport(int code, const std::string& thrown, const Events& events);
 
-// `asked`: how often the library asked for the task.
-Outcome DiagnoseWait(bool exists, const std::string& path, const std::vector<Event>& events,
-                     const Options& options, int asked);
+// How the wait for the task has ended.
+struct Waited {
+    bool exists = false;         // the library's word: it is completed
+    std::string path;            // of the archive
+    int asked = 0;               // how often the library asked for the task
+    std::optional<Task> task{};  // as the BMC shows it afterwards, where it was asked
+};
+Outcome DiagnoseWait(const Waited& waited, const Events& events, const Options& options);
 
-// `lowerCaseNames`: header names come so from this BMC, or from something before it.
-Outcome DiagnoseDownload(int code, const std::vector<Event>& events, bool lowerCaseNames);
+// How a download has ended.
+struct Downloaded {
+    int code = 0;                 // the library's
+    std::error_code error{};      // of the transfer; none where it never began
+    std::string errorText{};      // to it
+    bool lowerCaseNames = false;  // so header names come from this BMC, or from something before it
+};
+Outcome DiagnoseDownload(const Downloaded& downloaded, const Events& events);
 
 }  // namespace Kemffdc::Redfish
 

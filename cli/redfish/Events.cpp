@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/redfish/Events.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "cli/RecordTable.h"
@@ -10,7 +11,7 @@ namespace Kemffdc::Redfish {
 namespace {
 
 constexpr std::size_t kMaxText = std::size_t{1024} * 1024;
-constexpr std::size_t kMaxFindings = 64;
+constexpr std::size_t kMaxEvents = 64;
 
 constexpr char kChannel[] = "src/module/kvs/ffdc/ffdcredfish_impl";
 constexpr char kClient[] = "src/common/rest/RedfishClient";
@@ -25,6 +26,7 @@ struct Row {
 constexpr Row kRows[] = {
     {{4, kClient, "Redfish GET action on URL: ", ""}, EventKind::kAsking},
     {{4, kClient, "curlCode: ", ""}, EventKind::kStarting},
+    {{4, kChannel, "This version is older.", ""}, EventKind::kOlderPaths},
     {{2, kChannel, "Failed to get redfish version, curlCode: ", ""}, EventKind::kVersionFailed},
     {{4, kChannel, "curlCode: ", ""}, EventKind::kProbed},
     {{1, kChannel, "curlCode: ", ""}, EventKind::kPostFailed},
@@ -57,7 +59,6 @@ constexpr Row kRows[] = {
      EventKind::kNoArchivePath},
     {{1, kChannel, "Invalid auth token", ""}, EventKind::kNoToken},
     {{1, kChannel, "Invalid uri ", ""}, EventKind::kBadUri},
-    {{1, kChannel, "Failed to download ffdc log, error is ", ""}, EventKind::kTransferFailed},
 };
 
 // Three spellings: "httpCode: 503, body:\n", "httpCode:503, body:\n", "httpCode: 503 | body: ".
@@ -104,8 +105,23 @@ const char* TaskStateText(EventKind kind) {
     }
 }
 
-Listener::Listener(Progress& progress, std::function<void()> beforeRequest)
-    : m_progress(progress), m_beforeRequest(std::move(beforeRequest)) {
+const Event* Events::Last(EventKind kind) const {
+    const auto found = std::find_if(m_events.rbegin(), m_events.rend(),
+                                    [kind](const Event& event) { return event.kind == kind; });
+    return found == m_events.rend() ? nullptr : &*found;
+}
+
+void Events::Add(Event event) {
+    if (!m_events.empty() && m_events.back().kind == event.kind) {
+        m_events.back() = std::move(event);
+        return;
+    }
+    if (m_events.size() == kMaxEvents) m_events.erase(m_events.begin());
+    m_events.push_back(std::move(event));
+}
+
+Listener::Listener(Progress& progress, Hooks hooks)
+    : m_progress(progress), m_hooks(std::move(hooks)) {
     Varnex::AddLogSink(this);
 }
 
@@ -115,39 +131,38 @@ void Listener::Receive(const Varnex::LogRecord& record) {
     try {
         std::optional<Event> event = ReadEvent(record);
         if (!event) return;
-        const bool willAsk =
-            event->kind == EventKind::kAsking || event->kind == EventKind::kStarting;
-        if (willAsk && m_beforeRequest) m_beforeRequest();
-        if (event->kind == EventKind::kAsking) {
+        const EventKind kind = event->kind;
+        const bool willAsk = kind == EventKind::kAsking || kind == EventKind::kStarting;
+        if (willAsk && m_hooks.beforeRequest) m_hooks.beforeRequest();
+        if (kind == EventKind::kAsking) {
             ++m_asked;
             return;
         }
-        if (event->kind == EventKind::kProbed)
-            m_started = event->curlCode == 0 && event->httpCode != 503;
-        if (event->kind == EventKind::kStarting) {
-            m_progress.State(m_started ? "BMC is busy (503)" : "BMC is starting (503)");
-        }
-        const char* task = TaskStateText(event->kind);
-        if (task != nullptr) m_progress.State(std::string("task ") + task);
-        Keep(std::move(*event));
+        if (kind == EventKind::kProbed) m_started = event->curlCode == 0 && event->httpCode != 503;
+        Show(*event);
+        std::lock_guard<std::mutex> hold(m_lock);
+        m_events.Add(std::move(*event));
     } catch (...) {
         // Out of memory: the record is lost, the run goes on.
     }
 }
 
-std::vector<Event> Listener::Take() {
-    std::lock_guard<std::mutex> hold(m_lock);
-    return std::exchange(m_events, {});
+void Listener::Show(const Event& event) {
+    if (event.kind == EventKind::kStarting) {
+        m_progress.State(m_started ? "BMC is busy (503)" : "BMC is starting (503)");
+    }
+    const char* task = TaskStateText(event.kind);
+    if (task == nullptr) return;
+    m_progress.State(std::string("task ") + task);
+    const bool goesOn = event.kind == EventKind::kTaskNew ||
+                        event.kind == EventKind::kTaskStarting ||
+                        event.kind == EventKind::kTaskRunning;
+    if (goesOn && m_hooks.taskGoesOn) m_hooks.taskGoesOn();
 }
 
-void Listener::Keep(Event event) {
+Events Listener::Take() {
     std::lock_guard<std::mutex> hold(m_lock);
-    if (!m_events.empty() && m_events.back().kind == event.kind) {
-        m_events.back() = std::move(event);
-        return;
-    }
-    if (m_events.size() == kMaxFindings) m_events.erase(m_events.begin());
-    m_events.push_back(std::move(event));
+    return std::exchange(m_events, {});
 }
 
 }  // namespace Kemffdc::Redfish

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <functional>
+#include <initializer_list>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -20,6 +21,7 @@ namespace Kemffdc::Redfish {
 // What a record of the library's Redfish channel tells beyond the codes of its operations.
 enum class EventKind {
     kAsking,          // a GET is about to be sent
+    kOlderPaths,      // the BMC's Redfish is older than 1.6.0, with its tasks elsewhere
     kStarting,        // answered 503; the library repeats the request
     kVersionFailed,   // the first question to the service failed
     kProbed,          // what Connect got, which it mostly calls a success
@@ -41,8 +43,7 @@ enum class EventKind {
     kConnectionLost,  // the third failed question; ends the wait
     kNoArchivePath,
     kNoToken,
-    kBadUri,          // text: why
-    kTransferFailed,  // text: "CATEGORY:NUMBER words"
+    kBadUri,  // text: why
 };
 
 struct Event {
@@ -52,39 +53,64 @@ struct Event {
     std::string text;  // body or text of the record, as the BMC sent it, cut to 1 MiB
 };
 
+// What has happened, in order.
+class Events {
+public:
+    Events() = default;
+    Events(std::initializer_list<Event> events) : m_events(events) {}
+
+    bool Has(EventKind kind) const { return Last(kind) != nullptr; }
+    const Event* Last(EventKind kind) const;  // null: none
+
+    // A kind that repeats counts once, with its newest text; of all, the newest 64 count.
+    void Add(Event event);
+
+    auto begin() const { return m_events.begin(); }
+    auto end() const { return m_events.end(); }
+
+private:
+    std::vector<Event> m_events;
+};
+
 // Nothing for records that tell nothing new.
 std::optional<Event> ReadEvent(const Varnex::LogRecord& record);
 
 // The state of the task as the progress line shows it; null for kinds that are none.
 const char* TaskStateText(EventKind kind);
 
+// What somebody else does while the library works. Each may be null, and is called on the thread
+// that does the work.
+struct Hooks {
+    // Before each GET, and before the pause after which a request is repeated.
+    std::function<void()> beforeRequest;
+    // The library has asked for the task, which goes on; it will ask again after the interval.
+    std::function<void()> taskGoesOn;
+};
+
 // Listens to the library while it works: keeps what was found, in order, and shows the BMC's state.
 class Listener : public Varnex::LogSink {
 public:
-    // `beforeRequest` is called on the thread that is about to send a request: before each GET, and
-    // before the pause after which a request is repeated. May be null.
-    explicit Listener(Progress& progress, std::function<void()> beforeRequest = nullptr);
+    explicit Listener(Progress& progress, Hooks hooks = {});
     ~Listener() override;
 
     void Receive(const Varnex::LogRecord& record) override;
 
-    // What was found since the last call: the newest 64, where a kind that repeats counts once
-    // (with its newest text).
-    std::vector<Event> Take();
+    // What was found since the last call.
+    Events Take();
 
     // How many GETs were begun since the last CountFromHere().
     int Asked() const { return m_asked; }
     void CountFromHere() { m_asked = 0; }
 
 private:
-    void Keep(Event event);
+    void Show(const Event& event);
 
     Progress& m_progress;
-    const std::function<void()> m_beforeRequest;
+    const Hooks m_hooks;
     std::atomic<int> m_asked{0};
     bool m_started = false;  // it has answered something else than 503
     std::mutex m_lock;
-    std::vector<Event> m_events;
+    Events m_events;
 };
 
 }  // namespace Kemffdc::Redfish

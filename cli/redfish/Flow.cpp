@@ -3,10 +3,12 @@
 
 #include <varnex/KEMFfdc.h>
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <memory>
 #include <new>
+#include <optional>
 
 #include "Clock.h"
 #include "LogSink.h"
@@ -18,12 +20,16 @@
 #include "cli/redfish/Options.h"
 #include "cli/redfish/Preflight.h"
 #include "cli/redfish/Requests.h"
+#include "cli/redfish/Task.h"
+#include "cli/redfish/TaskWatch.h"
 #include "cli/terminal/Text.h"
 
 namespace Kemffdc::Redfish {
 namespace {
 
-// Shows the bytes of a download, and stops it when the run is interrupted.
+constexpr int kLookSeconds = 10;  // for what is told besides
+
+// Shows the bytes of a download, keeps how it ended, and stops it when the run is interrupted.
 class DownloadWatch : public Varnex::TransferWatcher {
 public:
     explicit DownloadWatch(const Context& run) : m_run(run) { Varnex::AddTransferWatcher(this); }
@@ -36,8 +42,19 @@ public:
         return !m_run.interrupt.Raised();
     }
 
+    // On the thread that downloads, where alone the text is to be had.
+    void Ended(const std::string&, const std::error_code& error) override {
+        m_error = error;
+        m_errorText = error.message();
+    }
+
+    std::error_code Error() const { return m_error; }
+    const std::string& ErrorText() const { return m_errorText; }
+
 private:
     const Context& m_run;
+    std::error_code m_error;
+    std::string m_errorText;
 };
 
 Varnex::VarnexConnection::ConnectionInfo ConnectionOf(const Context& run) {
@@ -56,7 +73,10 @@ public:
     explicit BmcRun(Context& run)
         : m_run(run),
           m_guard(run, EndpointOf(run.options), kRedfishService),
-          m_listener(run.progress, [this] { m_guard.CheckRequest(); }) {}
+          m_listener(run.progress, {[this] { m_guard.CheckRequest(); },
+                                    [this] {
+                                        if (m_watch) m_watch->TaskGoesOn();
+                                    }}) {}
 
     // Until the BMC can be asked for an export.
     Outcome Reach() {
@@ -88,7 +108,10 @@ public:
             thrown = failure.what();
             if (thrown.empty()) thrown = "no reason given";
         }
-        return m_run.End(code, DiagnoseExport(code, thrown, m_listener.Take()));
+        const Events events = m_listener.Take();
+        const Outcome outcome = DiagnoseExport(code, thrown, events);
+        if (outcome.Ok()) NameTask(events.Last(EventKind::kExportAnswered));
+        return m_run.End(code, outcome);
     }
 
     Outcome Wait(std::string& path) {
@@ -97,10 +120,20 @@ public:
         m_listener.CountFromHere();
         m_ffdc->SetTrialCount(Own(m_run.options).tries);
         m_ffdc->SetTrialInterval(Own(m_run.options).interval);
-        const bool exists = m_ffdc->IsFFDCLogExist(path);
-        m_run.bmcGathers = !exists;
-        return m_run.End(exists ? 0 : 1, DiagnoseWait(exists, path, m_listener.Take(),
-                                                      m_run.options, m_listener.Asked()));
+        Waited waited;
+        WatchTask();
+        waited.exists = m_ffdc->IsFFDCLogExist(path);
+        m_watch.reset();
+        waited.path = path;
+        waited.asked = m_listener.Asked();
+        m_run.bmcGathers = !waited.exists;
+        const Events events = m_listener.Take();
+        if (waited.exists) {
+            m_run.report.SetTask({m_taskUri, TaskStateText(EventKind::kTaskCompleted), "", {}, {}});
+        } else if (!events.Has(EventKind::kConnectionLost) && !m_run.interrupt.Raised()) {
+            waited.task = LookAtTask();
+        }
+        return m_run.End(waited.exists ? 0 : 1, DiagnoseWait(waited, events, m_run.options));
     }
 
     Outcome Download(const std::string& path) {
@@ -108,13 +141,16 @@ public:
             ArchiveName(m_run.options.host, Clock::LocalTime(), Varnex::WithoutHiddenSecrets(path));
         m_run.Begin("download");
         m_listener.Take();
-        int code = 0;
+        Downloaded downloaded;
         {
             const DownloadWatch watch(m_run);
-            code = m_ffdc->DownloadFFDC(path, m_run.folder.WorkPath(name));
+            downloaded.code = m_ffdc->DownloadFFDC(path, m_run.folder.WorkPath(name));
+            downloaded.error = watch.Error();
+            downloaded.errorText = watch.ErrorText();
         }
+        downloaded.lowerCaseNames = m_lowerCaseNames;
         const Outcome outcome =
-            m_run.End(code, DiagnoseDownload(code, m_listener.Take(), m_lowerCaseNames));
+            m_run.End(downloaded.code, DiagnoseDownload(downloaded, m_listener.Take()));
         return outcome.Ok() ? Store(name, path) : outcome;
     }
 
@@ -144,13 +180,44 @@ private:
             ConnectionOf(m_run), uri,
             Own(options).miniLog ? Varnex::BMCLOG_MINI_LOG : Varnex::BMCLOG_PROCESSOR_DUMP);
         const auto waited = std::chrono::duration_cast<std::chrono::seconds>(Clock::Now() - begin);
-        return m_run.End(0, DiagnoseStart(m_listener.Take(), waited));
+        const Events events = m_listener.Take();
+        m_olderPaths = events.Has(EventKind::kOlderPaths);
+        return m_run.End(0, DiagnoseStart(events, waited));
     }
 
     Outcome Connect() {
         m_run.Begin("connect");
         const int code = m_ffdc->Connect();
         return m_run.End(code, DiagnoseConnect(code, m_listener.Take()));
+    }
+
+    // From here on the task can be found again, whatever becomes of this run.
+    void NameTask(const Event* answer) {
+        if (answer != nullptr) m_taskUri = TaskUri(answer->text, m_olderPaths);
+        if (!m_taskUri.empty()) m_run.report.SetTask({m_taskUri, "", "", {}, {}});
+    }
+
+    void WatchTask() {
+        if (m_taskUri.empty()) return;
+        m_watch.emplace(m_run.options, m_trust, m_run.password, m_taskUri,
+                        std::chrono::seconds(Own(m_run.options).interval),
+                        [this](const Task& task) {
+                            m_run.report.SetTask(task);
+                            if (!task.state.empty()) {
+                                m_run.progress.State("task " + task.state);
+                            }
+                            m_run.progress.Work(task.percent, NewestMessage(task));
+                        });
+    }
+
+    // What the BMC itself says of the task, once the library has given it up.
+    std::optional<Task> LookAtTask() {
+        Transport transport(EndpointOf(m_run.options), m_trust, kRedfishService,
+                            std::min(RequestSeconds(), kLookSeconds));
+        const auto task = AskForTask(
+            transport, BasicLogin(m_run.options.user, m_run.password.Reveal()), m_taskUri);
+        if (task) m_run.report.SetTask(*task);
+        return task;
     }
 
     Outcome Store(const std::string& name, const std::string& bmcPath) {
@@ -175,7 +242,11 @@ private:
     CertificateGuard m_guard;
     Listener m_listener;
     std::unique_ptr<Varnex::KEMFfdc> m_ffdc;
+    const Trust m_trust = TrustOf(m_run.options);
+    std::optional<TaskWatch> m_watch;  // while the library waits for the task
+    std::string m_taskUri;             // empty until the BMC has named it
     std::string m_limit;
+    bool m_olderPaths = false;
     bool m_lowerCaseNames = false;
 };
 

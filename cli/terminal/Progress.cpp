@@ -106,6 +106,8 @@ void Progress::State(const std::string& state) {
     std::lock_guard<std::mutex> hold(m_lock);
     if (state == m_moment.state && !m_moment.transfer) return;
     m_moment.state = state;
+    m_moment.percent.reset();
+    m_moment.message.clear();
     m_moment.transfer = false;
     if (m_observer != nullptr) m_observer->StateShown(state);
     Show();

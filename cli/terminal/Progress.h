@@ -61,7 +61,8 @@ public:
 
     void Step(const std::string& step);
     void State(const std::string& state);
-    // How far the BMC is with its work, and its newest word about it; both may be missing.
+    // How far the BMC is with its work in this state, and its newest word about it; both may be
+    // missing.
     void Work(std::optional<int> percent, const std::string& message);
     void Bytes(std::uint64_t bytes, std::uint64_t expected);
 

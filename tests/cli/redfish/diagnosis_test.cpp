@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include "Transfer.h"
+
 #include "cli/redfish/Options.h"
 
 namespace {
@@ -12,9 +14,8 @@ using Kemffdc::Options;
 using Kemffdc::Outcome;
 using Kemffdc::Redfish::Event;
 using Kemffdc::Redfish::EventKind;
+using Kemffdc::Redfish::Events;
 using testing::HasSubstr;
-
-using Events = std::vector<Event>;
 
 void ExpectEnding(const Outcome& outcome, int code, const std::string& text) {
     EXPECT_EQ(outcome.code, code) << text;
@@ -144,34 +145,35 @@ TEST(RedfishEveryDiagnosis, TellsWhatFailedWhereItWasNotTheConnection) {
                      row.words);
         ExpectEnding(Kemffdc::Redfish::DiagnoseExport(2, "", failed(EventKind::kPostFailed)),
                      code(4), row.words);
-        ExpectEnding(Kemffdc::Redfish::DiagnoseWait(false, "", failed(EventKind::kPollFailed),
-                                                    Options(), 120),
+        ExpectEnding(Kemffdc::Redfish::DiagnoseWait({false, "", 120},
+                                                    failed(EventKind::kPollFailed), Options()),
                      code(5), row.words);
-        ExpectEnding(Kemffdc::Redfish::DiagnoseDownload(2, failed(EventKind::kPostFailed), false),
+        ExpectEnding(Kemffdc::Redfish::DiagnoseDownload({2}, failed(EventKind::kPostFailed)),
                      code(7), row.words);
     }
 }
 
 TEST(RedfishDiagnoseWait, ATaskWhoseAddressIsTooLongIsNotALostConnection) {
-    ExpectEnding(
-        Kemffdc::Redfish::DiagnoseWait(
-            false, "", {{EventKind::kPollFailed, 3, -1, "Address too long: more than 65536 bytes"}},
-            Options(), 120),
-        5, "an Id that cannot be asked for (Address too long: more than 65536 bytes)");
+    ExpectEnding(Kemffdc::Redfish::DiagnoseWait(
+                     {false, "", 120},
+                     {{EventKind::kPollFailed, 3, -1, "Address too long: more than 65536 bytes"}},
+                     Options()),
+                 5, "an Id that cannot be asked for (Address too long: more than 65536 bytes)");
 }
 
 class RedfishDiagnoseWaitTest : public testing::Test {
 protected:
-    Outcome Diagnose(const Events& events) {
-        return Kemffdc::Redfish::DiagnoseWait(false, "", events, m_options,
-                                              Kemffdc::Redfish::Own(m_options).tries);
+    Outcome Diagnose(const Events& events, int asked = 120,
+                     std::optional<Kemffdc::Task> task = std::nullopt) {
+        return Kemffdc::Redfish::DiagnoseWait({false, "", asked, std::move(task)}, events,
+                                              m_options);
     }
     Options m_options;
 };
 
 TEST_F(RedfishDiagnoseWaitTest, CompletedNeedsAPlaceOfTheArchive) {
-    EXPECT_TRUE(Kemffdc::Redfish::DiagnoseWait(true, "/x", {}, m_options, 1).Ok());
-    ExpectEnding(Kemffdc::Redfish::DiagnoseWait(true, "", {}, m_options, 1), 7,
+    EXPECT_TRUE(Kemffdc::Redfish::DiagnoseWait({true, "/x", 1}, {}, m_options).Ok());
+    ExpectEnding(Kemffdc::Redfish::DiagnoseWait({true, "", 1}, {}, m_options), 7,
                  "does not tell where the archive lies");
 }
 
@@ -214,12 +216,9 @@ TEST_F(RedfishDiagnoseWaitTest, AnExceptionIsNoStateOfTheTask) {
 
 TEST_F(RedfishDiagnoseWaitTest, WhoGivesUpWithoutAWordHasNoMemoryLeft) {
     const Events running{{EventKind::kTaskRunning, 0, 0, "/t"}};
-    ExpectEnding(Kemffdc::Redfish::DiagnoseWait(false, "", running, m_options, 119), 8,
-                 "ran out of memory");
-    ExpectEnding(Kemffdc::Redfish::DiagnoseWait(false, "", {}, m_options, 1), 8,
-                 "ran out of memory");
-    ExpectEnding(Kemffdc::Redfish::DiagnoseWait(false, "", running, m_options, 120), 6,
-                 "has not finished");
+    ExpectEnding(Diagnose(running, 119), 8, "ran out of memory");
+    ExpectEnding(Diagnose({}, 1), 8, "ran out of memory");
+    ExpectEnding(Diagnose(running, 120), 6, "has not finished");
 }
 
 TEST_F(RedfishDiagnoseWaitTest, LostTasksAreJudgedByTheLastAnswer) {
@@ -234,26 +233,58 @@ TEST_F(RedfishDiagnoseWaitTest, LostTasksAreJudgedByTheLastAnswer) {
     ExpectEnding(Diagnose({}), 5, "could not be followed");
 }
 
+TEST_F(RedfishDiagnoseWaitTest, TheBmcsOwnWordsComeAlong) {
+    const Event running{EventKind::kTaskRunning, 0, 0, "/t"};
+    const Event broken{EventKind::kTaskBroken, 0, 0, "/t"};
+    const Kemffdc::Task task{"/t",
+                             "Exception",
+                             "Critical",
+                             40,
+                             {{"Base.1.12.AccessDenied", "The store denied access.", "Critical",
+                               "Check the password."}}};
+    const Outcome outcome =
+        Diagnose({running, {EventKind::kTaskException, 0, 0, ""}, broken}, 3, task);
+    EXPECT_EQ(
+        outcome.reason,
+        "The task ended with an exception on the BMC: the service data could not be gathered. "
+        "The BMC says (TaskState Exception, TaskStatus Critical, 40 %): \"The store denied "
+        "access.\" (Base.1.12.AccessDenied), advice: \"Check the password.\".");
+    EXPECT_EQ(outcome.cause, Kemffdc::Cause::kStoreRefused);
+    ExpectEnding(Diagnose({running, {EventKind::kTaskKilled, 0, 0, "/t"}}, 3, task), 5,
+                 "gathers the service data. The BMC says (");
+    ExpectEnding(Diagnose({running, broken}, 3, task), 5, "counts as failed. The BMC says (");
+    ExpectEnding(Diagnose({running}, 120, task), 6, " s. The BMC says (");
+}
+
+TEST_F(RedfishDiagnoseWaitTest, WithoutThemItsOwnLogIsAllThereIs) {
+    const Events exception{{EventKind::kTaskException, 0, 0, ""},
+                           {EventKind::kTaskBroken, 0, 0, "/t"}};
+    ExpectEnding(Diagnose(exception), 5, "could not be gathered. See the BMC's own log.");
+    ExpectEnding(Diagnose(exception, 3, Kemffdc::Task{}), 5, "See the BMC's own log.");
+}
+
 TEST(RedfishDiagnoseDownload, LocalTroubleIsToldFromRemoteTrouble) {
-    EXPECT_TRUE(Kemffdc::Redfish::DiagnoseDownload(0, {}, false).Ok());
-    ExpectEnding(
-        Kemffdc::Redfish::DiagnoseDownload(
-            2, {{EventKind::kTransferFailed, 0, 0, "generic:28 No space left on device"}}, false),
-        8, "No space left on device (generic:28)");
-    ExpectEnding(Kemffdc::Redfish::DiagnoseDownload(
-                     2, {{EventKind::kTransferFailed, 0, 0, "varnex.transfer:18 cut off"}}, false),
-                 7, "cut off (varnex.transfer:18)");
-    ExpectEnding(
-        Kemffdc::Redfish::DiagnoseDownload(2, {{EventKind::kPostFailed, 0, 401, ""}}, false), 7,
-        "opens no session to download it (HTTP 401)");
-    ExpectEnding(Kemffdc::Redfish::DiagnoseDownload(4, {{EventKind::kNoToken, 0, 0, ""}}, false), 7,
-                 "no session token");
-    ExpectEnding(Kemffdc::Redfish::DiagnoseDownload(4, {{EventKind::kNoToken, 0, 0, ""}}, true), 7,
+    using Kemffdc::Redfish::DiagnoseDownload;
+    const std::error_category& category = Varnex::TransferCategory();
+    EXPECT_TRUE(DiagnoseDownload({0}, {}).Ok());
+    const Outcome full = DiagnoseDownload(
+        {2, std::make_error_code(std::errc::no_space_on_device), "No space left on device"}, {});
+    ExpectEnding(full, 8, "No space left on device (generic:28)");
+    EXPECT_EQ(full.cause, Kemffdc::Cause::kDiskFull);
+    const Outcome cut = DiagnoseDownload({2, {18, category}, "cut off\x1b"}, {});
+    ExpectEnding(cut, 7, "cut off\\x1B (varnex.transfer:18)");
+    EXPECT_EQ(cut.cause, Kemffdc::Cause::kConnectionLost);
+    EXPECT_EQ(DiagnoseDownload({2, {1404, category}, "no"}, {}).cause, Kemffdc::Cause::kUnnamed);
+    EXPECT_EQ(DiagnoseDownload({2, {60, category}, "no"}, {}).cause, Kemffdc::Cause::kUntrusted);
+    ExpectEnding(DiagnoseDownload({2}, {{EventKind::kPostFailed, 0, 401, ""}}), 7,
+                 "opens no session to download it (HTTP 401)");
+    const Events noToken{{EventKind::kNoToken, 0, 0, ""}};
+    ExpectEnding(DiagnoseDownload({4}, noToken), 7, "no session token");
+    ExpectEnding(DiagnoseDownload({4, {}, "", true}, noToken), 7,
                  "something between here and the BMC changes header names to lower case");
-    ExpectEnding(
-        Kemffdc::Redfish::DiagnoseDownload(2, {{EventKind::kBadUri, 0, 0, "a NUL byte"}}, false), 7,
-        "cannot be used (a NUL byte)");
-    ExpectEnding(Kemffdc::Redfish::DiagnoseDownload(1, {}, false), 7, "could not be downloaded");
+    ExpectEnding(DiagnoseDownload({2}, {{EventKind::kBadUri, 0, 0, "a NUL byte"}}), 7,
+                 "cannot be used (a NUL byte)");
+    ExpectEnding(DiagnoseDownload({1}, {}), 7, "could not be downloaded");
 }
 
 }  // namespace

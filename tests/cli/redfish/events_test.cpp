@@ -72,8 +72,7 @@ const RecordRow kRows[] = {
      0, 0, ""},
     {1, kChannel, "Invalid auth token", EventKind::kNoToken, 0, 0, ""},
     {1, kChannel, "Invalid uri no host", EventKind::kBadUri, 0, 0, "no host"},
-    {1, kChannel, "Failed to download ffdc log, error is generic:28 No space left on device",
-     EventKind::kTransferFailed, 0, 0, "generic:28 No space left on device"},
+    {4, kChannel, "This version is older.", EventKind::kOlderPaths, 0, 0, ""},
 };
 
 TEST(RedfishReadEvent, EveryRecordOfTheTableIsUnderstood) {
@@ -148,7 +147,7 @@ TEST_F(RedfishListenerTest, KeepsWhatTheLibraryLogsInOrderAndCountsARepetitionOn
 
 TEST_F(RedfishListenerTest, WhoeverWantsToKnowIsToldBeforeEachRequest) {
     int told = 0;
-    Listener listener(m_progress, [&] { ++told; });
+    Listener listener(m_progress, {[&] { ++told; }, nullptr});
     Log(4, kClient, 1).Stream() << "Redfish GET action on URL: https://192.0.2.1:443/redfish/v1/";
     EXPECT_EQ(told, 1);
     Log(4, kClient, 1).Stream() << "curlCode: 0 | httpCode: 503 | body: a";
@@ -156,6 +155,17 @@ TEST_F(RedfishListenerTest, WhoeverWantsToKnowIsToldBeforeEachRequest) {
     Log(4, kChannel, 1).Stream() << "curlCode: 0, httpCode: 404, body:\n";
     EXPECT_EQ(told, 2);
     for (const Event& event : listener.Take()) EXPECT_NE(event.kind, EventKind::kAsking);
+}
+
+TEST_F(RedfishListenerTest, TellsThatTheTaskGoesOnAndNotThatItHasEnded) {
+    int goesOn = 0;
+    const Listener listener(m_progress, {nullptr, [&] { ++goesOn; }});
+    Log(3, kChannel, 1).Stream() << "The task \"/t\" is newing, please wait... ";
+    Log(3, kChannel, 1).Stream() << "The task \"/t\" is starting, please wait... ";
+    Log(3, kChannel, 1).Stream() << "The task \"/t\" is running, please wait... ";
+    EXPECT_EQ(goesOn, 3);
+    Log(1, kChannel, 1).Stream() << "The task \"/t\" is killed. ";
+    EXPECT_EQ(goesOn, 3);
 }
 
 TEST_F(RedfishListenerTest, ABmcThatHasAnsweredBeforeIsBusyAndNotStarting) {

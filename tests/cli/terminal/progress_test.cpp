@@ -210,6 +210,15 @@ TEST(Progress, AnObserverHearsEachChangeOnceAndEveryCount) {
               "0:00  gather: task Running, 40 %, at work\n");
 }
 
+TEST(Progress, AnotherStateForgetsItToo) {
+    std::ostringstream out;
+    Progress progress(out, false, Eighty);
+    progress.Step("gather");
+    progress.Work(40, "at work");
+    progress.State("task Completed");
+    EXPECT_THAT(out.str(), testing::EndsWith("0:00  gather: task Completed\n"));
+}
+
 TEST(Progress, AnotherStepForgetsWhatTheBmcSaidOfItsWork) {
     std::ostringstream out;
     Progress progress(out, false, Eighty);
