@@ -34,15 +34,34 @@ def tree(tmp_path):
     write(tmp_path, "cli/Context.h", LICENCE + '#include "cli/http/Transport.h"\n')
     write(tmp_path, "cli/http/Transport.h", LICENCE + '#include "cli/ExitCodes.h"\n')
     write(tmp_path, "cli/redfish/Flow.h", LICENCE + '#include "cli/Context.h"\n')
+    write(tmp_path, "cli/redfish/Channel.cpp", LICENCE + 'const Channel kChannel{"redfish",\n')
     write(tmp_path, "emulator/bmc.py",
           "# SPDX-License-Identifier: Apache-2.0\nimport json\nimport aiohttp\n")
     return tmp_path
 
 
 def test_a_clean_tree_passes(tree):
-    for check in ("check-comments", "check-includes"):
+    for check in ("check-channels", "check-comments", "check-includes"):
         result = run(check, tree)
         assert (result.returncode, result.stdout) == (0, "")
+
+
+@pytest.mark.parametrize("file, line, found", [
+    ("cli/Run.cpp", 'if (name == "redfish") {', True),
+    ("cli/Run.cpp", "const bool known = options.via != name;", True),
+    ("cli/Run.cpp", 'if (record.channel == "other") {', True),
+    ("cli/redfish/Flow.cpp", 'constexpr char kName[] = "redfish";', True),
+    ("cli/Run.cpp", '// one of "redfish"', False),
+    ("cli/Help.cpp", '"  kemffdc collect --via redfish bmc7"', False),
+    ("tests/x.cpp", '"redfish"', False),
+])
+def test_code_that_knows_a_channel_by_its_name_is_found(tree, file, line, found):
+    write(tree, file, LICENCE + line + "\n")
+
+    result = run("check-channels", tree)
+
+    assert result.returncode == (1 if found else 0)
+    assert (f"{file}:2: " in result.stdout) == found
 
 
 @pytest.mark.parametrize("file, line, said", [
