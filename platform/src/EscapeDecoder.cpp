@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <string_view>
 
-#include "encodings.h"
+#include "shared/Hex.h"
 
 namespace {
 
@@ -48,7 +48,7 @@ EscapeDecoder::Token EscapeDecoder::ReadHex(std::size_t from, std::size_t digits
     std::uint32_t value = 0;
     for (std::size_t i = from; i < from + digits; ++i) {
         if (i == m_size) return {};
-        const int digit = HexValue(static_cast<char>(m_held[i].byte));
+        const int digit = shared::HexValue(static_cast<char>(m_held[i].byte));
         if (digit < 0) return otherwise;
         value = value << 4 | static_cast<std::uint32_t>(digit);
     }
@@ -90,36 +90,10 @@ EscapeDecoder::Token EscapeDecoder::Entity() const {
     const bool hex = name[1] == 'x' || name[1] == 'X';
     std::uint32_t value = 0;
     for (const char c : name.substr(hex ? 2 : 1)) {
-        const int digit = HexValue(c);
+        const int digit = shared::HexValue(c);
         if (digit < 0 || (!hex && digit > 9)) return none;
         value = value * (hex ? 16 : 10) + static_cast<std::uint32_t>(digit);
         if (value > 0x10FFFF) return none;
     }
     return {m_size, true, true, value};
-}
-
-std::size_t EscapeDecoder::ToUtf8(std::uint32_t code, unsigned char (&bytes)[4]) {
-    const auto tail = [code](unsigned shift) {
-        return static_cast<unsigned char>(0x80U | (code >> shift & 0x3FU));
-    };
-    if (code < 0x80) {
-        bytes[0] = static_cast<unsigned char>(code);
-        return 1;
-    }
-    if (code < 0x800) {
-        bytes[0] = static_cast<unsigned char>(0xC0U | code >> 6);
-        bytes[1] = tail(0);
-        return 2;
-    }
-    if (code < 0x10000) {
-        bytes[0] = static_cast<unsigned char>(0xE0U | code >> 12);
-        bytes[1] = tail(6);
-        bytes[2] = tail(0);
-        return 3;
-    }
-    bytes[0] = static_cast<unsigned char>(0xF0U | code >> 18);
-    bytes[1] = tail(12);
-    bytes[2] = tail(6);
-    bytes[3] = tail(0);
-    return 4;
 }

@@ -4,6 +4,27 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
+
+#include "shared/Utf8.h"
+
+// What a character behind a backslash stands for, as in JSON; itself where that is nothing else.
+inline char MeantBy(char escaped) {
+    switch (escaped) {
+        case 'b':
+            return '\b';
+        case 'f':
+            return '\f';
+        case 'n':
+            return '\n';
+        case 'r':
+            return '\r';
+        case 't':
+            return '\t';
+        default:
+            return escaped;
+    }
+}
 
 // One byte as it is meant, and the piece of the text that says so.
 struct MeantByte {
@@ -116,12 +137,12 @@ private:
             begin = m_highBegin;
         }
         m_high = 0;
-        unsigned char bytes[4];
-        const std::size_t count = ToUtf8(code, bytes);
-        for (std::size_t i = 0; i < count; ++i) take(MeantByte{bytes[i], begin, end});
+        std::string bytes;
+        shared::AppendUtf8(bytes, code);
+        for (const char byte : bytes) {
+            take(MeantByte{static_cast<unsigned char>(byte), begin, end});
+        }
     }
-
-    static std::size_t ToUtf8(std::uint32_t code, unsigned char (&bytes)[4]);
 
     MeantByte m_held[kLongest + 1];
     std::size_t m_size = 0;

@@ -26,9 +26,10 @@
 #include "IpmiEvents.h"
 #include "IpmiModule.h"
 #include "IpmiWithoutSession.h"
-#include "LinkLocalRelay.h"
 #include "Log.h"
 #include "ipmi_watchers.h"
+#include "shared/FileDescriptor.h"
+#include "shared/HostName.h"
 
 namespace {
 
@@ -70,11 +71,6 @@ std::optional<std::uint16_t> ParsePort(const std::string& text) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
     if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
     return port == 0 ? kRmcpPort : port;
-}
-
-std::string WithoutBrackets(const std::string& host) {
-    const bool bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
-    return bracketed ? host.substr(1, host.size() - 2) : host;
 }
 
 std::string NumberOf(const addrinfo& address) {
@@ -232,8 +228,8 @@ int IpmiClient::Impl::ConnectLan() {
     hints.ai_socktype = SOCK_DGRAM;
     hints.ai_flags = AI_NUMERICSERV;
     addrinfo* found = nullptr;
-    const int error =
-        getaddrinfo(WithoutBrackets(host).c_str(), std::to_string(port).c_str(), &hints, &found);
+    const int error = getaddrinfo(shared::WithoutBrackets(host).c_str(),
+                                  std::to_string(port).c_str(), &hints, &found);
     if (error != 0) {
         why = "IPMI: no address for " + Quoted(host) + ": " + gai_strerror(error);
         return kIpmiUnknownHost;
@@ -287,8 +283,7 @@ int IpmiClient::Impl::ConnectTo(const addrinfo& found) {
     if (!probe.answerTime) return Failed(kIpmiNoAnswer, "");
     // In the set-up the newest copy's answer alone counts: a quarter more time than the BMC took.
     firstWait = std::max(firstWait, std::min(*probe.answerTime * 5 / 4, Timeout() / 2));
-    endpoint = (address.ai_family == AF_INET6 ? "[" + numeric + "]" : numeric) + ":" +
-               std::to_string(port);
+    endpoint = shared::HostAndPort(numeric, port);
     if (numeric.find('%') != std::string::npos && !StartRelay()) {
         return Failed(kIpmiFailed, "a link-local address needs a relay, which cannot be set up");
     }
@@ -375,7 +370,7 @@ int IpmiClient::Impl::FindDevice(std::string& device) {
     int error = ENOENT;
     for (const char* prefix : {"/dev/ipmi", "/dev/ipmi/", "/dev/ipmidev/"}) {
         device = prefix + suffix;
-        const FileDescriptor file(open(device.c_str(), O_RDWR | O_CLOEXEC));
+        const shared::FileDescriptor file(open(device.c_str(), O_RDWR | O_CLOEXEC));
         if (file.IsOpen()) return kIpmiDone;
         error = errno;
         if (error != ENOENT && error != ENOTDIR) break;

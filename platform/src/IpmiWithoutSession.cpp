@@ -9,7 +9,7 @@
 #include <functional>
 #include <vector>
 
-#include "LinkLocalRelay.h"
+#include "shared/FileDescriptor.h"
 
 namespace {
 
@@ -138,7 +138,7 @@ private:
         m_answerTime = std::chrono::ceil<milliseconds>(Steady::now() - m_sent[*copy]);
     }
 
-    FileDescriptor m_udp;
+    shared::FileDescriptor m_udp;
     int m_error = 0;
     std::vector<Steady::time_point> m_sent;
     std::optional<milliseconds> m_answerTime;

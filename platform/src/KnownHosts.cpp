@@ -2,7 +2,6 @@
 #include "KnownHosts.h"
 
 #include <fcntl.h>
-#include <openssl/evp.h>
 #include <openssl/hmac.h>
 #include <pwd.h>
 #include <sys/file.h>
@@ -17,8 +16,9 @@
 #include <thread>
 #include <vector>
 
-#include "encodings.h"
 #include "environment.h"
+#include "shared/Base64.h"
+#include "shared/FileDescriptor.h"
 
 namespace {
 
@@ -27,17 +27,6 @@ constexpr std::size_t kLargestFile = 16UL * 1024 * 1024;  // bytes
 
 const unsigned char* Bytes(const std::string& text) {
     return reinterpret_cast<const unsigned char*>(text.data());
-}
-
-// Empty where `text` is no base64.
-std::string FromBase64(const std::string& text) {
-    std::string out(text.size(), '\0');
-    const int length = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(&out[0]), Bytes(text),
-                                       static_cast<int>(text.size()));
-    const auto padding =
-        std::count(text.end() - std::min<long>(2, static_cast<long>(text.size())), text.end(), '=');
-    out.resize(length < padding ? 0 : static_cast<std::size_t>(length - padding));
-    return out;
 }
 
 // The first string of a key, which names its type.
@@ -66,14 +55,14 @@ std::vector<std::string> Split(const std::string& text, char separator) {
 bool IsHashOf(const std::string& entry, const std::string& name) {
     const std::vector<std::string> parts = Split(entry, '|');
     if (parts.size() != 4 || !parts[0].empty() || parts[1] != "1") return false;
-    const std::string salt = FromBase64(parts[2]);
+    const std::string salt = shared::FromBase64(parts[2]);
     std::array<unsigned char, EVP_MAX_MD_SIZE> hash{};
     unsigned size = 0;
     if (HMAC(EVP_sha1(), salt.data(), static_cast<int>(salt.size()), Bytes(name), name.size(),
              hash.data(), &size) == nullptr) {
         return false;
     }
-    return ToBase64({hash.begin(), hash.begin() + size}) == parts[3];
+    return shared::ToBase64({hash.begin(), hash.begin() + size}) == parts[3];
 }
 
 bool Names(const std::string& hosts, const std::string& name) {
@@ -132,22 +121,16 @@ std::error_code Failure(int number) { return {number, std::generic_category()}; 
 class LockedFile {
 public:
     LockedFile(const std::string& path, int flags, int lock)
-        : m_fd(::open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0600)) {
-        m_error = m_fd < 0 ? Failure(errno) : Checked();
+        : m_file(::open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0600)) {
+        m_error = !m_file.IsOpen() ? Failure(errno) : Checked();
         if (!m_error) m_error = Lock(lock);
     }
-    ~LockedFile() {
-        if (m_fd >= 0) ::close(m_fd);
-    }
-    LockedFile(const LockedFile&) = delete;
-    LockedFile& operator=(const LockedFile&) = delete;
-
     const std::error_code& Error() const { return m_error; }
 
     std::error_code Read(std::string& text) const {
         std::array<char, 65536> buffer{};
         while (text.size() < kLargestFile) {
-            const ssize_t size = ::read(m_fd, buffer.data(), buffer.size());
+            const ssize_t size = ::read(m_file.Get(), buffer.data(), buffer.size());
             if (size == 0) return {};
             if (size < 0 && errno != EINTR) return Failure(errno);
             if (size > 0) text.append(buffer.data(), static_cast<std::size_t>(size));
@@ -158,11 +141,11 @@ public:
     // All of it or nothing.
     std::error_code Append(const std::string& text) const {
         struct stat before {};
-        if (::fstat(m_fd, &before) != 0) return Failure(errno);
-        const ssize_t written = ::write(m_fd, text.data(), text.size());
+        if (::fstat(m_file.Get(), &before) != 0) return Failure(errno);
+        const ssize_t written = ::write(m_file.Get(), text.data(), text.size());
         if (written == static_cast<ssize_t>(text.size())) return {};
         const int error = written < 0 ? errno : ENOSPC;
-        if (written > 0 && ::ftruncate(m_fd, before.st_size) != 0) return Failure(errno);
+        if (written > 0 && ::ftruncate(m_file.Get(), before.st_size) != 0) return Failure(errno);
         return Failure(error);
     }
 
@@ -170,7 +153,7 @@ private:
     // What is no file has no end, or keeps its reader waiting for one who writes.
     std::error_code Checked() const {
         struct stat opened {};
-        if (::fstat(m_fd, &opened) != 0) return Failure(errno);
+        if (::fstat(m_file.Get(), &opened) != 0) return Failure(errno);
         if (S_ISDIR(opened.st_mode)) return Failure(EISDIR);
         if (!S_ISREG(opened.st_mode)) return Failure(EINVAL);
         return opened.st_size > static_cast<off_t>(kLargestFile) ? Failure(EFBIG)
@@ -182,14 +165,14 @@ private:
         constexpr std::chrono::milliseconds kPause(10);
         constexpr int kAttempts = 500;
         for (int i = 0; i < kAttempts; ++i) {
-            if (::flock(m_fd, lock | LOCK_NB) == 0) return {};
+            if (::flock(m_file.Get(), lock | LOCK_NB) == 0) return {};
             if (errno != EWOULDBLOCK && errno != EINTR) return {};  // no locks here
             std::this_thread::sleep_for(kPause);
         }
         return Failure(EBUSY);
     }
 
-    int m_fd;
+    shared::FileDescriptor m_file;
     std::error_code m_error;
 };
 
@@ -213,13 +196,13 @@ std::string Home() {
 }  // namespace
 
 HostKey::HostKey(const std::string& blob)
-    : m_blob(blob), m_type(TypeOf(blob)), m_base64(ToBase64(blob)) {}
+    : m_blob(blob), m_type(TypeOf(blob)), m_base64(shared::ToBase64(blob)) {}
 
 std::string HostKey::Fingerprint() const {
     std::array<unsigned char, EVP_MAX_MD_SIZE> hash{};
     unsigned size = 0;
     EVP_Digest(m_blob.data(), m_blob.size(), hash.data(), &size, EVP_sha256(), nullptr);
-    std::string text = ToBase64({hash.begin(), hash.begin() + size});
+    std::string text = shared::ToBase64({hash.begin(), hash.begin() + size});
     text.erase(text.find_last_not_of('=') + 1);
     return "SHA256:" + text;
 }

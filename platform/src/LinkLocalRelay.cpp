@@ -17,7 +17,7 @@ constexpr std::size_t kLongestDatagram = 65536;
 sockaddr* Generic(sockaddr_in& address) { return reinterpret_cast<sockaddr*>(&address); }
 
 // What cannot be sent is lost, as datagrams are.
-void Pass(const FileDescriptor& to, const std::uint8_t* datagram, ssize_t size) {
+void Pass(const shared::FileDescriptor& to, const std::uint8_t* datagram, ssize_t size) {
     if (size >= 0) (void)!send(to.Get(), datagram, static_cast<std::size_t>(size), 0);
 }
 

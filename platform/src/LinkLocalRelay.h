@@ -3,30 +3,13 @@
 #define VARNEX_PLATFORM_LINKLOCALRELAY_H
 
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <memory>
 #include <string>
 #include <thread>
 
 #include "IpmiSteps.h"
-
-// Owns a file descriptor; -1: none.
-class FileDescriptor {
-public:
-    explicit FileDescriptor(int descriptor) noexcept : m_descriptor(descriptor) {}
-    ~FileDescriptor() {
-        if (IsOpen()) close(m_descriptor);
-    }
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-
-    int Get() const noexcept { return m_descriptor; }
-    bool IsOpen() const noexcept { return m_descriptor >= 0; }
-
-private:
-    int m_descriptor;
-};
+#include "shared/FileDescriptor.h"
 
 // Carries IPMI datagrams between 127.0.0.1 and a BMC whose address a library cannot be told (a
 // link-local one with its scope), or whose answers to the set-up of a session have to be kept in
@@ -48,9 +31,9 @@ private:
     bool Open(const sockaddr& to, socklen_t length);
     void Carry();
 
-    FileDescriptor m_near;
-    FileDescriptor m_far;
-    FileDescriptor m_stop;
+    shared::FileDescriptor m_near;
+    shared::FileDescriptor m_far;
+    shared::FileDescriptor m_stop;
     IpmiSteps m_steps;  // the thread's
     std::thread m_thread;
 };

@@ -8,14 +8,16 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <utility>
 
 #include "Transfer.h"
-#include "encodings.h"
+#include "shared/Hex.h"
 
 namespace {
 
 std::error_code Failure(int number) { return {number, std::generic_category()}; }
 
+using shared::FileDescriptor;
 using Varnex::kPartSuffix;
 constexpr std::size_t kPartSize = sizeof kPartSuffix - 1;
 
@@ -45,10 +47,7 @@ bool IsLockedByAnother(int fd) {
 
 }  // namespace
 
-PartFile::~PartFile() {
-    Discard();
-    if (m_folder >= 0) ::close(m_folder);
-}
+PartFile::~PartFile() { Discard(); }
 
 std::error_code PartFile::Create(const std::string& path) {
     const std::error_code error = OpenFolder(path);
@@ -78,65 +77,57 @@ std::error_code PartFile::OpenFolder(const std::string& path) {
     if (!IsFileName(m_name) || path.find('\0') != std::string::npos) return Failure(EINVAL);
     m_partName = m_name + kPartSuffix;
     const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-    m_folder = ::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-    if (m_folder < 0) return Failure(errno);
+    m_folder = FileDescriptor(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!m_folder.IsOpen()) return Failure(errno);
     struct stat target {};
-    const bool isFolder = ::fstatat(m_folder, m_name.c_str(), &target, AT_SYMLINK_NOFOLLOW) == 0 &&
-                          S_ISDIR(target.st_mode);
+    const bool isFolder =
+        ::fstatat(m_folder.Get(), m_name.c_str(), &target, AT_SYMLINK_NOFOLLOW) == 0 &&
+        S_ISDIR(target.st_mode);
     return isFolder ? Failure(EISDIR) : std::error_code();
 }
 
 // False leaves everything as it was.
 bool PartFile::OpenKept() {
-    const int fd = ::openat(m_folder, m_partName.c_str(),
-                            O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    if (fd < 0) return false;
+    FileDescriptor file(::openat(m_folder.Get(), m_partName.c_str(),
+                                 O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!file.IsOpen()) return false;
     struct stat status {};
-    if (IsLockedByAnother(fd) || !StandsUnderItsName(fd) || ::fstat(fd, &status) != 0 ||
-        !IsOwnAlone(status) || ::fchmod(fd, 0600) != 0 ||
-        ::lseek(fd, 0, SEEK_END) != status.st_size) {
-        ::close(fd);
+    if (IsLockedByAnother(file.Get()) || !StandsUnderItsName(file.Get()) ||
+        ::fstat(file.Get(), &status) != 0 || !IsOwnAlone(status) ||
+        ::fchmod(file.Get(), 0600) != 0 || ::lseek(file.Get(), 0, SEEK_END) != status.st_size) {
         return false;
     }
-    m_fd = fd;
+    m_file = std::move(file);
     m_kept = static_cast<std::uint64_t>(status.st_size);
     return true;
 }
 
 // EEXIST where another one stands under the name, at once or again.
 std::error_code PartFile::OpenNew() {
-    const int fd =
-        ::openat(m_folder, m_partName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    if (fd < 0) return Failure(errno);
+    FileDescriptor file(::openat(m_folder.Get(), m_partName.c_str(),
+                                 O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (!file.IsOpen()) return Failure(errno);
     // Between the two calls it looks like a leftover, and somebody may have removed it.
-    if (IsLockedByAnother(fd) || !StandsUnderItsName(fd)) {
-        ::close(fd);
-        return Failure(EEXIST);
-    }
-    m_fd = fd;
+    if (IsLockedByAnother(file.Get()) || !StandsUnderItsName(file.Get())) return Failure(EEXIST);
+    m_file = std::move(file);
     return {};
 }
 
 std::error_code PartFile::RemoveLeftover() const {
-    const int fd = ::openat(m_folder, m_partName.c_str(),
-                            O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    if (fd < 0 && errno == ENOENT) return {};
-    std::error_code error;
-    if (fd >= 0 && IsLockedByAnother(fd)) {
-        error = Failure(EBUSY);
-    } else if ((fd < 0 || StandsUnderItsName(fd)) &&
-               ::unlinkat(m_folder, m_partName.c_str(), 0) != 0 && errno != ENOENT) {
-        error = Failure(errno);
-    }
-    if (fd >= 0) ::close(fd);
-    return error;
+    const FileDescriptor file(::openat(m_folder.Get(), m_partName.c_str(),
+                                       O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!file.IsOpen() && errno == ENOENT) return {};
+    if (file.IsOpen() && IsLockedByAnother(file.Get())) return Failure(EBUSY);
+    if (file.IsOpen() && !StandsUnderItsName(file.Get())) return {};
+    const bool gone = ::unlinkat(m_folder.Get(), m_partName.c_str(), 0) == 0 || errno == ENOENT;
+    return gone ? std::error_code() : Failure(errno);
 }
 
 bool PartFile::StandsUnderItsName(int fd) const {
     struct stat opened {};
     struct stat named {};
     return ::fstat(fd, &opened) == 0 &&
-           ::fstatat(m_folder, m_partName.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+           ::fstatat(m_folder.Get(), m_partName.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
            opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
 }
 
@@ -150,7 +141,8 @@ std::error_code PartFile::HashKept(const std::function<bool()>& goOn) {
     std::uint64_t at = 0;
     while (at < m_kept) {
         if (!goOn()) return Failure(ECANCELED);
-        const ssize_t got = ::pread(m_fd, piece.data(), piece.size(), static_cast<off_t>(at));
+        const ssize_t got =
+            ::pread(m_file.Get(), piece.data(), piece.size(), static_cast<off_t>(at));
         if (got < 0 && errno == EINTR) continue;
         if (got <= 0) return Failure(got < 0 ? errno : EIO);  // nobody else writes it
         EVP_DigestUpdate(m_digest.get(), piece.data(), static_cast<std::size_t>(got));
@@ -162,7 +154,8 @@ std::error_code PartFile::HashKept(const std::function<bool()>& goOn) {
 std::error_code PartFile::Restart() {
     m_gathered.clear();
     m_kept = 0;
-    if (::ftruncate(m_fd, 0) != 0 || ::lseek(m_fd, 0, SEEK_SET) != 0) return Failure(errno);
+    if (::ftruncate(m_file.Get(), 0) != 0 || ::lseek(m_file.Get(), 0, SEEK_SET) != 0)
+        return Failure(errno);
     return !m_digest || Hash() ? std::error_code() : Failure(ENOMEM);
 }
 
@@ -184,7 +177,7 @@ std::error_code PartFile::WriteGathered() {
     std::size_t size = m_gathered.size();
     if (m_digest) EVP_DigestUpdate(m_digest.get(), data, size);
     while (size > 0) {
-        const ssize_t written = ::write(m_fd, data, size);
+        const ssize_t written = ::write(m_file.Get(), data, size);
         if (written == 0) return Failure(EIO);  // else this would go on for ever
         if (written < 0) {
             if (errno == EINTR) continue;
@@ -199,63 +192,55 @@ std::error_code PartFile::WriteGathered() {
 
 std::error_code PartFile::Keep(bool synced) {
     if (const std::error_code error = Finish(synced)) return error;
-    ::close(m_fd);
-    m_fd = -1;
+    m_file = FileDescriptor();
     return synced ? SyncFolder() : std::error_code();
 }
 
 std::error_code PartFile::Finish(bool synced) {
     if (const std::error_code error = WriteGathered()) return error;
-    if (synced && ::fsync(m_fd) != 0) return Failure(errno);
+    if (synced && ::fsync(m_file.Get()) != 0) return Failure(errno);
     if (const std::error_code error = Close()) return error;
     // Somebody may have removed or replaced it.
-    return StandsUnderItsName(m_fd) ? std::error_code() : Failure(ESTALE);
+    return StandsUnderItsName(m_file.Get()) ? std::error_code() : Failure(ESTALE);
 }
 
 std::error_code PartFile::Commit(bool synced) {
     if (const std::error_code error = Finish(synced)) return error;
-    if (::renameat(m_folder, m_partName.c_str(), m_folder, m_name.c_str()) != 0) {
+    if (::renameat(m_folder.Get(), m_partName.c_str(), m_folder.Get(), m_name.c_str()) != 0) {
         return Failure(errno);
     }
     EndHash();
-    (void)::fstat(m_fd, &m_status);
-    ::close(m_fd);
-    m_fd = -1;
+    (void)::fstat(m_file.Get(), &m_status);
+    m_file = FileDescriptor();
     return synced ? SyncFolder() : std::error_code();
 }
 
 // Through a descriptor of its own: the kept one is good for names alone. A folder that may not be
 // read cannot be synchronised, and the file in it is whole.
 std::error_code PartFile::SyncFolder() const {
-    const int fd = ::openat(m_folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) return {};
-    const int result = ::fsync(fd);
-    const int error = errno;
-    ::close(fd);
-    return result == 0 || error == EINVAL ? std::error_code() : Failure(error);
+    const FileDescriptor folder(::openat(m_folder.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const bool synced = !folder.IsOpen() || ::fsync(folder.Get()) == 0 || errno == EINVAL;
+    return synced ? std::error_code() : Failure(errno);
 }
 
 // A second descriptor keeps the lock while the first one is closed, which is when a network file
 // system reports that it could not keep the data.
 std::error_code PartFile::Close() {
-    const int lock = ::fcntl(m_fd, F_DUPFD_CLOEXEC, 0);
-    if (lock < 0) return Failure(errno);
-    const int closed = ::close(m_fd);
-    const int error = errno;
-    m_fd = lock;
-    return closed == 0 ? std::error_code() : Failure(error);
+    FileDescriptor lock(::fcntl(m_file.Get(), F_DUPFD_CLOEXEC, 0));
+    if (!lock.IsOpen()) return Failure(errno);
+    std::swap(m_file, lock);
+    return lock.Close() == 0 ? std::error_code() : Failure(errno);
 }
 
 void PartFile::EndHash() {
     unsigned char bytes[EVP_MAX_MD_SIZE];
     unsigned size = 0;
     if (!m_digest || EVP_DigestFinal_ex(m_digest.get(), bytes, &size) != 1) return;
-    m_sha256 = ToHex(std::string(bytes, bytes + size));
+    m_sha256 = shared::ToHex(std::string(bytes, bytes + size));
 }
 
 void PartFile::Discard() {
-    if (m_fd < 0) return;
-    if (StandsUnderItsName(m_fd)) ::unlinkat(m_folder, m_partName.c_str(), 0);
-    ::close(m_fd);
-    m_fd = -1;
+    if (!m_file.IsOpen()) return;
+    if (StandsUnderItsName(m_file.Get())) ::unlinkat(m_folder.Get(), m_partName.c_str(), 0);
+    m_file = FileDescriptor();
 }

@@ -13,6 +13,8 @@
 #include <system_error>
 #include <vector>
 
+#include "shared/FileDescriptor.h"
+
 // A file on its way: written as NAME.varnex-part, mode 0600, and renamed to NAME when it is
 // complete. Destroyed before that it is removed, unless it is kept. Errors are those of the system,
 // in std::generic_category().
@@ -82,8 +84,8 @@ private:
     void Discard();
 
     // The folder is kept open: the file stays in it though the process changes its own.
-    int m_folder = -1;
-    int m_fd = -1;
+    shared::FileDescriptor m_folder;
+    shared::FileDescriptor m_file;
     std::string m_name;
     std::string m_partName;
     std::uint64_t m_kept = 0;

@@ -4,7 +4,9 @@
 #include <algorithm>
 
 #include "EscapeDecoder.h"
-#include "encodings.h"
+#include "shared/Base64.h"
+#include "shared/Hex.h"
+#include "shared/Utf8.h"
 
 namespace {
 
@@ -35,11 +37,7 @@ bool IsAscii(const std::string& text) {
 // Where each byte was taken for a Latin-1 character.
 std::string Latin1AsUtf8(const std::string& bytes) {
     std::string out;
-    for (const char c : bytes) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 0x80) out += static_cast<char>(0xC0U | byte >> 6);
-        out += byte >= 0x80 ? static_cast<char>(0x80U | (byte & 0x3FU)) : c;
-    }
+    for (const char c : bytes) shared::AppendUtf8(out, static_cast<unsigned char>(c));
     return out;
 }
 
@@ -51,7 +49,7 @@ void SecretSearch::Add(const std::string& secret, const std::string& user) {
     AddBase64(secret);
     AddHex(secret);
     if (!user.empty()) {
-        const std::string both = ToBase64(user + ":" + secret);
+        const std::string both = shared::ToBase64(user + ":" + secret);
         AddWord(both);
         AddWord(Base64Url(both));
     }
@@ -77,8 +75,8 @@ void SecretSearch::AddPlain(const std::string& secret) {
 void SecretSearch::AddBase64(const std::string& secret) {
     if (secret.size() < kShort) {
         if (secret.size() == 1) return;  // two characters and padding are every other word
-        AddWord(ToBase64(secret));
-        AddWord(Base64Url(ToBase64(secret)));
+        AddWord(shared::ToBase64(secret));
+        AddWord(Base64Url(shared::ToBase64(secret)));
         return;
     }
     for (std::size_t before = 0; before < 3; ++before) {
@@ -86,7 +84,7 @@ void SecretSearch::AddBase64(const std::string& secret) {
         const std::size_t bits = 8 * (before + secret.size());
         const std::size_t to = bits / 6;
         const std::string form =
-            ToBase64(std::string(before, '\0') + secret).substr(from, to - from);
+            shared::ToBase64(std::string(before, '\0') + secret).substr(from, to - from);
         const Form kind{0, false, before > 0, bits % 6 != 0};
         AddForm(form, kind);
         AddForm(Base64Url(form), kind);
@@ -97,7 +95,8 @@ void SecretSearch::AddHex(const std::string& secret) {
     if (secret.size() == 1) return;
     for (const char* between : {"", " ", ":"}) {
         for (const char* digits : {"0123456789abcdef", "0123456789ABCDEF"}) {
-            AddForm(ToHex(secret, digits, between), {0, secret.size() < kShort, false, false});
+            AddForm(shared::ToHex(secret, digits, between),
+                    {0, secret.size() < kShort, false, false});
         }
     }
 }

@@ -2,7 +2,6 @@
 #include "SshSession.h"
 
 #include <curl/curl.h>
-#include <openssl/evp.h>
 #include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -16,6 +15,7 @@
 #include "Log.h"
 #include "SftpFailure.h"
 #include "SshAlgorithms.h"
+#include "shared/Base64.h"
 
 namespace {
 
@@ -23,16 +23,6 @@ constexpr char kLogSource[] = "platform/src/SshSession";
 constexpr int kMoment = 200;     // milliseconds
 constexpr int kMostRounds = 10;  // of questions
 constexpr int kMostQuestions = 10;
-
-std::string FromBase64(const std::string& text) {
-    std::string bytes(text.size(), '\0');
-    const int size = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(&bytes[0]),
-                                     reinterpret_cast<const unsigned char*>(text.data()),
-                                     static_cast<int>(text.size()));
-    const std::size_t padding = text.size() - (text.find_last_not_of('=') + 1);
-    bytes.resize(size < static_cast<int>(padding) ? 0 : static_cast<std::size_t>(size) - padding);
-    return bytes;
-}
 
 SftpFailure Lost(ssh_session session) {
     const std::string text = ssh_get_error(session);
@@ -164,7 +154,7 @@ void SshSession::ReadHostKey() {
     char* base64 = nullptr;
     if (ssh_get_server_publickey(Get(), &key) == SSH_OK &&
         ssh_pki_export_pubkey_base64(key, &base64) == SSH_OK) {
-        m_hostKey = FromBase64(base64);
+        m_hostKey = shared::FromBase64(base64);
     }
     ssh_string_free_char(base64);
     ssh_key_free(key);

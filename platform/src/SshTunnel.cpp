@@ -19,6 +19,8 @@
 
 namespace {
 
+using shared::FileDescriptor;
+
 std::string ProxyOfEnvironment() {
     for (const char* name : {"sftp_proxy", "SFTP_PROXY", "all_proxy", "ALL_PROXY"}) {
         const std::string proxy = EnvironmentText(name);
@@ -50,31 +52,31 @@ SshTunnel::SshTunnel(const Uri& uri, std::function<bool()> goOn) : m_goOn(std::m
     curl_easy_getinfo(m_handle.get(), CURLINFO_ACTIVESOCKET, &socket);
     m_outer = socket;
     if (!SpeaksTls(ProxyOfEnvironment())) {
-        m_socket = ::fcntl(m_outer, F_DUPFD_CLOEXEC, 0);
+        m_socket = FileDescriptor(::fcntl(m_outer, F_DUPFD_CLOEXEC, 0));
         m_handle.reset();
     } else {
         StartCarrier();
     }
-    if (m_socket < 0) throw SftpFailure{CURLE_COULDNT_CONNECT, "No socket is to be had", true};
+    if (!m_socket.IsOpen())
+        throw SftpFailure{CURLE_COULDNT_CONNECT, "No socket is to be had", true};
 }
 
 SshTunnel::~SshTunnel() {
-    if (m_socket >= 0) ::close(m_socket);
-    if (m_inner >= 0) ::shutdown(m_inner, SHUT_RDWR);
+    (void)m_socket.Close();
+    if (m_inner.IsOpen()) ::shutdown(m_inner.Get(), SHUT_RDWR);
     if (m_carrier.joinable()) m_carrier.join();
-    if (m_inner >= 0) ::close(m_inner);
 }
 
 void SshTunnel::StartCarrier() {
     int pair[2];
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) return;
-    m_inner = pair[1];
+    FileDescriptor outside(pair[0]);
+    m_inner = FileDescriptor(pair[1]);
     try {
         m_carrier = std::thread([this] { Carry(); });
-        m_socket = pair[0];
+        m_socket = std::move(outside);
     } catch (const std::system_error&) {
-        ::close(pair[0]);
-        ::close(std::exchange(m_inner, -1));
+        m_inner = FileDescriptor();
     }
 }
 
@@ -119,17 +121,17 @@ int SshTunnel::OnProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_o
 // Until one of the two sides ends.
 void SshTunnel::Carry() {
     const SigPipeGuard guard;
-    pollfd ready[] = {{m_inner, POLLIN, 0}, {m_outer, POLLIN, 0}};
+    pollfd ready[] = {{m_inner.Get(), POLLIN, 0}, {m_outer, POLLIN, 0}};
     while (CarryDown()) {
         if (::poll(ready, 2, -1) < 0 && errno != EINTR) break;
         if (ready[0].revents != 0 && !CarryUp()) break;
     }
-    ::shutdown(m_inner, SHUT_RDWR);
+    ::shutdown(m_inner.Get(), SHUT_RDWR);
 }
 
 bool SshTunnel::CarryUp() {
     std::array<char, 65536> buffer;
-    const ssize_t size = ::recv(m_inner, buffer.data(), buffer.size(), MSG_DONTWAIT);
+    const ssize_t size = ::recv(m_inner.Get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
     if (size <= 0) return size < 0 && (errno == EAGAIN || errno == EINTR);
     std::size_t sent = 0;
     while (sent < static_cast<std::size_t>(size)) {
@@ -138,7 +140,7 @@ bool SshTunnel::CarryUp() {
                                              static_cast<std::size_t>(size) - sent, &piece);
         if (code != CURLE_OK && code != CURLE_AGAIN) return false;
         sent += piece;
-        pollfd room[] = {{m_outer, POLLOUT, 0}, {m_inner, 0, 0}};
+        pollfd room[] = {{m_outer, POLLOUT, 0}, {m_inner.Get(), 0, 0}};
         if (code == CURLE_AGAIN && ::poll(room, 2, -1) > 0 && room[1].revents != 0) return false;
     }
     return true;
@@ -153,7 +155,8 @@ bool SshTunnel::CarryDown() {
         if (code == CURLE_AGAIN) return true;
         if (code != CURLE_OK || size == 0) return false;
         for (std::size_t sent = 0; sent < size;) {
-            const ssize_t piece = ::send(m_inner, buffer.data() + sent, size - sent, MSG_NOSIGNAL);
+            const ssize_t piece =
+                ::send(m_inner.Get(), buffer.data() + sent, size - sent, MSG_NOSIGNAL);
             if (piece <= 0) return false;
             sent += static_cast<std::size_t>(piece);
         }

@@ -4,9 +4,9 @@
 
 #include <functional>
 #include <thread>
-#include <utility>
 
 #include "Uri.h"
+#include "shared/FileDescriptor.h"
 #include "transfer_settings.h"
 
 // A stream of bytes to an SSH server, opened by libcurl: every address of a name, the environment's
@@ -21,7 +21,7 @@ public:
     SshTunnel& operator=(const SshTunnel&) = delete;
 
     // Close-on-exec; the caller's from then on.
-    int TakeSocket() { return std::exchange(m_socket, -1); }
+    int TakeSocket() { return m_socket.Release(); }
 
 private:
     void Open(const Uri& uri);
@@ -33,9 +33,9 @@ private:
 
     std::function<bool()> m_goOn;
     Handle m_handle;
-    int m_outer = -1;  // libcurl's
-    int m_inner = -1;  // the end of the pair whose other end is the socket
-    int m_socket = -1;
+    int m_outer = -1;                // libcurl's
+    shared::FileDescriptor m_inner;  // the end of the pair whose other end is the socket
+    shared::FileDescriptor m_socket;
     std::thread m_carrier;
 };
 

@@ -6,41 +6,29 @@
 #include <stdexcept>
 
 #include "Ipmanip.h"
+#include "shared/HostName.h"
+#include "shared/Percent.h"
 
 namespace {
 
 // By hand and not by <cctype>: the host's locale must not change an address.
 bool IsLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-bool IsHexDigit(char c) { return IsDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
 bool IsOneOf(char c, const char* set) { return c != '\0' && std::strchr(set, c) != nullptr; }
 
 // RFC 3986: unreserved, and what may stand in a path besides.
 bool IsUnreserved(char c) { return IsLetter(c) || IsDigit(c) || IsOneOf(c, "-._~"); }
 bool StaysInPath(char c) { return IsUnreserved(c) || IsOneOf(c, "!$&'()*+,;=:@/"); }
 
-bool IsEscape(const std::string& text, std::size_t at) {
-    return at + 2 < text.size() && text[at] == '%' && IsHexDigit(text[at + 1]) &&
-           IsHexDigit(text[at + 2]);
-}
-
-void AppendEscaped(std::string& out, char c) {
-    constexpr char kDigits[] = "0123456789ABCDEF";
-    const auto byte = static_cast<unsigned char>(c);
-    out += '%';
-    out += kDigits[byte >> 4];
-    out += kDigits[byte & 0x0F];
-}
-
 std::string EncodedPath(const std::string& path) {
     std::string out;
     out.reserve(path.size() + 1);
     if (path.empty() || path[0] != '/') out += '/';
     for (std::size_t i = 0; i < path.size(); ++i) {
-        if (StaysInPath(path[i]) || IsEscape(path, i)) {
+        if (StaysInPath(path[i]) || shared::IsPercentEncoded(path, i)) {
             out += path[i];
         } else {
-            AppendEscaped(out, path[i]);
+            shared::AppendPercentEncoded(out, path[i]);
         }
     }
     return out;
@@ -76,10 +64,10 @@ std::string WithPlainScope(const std::string& address) {
 }
 
 std::string CheckedHost(const std::string& host) {
-    const bool bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
-    std::string plain = bracketed ? host.substr(1, host.size() - 2) : host;
+    std::string plain = shared::WithoutBrackets(host);
     if (Ipmanip::is_ipv6(plain)) return WithPlainScope(plain);
-    if (bracketed || plain.empty() || !std::all_of(plain.begin(), plain.end(), IsInHostNames)) {
+    if (shared::IsInBrackets(host) || plain.empty() ||
+        !std::all_of(plain.begin(), plain.end(), IsInHostNames)) {
         throw std::invalid_argument("bad host \"" + host + "\"");
     }
     return plain;
@@ -89,15 +77,8 @@ std::string HostInUrl(const std::string& host) {
     if (!Ipmanip::is_ipv6(host)) return host;
     const std::size_t percent = host.find('%');
     if (percent == std::string::npos) return "[" + host + "]";
-    std::string out = "[" + host.substr(0, percent) + "%25";
-    for (const char c : host.substr(percent + 1)) {
-        if (IsUnreserved(c)) {
-            out += c;
-        } else {
-            AppendEscaped(out, c);
-        }
-    }
-    return out + "]";
+    const std::string scope = shared::PercentEncoded(host.substr(percent + 1), IsUnreserved);
+    return "[" + host.substr(0, percent) + "%25" + scope + "]";
 }
 
 }  // namespace
@@ -151,20 +132,11 @@ std::string Uri::join_path(const std::string& folder, const std::string& name) {
     joined += '/';
     if (nameStart == std::string::npos) return joined;
     for (std::size_t i = nameStart; i < name.size(); ++i) {
-        joined += IsEscape(name, i) ? "%25" : std::string(1, name[i]);
+        joined += shared::IsPercentEncoded(name, i) ? "%25" : std::string(1, name[i]);
     }
     return joined;
 }
 
 std::string Uri::encodeURI(const std::string& text) {
-    std::string out;
-    out.reserve(text.size());
-    for (const char c : text) {
-        if (IsUnreserved(c)) {
-            out += c;
-        } else {
-            AppendEscaped(out, c);
-        }
-    }
-    return out;
+    return shared::PercentEncoded(text, IsUnreserved);
 }

@@ -20,6 +20,7 @@
 #include "Log.h"
 #include "host_interface.h"
 #include "ipmi_watchers.h"
+#include "shared/FileDescriptor.h"
 
 // Nothing is kept: every query looks.
 struct UsbLanCfg::Impl {};
@@ -40,16 +41,15 @@ std::string Place(const char* variable, const char* usual) {
 
 // The whole file, or the error number; EFBIG for more than `largest` bytes.
 int ReadFile(const std::string& path, std::size_t largest, std::string& text) {
-    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (file < 0) return errno;
+    const shared::FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file.IsOpen()) return errno;
     text.resize(largest + 1);
     std::size_t size = 0;
     ssize_t got = 0;
-    while (size < text.size() && (got = read(file, &text[size], text.size() - size)) > 0) {
+    while (size < text.size() && (got = read(file.Get(), &text[size], text.size() - size)) > 0) {
         size += static_cast<std::size_t>(got);
     }
     const int error = got < 0 ? errno : size > largest ? EFBIG : 0;
-    close(file);
     text.resize(size);
     return error;
 }

@@ -7,7 +7,8 @@
 #include <string_view>
 
 #include "HiddenSecrets.h"
-#include "encodings.h"
+#include "shared/Hex.h"
+#include "shared/Utf8.h"
 
 namespace {
 
@@ -39,8 +40,8 @@ std::size_t BackslashesBefore(Text text, std::size_t end) {
 int UnicodeEscape(Text text, std::size_t at) {
     if (text.size() - at < 5 || Lower(text[at]) != 'u') return -1;
     if (text[at + 1] != '0' || text[at + 2] != '0') return -1;
-    const int high = HexValue(text[at + 3]);
-    const int low = HexValue(text[at + 4]);
+    const int high = shared::HexValue(text[at + 3]);
+    const int low = shared::HexValue(text[at + 4]);
     return high < 0 || low < 0 ? -1 : high * 16 + low;
 }
 
@@ -286,27 +287,7 @@ Span SecretAt(Text text, std::size_t colon, AddressPassword& addresses) {
     }
 }
 
-// Length of the UTF-8 sequence at `at`, 0 where there is none; its code point into `code`.
-std::size_t Utf8Length(Text text, std::size_t at, std::uint32_t& code) {
-    const auto lead = static_cast<unsigned char>(text[at]);
-    const std::size_t length = lead < 0x80                   ? 1
-                               : lead >= 0xF0 && lead < 0xF5 ? 4
-                               : lead >= 0xE0                ? 3
-                               : lead >= 0xC2                ? 2
-                                                             : 0;
-    if (length == 0 || lead >= 0xF5 || text.size() - at < length) return 0;
-    code = length == 1 ? lead : lead & (0x7FU >> length);
-    for (std::size_t i = 1; i < length; ++i) {
-        const auto next = static_cast<unsigned char>(text[at + i]);
-        if ((next & 0xC0) != 0x80) return 0;
-        code = code << 6 | (next & 0x3FU);
-    }
-    const bool tooLong = (length == 3 && code < 0x800) || (length == 4 && code < 0x10000);
-    const bool noCharacter = code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF);
-    return tooLong || noCharacter ? 0 : length;
-}
-
-bool MaySteer(std::uint32_t code) {
+bool MaySteer(char32_t code) {
     return code < 0x20 || (code >= 0x7F && code <= 0x9F) ||     // C0, DEL, C1
            (code >= 0x2028 && code <= 0x202E) ||                // separators, embeddings, overrides
            (code >= 0x2066 && code <= 0x2069) ||                // isolates
@@ -314,11 +295,8 @@ bool MaySteer(std::uint32_t code) {
 }
 
 void AppendEscaped(std::string& out, char c) {
-    constexpr char kDigits[] = "0123456789ABCDEF";
-    const auto byte = static_cast<unsigned char>(c);
     out += "\\x";
-    out += kDigits[byte >> 4];
-    out += kDigits[byte & 0x0F];
+    shared::AppendHex(out, c, shared::kUpperDigits);
 }
 
 // The secrets that what stands around them gives away. Each stands behind a colon, so the text is
@@ -387,8 +365,7 @@ private:
 
 // Appends one character of `text` at `at`, as it is or as \xNN; gives where the next one begins.
 std::size_t AppendHarmless(std::string& out, Text text, std::size_t at) {
-    std::uint32_t code = 0;
-    const std::size_t length = Utf8Length(text, at, code);
+    const auto [length, code] = shared::FirstUtf8(text.substr(at));
     if (length > 0 && !MaySteer(code)) {
         out.append(text, at, length);
         return at + length;

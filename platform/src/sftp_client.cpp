@@ -10,25 +10,14 @@
 #include "SftpPump.h"
 #include "SftpSession.h"
 #include "SigPipeGuard.h"
+#include "shared/Percent.h"
 
 namespace {
-
-int HexValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    const char lower = static_cast<char>(c | 0x20);
-    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
-}
 
 // As the server names it: an address writes some bytes as %XX.
 std::string PathOf(const Uri& uri) {
     std::string path = uri.path().empty() || uri.path()[0] != '/' ? "/" : "";
-    const std::string& text = uri.path();
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const int high = text[i] == '%' && i + 2 < text.size() ? HexValue(text[i + 1]) : -1;
-        const int low = high >= 0 ? HexValue(text[i + 2]) : -1;
-        path += low < 0 ? text[i] : static_cast<char>(high * 16 + low);
-        if (low >= 0) i += 2;
-    }
+    path += shared::PercentDecoded(uri.path());
     if (path.find('\0') != std::string::npos) {
         throw SftpFailure{CURLE_URL_MALFORMAT, "A path cannot hold a NUL byte"};
     }

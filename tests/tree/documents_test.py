@@ -134,7 +134,7 @@ def test_the_handbook_changes_one_thing_that_is_there():
     assert f"varnex_test({target}\n" in listed and test.removeprefix("tests/unit/module/") in listed
 
 
-OURS = re.compile(r"(?:src|include|platform|cli|emulator|tests|bench|fuzz|docs|tools|cmake|packaging|examples)"
+OURS = re.compile(r"(?:src|include|platform|shared|cli|emulator|tests|bench|fuzz|docs|tools|cmake|packaging|examples)"
                   r"/[\w./-]*[\w/]")
 
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The whole of class CIMClient stands here and nothing else, so that a program can bring its own.
 #include <Pegasus/Client/CIMClient.h>
-#include <openssl/evp.h>
 
 #include <algorithm>
 #include <atomic>
@@ -12,13 +11,15 @@
 #include "Text.h"
 #include "XmlReader.h"
 #include "XmlWriter.h"
+#include "shared/Base64.h"
+#include "shared/HostName.h"
+#include "shared/Percent.h"
 
 namespace Pegasus {
 
 using Internal::FromPeer;
 using Internal::HttpAnswer;
 using Internal::HttpConnection;
-using Internal::PercentDecode;
 using Internal::PercentEncode;
 using Internal::ToLatin1;
 using Internal::ToUtf8;
@@ -33,15 +34,6 @@ Uint32 NextMessageId() {
     return next++;
 }
 
-std::string Base64(const std::string& bytes) {
-    std::string text(4 * ((bytes.size() + 2) / 3) + 1, '\0');  // OpenSSL ends it with a NUL
-    const int size = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
-                                     reinterpret_cast<const unsigned char*>(bytes.data()),
-                                     static_cast<int>(bytes.size()));
-    text.resize(static_cast<std::size_t>(size));
-    return text;
-}
-
 // "0000000393"
 std::string TenDigits(std::size_t number) {
     const std::string digits = std::to_string(number);
@@ -50,9 +42,7 @@ std::string TenDigits(std::size_t number) {
 
 // A literal IPv6 address stands in brackets and without its zone, which is of no meaning elsewhere.
 std::string HostHeader(const std::string& host, Uint32 port) {
-    const bool address = host.find(':') != std::string::npos;
-    const std::string name = address ? "[" + host.substr(0, host.find('%')) + "]" : host;
-    return name + ":" + std::to_string(port);
+    return shared::HostAndPort(host.substr(0, host.find('%')), port);
 }
 
 // "name=value", the value perhaps in quotes; empty where the name is another.
@@ -100,7 +90,7 @@ const std::string* FindField(const HttpAnswer& answer, const std::string& name) 
 }
 
 String Decoded(const std::string* field) {
-    return field == nullptr ? String() : FromPeer(PercentDecode(*field));
+    return field == nullptr ? String() : FromPeer(shared::PercentDecoded(*field));
 }
 
 [[noreturn]] void ThrowHttpError(Uint32 status, const std::string& reason,
@@ -184,7 +174,7 @@ struct CIMClient::Impl {
                  const String& password) {
         if (peer) throw AlreadyConnectedException();
         Peer wanted{host.size() == 0 ? "localhost" : ToUtf8(host), port, std::nullopt,
-                    Base64(ToLatin1(userName) + ":" + ToLatin1(password))};
+                    shared::ToBase64(ToLatin1(userName) + ":" + ToLatin1(password))};
         if (tls != nullptr) wanted.tls = *tls;
         authorized = false;
         Open(wanted);

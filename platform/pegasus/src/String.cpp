@@ -9,6 +9,9 @@
 #include <ostream>
 
 #include "Text.h"
+#include "shared/Hex.h"
+#include "shared/Percent.h"
+#include "shared/Utf8.h"
 
 namespace Pegasus {
 
@@ -17,36 +20,6 @@ namespace {
 const char* NotNull(const char* text) {
     if (text == nullptr) throw NullPointer();
     return text;
-}
-
-std::string Hex(unsigned value, int digits) {
-    static constexpr char kDigits[] = "0123456789ABCDEF";
-    std::string text;
-    for (int shift = (digits - 1) * 4; shift >= 0; shift -= 4)
-        text += kDigits[(value >> shift) & 15U];
-    return text;
-}
-
-struct Sequence {
-    std::size_t length;  // 0: no UTF-8
-    char32_t codePoint;
-};
-
-Sequence Decode(std::string_view bytes) {
-    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
-    const unsigned char lead = byte(0);
-    if (lead < 0x80) return {1, lead};
-    const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-    if (lead < 0xC2 || lead > 0xF4 || bytes.size() < length) return {0, 0};
-    char32_t codePoint = lead & (0xFFU >> (length + 1));
-    for (std::size_t i = 1; i < length; ++i) {
-        if ((byte(i) & 0xC0U) != 0x80U) return {0, 0};
-        codePoint = (codePoint << 6U) | (byte(i) & 0x3FU);
-    }
-    static constexpr std::array<char32_t, 5> kLeast = {0, 0, 0x80, 0x800, 0x10000};
-    const bool surrogate = codePoint >= 0xD800 && codePoint <= 0xDFFF;
-    if (codePoint < kLeast[length] || codePoint > 0x10FFFF || surrogate) return {0, 0};
-    return {length, codePoint};
 }
 
 void AppendUnits(std::u16string& units, char32_t codePoint) {
@@ -63,10 +36,10 @@ void AppendUnits(std::u16string& units, char32_t codePoint) {
 std::size_t Convert(std::string_view bytes, std::u16string& units) {
     units.reserve(bytes.size());
     for (std::size_t at = 0; at < bytes.size();) {
-        const Sequence sequence = Decode(bytes.substr(at));
-        if (sequence.length == 0) return at;
-        AppendUnits(units, sequence.codePoint);
-        at += sequence.length;
+        const auto [length, codePoint] = shared::FirstUtf8(bytes.substr(at));
+        if (length == 0) return at;
+        AppendUnits(units, codePoint);
+        at += length;
     }
     return std::string_view::npos;
 }
@@ -75,28 +48,10 @@ std::size_t Convert(std::string_view bytes, std::u16string& units) {
     std::string message = "The byte sequence starting at index " + std::to_string(index) +
                           " is not valid UTF-8 encoding:";
     for (const char c : bytes.substr(index, 4)) {
-        message += " 0x" + Hex(static_cast<unsigned char>(c), 2);
+        message += " 0x";
+        shared::AppendHex(message, c, shared::kUpperDigits);
     }
     throw Exception(String(message.c_str()));
-}
-
-void AppendUtf8(std::string& bytes, char32_t codePoint) {
-    const auto put = [&](char32_t byte) { bytes += static_cast<char>(byte); };
-    if (codePoint < 0x80) {
-        put(codePoint);
-    } else if (codePoint < 0x800) {
-        put(0xC0U | (codePoint >> 6U));
-        put(0x80U | (codePoint & 0x3FU));
-    } else if (codePoint < 0x10000) {
-        put(0xE0U | (codePoint >> 12U));
-        put(0x80U | ((codePoint >> 6U) & 0x3FU));
-        put(0x80U | (codePoint & 0x3FU));
-    } else {
-        put(0xF0U | (codePoint >> 18U));
-        put(0x80U | ((codePoint >> 12U) & 0x3FU));
-        put(0x80U | ((codePoint >> 6U) & 0x3FU));
-        put(0x80U | (codePoint & 0x3FU));
-    }
 }
 
 // The code point at `at`, which moves behind it.
@@ -108,13 +63,6 @@ char32_t NextCodePoint(const std::u16string& units, std::size_t& at) {
     if (!pair) return 0xFFFD;
     const char16_t low = units[at++];
     return 0x10000U + (static_cast<char32_t>(unit - 0xD800) << 10U) + (low - 0xDC00U);
-}
-
-int HexDigit(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
 }
 
 bool StaysPlain(char c) {
@@ -161,7 +109,8 @@ std::ostream& operator<<(std::ostream& out, const String& text) {
         if (unit < 0x100) {
             out << static_cast<char>(unit);
         } else {
-            out << "\\x" << Hex(unit, 4);
+            const char bytes[] = {static_cast<char>(unit >> 8), static_cast<char>(unit)};
+            out << "\\x" << shared::ToHex({bytes, sizeof bytes}, shared::kUpperDigits);
         }
     }
     return out;
@@ -189,7 +138,8 @@ std::string ToUtf8(const String& text) {
     const std::u16string& units = StringUnits::Of(text);
     std::string bytes;
     bytes.reserve(units.size());
-    for (std::size_t at = 0; at < units.size();) AppendUtf8(bytes, NextCodePoint(units, at));
+    for (std::size_t at = 0; at < units.size();)
+        shared::AppendUtf8(bytes, NextCodePoint(units, at));
     return bytes;
 }
 
@@ -219,30 +169,7 @@ std::string_view Trimmed(std::string_view text) {
 }
 
 std::string PercentEncode(std::string_view bytes) {
-    std::string text;
-    for (const char c : bytes) {
-        if (StaysPlain(c)) {
-            text += c;
-        } else {
-            text += "%" + Hex(static_cast<unsigned char>(c), 2);
-        }
-    }
-    return text;
-}
-
-std::string PercentDecode(std::string_view text) {
-    std::string bytes;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const bool escape = text[i] == '%' && i + 2 < text.size() && HexDigit(text[i + 1]) >= 0 &&
-                            HexDigit(text[i + 2]) >= 0;
-        if (!escape) {
-            bytes += text[i];
-            continue;
-        }
-        bytes += static_cast<char>(HexDigit(text[i + 1]) * 16 + HexDigit(text[i + 2]));
-        i += 2;
-    }
-    return bytes;
+    return shared::PercentEncoded(bytes, StaysPlain);
 }
 
 }  // namespace Internal

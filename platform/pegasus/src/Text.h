@@ -41,8 +41,6 @@ std::string_view Trimmed(std::string_view text);
 
 // "%2F" for "/" and so on. Letters, digits and -_.!~*'() stay.
 std::string PercentEncode(std::string_view bytes);
-// A "%" that no two hexadecimal digits follow stays as it is.
-std::string PercentDecode(std::string_view text);
 
 }  // namespace Internal
 }  // namespace Pegasus
