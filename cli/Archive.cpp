@@ -16,46 +16,28 @@
 #include <memory>
 #include <utility>
 
+#include "cli/FileDescriptor.h"
+
 namespace Kemffdc {
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t kMaxHost = 60;
-constexpr std::size_t kMaxName = 120;
 constexpr int kMaxSameNames = 1000;
 constexpr char kWorkFolder[] = ".kemffdc-XXXXXX";  // a pattern of mkdtemp(3)
+constexpr char kRecord[] = ".record";
 constexpr int kMaxStarts = 100;
 constexpr std::time_t kLongestStart = 60;  // seconds from a working folder's making to its lock
 
-bool IsPlain(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
-           c == '_' || c == '+' || c == '-';
-}
-
-std::string MadeSafe(const std::string& text) {
-    std::string safe;
-    for (const char c : text) safe.push_back(IsPlain(c) ? c : '_');
-    return safe.substr(std::min(safe.find_first_not_of(".-"), safe.size()));
-}
-
-std::string LastComponent(const std::string& path) {
-    return path.substr(path.find_last_of("/\\") + 1);
-}
-
-// The end is kept: there stands the extension.
-std::string Tail(const std::string& text, std::size_t length) {
-    return text.size() <= length ? text : MadeSafe(text.substr(text.size() - length));
-}
-
 std::string Why() { return std::string(std::strerror(errno)) + "."; }
 
-// "a.tar.gz", 2 -> "a-2.tar.gz"
-std::string Numbered(const std::string& name, int number) {
+// "a.tar.gz", 2 -> "a-2.tar.gz"; a folder has no extension.
+std::string Numbered(const std::string& name, bool folder, int number) {
     if (number == 1) return name;
     const std::size_t tar = name.rfind(".tar.");
     const std::size_t dot = tar != std::string::npos ? tar : name.rfind('.');
-    const std::size_t end = dot == std::string::npos || dot == 0 ? name.size() : dot;
+    const bool extension = !folder && dot != std::string::npos && dot != 0;
+    const std::size_t end = extension ? dot : name.size();
     return name.substr(0, end) + "-" + std::to_string(number) + name.substr(end);
 }
 
@@ -85,6 +67,20 @@ int MoveWithoutReplacing(const std::string& from, const std::string& to) {
     const int why = errno;
     folder ? rmdir(to.c_str()) : unlink(to.c_str());
     return why;
+}
+
+bool IsThere(const std::string& path) {
+    struct stat found {};
+    return lstat(path.c_str(), &found) == 0;
+}
+
+// 0, or errno.
+int WriteFile(const std::string& path, const std::string& text) {
+    const FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    if (!file.IsOpen()) return errno;
+    const ssize_t written = write(file.Get(), text.data(), text.size());
+    if (written < 0) return errno;
+    return static_cast<std::size_t>(written) == text.size() ? 0 : ENOSPC;
 }
 
 bool IsWorkFolderName(const std::string& name) {
@@ -173,15 +169,7 @@ std::string Hex(const unsigned char* bytes, unsigned length) {
 
 }  // namespace
 
-std::string ArchiveName(const std::string& host, const std::tm& when, const std::string& bmcPath) {
-    char time[32];
-    (void)std::strftime(time, sizeof time, "_%Y%m%d-%H%M%S_", &when);
-    std::string from = MadeSafe(host).substr(0, kMaxHost);
-    if (from.empty()) from = "bmc";
-    std::string name = Tail(MadeSafe(LastComponent(bmcPath)), kMaxName);
-    if (name.empty()) name = "ffdc";
-    return from + time + name;
-}
+std::string RecordPath(const std::string& path) { return path + ".json"; }
 
 OutputFolder::~OutputFolder() { Discard(); }
 
@@ -248,12 +236,13 @@ std::string OutputFolder::WorkPath(const std::string& name) const {
     return (fs::path(m_work) / name).string();
 }
 
-Outcome OutputFolder::Deliver(const std::string& name, std::string& path) {
-    const std::string from = WorkPath(name);
+Outcome OutputFolder::Deliver(const std::string& from, const std::string& name, std::string& path) {
+    std::error_code ignored;
+    const bool folder = fs::is_directory(WorkPath(from), ignored);
     int why = EEXIST;
     for (int number = 1; why == EEXIST && number <= kMaxSameNames; ++number) {
-        path = (fs::path(m_folder) / Numbered(name, number)).string();
-        why = MoveWithoutReplacing(from, path);
+        path = (fs::path(m_folder) / Numbered(name, folder, number)).string();
+        if (!IsThere(RecordPath(path))) why = MoveWithoutReplacing(WorkPath(from), path);
     }
     if (why != 0) {
         return Failure(kLocalFile,
@@ -261,6 +250,15 @@ Outcome OutputFolder::Deliver(const std::string& name, std::string& path) {
     }
     m_delivered = true;
     return {};
+}
+
+Outcome OutputFolder::DeliverRecord(const std::string& path, const std::string& text) {
+    const std::string work = WorkPath(kRecord);
+    int why = WriteFile(work, text);
+    if (why == 0) why = MoveWithoutReplacing(work, RecordPath(path));
+    if (why == 0) return {};
+    return Failure(kLocalFile, "The record " + RecordPath(path) +
+                                   " could not be written: " + std::strerror(why) + ".");
 }
 
 void OutputFolder::Discard() {

@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <ctime>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -13,12 +12,6 @@
 #include "cli/ExitCodes.h"
 
 namespace Kemffdc {
-
-// Name for an archive: host, local time, and the name that the BMC gave its file. Of the BMC's path
-// only the last component counts, and of that only letters, digits, ".", "_", "+" and "-"; so the
-// result is one plain path component without blanks, of at most 200 bytes, that starts with neither
-// a dot nor a dash.
-std::string ArchiveName(const std::string& host, const std::tm& when, const std::string& bmcPath);
 
 // A folder for the archive, and a folder of its own in it for the download. Nothing appears in the
 // output folder before it is complete, and nothing of a failed run stays: the destructor removes
@@ -53,10 +46,14 @@ public:
     // Path for a download.
     std::string WorkPath(const std::string& name) const;
 
-    // Moves WorkPath(name), a file or a folder, into the output folder. Never replaces anything
-    // there: a name that is taken gets "-2", "-3" ... before its extension. `path` receives the
-    // absolute path.
-    Outcome Deliver(const std::string& name, std::string& path);
+    // Moves WorkPath(from), a file or a folder, into the output folder. Never replaces anything
+    // there, and never takes a name whose record is there: then it gets "-2", "-3" ... behind its
+    // name, before the extension of a file. `path` receives the absolute path.
+    Outcome Deliver(const std::string& from, const std::string& name, std::string& path);
+
+    // Puts a record beside what was delivered at `path`: a file of that name with ".json" behind
+    // it, for this user alone. Never replaces one.
+    Outcome DeliverRecord(const std::string& path, const std::string& text);
 
     // Removes the working folder with all that is in it. Any thread, also while another downloads;
     // what the other one writes afterwards fails.
@@ -72,6 +69,9 @@ private:
     bool m_made = false;
     std::atomic<bool> m_delivered{false};
 };
+
+// Where the record of the archive at `path` stands: NAME.json.
+std::string RecordPath(const std::string& path);
 
 // Size and SHA-256 (lower-case hexadecimal) of a file, read in pieces. Stops with kInterrupted once
 // `stop` returns true.

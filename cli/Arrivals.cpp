@@ -3,11 +3,15 @@
 
 #include <sys/stat.h>
 
+#include <exception>
+
 #include "cli/Archive.h"
 
 namespace Kemffdc {
 
-Arrivals::Arrivals() { Varnex::AddTransferWatcher(this); }
+Arrivals::Arrivals(const std::function<bool()>& stop) : m_check({Archives::kMaxUnpacked, stop}) {
+    Varnex::AddTransferWatcher(this);
+}
 
 Arrivals::~Arrivals() { Varnex::RemoveTransferWatcher(this); }
 
@@ -15,8 +19,9 @@ void Arrivals::Completed(const Varnex::TransferResult& result) {
     try {
         const std::lock_guard<std::mutex> hold(m_lock);
         m_files[{result.device, result.inode}] = {result.bytes, result.modified, result.sha256};
-    } catch (const std::bad_alloc&) {
-        // Not remembered: it will be read.
+        if (Archives::IsArchiveName(result.localPath)) m_check.Begin(result.localPath);
+    } catch (const std::exception&) {
+        // Not remembered: it will be read later.
     }
 }
 
@@ -27,6 +32,12 @@ Outcome Arrivals::Measure(const std::string& path, const std::function<bool()>& 
     size = content.size;
     sha256 = content.sha256;
     return {};
+}
+
+std::optional<Archives::Reading> Arrivals::Reading(const std::string& path) {
+    if (!Archives::IsArchiveName(path)) return {};
+    if (!m_check.HasBegun(path)) m_check.Begin(path);
+    return m_check.Result(path);
 }
 
 bool Arrivals::Find(const std::string& path, Content& content) const {

@@ -6,19 +6,23 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <utility>
 
 #include "Transfer.h"
 #include "cli/ExitCodes.h"
+#include "cli/archive/Check.h"
 
 namespace Kemffdc {
 
 // The files that downloads of this process have brought while the object lives, with the SHA-256
-// that was computed while they came.
+// that was computed while they came. Archives among them are read to their end on a thread of its
+// own, as soon as they are here.
 class Arrivals : public Varnex::TransferWatcher {
 public:
-    Arrivals();
+    // `stop`: whether nobody waits for a result any more; asked on several threads.
+    explicit Arrivals(const std::function<bool()>& stop);
     ~Arrivals() override;
 
     Arrivals(const Arrivals&) = delete;
@@ -28,6 +32,10 @@ public:
     // it is not one that arrived, or was changed since.
     Outcome Measure(const std::string& path, const std::function<bool()>& stop, std::uint64_t& size,
                     std::string& sha256) const;
+
+    // How an archive could be read; nothing of a file whose name is none of an archive. Blocks
+    // until it is read, or until `stop` is true.
+    std::optional<Archives::Reading> Reading(const std::string& path);
 
     bool Progress(const Varnex::TransferProgress&) override { return true; }
     void Completed(const Varnex::TransferResult& result) override;
@@ -44,6 +52,7 @@ private:
 
     mutable std::mutex m_lock;
     std::map<File, Content> m_files;
+    Archives::Check m_check;
 };
 
 }  // namespace Kemffdc

@@ -40,7 +40,7 @@ constexpr char kConfigExamples[] =
     "  kemffdc config 192.0.2.10 --via ipmi --json\n"
     "      The same for another channel, as JSON.\n";
 
-OptionGroups OnBmc() { return {&RunOptions(), &ResultOptions()}; }
+OptionGroups OnBmc() { return {&RunOptions(), &StateOptions(), &ResultOptions()}; }
 
 bool IsHostByte(char c) {
     return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '.' || c == '-' || c == '_' ||

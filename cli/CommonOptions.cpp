@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "cli/ArchiveName.h"
 #include "cli/terminal/Text.h"
 
 namespace Kemffdc {
@@ -33,6 +34,16 @@ Reading Port() {
     Reading reading = Number(&Options::port, 1, kHighestPort);
     reading.show = [](const Options& options) {
         return options.port == 0 ? "" : std::to_string(options.port);
+    };
+    return reading;
+}
+
+Reading NameTemplate() {
+    Reading reading = Text(&Options::nameTemplate);
+    reading.take = [](const std::string& text, Options& options) {
+        std::string fault = CheckNameTemplate(text);
+        if (fault.empty()) options.nameTemplate = text;
+        return fault;
     };
     return reading;
 }
@@ -103,6 +114,8 @@ const OptionGroup& DownloadOptions() {
         "Download",
         {{"--output", "DIR", "Folder for the archive; made if its parent exists",
           Path(&Options::output), Where::kAnyhow, Use::kGather, true},
+         {"--name-template", "TEXT", "Name of the archive, of {host}, {serial}, {utc} and {name}",
+          NameTemplate(), Where::kAnyhow, Use::kGather},
          {"--max-size", "SIZE", "Download no more than this in all, 500M or 16G; 0 is no limit",
           Size(&Options::maxSize), Where::kAnyhow, Use::kGather},
          {"--keep-free", "SIZE", "Leave this much of the output folder's disk free; 0 is nothing",
@@ -117,6 +130,8 @@ const OptionGroup& RunOptions() {
           Time(&Options::deadline), Where::kAnyhow, Use::kReach, true},
          {"--events", "", "Print a JSON line for each change, and the result as the last one",
           Flag(&Options::events), Where::kLine},
+         {"--wait", "", "Wait while another run is at work on the same BMC", Flag(&Options::wait),
+          Where::kAnyhow, Use::kGather},
          {"--no-proxy", "", "Ignore the environment's proxies", Flag(&Options::noProxy),
           Where::kAnyhow},
          {"--log-level", "N", "Write the library's log: 0 nothing, 1 errors ... 4 everything",
@@ -127,7 +142,10 @@ const OptionGroup& RunOptions() {
 }
 
 const OptionGroup& StateOptions() {
-    static const OptionGroup group{"State", {}};
+    static const OptionGroup group{
+        "State",
+        {{"--state-dir", "DIR", "Folder of the history, the locks and the known BMCs",
+          Path(&Options::stateDir), Where::kAnyhow, Use::kReach}}};
     return group;
 }
 

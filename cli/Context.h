@@ -11,6 +11,7 @@
 #include "cli/ExitCodes.h"
 #include "cli/Limits.h"
 #include "cli/Options.h"
+#include "cli/history/Recorder.h"
 #include "cli/report/Report.h"
 #include "cli/terminal/Interrupt.h"
 #include "cli/terminal/Progress.h"
@@ -28,7 +29,8 @@ struct Context {
     OutputFolder& folder;  // open where something is to be downloaded
     Interrupt& interrupt;
     const Limits& limits;
-    const Arrivals& arrivals;
+    Arrivals& arrivals;
+    History::Recorder& recorder;
     std::atomic<bool>& bmcGathers;  // a run that ends now leaves the BMC at work
 
     // Announces a step to progress and report.
@@ -37,10 +39,17 @@ struct Context {
         progress.Step(step);
     }
 
-    // Moves what was downloaded to its place. From then on the run is done, and nothing stops it.
-    Outcome Deliver(const std::string& name, std::string& path) {
+    // A name after the operator's template, for what the BMC calls so.
+    std::string NameFor(const std::string& bmcPath) const;
+
+    // Finds out whether the file at file.path unpacks to its end, where it is an archive.
+    void Examine(DeliveredFile& file);
+
+    // Moves what was downloaded, in the working folder, to its place. From then on the run is done,
+    // and nothing stops it.
+    Outcome Deliver(const std::string& from, const std::string& name, std::string& path) {
         interrupt.ClaimEnding();
-        return folder.Deliver(name, path);
+        return folder.Deliver(from, name, path);
     }
 
     // Ends it; gives `outcome` back, or that of an interrupted run or of a limit that was reached.
@@ -51,6 +60,10 @@ struct Context {
         return limit.Ok() ? outcome : limit;
     }
 };
+
+// What it means that an archive came, was kept, and cannot be read to its end; no failure where it
+// can.
+Outcome DiagnoseDamage(const DeliveredFile& file);
 
 }  // namespace Kemffdc
 

@@ -17,7 +17,7 @@ enum ExitCode : int {
     kNotFinished = 6,     // still running after the last try, or the run at its deadline
     kDownloadFailed = 7,  // gathered, but not fetched
     kLocalFile = 8,       // a file, folder or disk of this machine
-    kFilesMissing = 9,    // some of the BMC's files were fetched, and some were not
+    kIncomplete = 9,      // what came is kept, and files are missing or cannot be read
     kLimited = 10,        // reached, but nothing can be gathered this way; nothing was started
     kInterrupted = 130,   // Ctrl-C and the other signals that ask a process to end
 };

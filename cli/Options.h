@@ -10,6 +10,8 @@
 #include <typeindex>
 #include <vector>
 
+#include "cli/ArchiveName.h"
+
 namespace Kemffdc {
 
 enum class Command { kCollect, kCheck, kConfig };
@@ -79,9 +81,13 @@ struct Options {
     std::string exportPasswordFile;  // as passwordFile
     std::vector<std::string> exportPasswordCommand;
     std::string output = ".";
+    std::string nameTemplate = kDefaultNameTemplate;
     std::uint64_t maxSize = std::uint64_t{16} << 30;  // bytes of all downloads; 0: no limit
     std::uint64_t keepFree = std::uint64_t{1} << 30;  // bytes, on the disk of `output`
     std::int64_t deadline = std::int64_t{2} * 3600;   // seconds for the whole run; 0: none
+
+    std::string stateDir;  // empty: where History::StateFolder() says
+    bool wait = false;     // while another run is at work on the same BMC
 
     bool json = false;
     bool events = false;

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <memory>
 #include <new>
 #include <ostream>
@@ -21,6 +22,10 @@
 #include "cli/Channels.h"
 #include "cli/Context.h"
 #include "cli/Limits.h"
+#include "cli/history/BmcLock.h"
+#include "cli/history/BmcName.h"
+#include "cli/history/Recorder.h"
+#include "cli/history/StateFolder.h"
 #include "cli/http/CaFile.h"
 #include "cli/report/Events.h"
 #include "cli/report/Json.h"
@@ -37,6 +42,7 @@ namespace {
 constexpr std::chrono::milliseconds kGoodbye{200};  // for the BMC to hear that its session ends
 
 constexpr std::chrono::seconds kLongestCommand{120};  // a person may have to type into it
+constexpr std::size_t kLongNote = 1000;
 
 constexpr int kFileLevel = 4;  // who asks for a file wants to read it all
 
@@ -100,6 +106,37 @@ Outcome ReadPasswords(const Options& options, Secret& password, Secret& exportPa
         exportPassword);
 }
 
+// The same for every run on a BMC, whatever way it takes: its host alone, where the port is one
+// that BMCs have by themselves. Another port may lead to another machine behind the same address.
+std::string NameForLock(const Options& options) {
+    if (options.host.empty()) return "this machine";
+    for (const Channel* channel : Channels()) {
+        Options usual = options;
+        usual.port = 0;
+        (void)channel->complete(usual);
+        if (usual.port == options.port) return History::SameHost(options.host);
+    }
+    return History::SameBmc(options.host, options.port);
+}
+
+// What is known of a run when it begins.
+History::RunRow RowOf(const Options& options, const RunRecord& record) {
+    std::error_code ignored;
+    History::RunRow run;
+    run.command = record.command;
+    run.toolVersion = KEMFFDC_VERSION;
+    run.channel = record.channel;
+    run.host = record.host;
+    run.port = record.port;
+    run.user = record.user;
+    run.logKind = record.logKind;
+    run.exportUri = options.exportUri;
+    if (options.exportUri.empty()) {
+        run.output = std::filesystem::absolute(options.output, ignored).lexically_normal().string();
+    }
+    return run;
+}
+
 // One run, from the first signal that could interrupt it to its report.
 class Conductor {
 public:
@@ -113,7 +150,9 @@ public:
           m_interrupt(std::chrono::seconds(options.deadline),
                       {[this] { TellStopped(); }, [this] { CleanUp(); }}),
           m_events(options.events ? std::make_unique<Events>(STDOUT_FILENO) : nullptr),
+          m_arrivals([this] { return m_interrupt.Raised(); }),
           m_progress(err, live, TerminalColumns, m_events.get()) {
+        m_report.AddObserver(&m_recorder);
         if (m_events) m_report.AddObserver(m_events.get());
         m_channel.outline(options, m_report);
     }
@@ -137,11 +176,16 @@ public:
 
 private:
     Outcome Work() {
-        Outcome outcome = ReadPasswords(m_options, m_password, m_exportPassword);
+        // Who is to be refused shall not be asked for a password, and who waits is asked before.
+        Outcome outcome = m_options.wait ? Outcome{} : LockBmc();
+        if (outcome.Ok()) outcome = ReadPasswords(m_options, m_password, m_exportPassword);
+        if (outcome.Ok() && m_options.wait) outcome = LockBmc();
         if (!outcome.Ok()) return outcome;
         // A BMC may send back what it was sent.
         Varnex::HideInLog(m_password.Reveal(), m_options.user);
         Varnex::HideInLog(m_exportPassword.Reveal(), m_options.exportUser);
+
+        if (m_options.command == Command::kCollect) BeginHistory();
 
         // CIM has no download: there the URI is never empty.
         const bool downloads =
@@ -149,10 +193,37 @@ private:
         if (downloads) outcome = PrepareFolder();
         if (!outcome.Ok()) return outcome;
 
-        Context context{m_options, m_password,  m_exportPassword, m_progress, m_report,
-                        m_folder,  m_interrupt, m_limits,         m_arrivals, m_bmcGathers};
+        Context context{m_options,  m_password, m_exportPassword, m_progress,
+                        m_report,   m_folder,   m_interrupt,      m_limits,
+                        m_arrivals, m_recorder, m_bmcGathers};
         return m_options.command == Command::kCheck ? m_channel.check(context)
                                                     : m_channel.collect(context);
+    }
+
+    // check gathers nothing: it may run at any time.
+    Outcome LockBmc() {
+        if (m_options.command == Command::kCheck) return {};
+        const History::BmcLock::Patience patience{
+            [this](const std::string& holder) {
+                m_progress.Say("Waiting for another run on this BMC (" + holder + ").");
+            },
+            [this] { return m_interrupt.Raised(); }};
+        const Outcome outcome = m_lock.Take(m_stateFolder, NameForLock(m_options),
+                                            m_options.wait ? &patience : nullptr);
+        Note(m_lock.Trouble());
+        return outcome;
+    }
+
+    void BeginHistory() {
+        m_recorder.Begin(m_stateFolder, RowOf(m_options, m_report.Now()));
+        if (m_recorder.Number() != 0) m_report.SetNumber(m_recorder.Number());
+        const std::string trouble = m_recorder.TakeTrouble();
+        if (trouble != m_lock.Trouble()) Note(trouble);  // one folder, one word
+    }
+
+    // What is no reason to end a run.
+    void Note(const std::string& text) {
+        if (!text.empty()) m_progress.Say("Note: " + Clean(text, kLongNote));
     }
 
     Outcome PrepareFolder() {
@@ -182,6 +253,7 @@ private:
     // Called while the run is still blocked somewhere; the process ends right after it.
     void TellStopped() {
         try {
+            m_recorder.Hurry();
             RestoreTerminal();
             Tell(Stopped());
         } catch (...) {
@@ -195,8 +267,10 @@ private:
     }
 
     void Tell(const Outcome& outcome) {
+        const std::optional<RunRecord> record = m_report.End(outcome);
+        if (record) Keep(*record);
         m_progress.End();
-        if (const std::optional<RunRecord> record = m_report.End(outcome)) Tell(*record);
+        if (record) Tell(*record);
         m_interrupt.Told();
     }
 
@@ -212,8 +286,18 @@ private:
         m_out.flush();
     }
 
+    // What outlives the run stands before anybody hears of its end.
+    void Keep(const RunRecord& record) {
+        m_recorder.End(record);
+        Note(m_recorder.TakeTrouble());
+        if (record.delivery.path.empty()) return;
+        Note(m_folder.DeliverRecord(record.delivery.path, JsonText(RunObject(record)) + "\n")
+                 .reason);
+    }
+
     const Options& m_options;
     const Channel& m_channel;
+    const std::string m_stateFolder = History::StateFolder(m_options.stateDir);
     std::ostream& m_out;
     std::ostream& m_err;
     // Before the secrets' users, and destroyed after them.
@@ -222,10 +306,12 @@ private:
     Report m_report;
     OutputFolder m_folder;
     Limits m_limits;
-    Arrivals m_arrivals;
     std::atomic<bool> m_bmcGathers{false};
+    History::BmcLock m_lock;
+    History::Recorder m_recorder;
     Interrupt m_interrupt;                   // before any thread is started
     const std::unique_ptr<Events> m_events;  // null without --events
+    Arrivals m_arrivals;
     Progress m_progress;
 };
 

@@ -12,6 +12,9 @@ namespace Kemffdc {
 std::string UtcNow();
 std::string UtcText(std::time_t time);
 
+// The same as names of files have it: "20260131T235958Z" (ISO 8601, basic format).
+std::string UtcForNames(std::time_t time);
+
 }  // namespace Kemffdc
 
 #endif

@@ -21,16 +21,22 @@ Check::~Check() {
 
 void Check::Begin(const std::string& path) {
     const std::lock_guard<std::mutex> hold(m_lock);
-    m_waiting.push_back(path);
     if (!m_thread.joinable()) m_thread = std::thread([this] { Work(); });
+    m_waiting.push_back(path);
+    ++m_begun[path];
     m_changed.notify_all();
+}
+
+bool Check::HasBegun(const std::string& path) const {
+    const std::lock_guard<std::mutex> hold(m_lock);
+    return m_begun.count(path) > 0;
 }
 
 Reading Check::Result(const std::string& path) {
     std::unique_lock<std::mutex> hold(m_lock);
-    while (m_done.count(path) == 0 && !MustStop()) m_changed.wait_for(hold, kLook);
-    const auto found = m_done.find(path);
-    if (found != m_done.end()) return found->second;
+    const auto isRead = [&] { return m_done.count(path) > 0 && m_begun[path] == 0; };
+    while (!isRead() && !MustStop()) m_changed.wait_for(hold, kLook);
+    if (isRead()) return m_done[path];
     return {Reading::State::kStopped, "was not read to its end"};
 }
 
@@ -48,6 +54,7 @@ void Check::Work() {
         const Reading reading = ReadArchive(path, bounds);
         hold.lock();
         m_done[path] = reading;
+        --m_begun[path];
         m_changed.notify_all();
     }
 }

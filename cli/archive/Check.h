@@ -26,8 +26,10 @@ public:
     Check(const Check&) = delete;
     Check& operator=(const Check&) = delete;
 
-    // The file will be read, after those that were named before. It stays where it is until then.
+    // The file will be read, after those that were named before. It stays where it is until then;
+    // where it is replaced, it is to be named again, and the last reading counts.
     void Begin(const std::string& path);
+    bool HasBegun(const std::string& path) const;
 
     // Blocks until a file that was begun is read, or until there is a reason to stop.
     Reading Result(const std::string& path);
@@ -38,8 +40,9 @@ private:
 
     const Bounds m_bounds;
     std::atomic<bool> m_ends{false};
-    std::mutex m_lock;  // of the next three
+    mutable std::mutex m_lock;  // of the next four
     std::condition_variable m_changed;
+    std::map<std::string, int> m_begun;  // how many readings are to come
     std::deque<std::string> m_waiting;
     std::map<std::string, Reading> m_done;
     std::thread m_thread;  // started with the first file

@@ -34,9 +34,11 @@ struct Reading {
     bool Ok() const { return state == State::kWhole; }
 };
 
+constexpr std::uint64_t kMaxUnpacked = std::uint64_t{64} << 30;  // bytes
+
 struct Bounds {
-    std::uint64_t bytes = std::uint64_t{64} << 30;  // unpacked
-    std::function<bool()> stop;                     // asked every 256 KiB; may be empty
+    std::uint64_t bytes = kMaxUnpacked;
+    std::function<bool()> stop;  // asked every 256 KiB; may be empty
 };
 
 // Looks at the entries while they are read.

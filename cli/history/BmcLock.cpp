@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -13,17 +12,13 @@
 #include <thread>
 
 #include "cli/Utc.h"
+#include "cli/history/BmcName.h"
 #include "cli/history/StateFolder.h"
 
 namespace Kemffdc::History {
 namespace {
 
 constexpr auto kPause = std::chrono::milliseconds(100);
-
-std::string ThisMachine() {
-    std::array<char, 256> name{};
-    return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "";
-}
 
 std::string FileName(std::string bmc) {
     std::replace(bmc.begin(), bmc.end(), '/', '_');
@@ -56,8 +51,9 @@ Outcome BmcLock::Take(const std::string& stateFolder, const std::string& bmc,
     if (state == FileLock::State::kTaken && patience != nullptr) state = Wait(*patience);
     if (state == FileLock::State::kTaken) {
         if (patience != nullptr) return Failure(kInterrupted, "Interrupted.");
-        return Failure(kLocalFile, "Another run is at work on this BMC (" + Holder(m_path) +
-                                       "). With --wait this one waits until it is done.");
+        return Failure(kLocalFile, Cause::kLocked,
+                       "Another run is at work on this BMC (" + Holder(m_path) +
+                           "). With --wait this one waits until it is done.");
     }
     if (state == FileLock::State::kLocked) Sign();
     if (state == FileLock::State::kNoLocks) {

@@ -2,8 +2,10 @@
 #include "cli/history/BmcName.h"
 
 #include <arpa/inet.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 
 namespace Kemffdc::History {
 namespace {
@@ -29,6 +31,11 @@ std::string SameBmc(const std::string& host, std::uint16_t port) {
     const std::string same = SameHost(host);
     const bool ipv6 = same.find(':') != std::string::npos;
     return (ipv6 ? "[" + same + "]" : same) + ":" + std::to_string(port);
+}
+
+std::string ThisMachine() {
+    std::array<char, 256> name{};
+    return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "";
 }
 
 }  // namespace Kemffdc::History

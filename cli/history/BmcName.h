@@ -14,6 +14,9 @@ std::string SameHost(const std::string& host);
 // One spelling for a host and port: "bmc7.example:443", "[2001:db8::7]:443".
 std::string SameBmc(const std::string& host, std::uint16_t port);
 
+// This machine's own name.
+std::string ThisMachine();
+
 }  // namespace Kemffdc::History
 
 #endif

@@ -25,6 +25,7 @@ namespace {
 constexpr int kMark = 0x4B464643;  // SQLite's application_id: whose file it is
 constexpr auto kPause = std::chrono::milliseconds(10);
 constexpr int kMaxPauses = 500;
+constexpr int kMaxHurriedPauses = 20;
 
 // What leads from one schema to the next: the first entry from an empty file to schema 1. Entries
 // are never changed once they are released; a new schema is a new entry.
@@ -224,8 +225,10 @@ auto Guarded(const std::string& path, const Work& work) {
     }
 }
 
-int WaitForAnother(void* hurry, int pauses) {
-    if (*static_cast<std::atomic<bool>*>(hurry) || pauses >= kMaxPauses) return 0;
+int WaitForAnother(void* store, int pauses) {
+    const std::atomic<bool>* hurry = *static_cast<const std::atomic<bool>* const*>(store);
+    const bool hurried = hurry != nullptr && *hurry;
+    if (pauses >= (hurried ? kMaxHurriedPauses : kMaxPauses)) return 0;
     std::this_thread::sleep_for(kPause);
     return 1;
 }
@@ -252,8 +255,8 @@ flock OneByte(Id at, short type) {
 
 }  // namespace
 
-Store::Store(const std::string& stateFolder)
-    : m_folder(stateFolder), m_path(stateFolder + "/history.db") {
+Store::Store(const std::string& stateFolder, const std::atomic<bool>* hurry)
+    : m_folder(stateFolder), m_path(stateFolder + "/history.db"), m_hurry(hurry) {
     const Outcome made = MakeStateFolder(stateFolder);
     if (!made.Ok()) throw StoreError(made.reason);
     MakePrivateFile(m_path);
@@ -354,6 +357,14 @@ void Store::EndRun(Id run, int exitCode, const std::string& outcome, const std::
                                  "UPDATE runs SET ended_at = ?, exit_code = ?, outcome = ?, "
                                  "reason = ? WHERE id = ?");
         Values(update).Text(UtcNow()).Number(exitCode).Text(outcome).Text(reason).Number(run);
+        update.exec();
+    });
+}
+
+void Store::SetWay(Id run, const std::string& channel, std::uint16_t port) {
+    Guarded(m_path, [&] {
+        SQLite::Statement update(*m_database, "UPDATE runs SET channel = ?, port = ? WHERE id = ?");
+        Values(update).Text(channel).Known(port).Number(run);
         update.exec();
     });
 }
@@ -523,6 +534,15 @@ std::vector<ArchiveRow> Store::ArchivesAt(const std::string& path) const {
         SQLite::Statement query(*m_database, std::string("SELECT ") + kArchiveColumns +
                                                  " FROM archives WHERE path = ? ORDER BY id DESC");
         Values(query).Text(path);
+        return ReadArchives(query);
+    });
+}
+
+std::vector<ArchiveRow> Store::Partials() const {
+    return Guarded(m_path, [&] {
+        SQLite::Statement query(*m_database,
+                                std::string("SELECT ") + kArchiveColumns +
+                                    " FROM archives WHERE partial IS NOT NULL ORDER BY id");
         return ReadArchives(query);
     });
 }

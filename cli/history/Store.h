@@ -99,14 +99,15 @@ struct ArchiveRow {
 // to Varnex::HideInLog are masked in every text.
 //
 // Operations throw StoreError, and block for at most 5 s while another process writes. One thread
-// at a time, but for Hurry().
+// at a time.
 class Store {
 public:
     static constexpr int kSchema = 1;  // kept as SQLite's user_version
 
     // Opens the history; makes folder and file, for this user alone, where they are missing.
     // Older schemas are brought up to date, newer ones and other programs' files are refused.
-    explicit Store(const std::string& stateFolder);
+    // `hurry`: once it is true, nothing blocks for longer than 0.2 s; it outlives the object.
+    explicit Store(const std::string& stateFolder, const std::atomic<bool>* hurry = nullptr);
     ~Store();
 
     Store(const Store&) = delete;
@@ -114,12 +115,10 @@ public:
 
     static bool Exists(const std::string& stateFolder);
 
-    // From now on no operation waits for another process. Any thread, any time.
-    void Hurry() { m_hurry = true; }
-
     // A run begins: as long as this process lives, IsLive() is true for it.
     Id BeginRun(const RunRow& run);
     void EndRun(Id run, int exitCode, const std::string& outcome, const std::string& reason);
+    void SetWay(Id run, const std::string& channel, std::uint16_t port);
     void SetBmc(Id run, const Bmc& bmc);
     void SetTask(Id run, const std::string& uri, const std::string& state);
     void SetBmcPath(Id run, const std::string& path);
@@ -143,6 +142,8 @@ public:
     std::vector<ArchiveRow> Archives(Id run) const;
     // Those with this path, the newest first.
     std::vector<ArchiveRow> ArchivesAt(const std::string& path) const;
+    // Those that have not come whole, but in part.
+    std::vector<ArchiveRow> Partials() const;
     // All that were delivered; of one host, address or serial number if it is not empty.
     std::vector<ArchiveRow> Delivered(const std::string& bmc) const;
 
@@ -157,7 +158,7 @@ private:
 
     std::string m_folder;
     std::string m_path;
-    std::atomic<bool> m_hurry{false};
+    const std::atomic<bool>* m_hurry;
     FileDescriptor m_live;  // locked at the number of each run that this object has begun
     std::unique_ptr<SQLite::Database> m_database;
 };

@@ -131,9 +131,9 @@ Outcome DiagnoseFetched(const RunEvents& events) {
     const std::string missing = Missing(events);
     if (fetched > 0 && missing.empty()) return {};
     if (fetched > 0) {
-        return Failure(kFilesMissing, Plural(static_cast<std::size_t>(fetched), "file") +
-                                          (fetched == 1 ? " was" : " were") +
-                                          " fetched. Missing: " + missing + ".");
+        return Failure(kIncomplete, Plural(static_cast<std::size_t>(fetched), "file") +
+                                        (fetched == 1 ? " was" : " were") +
+                                        " fetched. Missing: " + missing + ".");
     }
     if (!missing.empty()) {
         return Failure(kDownloadFailed,
@@ -296,6 +296,18 @@ Outcome DiagnoseCollect(int code, const RunEvents& events, const Options& option
                                             std::to_string(code) + ", for a reason not known.");
     }
     return fetch;
+}
+
+Outcome DiagnoseUnreadable(const RunEvents& events) {
+    std::string unreadable;
+    for (const RemoteFile& file : events.files) {
+        if (file.state != State::kFetched || file.damage.empty()) continue;
+        unreadable += (unreadable.empty() ? "" : "; ") + Clean(file.name) + " " + file.damage;
+    }
+    if (unreadable.empty()) return {};
+    return Failure(
+        kIncomplete, Cause::kUnreadable,
+        "All files are kept, but not every archive among them can be read: " + unreadable + ".");
 }
 
 }  // namespace Kemffdc::Ipmi

@@ -32,6 +32,9 @@ std::string FoldersPassedOver(const RunEvents& events);
 // lost connection and trouble on this machine, which decide it always.
 Outcome DiagnoseCollect(int code, const RunEvents& events, const Options& options);
 
+// Of archives that were fetched and cannot be read to their end.
+Outcome DiagnoseUnreadable(const RunEvents& events);
+
 }  // namespace Kemffdc::Ipmi
 
 #endif

@@ -17,8 +17,9 @@ using State = RemoteFile::State;
 
 constexpr std::size_t kMaxShownName = 255;
 
-const char* StateName(State state) {
-    switch (state) {
+const char* StateName(const RemoteFile& file) {
+    if (!file.damage.empty()) return "unreadable";
+    switch (file.state) {
         case State::kRunning:
             return "not-ended";
         case State::kFetched:
@@ -38,11 +39,11 @@ const char* StateName(State state) {
 json::object JsonOf(const RemoteFile& file) {
     const bool fetched = file.state == State::kFetched;
     return {{"name", TextOrNull(file.name)},
-            {"outcome", StateName(file.state)},
+            {"outcome", StateName(file)},
             {"path", TextOrNull(file.path)},
             {"size", fetched ? json::value(file.size) : json::value(nullptr)},
             {"sha256", TextOrNull(file.sha256)},
-            {"reason", TextOrNull(file.reason)}};
+            {"reason", TextOrNull(file.damage.empty() ? file.reason : file.damage)}};
 }
 
 // A BMC may name a file as a password was named.
@@ -57,7 +58,8 @@ void HideSecrets(RemoteFile& file) {
 
 std::string Fate(const RemoteFile& file) {
     if (file.state == State::kFetched) {
-        return std::to_string(file.size) + " bytes, SHA-256 " + file.sha256;
+        const std::string damage = file.damage.empty() ? "" : ", UNREADABLE: it " + file.damage;
+        return std::to_string(file.size) + " bytes, SHA-256 " + file.sha256 + damage;
     }
     if (file.state == State::kSkipped) return "skipped, " + file.reason;
     if (file.state == State::kFolder) return "a folder, passed over";

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <iosfwd>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,8 @@ struct RemoteFile {
     std::string path;           // absolute, where it was delivered
     std::uint64_t size = 0;     // kFetched
     std::string sha256;         // kFetched; lower-case hexadecimal
+    std::optional<bool> whole;  // kFetched, as in DeliveredFile; so is the next
+    std::string damage;         // why the archive cannot be read to its end
 };
 
 // What the channel has to tell about a run: the BMC's files.

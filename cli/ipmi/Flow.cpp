@@ -24,6 +24,8 @@ constexpr std::int32_t kInBand = 0;
 
 constexpr int kAccountOverSession = 2;  // the mode that asks nobody in band
 
+constexpr char kFolderName[] = "KEMFFDC";  // what a folder of files is called in {name}
+
 constexpr int kPollSeconds = 5;
 constexpr int kLongestGathering = 900;  // seconds
 constexpr int kPlainLineEvery = 30;     // seconds; where the line is not live
@@ -174,20 +176,25 @@ private:
         const fs::path folder = m_ffdc.GetFFDCPath();
         Delivery delivery;
         Outcome outcome = MeasureAll(folder, events, delivery.size);
-        const std::string name = folder.filename().string();
         const bool any = outcome.Ok() && Fetched(events) > 0;
-        if (any) outcome = m_run.Deliver(name, delivery.path);
+        if (any) {
+            outcome = m_run.Deliver(folder.filename().string(), m_run.NameFor(kFolderName),
+                                    delivery.path);
+        }
         outcome = m_run.End(outcome.code, outcome);
         if (outcome.Ok()) outcome = DiagnoseCollect(code, events, m_run.options);
-        if (delivery.path.empty()) return outcome;
+        if (outcome.Ok()) outcome = DiagnoseUnreadable(events);
+        if (!delivery.path.empty()) TellDelivery(delivery, events);
+        return outcome;
+    }
+
+    void TellDelivery(Delivery& delivery, RunEvents& events) {
         for (RemoteFile& file : events.files) {
-            if (file.state == RemoteFile::State::kFetched) {
-                file.path = (fs::path(delivery.path) / file.name).string();
-                delivery.files.push_back({file.path, file.size, file.sha256});
-            }
+            if (file.state != RemoteFile::State::kFetched) continue;
+            file.path = (fs::path(delivery.path) / file.name).string();
+            delivery.files.push_back({file.path, file.size, file.sha256, file.whole, file.damage});
         }
         m_run.report.SetDelivery(delivery);
-        return outcome;
     }
 
     // A file may be gone again: the BMC can have two of one name, or one with the name that the
@@ -204,8 +211,18 @@ private:
                 file.reason = "it was replaced by another file of the BMC";
             }
             total += file.size;
+            if (outcome.Ok()) Examine(folder, file);
+            if (m_run.interrupt.Raised()) return Failure(kInterrupted, "Interrupted.");
         }
         return {};
+    }
+
+    void Examine(const fs::path& folder, RemoteFile& file) {
+        DeliveredFile fetched;
+        fetched.path = (folder / file.name).string();
+        m_run.Examine(fetched);
+        file.whole = fetched.whole;
+        file.damage = fetched.damage;
     }
 
     static std::size_t Fetched(const RunEvents& events) {

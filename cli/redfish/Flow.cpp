@@ -137,8 +137,8 @@ public:
     }
 
     Outcome Download(const std::string& path) {
-        const std::string name =
-            ArchiveName(m_run.options.host, Clock::LocalTime(), Varnex::WithoutHiddenSecrets(path));
+        const std::string name = m_run.NameFor(Varnex::WithoutHiddenSecrets(path));
+        m_run.recorder.SetBmcPath(path);
         m_run.Begin("download");
         m_listener.Take();
         Downloaded downloaded;
@@ -222,20 +222,31 @@ private:
 
     Outcome Store(const std::string& name, const std::string& bmcPath) {
         m_run.Begin("verify");
-        Delivery delivery;
-        delivery.remotePath = Clean(bmcPath);
+        DeliveredFile file;
+        file.path = m_run.folder.WorkPath(name);
         Outcome outcome = m_run.arrivals.Measure(
-            m_run.folder.WorkPath(name), [this] { return m_run.interrupt.Raised(); }, delivery.size,
-            delivery.sha256);
-        if (outcome.Ok() && delivery.size == 0) {
+            file.path, [this] { return m_run.interrupt.Raised(); }, file.size, file.sha256);
+        if (outcome.Ok() && file.size == 0) {
             outcome = Failure(kDownloadFailed,
                               "The BMC's archive is empty (0 bytes). Run the tool again.");
         }
-        if (outcome.Ok()) outcome = m_run.Deliver(name, delivery.path);
-        delivery.files = {{delivery.path, delivery.size, delivery.sha256}};
-        if (outcome.Ok()) m_run.report.SetDelivery(delivery);
+        if (outcome.Ok()) m_run.Examine(file);
+        if (m_run.interrupt.Raised()) outcome = Failure(kInterrupted, "Interrupted.");
+        if (outcome.Ok()) outcome = m_run.Deliver(name, name, file.path);
+        if (outcome.Ok()) outcome = Delivered(file, bmcPath);
         m_run.report.EndStep(outcome.code, outcome.reason);
         return outcome;
+    }
+
+    Outcome Delivered(const DeliveredFile& file, const std::string& bmcPath) {
+        Delivery delivery;
+        delivery.path = file.path;
+        delivery.size = file.size;
+        delivery.sha256 = file.sha256;
+        delivery.remotePath = Clean(bmcPath);
+        delivery.files = {file};
+        m_run.report.SetDelivery(delivery);
+        return DiagnoseDamage(file);
     }
 
     Context& m_run;

@@ -28,7 +28,7 @@ Meaning MeaningOf(ExitCode code) {
             return {"download-failed", true};
         case kLocalFile:
             return {"local-file", false};
-        case kFilesMissing:
+        case kIncomplete:
             return {"files-missing", true};
         case kLimited:
             return {"limited", false};

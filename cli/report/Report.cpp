@@ -151,6 +151,11 @@ void Report::SetDelivery(const Delivery& delivery) {
     Tell(&ReportObserver::DeliveryChanged, hidden);
 }
 
+RunRecord Report::Now() {
+    const Guard hold(m_lock);
+    return m_record;
+}
+
 std::optional<RunRecord> Report::End(const Outcome& outcome) {
     const std::unique_lock<std::mutex> hold = LockSoon(m_lock);
     if (!hold.owns_lock()) return std::nullopt;

@@ -63,6 +63,9 @@ public:
     void SetTask(const Task& task);
     void SetDelivery(const Delivery& delivery);
 
+    // All of it so far.
+    RunRecord Now();
+
     // All of it at the run's end: a step that is open has not ended. Nothing when another thread is
     // stuck inside this object.
     std::optional<RunRecord> End(const Outcome& outcome);

@@ -34,7 +34,9 @@ struct Attempt {
 struct DeliveredFile {
     std::string path;  // absolute, on this machine
     std::uint64_t size = 0;
-    std::string sha256;  // lower-case hexadecimal
+    std::string sha256;         // lower-case hexadecimal
+    std::optional<bool> whole;  // whether it can be unpacked to its end; none: it is no archive
+    std::string damage;         // why not, as it follows "the archive"; fit for display
 };
 
 // What has been obtained. Both empty until it stands.

@@ -13,70 +13,16 @@
 #include <thread>
 #include <vector>
 
+#include "support/DiskFaults.h"
+
 namespace {
 
 namespace fs = std::filesystem;
-using Kemffdc::ArchiveName;
 using Kemffdc::Measure;
 using Kemffdc::OutputFolder;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-std::tm Moment() {
-    std::tm when{};
-    when.tm_year = 126;
-    when.tm_mon = 10;
-    when.tm_mday = 20;
-    when.tm_hour = 20;
-    when.tm_min = 37;
-    when.tm_sec = 5;
-    return when;
-}
-
-struct NameRow {
-    std::string host;
-    std::string path;
-    std::string expected;
-    const char* why;
-};
-
-TEST(ArchiveName, OfTheBmcsPathOnlyHarmlessPartsAreTaken) {
-    const std::string time = "_20261120-203705_";
-    const NameRow rows[] = {
-        {"192.0.2.1", "/download/ffdc.tar.gz", "192.0.2.1" + time + "ffdc.tar.gz", "ordinary"},
-        {"bmc7.example", "ffdc.tar.gz", "bmc7.example" + time + "ffdc.tar.gz", "no folder"},
-        {"::1", "/a", "__1" + time + "a", "IPv6"},
-        {"fe80::1%eth0", "/a", "fe80__1_eth0" + time + "a", "IPv6 with a scope"},
-        {"h", "/../../etc/passwd", "h" + time + "passwd", "a path that climbs"},
-        {"h", "..", "h" + time + "ffdc", "nothing but dots"},
-        {"h", "/download/", "h" + time + "ffdc", "no name at all"},
-        {"h", "", "h" + time + "ffdc", "empty"},
-        {"h", "/x/.bashrc", "h" + time + "bashrc", "a hidden file"},
-        {"h", "/x/--force", "h" + time + "force", "an option"},
-        {"h", "C:\\x\\y.zip", "h" + time + "y.zip", "the other separator"},
-        {"h", "/a b%20c.gz", "h" + time + "a_b_20c.gz", "blanks and per cent"},
-        {"h", "/a\nb\x1b[2J\x07.gz", "h" + time + "a_b__2J_.gz", "control bytes"},
-        {"h", std::string("/a\0b", 4), "h" + time + "a_b", "a NUL byte"},
-        {"h",
-         "/Gr\xC3\xBC\xC3\x9F"
-         "e",
-         "h" + time + "Gr____e", "other scripts"},
-        {"h", "/$(reboot);`x`|y&z", "h" + time + "__reboot___x__y_z", "what shells read"},
-    };
-    for (const NameRow& row : rows) {
-        EXPECT_EQ(ArchiveName(row.host, Moment(), row.path), row.expected) << row.why;
-    }
-}
-
-TEST(ArchiveName, LongNamesKeepTheirEndAndStayWithinTwoHundredBytes) {
-    const std::string name =
-        ArchiveName(std::string(300, 'h'), Moment(), "/" + std::string(5000, 'n') + ".tar.gz");
-    EXPECT_LE(name.size(), 200U);
-    EXPECT_THAT(name, testing::EndsWith("n.tar.gz"));
-    EXPECT_EQ(ArchiveName("-.-", Moment(), std::string(100, 'a') + "." + std::string(119, '-')),
-              "bmc_20261120-203705_ffdc");
-}
 
 class OutputFolderTest : public testing::Test {
 protected:
@@ -112,7 +58,7 @@ TEST_F(OutputFolderTest, DeliversUnderTheNameAndLeavesNothingElse) {
         ASSERT_TRUE(folder.Open(m_place.string()).Ok());
         Write(folder.WorkPath("a.tar.gz"), "archive");
         EXPECT_THAT(Names(m_place), testing::Not(testing::Contains("a.tar.gz")));
-        ASSERT_TRUE(folder.Deliver("a.tar.gz", path).Ok());
+        ASSERT_TRUE(folder.Deliver("a.tar.gz", "a.tar.gz", path).Ok());
     }
     EXPECT_EQ(path, (m_place / "a.tar.gz").string());
     EXPECT_EQ(Read(path), "archive");
@@ -127,12 +73,59 @@ TEST_F(OutputFolderTest, NeverReplacesWhatIsThere) {
         OutputFolder folder;
         ASSERT_TRUE(folder.Open(m_place.string()).Ok());
         Write(folder.WorkPath("a.tar.gz"), "second");
-        ASSERT_TRUE(folder.Deliver("a.tar.gz", path).Ok());
+        ASSERT_TRUE(folder.Deliver("a.tar.gz", "a.tar.gz", path).Ok());
     }
     EXPECT_EQ(path, (m_place / "a-3.tar.gz").string());
     EXPECT_EQ(Read(m_place / "a.tar.gz"), "first");
     EXPECT_EQ(Read(path), "second");
     EXPECT_TRUE(fs::is_symlink(m_place / "a-2.tar.gz"));
+}
+
+TEST_F(OutputFolderTest, NumbersAFolderBehindItsWholeName) {
+    fs::create_directory(m_place / "192.0.2.7_ffdc");
+    std::string path;
+    OutputFolder folder;
+    ASSERT_TRUE(folder.Open(m_place.string()).Ok());
+    fs::create_directory(folder.WorkPath("KEMFFDC20261120203705"));
+    ASSERT_TRUE(folder.Deliver("KEMFFDC20261120203705", "192.0.2.7_ffdc", path).Ok());
+    EXPECT_EQ(path, (m_place / "192.0.2.7_ffdc-2").string());
+}
+
+TEST_F(OutputFolderTest, TakesNoNameWhoseRecordIsThere) {
+    Write(m_place / "a.tar.gz.json", "{}");
+    std::string path;
+    OutputFolder folder;
+    ASSERT_TRUE(folder.Open(m_place.string()).Ok());
+    Write(folder.WorkPath("a"), "second");
+    ASSERT_TRUE(folder.Deliver("a", "a.tar.gz", path).Ok());
+    EXPECT_EQ(path, (m_place / "a-2.tar.gz").string());
+}
+
+TEST_F(OutputFolderTest, PutsARecordBesideAnArchiveAndReplacesNone) {
+    OutputFolder folder;
+    ASSERT_TRUE(folder.Open(m_place.string()).Ok());
+    const std::string path = (m_place / "a.tar.gz").string();
+    ASSERT_TRUE(folder.DeliverRecord(path, "first").Ok());
+    const auto outcome = folder.DeliverRecord(path, "second");
+    EXPECT_EQ(outcome.code, 8);
+    EXPECT_THAT(outcome.reason, HasSubstr("a.tar.gz.json could not be written: File exists."));
+    folder.Discard();
+    EXPECT_THAT(Names(m_place), ElementsAre("a.tar.gz.json"));
+    EXPECT_EQ(Read(path + ".json"), "first");
+    EXPECT_EQ(fs::status(path + ".json").permissions(),
+              fs::perms::owner_read | fs::perms::owner_write);
+}
+
+TEST_F(OutputFolderTest, HalfARecordNeverStandsThere) {
+    OutputFolder folder;
+    ASSERT_TRUE(folder.Open(m_place.string()).Ok());
+    const std::string path = (m_place / "a.tar.gz").string();
+    {
+        const DiskFaults faults("write:" + m_place.string() + ":*:short=3");
+        EXPECT_EQ(folder.DeliverRecord(path, "record").code, 8);
+    }
+    folder.Discard();
+    EXPECT_THAT(Names(m_place), IsEmpty());
 }
 
 TEST_F(OutputFolderTest, MakesAMissingFolderAndTakesItAwayWhenNothingIsDelivered) {

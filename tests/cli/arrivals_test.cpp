@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 
@@ -46,7 +47,8 @@ protected:
 
     const TempFolder m_place;
     const std::string m_path = m_place / "archive";
-    Arrivals m_arrivals;
+    std::atomic<bool> m_stop{false};
+    Arrivals m_arrivals{[this] { return m_stop.load(); }};
 };
 
 TEST_F(ArrivalsTest, AFileThatArrivedIsNotReadAgain) {
@@ -95,6 +97,29 @@ TEST_F(ArrivalsTest, AnotherFileUnderTheNameIsRead) {
     std::ofstream(other) << "abc";
     fs::rename(other, m_path);
     EXPECT_EQ(Digest(m_path), kDigestOfAbc);
+}
+
+TEST_F(ArrivalsTest, AnArchiveIsReadAsSoonAsItIsHere) {
+    const std::string archive = m_place.Write("a.tgz", "<html>");
+    m_arrivals.Completed({archive, 6, kTold, 0, 0, 0});
+    const auto reading = m_arrivals.Reading(archive);
+    ASSERT_TRUE(reading.has_value());
+    EXPECT_EQ(reading->reason, "is none: it begins with \"<html>\"");
+}
+
+TEST_F(ArrivalsTest, AnArchiveThatNoDownloadBroughtIsReadWhenItIsAskedFor) {
+    EXPECT_FALSE(m_arrivals.Reading(m_place.Write("a.tar.gz", "")).value().Ok());
+}
+
+TEST_F(ArrivalsTest, AFileOfAnotherKindIsNotRead) {
+    Arrive();
+    EXPECT_FALSE(m_arrivals.Reading(m_path).has_value());
+}
+
+TEST_F(ArrivalsTest, NobodyWaitsForAReadingOnceTheRunStops) {
+    m_stop = true;
+    EXPECT_EQ(m_arrivals.Reading(m_place / "a.tgz")->state,
+              Kemffdc::Archives::Reading::State::kStopped);
 }
 
 }  // namespace

@@ -59,6 +59,7 @@ def environment(folder, preload=(), **variables):
     libraries = [library for library in (KCS, *preload) if library]
     options = os.environ.get("ASAN_OPTIONS", "")
     return {
+        "XDG_STATE_HOME": str(folder / "state-home"),
         "VARNEX_KNOWN_HOSTS": str(folder / "known_hosts"),
         "VARNEX_DMI_TABLE": str(folder / "no-table"),
         "EMULATED_KCS": "errno:2",

@@ -3,12 +3,14 @@
 
 import contextlib
 import datetime
+import io
 import ipaddress
 import json
 import pathlib
 import socket
 import ssl
 import subprocess
+import tarfile
 import tempfile
 import threading
 
@@ -17,7 +19,15 @@ from cryptography.hazmat.primitives import hashes, serialization
 from cryptography.hazmat.primitives.asymmetric import ec
 from cryptography.x509.oid import NameOID
 
-ARCHIVE = b"archive " * 512
+
+def _archive():
+    packed = io.BytesIO()
+    with tarfile.open(fileobj=packed, mode="w:gz") as archive:
+        archive.addfile(tarfile.TarInfo("ffdc/events.txt"))
+    return packed.getvalue()
+
+
+ARCHIVE = _archive()
 
 _EXPORT = "TavrinServiceData.ExportFFDCData"
 

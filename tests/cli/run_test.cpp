@@ -13,6 +13,7 @@
 #include <sstream>
 
 #include "cli/terminal/Secret.h"
+#include "support/TempFolder.h"
 
 namespace {
 
@@ -56,10 +57,12 @@ protected:
         m_options.via = "redfish";
         m_options.host = "127.0.0.1";
         m_options.port = m_closed.Port();
+        m_options.stateDir = m_place / "state";
     }
 
     int Do() { return Kemffdc::Run(m_options, m_out, m_err); }
 
+    TempFolder m_place;
     ClosedPort m_closed;
     Options m_options;
     std::ostringstream m_out;

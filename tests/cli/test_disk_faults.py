@@ -7,6 +7,7 @@ To be run in tools/private-net, because of port 115.
 
 import concurrent.futures
 import hashlib
+import json
 import pathlib
 import sys
 
@@ -51,7 +52,7 @@ def run(how, folder, rules):
     faults = weather.disk_faults(tool.TOOL, rules, folder / "record")
     if environment.get("LD_PRELOAD"):
         faults["LD_PRELOAD"] += " " + environment["LD_PRELOAD"].replace(":", " ")
-    return tool.run(arguments, 60, password=how[1], environment={**environment, **faults})
+    return tool.run(arguments, 60, password=how[1], environment={**environment, **faults, "XDG_STATE_HOME": str(folder / "state")})
 
 
 def played(folder):
@@ -80,6 +81,8 @@ def fail(how, folder, call, number, fault, whole):
     for path in files:
         if path.name.endswith("part") or path.name.startswith("."):
             assert call == "unlink", f"{case}: left {path.name}"
+        elif path.suffix == ".json":
+            assert json.loads(path.read_text(encoding="utf-8"))["exit_code"] == ended.code, case
         else:
             assert digest(path) in whole, f"{case}: {path.name} is not whole"
     if ended.code == 0:

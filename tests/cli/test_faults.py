@@ -343,7 +343,7 @@ def test_fault(what, tmp_path):
         return
     assert re.search(row.pattern(host, port), ended.err) or row.text == "Archive"
     path = pathlib.Path(account["path"])
-    assert tool.files_in(output) == [path.name]
+    assert tool.archives_in(output) == [path.name]
     assert re.fullmatch(r"[A-Za-z0-9_+][A-Za-z0-9._+-]*", path.name)
     assert path.stat().st_size == account["size"] == bmc.ready["archive"]["size"]
 

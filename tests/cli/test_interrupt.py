@@ -307,4 +307,4 @@ def test_the_next_run_removes_what_a_killed_one_left_and_nothing_else(start_bmc,
     assert work_folders(tmp_path) == {lives}
     assert living.process.poll() is None
     assert living.interrupt().code == 130
-    assert [path.name for path in tmp_path.iterdir()] == [pathlib.Path(ended.out.split()[1]).name]
+    assert tool.archives_in(tmp_path) == [pathlib.Path(ended.out.split()[1]).name]

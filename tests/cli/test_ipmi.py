@@ -25,9 +25,9 @@ def collect(bmc, folder, *arguments, **variables):
 
 
 def run_folder(folder):
-    (found,) = (folder / "out").iterdir()
-    assert re.fullmatch(r"KEMFFDC\d{14}", found.name)
-    return found
+    (name,) = tool.archives_in(folder / "out")
+    assert re.fullmatch(r"[\w.]+_\d{8}T\d{6}Z_KEMFFDC", name)
+    return folder / "out" / name
 
 
 def no_secret_in(bmc, folder, ended):

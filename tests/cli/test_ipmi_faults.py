@@ -289,10 +289,10 @@ def check_files(account, trouble, run):
         return
     names = {pathlib.Path(file["path"]).name for file in fetched}
     run_folder = pathlib.Path(account["path"]).name
-    assert re.fullmatch(r"KEMFFDC\d{14}", run_folder)
+    assert re.fullmatch(r"[\w.-]+_\d{8}T\d{6}Z_KEMFFDC", run_folder)
     assert account["size"] == sum(file["size"] for file in fetched)
     if trouble.folder:
-        assert {pathlib.Path(name).name for name in left} == {run_folder, *names}
+        assert {pathlib.Path(name).name for name in left} == {run_folder, run_folder + ".json", *names}
     else:
-        assert set(run.left) == {run_folder, *(f"{run_folder}/{name}" for name in names)}
+        assert set(run.left) == {run_folder, run_folder + ".json", *(f"{run_folder}/{name}" for name in names)}
 

@@ -42,7 +42,7 @@ class Redfish:
     def is_whole(self, account, output):
         whole = output / pathlib.Path(account["path"]).name
         digest = hashlib.sha256(whole.read_bytes()).hexdigest()
-        return list(output.iterdir()) == [whole] and digest == account["sha256"] and (
+        return tool.archives_in(output) == [whole.name] and digest == account["sha256"] and (
             whole.stat().st_size == self.bmc.ready["archive"]["size"])
 
     def stop(self):
@@ -84,7 +84,8 @@ class Ipmi:
         return ipmi_tool.over_lan("collect", self.bmc, "--output", str(output), "--json")
 
     def is_whole(self, account, output):
-        (whole,) = output.iterdir()
+        (name,) = tool.archives_in(output)
+        whole = output / name
         return str(whole) == account["path"] and ipmi_tool.fetched(whole) == ipmi_tool.served(self.bmc)
 
     def stop(self):

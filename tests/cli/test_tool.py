@@ -34,11 +34,11 @@ def sha256_of(path):
 def test_collect_says_where_the_archive_is_with_size_and_digest(bmc, tmp_path):
     ended = tool.run(tool.collect(bmc, tmp_path), password=bmc.password)
     assert ended.code == 0, ended.err
-    (name,) = tool.files_in(tmp_path)
+    (name,) = tool.archives_in(tmp_path)
     path = tmp_path / name
     archive = bmc.ready["archive"]
     assert re.fullmatch(
-        rf"127\.0\.0\.1_\d{{8}}-\d{{6}}_{re.escape(archive['name'])}", name)
+        rf"127\.0\.0\.1_\d{{8}}T\d{{6}}Z_{re.escape(archive['name'])}", name)
     assert ended.out == (
         f"Archive: {path}\nSize:    {archive['size']} bytes ({archive['size'] / 1024:.1f} KiB)\n"
         f"SHA-256: {archive['sha256']}\n")
@@ -80,7 +80,7 @@ def test_host_is_taken_in_every_spelling(start_bmc, tmp_path, host):
     arguments[3] = host
     ended = tool.run(arguments, password=bmc.password)
     assert ended.code == 0, ended.err
-    assert len(tool.files_in(tmp_path)) == 1
+    assert len(tool.archives_in(tmp_path)) == 1
 
 
 def test_json_is_one_object_with_schema_steps_and_result(bmc, tmp_path):
@@ -101,7 +101,7 @@ def test_json_is_one_object_with_schema_steps_and_result(bmc, tmp_path):
     for step in account["steps"]:
         assert list(step) == ["name", "code", "seconds", "detail"]
         assert step["code"] == 0 and 0 <= step["seconds"] < 60
-    assert account["path"] == str(tmp_path / tool.files_in(tmp_path)[0])
+    assert account["path"] == str(tmp_path / tool.archives_in(tmp_path)[0])
 
 
 def test_check_says_what_it_found_and_collects_nothing(bmc):
@@ -173,13 +173,13 @@ def test_a_second_archive_stands_beside_the_first(start_bmc, tmp_path):
     bmc = start_bmc({"redfish": {"task_states": ["Completed"]}})
     for _ in range(3):
         assert tool.run(tool.collect(bmc, tmp_path), password=bmc.password).code == 0
-    assert len(tool.files_in(tmp_path)) == 3
+    assert len(tool.archives_in(tmp_path)) == 3
 
 
 def test_a_missing_output_folder_is_made(bmc, tmp_path):
     ended = tool.run(tool.collect(bmc, tmp_path / "new"), password=bmc.password)
     assert ended.code == 0, ended.err
-    assert len(tool.files_in(tmp_path / "new")) == 1
+    assert len(tool.archives_in(tmp_path / "new")) == 1
 
 
 def test_a_failed_run_takes_the_folder_away_that_it_made(bmc, tmp_path):
@@ -376,7 +376,7 @@ def test_no_proxy_switches_them_off_for_every_request(bmc, tmp_path):
     ended = tool.run(
         tool.collect(bmc, tmp_path, "--no-proxy"), password=bmc.password, environment=dead_proxy())
     assert ended.code == 0, ended.err
-    assert len(tool.files_in(tmp_path)) == 1
+    assert len(tool.archives_in(tmp_path)) == 1
 
 
 # --- export -----------------------------------------------------------------------------------

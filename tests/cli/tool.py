@@ -206,6 +206,14 @@ def files_in(folder):
     return sorted(str(path.relative_to(folder)) for path in pathlib.Path(folder).rglob("*"))
 
 
+def archives_in(folder):
+    """The names of what was delivered there; each has its record beside it, and nothing else is there."""
+    names = {path.name for path in pathlib.Path(folder).iterdir()}
+    archives = {name for name in names if name + ".json" in names}
+    assert names == archives | {name + ".json" for name in archives}, sorted(names)
+    return sorted(archives)
+
+
 class Terminal:
     """The tool on a pseudo-terminal of its own."""
 

@@ -40,6 +40,18 @@ TEST_F(CheckTest, TellsOfEachFileHowItWasRead) {
     EXPECT_TRUE(check.Result(good).Ok());
 }
 
+TEST_F(CheckTest, OfAFileThatWasReplacedTheLastReadingCounts) {
+    Check check{Bounds{}};
+    const std::string path = place.Write("a.tgz", "<html>");
+    EXPECT_FALSE(check.HasBegun(path));
+    check.Begin(path);
+    EXPECT_TRUE(check.HasBegun(path));
+    EXPECT_EQ(check.Result(path).state, Reading::State::kBroken);
+    Good("a.tgz");
+    for (int n = 0; n < 100; ++n) check.Begin(path);
+    EXPECT_TRUE(check.Result(path).Ok());
+}
+
 TEST_F(CheckTest, ReadsOnAThreadOfItsOwn) {
     std::atomic<bool> elsewhere{false};
     Bounds bounds;

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <functional>
@@ -123,6 +124,7 @@ TEST_F(StoreTest, KeepsAllThatIsKnownOfARun) {
         id = store.BeginRun(run);
         store.SetBmc(id, {"192.0.2.7", "1.15.0", "Varnex", "Server", "KEM-1", "2.3", "SN1", "0a-1b",
                           "AA:BB", "SHA256:xyz"});
+        store.SetWay(id, "redfish", 8443);
         store.SetTask(id, "/redfish/v1/TaskService/Tasks/1", "Running");
         store.SetTask(id, "/redfish/v1/TaskService/Tasks/1", "Completed");
         store.SetBmcPath(id, "/download/ffdc.tar.gz");
@@ -139,7 +141,7 @@ TEST_F(StoreTest, KeepsAllThatIsKnownOfARun) {
     EXPECT_EQ(found.continues, 0);
     EXPECT_EQ(found.channel, "redfish");
     EXPECT_EQ(found.host, "bmc7.example");
-    EXPECT_EQ(found.port, 443);
+    EXPECT_EQ(found.port, 8443);
     EXPECT_EQ(found.user, "admin");
     EXPECT_EQ(found.logKind, "mini");
     EXPECT_EQ(found.exportUri, "sftp://store/ffdc");
@@ -217,6 +219,7 @@ TEST_F(StoreTest, KeepsArchivesFromTheirFirstByteToTheirPlace) {
     EXPECT_EQ(found.endedAt, "");
     EXPECT_FALSE(found.whole.has_value());
     EXPECT_THAT(store.Delivered(""), IsEmpty());
+    EXPECT_EQ(store.Partials().at(0).id, id);
 
     ArchiveRow done;
     done.path = "/srv/ffdc/bmc7.tar.gz";
@@ -228,6 +231,7 @@ TEST_F(StoreTest, KeepsArchivesFromTheirFirstByteToTheirPlace) {
     found = store.ArchivesAt("/srv/ffdc/bmc7.tar.gz").at(0);
     EXPECT_EQ(found.id, id);
     EXPECT_EQ(found.partial, "");
+    EXPECT_THAT(store.Partials(), IsEmpty());
     EXPECT_EQ(found.size, 5000000000U);
     EXPECT_EQ(found.sha256, "abc");
     EXPECT_EQ(found.whole, std::optional<bool>(false));
@@ -386,7 +390,8 @@ TEST_F(StoreTest, ProcessesMeetAtItsMaking) {
 }
 
 TEST_F(StoreTest, WaitsForAnotherProcessAndInAHurryDoesNot) {
-    Store store(folder);
+    std::atomic<bool> hurry{false};
+    Store store(folder, &hurry);
     SQLite::Database other(file, SQLite::OPEN_READWRITE);
     other.exec("BEGIN IMMEDIATE");
     std::thread ends([&other] {
@@ -397,7 +402,7 @@ TEST_F(StoreTest, WaitsForAnotherProcessAndInAHurryDoesNot) {
     ends.join();
 
     other.exec("BEGIN IMMEDIATE");
-    store.Hurry();
+    hurry = true;
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_THAT(Error([&] { store.BeginRun(RunOn("bmc8")); }), HasSubstr("database is locked"));
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
