@@ -150,7 +150,7 @@ TEST(OutcomeName, IsThatOfTheCauseAndElseOfTheCode) {
     EXPECT_STREQ(OutcomeName(record), "exported");
     record.delivery.path = "/x";
     EXPECT_STREQ(OutcomeName(record), "downloaded");
-    record.outcome = Failure(kFilesMissing, "");
+    record.outcome = Failure(kIncomplete, "");
     EXPECT_STREQ(OutcomeName(record), "files-missing");
 }
 
