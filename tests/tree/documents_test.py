@@ -134,6 +134,17 @@ def test_the_handbook_changes_one_thing_that_is_there():
     assert f"varnex_test({target}\n" in listed and test.removeprefix("tests/unit/module/") in listed
 
 
+def test_the_emulator_s_page_names_its_scenarios_and_its_parts():
+    page = text("docs/emulator.md")
+    core = {path.stem for path in (ROOT / "emulator" / "bmc").glob("[a-z]*.py")}
+    told = page.partition("| Part of the core | |")[2].partition("\n\n")[0]
+
+    assert {word for row in re.findall(r"^\| (`[^|]*) \|", told, re.MULTILINE)
+            for word in re.findall(r"`(\w+)`", row)} == core
+    for scenario in (ROOT / "emulator" / "scenarios").glob("*.yaml"):
+        assert f"`{scenario.stem}`" in page, scenario.stem
+
+
 OURS = re.compile(r"(?:src|include|platform|shared|cli|emulator|tests|bench|fuzz|docs|tools|cmake|packaging|examples)"
                   r"/[\w./-]*[\w/]")
 
