@@ -91,7 +91,11 @@ class Terminal:
         self._read_until(lambda: self._screen.title == wanted, seconds, "the shell's prompt")
         self._prompts += 1
 
-    def wait_for(self, text, seconds, begin=0):
+    def wait_for_question(self, text, seconds):
+        """Until the cursor stands behind the text, which is all of its line."""
+        self._read_until(lambda: self.lines()[-1] == text, seconds, repr(text))
+
+    def wait_for(self, text, seconds, begin):
         """Until the text stands on the screen, in a line from number `begin` on."""
         self._read_until(lambda: text in "\n".join(self.lines()[begin:]), seconds, repr(text))
 

@@ -33,14 +33,14 @@ def play(scene, terminal, behind):
             follow(step[len(transcript.DIRECTION):], last, terminal, behind, begin)
         last = step
     terminal.wait_for_prompt(SECONDS)
-    return terminal.lines()[begin:-1]
+    return [behind.as_if_at_home(line) for line in terminal.lines()[begin:-1]]
 
 
 def follow(direction, last, terminal, behind, begin):
     """One stage direction; `last` is the line above it."""
     verb, _, what = direction.partition(" ")
     if verb == "types":
-        terminal.wait_for(last, SECONDS, begin)
+        terminal.wait_for_question(last, SECONDS)
         terminal.type(behind.secret(what) + "\n")
     else:
         key, _, text = what.partition(" at ")
