@@ -1,6 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
 """The tool before servers that know nothing of it: fwupd's Redfish service, OpenIPMI's BMC."""
 
+import base64
+import http.client
+import json
+import ssl
+
 import pytest
 
 import foreign
@@ -61,6 +66,32 @@ def test_a_collection_ends_before_a_file_is_made(redfish, tmp_path):
     assert ended.code == 4
     assert "no such operation" in ended.err
     assert tool.files_in(tmp_path / "out") == []
+
+
+def foreign_task(port, polls):
+    """What the stranger's service says of its task when it is asked for the so-manieth time."""
+    context = ssl.create_default_context()
+    context.check_hostname, context.verify_mode = False, ssl.CERT_NONE
+    connection = http.client.HTTPSConnection("127.0.0.1", port, timeout=20, context=context)
+    account = base64.b64encode(f"{foreign.REDFISH_USER}:{foreign.REDFISH_PASSWORD}".encode()).decode()
+    answers = []
+    for path in ["/redfish/v1/", *["/redfish/v1/TaskService/Tasks/545"] * polls]:
+        connection.request("GET", path, headers={"Authorization": "Basic " + account})
+        answers.append(json.loads(connection.getresponse().read()))
+    connection.close()
+    return answers[-1]
+
+
+def test_the_reason_is_read_out_of_a_strangers_task(redfish, start_bmc, tmp_path):
+    """Its messages have neither arguments nor a resolution, and its task no times."""
+    task = foreign_task(redfish, 6)
+    assert task["TaskState"] == "Exception"
+    bmc = start_bmc({"redfish": {"answers": {tool.TASK: [{"json": task, "repeat": True}]}}})
+    ended = tool.run(tool.collect(bmc, tmp_path / "out", "--json"), password=bmc.password)
+
+    assert ended.code == 5
+    assert '"Error verifying image" (Update.1.0.ApplyFailed)' in ended.json["reason"]
+    assert "(TaskState Exception, TaskStatus Warning)" in ended.json["reason"]  # 125 percent are none
 
 
 # --- IPMI ---------------------------------------------------------------------------------------
