@@ -338,6 +338,7 @@ TEST(ParseOptions, TheEnvironmentHoldsWhereThereIsNoOption) {
     EXPECT_EQ(ParseWith(variables, given).options->caFile, "/option.pem");
     EXPECT_EQ(ParseWith(variables, given).options->logLevel, 1);
     EXPECT_EQ(ParseWith({{"VARNEX_CA_FILE", ""}}, check).options->caFile, "");
+    EXPECT_TRUE(ParseWith({{"VARNEX_LOG_LEVEL", ""}}, check).options.has_value()) << "not set";
     EXPECT_EQ(ParseWith(variables, {"check", "--via", "ipmi", "h"}).options->caFile, "")
         << "no TLS there";
     EXPECT_EQ(ParseWith(variables, {"check", "--via", "cim", "h", "--plain"}).options->caFile, "");

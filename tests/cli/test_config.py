@@ -121,7 +121,8 @@ def test_the_page_names_every_member_and_its_option():
         members |= {one["name"] for one in ended.json["settings"] if one["origin"] == "default"}
     members |= {"via", "export.uri"}
     documented = {cells[0][0]: cells[1] for cells in rows("Member")}
-    assert set(documented) == members
+    assert sorted(members - set(documented)) == [], "members without a row in docs/configuration.md"
+    assert sorted(set(documented) - members) == [], "rows of docs/configuration.md without a member"
     for member, option in documented.items():
         own = "--" + member.replace(".", "-").replace("_", "-")
         assert option == ([] if member.endswith("password_command") else [own]), member
@@ -155,7 +156,8 @@ def test_the_page_names_every_variable_of_the_sources():
         for argument in READS.findall(text):
             assert argument.startswith('"') or name in PASSED_ON, f"{name} reads {argument}: which variable is that?"
     documented = {name for cells in rows("Variable") for name in cells[0]}
-    assert documented == read
+    assert sorted(read - documented) == [], "variables without a row in docs/configuration.md"
+    assert sorted(documented - read) == [], "rows of docs/configuration.md that nothing reads"
 
 
 def test_readme_and_help_lead_to_the_page():

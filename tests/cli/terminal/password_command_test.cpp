@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/terminal/PasswordCommand.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <unistd.h>
+#include <array>
 #include <csignal>
 
 #include "cli/terminal/Secret.h"
@@ -38,7 +41,18 @@ TEST(RunPasswordCommand, NoShellTakesPart) {
     EXPECT_EQ(Printed({"printf", "%s", "$HOME `id` ; * > x"}), "$HOME `id` ; * > x");
 }
 
-TEST(RunPasswordCommand, TheProgramHasNothingToRead) { EXPECT_EQ(Printed({"cat"}), ""); }
+TEST(RunPasswordCommand, TheProgramHasNothingToRead) {
+    std::array<int, 2> ends{-1, -1};
+    ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+    ASSERT_EQ(write(ends[1], "of the tool", 11), 11);
+    const int before = dup(STDIN_FILENO);
+    dup2(ends[0], STDIN_FILENO);
+    close(ends[1]);
+    EXPECT_EQ(Printed({"cat"}), "");
+    dup2(before, STDIN_FILENO);
+    close(before);
+    close(ends[0]);
+}
 
 TEST(RunPasswordCommand, TheProgramSeesNoPasswordVariable) {
     setenv("KEMFFDC_PASSWORD", "hunter2", 1);
