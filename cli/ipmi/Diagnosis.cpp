@@ -2,9 +2,10 @@
 #include "cli/ipmi/Diagnosis.h"
 
 #include <algorithm>
-#include <cctype>
+#include <iterator>
 
-#include "cli/RecordTable.h"
+#include "IpmiClient.h"
+#include "cli/ipmi/CompletionCodes.h"
 #include "cli/ipmi/Options.h"
 #include "cli/terminal/Text.h"
 
@@ -20,42 +21,30 @@ constexpr std::size_t kMaxNamedFiles = 3;
 constexpr std::size_t kMaxReason = 2000;
 constexpr std::size_t kMaxShownName = 60;
 
-// libcurl's numbers in the reason of a listing.
-constexpr int kNoConnection = 7;
-constexpr int kLoginDenied = 67;
-constexpr int kNoSuchFile = 78;
-constexpr int kSilent = 28;
+using Varnex::TransferFault;
 
-bool Holds(const std::string& text, const char* piece) {
-    return text.find(piece) != std::string::npos;
+std::string ReasonOf(const RunEvents& events) {
+    return events.session.reason.empty() ? "no reason given" : Clean(events.session.reason);
 }
 
-std::string Trouble(const RunEvents& events) {
-    return events.sessionTrouble.empty() ? "no reason given" : Clean(events.sessionTrouble);
-}
+// What to do about a failure of the IPMI client, where its words do not say it themselves.
+struct ConnectRow {
+    IpmiResult result;
+    Cause cause;
+    const char* advice;
+};
 
-// What to do about a reason of the IPMI client. Empty where the reason says it itself.
-std::string Advice(const std::string& trouble, const Options& options) {
-    struct Row {
-        const char* piece;
-        const char* advice;
-    };
-    const Row rows[] = {
-        {": refused; ", " Check address, --port and whether IPMI over LAN is switched on."},
-        {": no answer",
-         " Check the address, --port, firewalls (UDP) and whether IPMI over LAN is switched on."},
-        {": wrong password ", " Check --user and the password."},
-        {": the BMC knows no user ", " Check --user."},
-        {": no address for ", " Check the spelling, or give its address."},
-        {" may not act as administrator", " The account needs the administrator's privilege."},
-        {"does not offer cipher suite ",
-         Own(options).cipherSuite == 3 ? " Try --cipher-suite 17." : " Try --cipher-suite 3."},
-    };
-    for (const Row& row : rows) {
-        if (Holds(trouble, row.piece)) return row.advice;
-    }
-    return "";
-}
+constexpr ConnectRow kConnectRows[] = {
+    {kIpmiRefused, Cause::kUnreachable,
+     " Check address, --port and whether IPMI over LAN is switched on."},
+    {kIpmiNoAnswer, Cause::kUnreachable,
+     " Check the address, --port, firewalls (UDP) and whether IPMI over LAN is switched on."},
+    {kIpmiWrongPassword, Cause::kLoginRefused, " Check --user and the password."},
+    {kIpmiUnknownUser, Cause::kLoginRefused, " Check --user."},
+    {kIpmiUnknownHost, Cause::kUnknownHost, " Check the spelling, or give its address."},
+    {kIpmiNoPrivilege, Cause::kNotPermitted, " The account needs the administrator's privilege."},
+    {kIpmiNoCipherSuite, Cause::kUnsupported, nullptr},  // depends on the one that was tried
+};
 
 long CountOf(const RunEvents& events, State state) {
     return std::count_if(events.files.begin(), events.files.end(),
@@ -93,37 +82,44 @@ std::string Missing(const RunEvents& events) {
 }
 
 Outcome Lost(const std::string& when, const RunEvents& events) {
-    return Failure(kNotConnected,
-                   "The connection to the BMC was lost " + when + " (" + Trouble(events) + ").");
+    return Failure(kNotConnected, Cause::kConnectionLost,
+                   "The connection to the BMC was lost " + when + " (" + ReasonOf(events) + ").");
 }
 
 // Why an account may be refused in a mode other than 2.
 std::string WhoseAccount(const RunEvents& events) {
     return " In this mode an account comes from this machine's own BMC, else --user and the "
            "password hold" +
-           (events.inBandTrouble.empty() ? "." : " (" + Clean(events.inBandTrouble) + ").");
+           (events.inBand.empty() ? "." : " (" + Clean(events.inBand) + ").");
 }
 
-// The library's "NUMBER words", or words alone.
-Outcome DiagnoseListing(const RunEvents& events, const Options& options) {
-    const std::string& reason = *events.notListed;
-    const bool numbered = !reason.empty() && std::isdigit(static_cast<unsigned char>(reason[0]));
-    const int number = numbered ? NumberBehind(reason, "", 0) : 0;
-    // A host key's reason holds the key, for the file of known ones.
-    std::string words = Clean(numbered ? RestBehind(reason, " ") : reason, kMaxReason);
-    if (!words.empty() && words.back() == '.') words.pop_back();
-    std::string text = "The BMC's files cannot be listed: " + words +
-                       (numbered ? " (" + std::to_string(number) + ")." : ".");
-    if (number == kLoginDenied && Own(options).mode == kAccountOverSession) {
-        text += " Its file service refuses the account that the BMC itself has given.";
-    } else if (number == kLoginDenied) {
-        text += WhoseAccount(events);
-    } else if (number == kNoConnection || number == kSilent) {
-        text += " Check that its file service (SFTP, TCP port 115) can be reached.";
-    } else if (number == kNoSuchFile) {
-        text += " The BMC has no such folder; another --mode may be right for it.";
+// What to do about a listing that failed.
+std::string ListingAdvice(const std::error_code& error, const RunEvents& events,
+                          const Options& options) {
+    if (error == TransferFault::kLoginRefused) {
+        return Own(options).mode == kAccountOverSession
+                   ? " Its file service refuses the account that the BMC itself has given."
+                   : WhoseAccount(events);
     }
-    return Failure(kDownloadFailed, text);
+    if (error == TransferFault::kUnreachable || error == TransferFault::kSilent) {
+        return " Check that its file service (SFTP, TCP port 115) can be reached.";
+    }
+    if (error == TransferFault::kNotThere) {
+        return " The BMC has no such folder; another --mode may be right for it.";
+    }
+    return "";
+}
+
+// Where there was none, the library could not even ask for it, and says why.
+Outcome DiagnoseListing(const RunEvents& events, const Options& options) {
+    const bool listed = events.listing && events.listing->error;
+    const std::error_code error = listed ? events.listing->error : std::error_code();
+    // A host key's reason holds the key, for the file of known ones.
+    std::string words = Clean(listed ? events.listing->words : events.notListed, kMaxReason);
+    if (!words.empty() && words.back() == '.') words.pop_back();
+    const std::string number = listed ? " (" + std::to_string(error.value()) + ")" : "";
+    return Failure(kDownloadFailed, "The BMC's files cannot be listed: " + words + number + "." +
+                                        ListingAdvice(error, events, options));
 }
 
 Outcome DiagnoseFetched(const RunEvents& events) {
@@ -150,73 +146,172 @@ Outcome DiagnoseFetched(const RunEvents& events) {
                                         ", and none that this mode asks for.");
 }
 
+// "it refused the request with completion code C1h: it does not know the command"
+std::string Refused(const char* what, const RunEvents& events, Refusal::Request request) {
+    return std::string("it refused ") + what + " with " + WordsFor(CodeOf(events, request));
+}
+
 // How far the fetching came, when the gathering went well.
 Outcome DiagnoseFetch(const RunEvents& events, const Options& options) {
-    if (events.noAccount) {
-        return Failure(kDownloadFailed, std::string("The BMC gives no account for its files (it ") +
-                                            (events.accountRefused ? "refused the request"
-                                                                   : "sent an answer that "
-                                                                     "holds none") +
-                                            ").");
+    if (events.seen.Has(EventKind::kNoAccount)) {
+        const std::string why = events.seen.Has(EventKind::kAccountRefused)
+                                    ? Refused("the request", events, Refusal::Request::kAccount)
+                                    : "it sent an answer that holds none";
+        return Failure(kDownloadFailed, "The BMC gives no account for its files (" + why + ").");
     }
-    if (events.notListed) return DiagnoseListing(events, options);
+    if (events.seen.Has(EventKind::kNotListed)) return DiagnoseListing(events, options);
     return DiagnoseFetched(events);
 }
 
+// What one run has come to, as far as the rows below want to know.
+struct Ending {
+    int code;  // the library's
+    const RunEvents& events;
+    const Options& options;
+};
+
 // A gathering that did not go well, and what came all the same.
-Outcome Spoilt(ExitCode code, const std::string& what, const std::string& doubt,
-               const Outcome& fetch, const RunEvents& events) {
-    if (CountOf(events, State::kFetched) == 0) {
-        return Failure(code, what + " Nothing was fetched: " + fetch.reason);
+Outcome Spoilt(Outcome what, const std::string& doubt, const Ending& run) {
+    const Outcome fetch = DiagnoseFetch(run.events, run.options);
+    const auto fetched = static_cast<std::size_t>(CountOf(run.events, State::kFetched));
+    if (fetched == 0) {
+        what.reason += " Nothing was fetched: " + fetch.reason;
+    } else if (fetch.Ok()) {
+        what.reason += " All the same, " + Plural(fetched, "file") +
+                       (fetched == 1 ? " was" : " were") + " fetched. " + doubt;
+    } else {
+        what.reason += " " + fetch.reason + " " + doubt;
     }
-    const auto fetched = static_cast<std::size_t>(CountOf(events, State::kFetched));
-    const std::string files = fetch.Ok() ? "All the same, " + Plural(fetched, "file") +
-                                               (fetched == 1 ? " was" : " were") + " fetched."
-                                         : fetch.reason;
-    return Failure(code, what + " " + files + " " + doubt);
+    return what;
 }
 
-std::string WhyNotTold(const RunEvents& events) {
-    if (events.pollUnsent) return Trouble(events);
-    return events.pollRefused ? "it refused the question" : "its answer was empty";
+constexpr char kPerhapsOld[] = "They may be of an earlier gathering.";
+constexpr char kPerhapsUnfinished[] = "They may be old or unfinished.";
+
+Outcome NoRunFolder(const Ending& /*run*/) {
+    return Failure(kLocalFile,
+                   "The folder for the BMC's files cannot be made. Choose another with --output, "
+                   "or make room.");
 }
 
-Outcome DiagnoseLocalTrouble(const RunEvents& events) {
-    for (const RemoteFile& file : events.files) {
-        if (!file.localTrouble) continue;
-        return Failure(
-            kLocalFile,
-            "The BMC's files cannot be stored: " + file.reason + ". " +
-                Plural(static_cast<std::size_t>(CountOf(events, State::kFetched)), "whole file") +
-                " came before. Choose another folder with --output, or make room.");
-    }
-    return {};
+Outcome NoHost(const Ending& run) {
+    return Failure(kNotConnected, "The BMC's files cannot be reached from this machine (" +
+                                      Clean(run.events.inBand) + ").");
 }
 
-// A session that broke before the account for the files was there.
-Outcome DiagnoseLost(int code, const RunEvents& events) {
-    if (code == kNoHost) {
-        return Failure(kNotConnected, "The BMC's files cannot be reached from this machine (" +
-                                          Clean(events.inBandTrouble) + ").");
-    }
-    if (code == 0 || events.notListed) return {};
-    if (events.startUnsent) return Lost("before it could be told to gather", events);
-    if (events.pollUnsent) {
-        return Lost("while it gathered; it may go on gathering", events);
-    }
-    if (events.accountUnsent) return Lost("before it gave an account for its files", events);
-    if (events.notReconnected) {
-        return Lost("when it was connected to again, before its files were fetched", events);
-    }
-    return {};
+Outcome LostAtStart(const Ending& run) {
+    return Lost("before it could be told to gather", run.events);
+}
+
+Outcome LostWhileGathering(const Ending& run) {
+    return Lost("while it gathered; it may go on gathering", run.events);
+}
+
+Outcome LostAtAccount(const Ending& run) {
+    return Lost("before it gave an account for its files", run.events);
+}
+
+Outcome NotReconnected(const Ending& run) {
+    return Lost("when it was connected to again, before its files were fetched", run.events);
+}
+
+Outcome StartRefused(const Ending& run) {
+    const std::uint8_t code = CodeOf(run.events, Refusal::Request::kStart);
+    return Spoilt(Failure(kExportRefused, CauseOf(code),
+                          "The BMC refused to start gathering (" + WordsFor(code) + ")."),
+                  kPerhapsOld, run);
+}
+
+Outcome StartUnsent(const Ending& run) {
+    return Spoilt(Failure(kExportRefused, "The BMC could not be told to gather."), kPerhapsOld,
+                  run);
+}
+
+Outcome NotTold(const std::string& why, const Ending& run) {
+    return Spoilt(Failure(kTaskFailed,
+                          "The BMC did not tell whether it has finished gathering (" + why + ")."),
+                  kPerhapsUnfinished, run);
+}
+
+Outcome PollUnsent(const Ending& run) { return NotTold(ReasonOf(run.events), run); }
+
+Outcome PollRefused(const Ending& run) {
+    return NotTold(Refused("the question", run.events, Refusal::Request::kPoll), run);
+}
+
+Outcome PollEmpty(const Ending& run) { return NotTold("its answer was empty", run); }
+
+Outcome TimedOut(const Ending& run) {
+    return Spoilt(Failure(kNotFinished, "The BMC has not finished gathering after 900 s."),
+                  std::string(kPerhapsUnfinished) + " Run again later.", run);
+}
+
+Outcome LocalTrouble(const Ending& run) {
+    const auto& files = run.events.files;
+    const auto file = std::find_if(files.begin(), files.end(),
+                                   [](const RemoteFile& one) { return one.localTrouble; });
+    const auto whole = static_cast<std::size_t>(CountOf(run.events, State::kFetched));
+    return Failure(kLocalFile, "The BMC's files cannot be stored: " + file->reason + ". " +
+                                   Plural(whole, "whole file") +
+                                   " came before. Choose another folder with --output, or make "
+                                   "room.");
+}
+
+Outcome Fetched(const Ending& run) {
+    const Outcome fetch = DiagnoseFetch(run.events, run.options);
+    if (!fetch.Ok() || !run.events.seen.Has(EventKind::kFailed)) return fetch;
+    return Failure(kDownloadFailed, "The run ended with the library's code " +
+                                        std::to_string(run.code) + ", for a reason not known.");
+}
+
+struct EndingRow {
+    EventSet events;
+    Outcome (*diagnose)(const Ending& run);
+};
+
+// The first row counts whose events have all happened.
+constexpr EndingRow kEndings[] = {
+    {{EventKind::kNoRunFolder}, NoRunFolder},
+    {{EventKind::kNoHost}, NoHost},
+    {{EventKind::kCutOff, EventKind::kStartUnsent}, LostAtStart},
+    {{EventKind::kCutOff, EventKind::kPollUnsent}, LostWhileGathering},
+    {{EventKind::kCutOff, EventKind::kAccountUnsent}, LostAtAccount},
+    {{EventKind::kCutOff, EventKind::kNotReconnected}, NotReconnected},
+    {{EventKind::kLocalTrouble}, LocalTrouble},
+    {{EventKind::kStartRefused}, StartRefused},
+    {{EventKind::kStartUnsent}, StartUnsent},
+    {{EventKind::kPollFailed, EventKind::kPollUnsent}, PollUnsent},
+    {{EventKind::kPollFailed, EventKind::kPollRefused}, PollRefused},
+    {{EventKind::kPollFailed}, PollEmpty},
+    {{EventKind::kTimedOut}, TimedOut},
+    {{}, Fetched},
+};
+
+// With what only the end shows.
+EventSet AtTheEnd(int code, const RunEvents& events) {
+    EventSet seen = events.seen;
+    if (code == kNoHost) seen.Add(EventKind::kNoHost);
+    if (code != 0) seen.Add(EventKind::kFailed);
+    if (code != 0 && !seen.Has(EventKind::kNotListed)) seen.Add(EventKind::kCutOff);
+    const bool local = std::any_of(events.files.begin(), events.files.end(),
+                                   [](const RemoteFile& file) { return file.localTrouble; });
+    if (local) seen.Add(EventKind::kLocalTrouble);
+    return seen;
 }
 
 }  // namespace
 
 Outcome DiagnoseConnect(int code, const RunEvents& events, const Options& options) {
     if (code == 0) return {};
-    return Failure(kNotConnected, "Cannot connect. " + Trouble(events) + "." +
-                                      Advice(events.sessionTrouble, options));
+    const std::string words = "Cannot connect. " + ReasonOf(events) + ".";
+    for (const ConnectRow& row : kConnectRows) {
+        if (events.session.error != Varnex::IpmiError(row.result)) continue;
+        const char* otherSuite =
+            Own(options).cipherSuite == 3 ? " Try --cipher-suite 17." : " Try --cipher-suite 3.";
+        return Failure(kNotConnected, row.cause,
+                       words + (row.advice == nullptr ? otherSuite : row.advice));
+    }
+    return Failure(kNotConnected, words);
 }
 
 Outcome DiagnoseSilentBmc(const std::string& silence) {
@@ -266,36 +361,12 @@ std::string FoldersPassedOver(const RunEvents& events) {
 }
 
 Outcome DiagnoseCollect(int code, const RunEvents& events, const Options& options) {
-    if (events.noRunFolder) {
-        return Failure(kLocalFile,
-                       "The folder for the BMC's files cannot be made. Choose another with "
-                       "--output, or make room.");
-    }
-    for (const Outcome& decisive : {DiagnoseLost(code, events), DiagnoseLocalTrouble(events)}) {
-        if (!decisive.Ok()) return decisive;
-    }
-    Outcome fetch = DiagnoseFetch(events, options);
-    if (events.startUnsent || events.startRefused) {
-        return Spoilt(kExportRefused,
-                      events.startRefused ? "The BMC refused to start gathering."
-                                          : "The BMC could not be told to gather.",
-                      "They may be of an earlier gathering.", fetch, events);
-    }
-    if (events.pollFailed) {
-        return Spoilt(
-            kTaskFailed,
-            "The BMC did not tell whether it has finished gathering (" + WhyNotTold(events) + ").",
-            "They may be old or unfinished.", fetch, events);
-    }
-    if (events.timedOut) {
-        return Spoilt(kNotFinished, "The BMC has not finished gathering after 900 s.",
-                      "They may be old or unfinished. Run again later.", fetch, events);
-    }
-    if (code != 0 && fetch.Ok()) {
-        return Failure(kDownloadFailed, "The run ended with the library's code " +
-                                            std::to_string(code) + ", for a reason not known.");
-    }
-    return fetch;
+    RunEvents ended = events;
+    ended.seen = AtTheEnd(code, events);
+    const auto row =
+        std::find_if(std::begin(kEndings), std::end(kEndings),
+                     [&ended](const EndingRow& one) { return ended.seen.Holds(one.events); });
+    return row->diagnose({code, ended, options});
 }
 
 Outcome DiagnoseUnreadable(const RunEvents& events) {

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 
 #include "cli/Context.h"
 #include "cli/RecordTable.h"
@@ -22,17 +21,6 @@ constexpr std::size_t kMaxShownName = 60;
 constexpr int kProcessorArchivesOnly = 3;
 
 constexpr char kChannel[] = "src/module/kvs/ffdc/ffdcipmi_impl";
-constexpr char kClient[] = "platform/src/IpmiClient";
-constexpr char kAccountService[] = "platform/src/KEMAccount";
-constexpr char kUsbLan[] = "platform/src/UsbLanCfg";
-constexpr char kFileClient[] = "platform/src/file_client";
-constexpr char kHostKeys[] = "platform/src/HostKeyCheck";
-
-constexpr char kBehindName[] = "\" of the listing is passed over: ";
-
-constexpr char kNoSession[] = "IPMI: nothing is connected";
-constexpr char kThroughDevice[] = "IPMI through ";
-
 struct Row {
     RecordPattern pattern;
     EventKind kind;
@@ -40,9 +28,6 @@ struct Row {
 
 // Texts as they stand.
 constexpr Row kRows[] = {
-    {{1, kClient, "", ""}, EventKind::kSessionTrouble},
-    {{1, kAccountService, "", ""}, EventKind::kInBandTrouble},
-    {{1, kUsbLan, "", ""}, EventKind::kInBandTrouble},
     {{4, kChannel, "Entering KEMFfdcIpmiImpl::CollectFiles.", ""}, EventKind::kStarting},
     {{4, kChannel, "KEMFfdcIpmiImpl::CollectFiles(): Error sending IPMI command.", ""},
      EventKind::kStartUnsent},
@@ -62,17 +47,10 @@ constexpr Row kRows[] = {
      EventKind::kAccountUnsent},
     {{4, kChannel, "KEMFfdcIpmiImpl::GetCredential(): Error sending IPMI command #2.", ""},
      EventKind::kAccountRefused},
-    {{1, kChannel, "the size of response_date is 0, return false", ""}, EventKind::kAccountCut},
     {{1, kChannel, "Failed getting BMC credential ", ""}, EventKind::kNoAccount},
-    {{4, kChannel, "KEMFfdcIpmiImpl::Connect Success ", ""}, EventKind::kConnected},
     {{4, kChannel, "Failed to connect ipmi KCS.", ""}, EventKind::kNotReconnected},
     {{1, kChannel, "Failed getting BMC FFDC data files, error is ", ""}, EventKind::kNotListed},
-    {{1, kChannel, "remote ffdc size = ", ""}, EventKind::kListed},
     {{4, kChannel, "Getting file ", ""}, EventKind::kGetting},
-    {{2, kFileClient, "The name \"", "."}, EventKind::kPassedOver},
-    {{3, kHostKeys, "The host key of ", ""}, EventKind::kHostKey},
-    {{2, kHostKeys, "The host key of ", ""}, EventKind::kHostKey},
-    {{4, kHostKeys, "The host key of ", " is not verified."}, EventKind::kHostKey},
     {{1, kChannel, "Failed to create FFDC output path ", ""}, EventKind::kNoRunFolder},
 };
 
@@ -90,12 +68,19 @@ bool EndsWith(const std::string& text, const char* end) {
            strcasecmp(text.c_str() + text.size() - wanted.size(), end) == 0;
 }
 
-std::optional<unsigned> Number(const std::string& text) {
-    unsigned number = 0;
-    const char* end = text.data() + text.size();
-    const auto read = std::from_chars(text.data(), end, number);
-    if (read.ec != std::errc() || read.ptr != end) return std::nullopt;
-    return number;
+// Why a name of the BMC's is no file's.
+const char* WordsFor(Varnex::NameFault fault) {
+    switch (fault) {
+        case Varnex::NameFault::kEmpty:
+            return "it is empty";
+        case Varnex::NameFault::kSlash:
+            return "it holds a slash";
+        case Varnex::NameFault::kNulByte:
+            return "it holds a NUL byte";
+        case Varnex::NameFault::kLineEnd:
+            return "it holds a line end";
+    }
+    return "it is no name of a file";
 }
 
 // An errno that the BMC's name for a file has brought about, and not this machine's state.
@@ -114,9 +99,7 @@ bool IsRemoteFolder(const std::error_code& error) {
 std::optional<Event> ReadEvent(const Varnex::LogRecord& record) {
     for (const Row& row : kRows) {
         if (!Matches(row.pattern, record) || !IsWhole(row, record)) continue;
-        const bool sentence = row.kind == EventKind::kHostKey;
-        return Event{row.kind, sentence ? Clean(record.text, kMaxSentence)
-                                        : Between(row.pattern, record).substr(0, kMaxText)};
+        return Event{row.kind, Between(row.pattern, record).substr(0, kMaxText)};
     }
     return std::nullopt;
 }
@@ -125,99 +108,102 @@ bool IsAskedFor(const std::string& name, int mode) {
     return mode != kProcessorArchivesOnly || EndsWith(name, ".tzz");
 }
 
+std::uint8_t CodeOf(const RunEvents& events, Refusal::Request request) {
+    const auto found =
+        std::find_if(events.refusals.begin(), events.refusals.end(),
+                     [request](const Refusal& refusal) { return refusal.request == request; });
+    return found == events.refusals.end() ? std::uint8_t{0} : found->completionCode;
+}
+
 std::size_t NotTried(const RunEvents& events) {
     const auto tried = std::count_if(
         events.files.begin(), events.files.end(),
         [](const RemoteFile& file) { return file.state != RemoteFile::State::kPassedOver; });
-    const std::size_t all = events.listed.value_or(0);
+    const std::size_t all = events.listing ? events.listing->names : 0;
     return all - std::min(all, static_cast<std::size_t>(tried));
 }
 
 void RunTracker::Take(const Event& event) {
-    RunEvents& events = m_events;
+    m_events.seen.Add(event.kind);
     switch (event.kind) {
-        case EventKind::kSessionTrouble:
-            // Later requests only say that there is no session any more.
-            if (events.sessionTrouble.empty() || event.text.rfind(kNoSession, 0) != 0) {
-                events.sessionTrouble = event.text;
-            }
-            // In band, the account is asked for over a connection of its own.
-            if (event.text.rfind(kThroughDevice, 0) == 0) events.inBandTrouble = event.text;
-            break;
-        case EventKind::kInBandTrouble:
-            events.inBandTrouble = event.text;
-            break;
-        case EventKind::kStartUnsent:
-            events.startUnsent = true;
+        case EventKind::kStarting:
+            // What was looked at before is another listing of the same folder.
+            m_events.files.clear();
+            m_events.listing.reset();
             break;
         case EventKind::kStartRefused:
-            events.startRefused = true;
-            break;
-        case EventKind::kPollUnsent:
-            events.pollUnsent = true;
+            TakeRefusal(Refusal::Request::kStart);
             break;
         case EventKind::kPollRefused:
-            events.pollRefused = true;
-            break;
-        case EventKind::kPollFailed:
-            events.pollFailed = true;
-            break;
-        case EventKind::kTimedOut:
-            events.timedOut = true;
-            break;
-        case EventKind::kAccountUnsent:
-            events.accountUnsent = true;
+            TakeRefusal(Refusal::Request::kPoll);
             break;
         case EventKind::kAccountRefused:
-            events.accountRefused = true;
-            break;
-        case EventKind::kNoAccount:
-            events.noAccount = true;
-            break;
-        case EventKind::kNotReconnected:
-            events.notReconnected = true;
+            TakeRefusal(Refusal::Request::kAccount);
             break;
         case EventKind::kNotListed:
-            events.notListed = event.text;
-            break;
-        case EventKind::kListed:
-            events.listed = Number(event.text);
+            m_events.notListed = event.text;
             break;
         case EventKind::kGetting:
-            events.files.emplace_back().name = event.text;
+            m_events.files.emplace_back().name = event.text;
             break;
-        case EventKind::kPassedOver:
-            TakePassedOver(event.text);
-            break;
-        case EventKind::kHostKey:
-            // Every transfer has a connection of its own, and says the same again.
-            if (std::find(events.hostKeys.begin(), events.hostKeys.end(), event.text) ==
-                events.hostKeys.end()) {
-                events.hostKeys.push_back(event.text);
-            }
-            break;
-        case EventKind::kNoRunFolder:
-            events.noRunFolder = true;
-            break;
-        case EventKind::kStarting:
-            events.files.clear();  // an earlier listing was a look at the file service alone
-            break;
-        case EventKind::kAskingAccount:
-        case EventKind::kAccountCut:
-        case EventKind::kConnected:
+        default:
             break;
     }
 }
 
-// "NAME" of the listing is passed over: WHY. The name itself may hold anything.
-void RunTracker::TakePassedOver(const std::string& text) {
-    const std::size_t behind = text.rfind(kBehindName);
-    if (behind == std::string::npos) return;
-    RemoteFile file;
-    file.name = text.substr(0, behind);
-    file.reason = Clean(text.substr(behind + sizeof kBehindName - 1));
+// The library tells of it right after the answer.
+void RunTracker::TakeRefusal(Refusal::Request request) {
+    m_events.refusals.push_back({request, m_lastCode});
+}
+
+void RunTracker::Take(const Varnex::IpmiConnection& connection) {
+    if (connection.error) TakeTrouble(connection.inBand, {connection.error, connection.reason});
+}
+
+void RunTracker::Take(const Varnex::IpmiExchange& exchange) {
+    m_lastCode = exchange.completionCode;
+    if (exchange.error) TakeTrouble(exchange.inBand, {exchange.error, exchange.reason});
+}
+
+void RunTracker::TakeTrouble(bool inBand, const Trouble& trouble) {
+    if (inBand) m_events.inBand = trouble.reason;
+    if (inBand != m_inBand) return;  // that of an account's, asked for besides
+    // Later requests only say that there is no session any more.
+    const bool broken = trouble.error == Varnex::IpmiError(kIpmiNotConnected);
+    if (!m_events.session.error || !broken) m_events.session = trouble;
+}
+
+// Where it was not found because of the connection, that has been told.
+void RunTracker::Take(const Varnex::AccountLookupResult& account) {
+    if (!account.reason.empty()) m_events.inBand = account.reason;
+}
+
+void RunTracker::Take(const Varnex::UsbLanLookupResult& usbLan) {
+    if (!usbLan.reason.empty()) m_events.inBand = usbLan.reason;
+}
+
+void RunTracker::Take(const Varnex::PassedOverName& name) {
+    if (!IsAskedFor(name.name, m_mode)) return;
+    RemoteFile& file = m_events.files.emplace_back();
+    file.name = name.name;
+    file.reason = WordsFor(name.fault);
     file.state = RemoteFile::State::kPassedOver;
-    if (IsAskedFor(file.name, m_mode)) m_events.files.push_back(file);
+}
+
+void RunTracker::Take(const Varnex::ListingResult& listing) {
+    const std::string words = listing.error ? listing.error.message() : "";
+    m_events.listing = Listing{listing.names, listing.error, words};
+}
+
+bool RunTracker::Take(const Varnex::HostKeyResult& key) {
+    if (key.accepted) m_events.hostKey = key.fingerprint;
+    if (!key.accepted || key.decision == Varnex::HostKeyDecision::kKnown) return false;
+    // Every transfer has it judged, and most say the same again.
+    const std::string sentence = Clean(key.text, kMaxSentence);
+    std::vector<std::string>& said = m_events.hostKeys;
+    if (std::find(said.begin(), said.end(), sentence) != said.end()) return false;
+    said.push_back(sentence);
+    return true;
 }
 
 void RunTracker::TransferStarted() {
@@ -244,15 +230,18 @@ std::string FileProgress(const RunEvents& events) {
         events.files.begin(), events.files.end(),
         [](const RemoteFile& file) { return file.state == RemoteFile::State::kPassedOver; });
     return "file " + std::to_string(events.files.size() - static_cast<std::size_t>(passedOver)) +
-           " of " + std::to_string(events.listed.value_or(0));
+           " of " + std::to_string(events.listing ? events.listing->names : 0);
 }
 
-Listener::Listener(Context& run) : m_run(run), m_tracker(Own(run.options).mode) {
+Listener::Listener(Context& run)
+    : m_run(run), m_tracker(Own(run.options).mode, Own(run.options).inBand) {
     Varnex::AddLogSink(this);
     Varnex::AddTransferWatcher(this);
+    Varnex::AddIpmiWatcher(this);
 }
 
 Listener::~Listener() {
+    Varnex::RemoveIpmiWatcher(this);
     Varnex::RemoveTransferWatcher(this);
     Varnex::RemoveLogSink(this);
 }
@@ -261,22 +250,29 @@ void Listener::Receive(const Varnex::LogRecord& record) {
     try {
         const std::optional<Event> event = ReadEvent(record);
         if (!event) return;
-        std::lock_guard<std::mutex> hold(m_lock);
-        const std::size_t said = m_tracker.Events().hostKeys.size();
+        const std::lock_guard<std::mutex> hold(m_lock);
         m_tracker.Take(*event);
-        if (event->kind == EventKind::kStarting) m_run.bmcGathers = true;
-        if (event->kind == EventKind::kAskingAccount) m_run.bmcGathers = false;
-        if (m_tracker.Events().hostKeys.size() > said) m_run.progress.Say(event->text);
         Show(*event);
     } catch (...) {
         // Out of memory: the record is lost, the run goes on.
     }
 }
 
+void Listener::HostKeyJudged(const Varnex::HostKeyResult& key) {
+    try {
+        const std::lock_guard<std::mutex> hold(m_lock);
+        if (m_tracker.Take(key)) m_run.progress.Say(m_tracker.Events().hostKeys.back());
+    } catch (...) {
+        // Out of memory: the sentence is lost, the run goes on.
+    }
+}
+
 void Listener::Show(const Event& event) {
     if (event.kind == EventKind::kStarting) {
+        m_run.bmcGathers = true;
         m_run.progress.Step("start");
     } else if (event.kind == EventKind::kAskingAccount) {
+        m_run.bmcGathers = false;
         m_run.progress.Step("account");
     }
 }

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "LogSink.h"
+#include "cli/ipmi/CompletionCodes.h"
 #include "cli/report/Json.h"
 #include "cli/terminal/Text.h"
 
@@ -46,6 +47,18 @@ json::object JsonOf(const RemoteFile& file) {
             {"reason", TextOrNull(file.damage.empty() ? file.reason : file.damage)}};
 }
 
+const char* RequestName(Refusal::Request request) {
+    switch (request) {
+        case Refusal::Request::kStart:
+            return "start";
+        case Refusal::Request::kPoll:
+            return "poll";
+        case Refusal::Request::kAccount:
+            return "account";
+    }
+    return "unknown";
+}
+
 // A BMC may name a file as a password was named.
 void HideSecrets(RemoteFile& file) {
     const std::string name = Varnex::WithoutHiddenSecrets(file.name);
@@ -76,12 +89,24 @@ void FileList::Set(const std::vector<RemoteFile>& files, std::size_t notTried) {
     m_notTried = notTried;
 }
 
+void FileList::SetRefusals(const std::vector<Refusal>& refusals) {
+    const std::lock_guard<std::mutex> hold(m_lock);
+    m_refusals = refusals;
+}
+
 void FileList::AddTo(json::object& run) const {
     const std::lock_guard<std::mutex> hold(m_lock);
     json::array files;
     for (const RemoteFile& file : m_files) files.push_back(JsonOf(file));
     run["files"] = std::move(files);
     run["files_not_tried"] = m_notTried;
+    json::array refusals;
+    for (const Refusal& refusal : m_refusals) {
+        refusals.push_back({{"request", RequestName(refusal.request)},
+                            {"completion_code", refusal.completionCode},
+                            {"meaning", MeaningOf(refusal.completionCode)}});
+    }
+    run["refusals"] = std::move(refusals);
 }
 
 void FileList::Write(std::ostream& out) const {

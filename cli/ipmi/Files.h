@@ -35,19 +35,29 @@ struct RemoteFile {
     std::string damage;         // why the archive cannot be read to its end
 };
 
-// What the channel has to tell about a run: the BMC's files.
+// A request that the BMC has answered with a completion code other than 0.
+struct Refusal {
+    enum class Request { kStart, kPoll, kAccount };
+    Request request;
+    std::uint8_t completionCode;
+};
+
+// What the channel has to tell about a run: the BMC's files, and what it refused.
 class FileList : public ChannelPart {
 public:
     // The BMC's files, and how many more it has that were never tried.
     void Set(const std::vector<RemoteFile>& files, std::size_t notTried);
 
-    void AddTo(boost::json::object& run) const override;  // "files" and "files_not_tried"
+    void SetRefusals(const std::vector<Refusal>& refusals);
+
+    void AddTo(boost::json::object& run) const override;  // "files", "files_not_tried", "refusals"
     void Write(std::ostream& out) const override;
 
 private:
     mutable std::mutex m_lock;
     std::vector<RemoteFile> m_files;  // free of secrets
     std::size_t m_notTried = 0;
+    std::vector<Refusal> m_refusals;
 };
 
 }  // namespace Kemffdc::Ipmi

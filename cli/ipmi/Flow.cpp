@@ -133,12 +133,14 @@ public:
         if (outcome.code != kInterrupted) outcome = Keep(code, events);
         ExplainSkipped(events.files, Own(m_run.options).mode);
         m_list->Set(events.files, NotTried(events));
+        m_list->SetRefusals(events.refusals);
         return outcome;
     }
 
 private:
     void SetFacts(const RunEvents& events) {
         BmcFacts facts = m_facts;
+        facts.hostKey = events.hostKey;
         for (const std::string& sentence : events.hostKeys) facts.notes.push_back(sentence);
         const std::string folders = FoldersPassedOver(events);
         if (!folders.empty()) facts.notes.push_back(folders);
@@ -156,7 +158,7 @@ private:
                 code, Failure(kNotConnected,
                               "This machine has no network interface to its BMC, so its files "
                               "cannot be fetched (" +
-                                  Clean(m_listener.Events().inBandTrouble) + ")."));
+                                  Clean(m_listener.Events().inBand) + ")."));
         }
         m_usbHost = nodes.front().address;
         m_facts.notes.push_back("The BMC's files come from " + Clean(m_usbHost) + " through " +

@@ -7,11 +7,12 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "Ipmanip.h"
 #include "IpmiClient.h"
 #include "KEMAccount.h"
 #include "LogSink.h"
+#include "Transfer.h"
 #include "Uri.h"
+#include "cli/ipmi/CompletionCodes.h"
 #include "cli/ipmi/Options.h"
 #include "file_client.h"
 
@@ -28,12 +29,6 @@ constexpr std::uint16_t kSftpPort = 115;
 constexpr int kAccountOverSession = 2;  // the mode that has no account before the BMC has gathered
 
 constexpr char kFolder[] = "/download/ffdc/kem_dump/";  // of the modes that have one
-
-// Numbers of the platform's transfers.
-constexpr int kPermissionDenied = 9;
-constexpr int kUntrusted = 60;
-constexpr int kLoginDenied = 67;
-constexpr int kNoSuchFile = 78;
 
 struct Account {
     std::string user;
@@ -56,25 +51,26 @@ std::vector<Account> AccountsOf(const Options& options, const Secret& password) 
 
 // A folder that is not there, or may not be listed, yet: the login went well.
 FileService Judged(const std::error_code& error) {
-    const int number = error.value();
-    if (!error || number == kNoSuchFile || number == kPermissionDenied) return {};
+    using Varnex::TransferFault;
+    if (!error || error == TransferFault::kNotThere || error == TransferFault::kNotPermitted) {
+        return {};
+    }
     FileService found;
-    found.state = number == kUntrusted     ? FileService::State::kUntrusted
-                  : number == kLoginDenied ? FileService::State::kNoLogin
-                                           : FileService::State::kUnusable;
+    found.state = error == TransferFault::kUntrusted      ? FileService::State::kUntrusted
+                  : error == TransferFault::kLoginRefused ? FileService::State::kNoLogin
+                                                          : FileService::State::kUnusable;
     found.reason = error.message();
     if (!found.reason.empty() && found.reason.back() == '.') found.reason.pop_back();
-    found.reason += " (" + std::to_string(number) + ")";
+    found.reason += " (" + std::to_string(error.value()) + ")";
     return found;
 }
 
 // Without a user the platform connects, judges the host key, and ends there.
 FileService ListAs(const std::string& host, const std::string& user, const std::string& password) {
     try {
-        const std::string place = Ipmanip::is_ipv6(host) ? "[" + host + "]" : host;
         std::list<std::string> names;
         return Judged(file_client::ls_directory(
-            Uri("sftp", place, kSftpPort, user, password, kFolder), names));
+            Uri("sftp", host, kSftpPort, user, password, kFolder), names));
     } catch (const std::invalid_argument& failure) {
         return {FileService::State::kUnusable, failure.what()};
     }
@@ -110,11 +106,7 @@ std::string AskDeviceId(const Options& options, const Secret& password, BmcFacts
     const int sent = client->send({kGetDeviceId, {}, kNetFnApp}, data, completionCode);
     client->disconnect();
     if (sent != 0) return kNothing;
-    if (completionCode != 0) {
-        char text[32];
-        (void)std::snprintf(text, sizeof text, "completion code %02Xh", unsigned{completionCode});
-        return text;
-    }
+    if (completionCode != 0) return WordsFor(completionCode);
     ReadDeviceId(data, facts);
     return "";
 }

@@ -236,6 +236,12 @@ int Disturbed(varnex_ipmi_error* error) {
     return VARNEX_IPMI_DISTURBED;
 }
 
+// The library has no word for some status codes that refuse a session, not even that they do.
+int SetUpFailure(const Context& context, varnex_ipmi_error* error) {
+    const int result = Failure(context, error);
+    return ipmi_ctx_errnum(context.get()) == IPMI_ERR_IPMI_ERROR ? VARNEX_IPMI_REFUSED : result;
+}
+
 int OpenLan(const varnex_ipmi_lan* lan, varnex_ipmi_session** session, varnex_ipmi_error* error) {
     *session = nullptr;
     Context context = MakeContext(error);
@@ -247,7 +253,7 @@ int OpenLan(const varnex_ipmi_lan* lan, varnex_ipmi_session** session, varnex_ip
                                     0, IPMI_PRIVILEGE_LEVEL_ADMIN, lan->cipher_suite,
                                     lan->session_timeout, lan->retransmission_timeout, kWorkarounds,
                                     IPMI_FLAGS_DEFAULT) < 0) {
-        return IsDisturbed(context) ? Disturbed(error) : Failure(context, error);
+        return IsDisturbed(context) ? Disturbed(error) : SetUpFailure(context, error);
     }
     before.CloseNewOnesOnExec();
     return Keep({std::move(context), true, false, awaited.newest}, session, error);

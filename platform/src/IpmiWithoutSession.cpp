@@ -46,8 +46,9 @@ constexpr std::size_t kFirstAlgorithm = 28;
 constexpr std::size_t kBetweenAlgorithms = 8;
 constexpr std::uint8_t kSessionAnswer = 0x11;
 
-bool IsRmcp(const Bytes& datagram) {
-    return datagram.size() > kCommand && datagram[0] == 0x06 && datagram[3] == 0x07;
+// With a byte `last`.
+bool IsRmcp(const Bytes& datagram, std::size_t last) {
+    return datagram.size() > last && datagram[0] == 0x06 && datagram[3] == 0x07;
 }
 
 Bytes CapabilitiesRequest(std::size_t copy) {
@@ -62,7 +63,8 @@ Bytes CapabilitiesRequest(std::size_t copy) {
 }
 
 std::optional<std::size_t> CopyOfCapabilities(const Bytes& answer) {
-    if (!IsRmcp(answer) || answer[4] != 0 || answer[kCommand] != 0x38) return std::nullopt;
+    if (!IsRmcp(answer, kCommand) || answer[4] != 0 || answer[kCommand] != 0x38)
+        return std::nullopt;
     return answer[kSequence] >> 2U;
 }
 
@@ -76,7 +78,10 @@ Bytes SessionRequest(std::size_t copy, const IpmiAlgorithms& algorithms) {
 }
 
 std::optional<std::size_t> CopyOfSession(const Bytes& answer) {
-    if (!IsRmcp(answer) || answer[4] != 0x06 || answer[5] != kSessionAnswer) return std::nullopt;
+    // Some BMCs send nothing behind the status of a refusal.
+    const bool isAnswer =
+        IsRmcp(answer, kStatus) && answer[4] == 0x06 && answer[5] == kSessionAnswer;
+    if (!isAnswer) return std::nullopt;
     return answer[kTag];
 }
 

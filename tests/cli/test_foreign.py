@@ -116,6 +116,7 @@ def test_a_suite_that_it_lacks_is_named(ipmi, tmp_path):
                      environment=ipmi_tool.environment(tmp_path))
 
     assert ended.code == 3, ended.err
+    assert "does not offer cipher suite 17. Try --cipher-suite 3." in ended.err
 
 
 def test_commands_that_it_does_not_know_end_the_collection(ipmi, start_bmc, tmp_path):

@@ -216,7 +216,7 @@ def test_nobody_logs_in_before_the_bmc_has_given_its_account(tmp_path):
     assert users == [ipmi_tool.USER]
 
 
-@pytest.mark.parametrize("answer, why", [({"code": 0xC3}, "completion code C3h")])
+@pytest.mark.parametrize("answer, why", [({"code": 0xC3}, "completion code C3h: it ran out of time over the command")])
 def test_check_in_band_says_that_the_bmc_behind_the_device_is_dead(tmp_path, answer, why):
     dead = scenario({"answers": {"06 01": [{**answer, "repeat": True}]}})
     with ipmi_tool.started(dead) as bmc:

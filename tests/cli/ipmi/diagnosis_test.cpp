@@ -7,11 +7,14 @@
 #include <string>
 #include <vector>
 
+#include "IpmiClient.h"
+#include "cli/ipmi/CompletionCodes.h"
 #include "cli/ipmi/Options.h"
 #include "cli/ipmi/Preflight.h"
 
 namespace {
 
+using Kemffdc::Cause;
 using Kemffdc::Clean;
 using Kemffdc::Options;
 using Kemffdc::Outcome;
@@ -19,10 +22,15 @@ using Kemffdc::Ipmi::DiagnoseCollect;
 using Kemffdc::Ipmi::DiagnoseConnect;
 using Kemffdc::Ipmi::DiagnoseFileService;
 using Kemffdc::Ipmi::DiagnoseSilentBmc;
+using Kemffdc::Ipmi::EventKind;
+using Kemffdc::Ipmi::EventSet;
 using Kemffdc::Ipmi::FileService;
 using Kemffdc::Ipmi::FoldersPassedOver;
+using Kemffdc::Ipmi::Listing;
+using Kemffdc::Ipmi::Refusal;
 using Kemffdc::Ipmi::RemoteFile;
 using Kemffdc::Ipmi::RunEvents;
+using Kemffdc::Ipmi::WordsFor;
 using State = Kemffdc::Ipmi::RemoteFile::State;
 using testing::HasSubstr;
 
@@ -37,7 +45,7 @@ RemoteFile File(const std::string& name, State state, const std::string& reason 
 RunEvents Listed(std::vector<RemoteFile> files, unsigned listed) {
     RunEvents events;
     events.files = std::move(files);
-    events.listed = listed;
+    events.listing = Listing{listed, {}, ""};
     return events;
 }
 
@@ -52,12 +60,11 @@ void ExpectEnding(const Outcome& outcome, int code, const std::string& text) {
 TEST(IpmiDiagnoseConnect, TheClientsReasonIsGivenWithWhatToDo) {
     RunEvents events;
     Options options;
-    events.sessionTrouble = "IPMI to 192.0.2.1 port 623: the BMC does not offer cipher suite 17";
+    events.session = {Varnex::IpmiError(kIpmiNoCipherSuite), "That suite is not offered"};
 
     EXPECT_TRUE(DiagnoseConnect(0, events, options).Ok());
     ExpectEnding(DiagnoseConnect(1, events, options), 3,
-                 "Cannot connect. IPMI to 192.0.2.1 port 623: the BMC does not offer cipher suite "
-                 "17. Try --cipher-suite 3.");
+                 "Cannot connect. That suite is not offered. Try --cipher-suite 3.");
     options.own.Of<Kemffdc::Ipmi::ChannelOptions>().cipherSuite = 3;
     EXPECT_THAT(DiagnoseConnect(1, events, options).reason, HasSubstr("Try --cipher-suite 17."));
     ExpectEnding(DiagnoseConnect(1, {}, options), 3, "Cannot connect. no reason given.");
@@ -65,7 +72,7 @@ TEST(IpmiDiagnoseConnect, TheClientsReasonIsGivenWithWhatToDo) {
 
 TEST(IpmiDiagnoseFileService, OneThatCannotBeFetchedFromIsLimitedAndAStrangerIsThree) {
     RunEvents events;
-    events.inBandTrouble = "no device";
+    events.inBand = "no device";
 
     EXPECT_TRUE(DiagnoseFileService({}, "bmc7", events).Ok());
     ExpectEnding(
@@ -82,6 +89,47 @@ TEST(IpmiDiagnoseFileService, OneThatCannotBeFetchedFromIsLimitedAndAStrangerIsT
     ExpectEnding(
         DiagnoseFileService({FileService::State::kUntrusted, "another (60)"}, "bmc7", {}), 3,
         "The BMC's file service (SFTP, bmc7 port 115) is not to be trusted: another (60).");
+}
+
+TEST(IpmiDiagnoseConnect, EachErrorHasItsCauseAndAdvice) {
+    const struct {
+        IpmiResult result;
+        Cause cause;
+        const char* advice;
+    } rows[] = {
+        {kIpmiRefused, Cause::kUnreachable, "IPMI over LAN is switched on."},
+        {kIpmiNoAnswer, Cause::kUnreachable, "IPMI over LAN is switched on."},
+        {kIpmiUnknownHost, Cause::kUnknownHost, "or give its address."},
+        {kIpmiWrongPassword, Cause::kLoginRefused, "Check --user and the password."},
+        {kIpmiUnknownUser, Cause::kLoginRefused, "Check --user."},
+        {kIpmiNoPrivilege, Cause::kNotPermitted, "needs the administrator's privilege."},
+        {kIpmiFailed, Cause::kUnnamed, "wrong password."},
+    };
+    for (const auto& row : rows) {
+        RunEvents events;
+        events.session = {Varnex::IpmiError(row.result), "IPMI: wrong password"};
+        const Outcome outcome = DiagnoseConnect(1, events, {});
+        EXPECT_EQ(outcome.cause, row.cause) << row.result;
+        EXPECT_THAT(outcome.reason, testing::EndsWith(row.advice));
+    }
+}
+
+TEST(IpmiCompletionCodes, HaveTheirMeaningOrTheirRange) {
+    const struct {
+        std::uint8_t code;
+        const char* words;
+    } rows[] = {
+        {0xC3, "completion code C3h: it ran out of time over the command"},
+        {0xD2, "completion code D2h: it is still starting"},
+        {0xFF, "completion code FFh: an error without a name"},
+        {0x01, "completion code 01h: a code of its manufacturer's own"},
+        {0x7E, "completion code 7Eh: a code of its manufacturer's own"},
+        {0x80, "completion code 80h: a code that belongs to this command"},
+        {0xBE, "completion code BEh: a code that belongs to this command"},
+        {0x7F, "completion code 7Fh: a code without a meaning"},
+        {0xD7, "completion code D7h: a code without a meaning"},
+    };
+    for (const auto& row : rows) EXPECT_EQ(WordsFor(row.code), row.words);
 }
 
 TEST(IpmiDiagnoseCollect, AllFilesOfAGoodGatheringAreASuccess) {
@@ -131,71 +179,106 @@ TEST(IpmiDiagnoseSilentBmc, IsNotConnected) {
 
 TEST(IpmiDiagnoseCollect, FilesOfASpoiltGatheringAreNoSuccess) {
     RunEvents events = Listed({kFetched}, 1);
-    events.startRefused = true;
+    events.seen.Add(EventKind::kStartRefused);
+    events.refusals = {{Refusal::Request::kStart, 0xC1}};
     ExpectEnding(DiagnoseCollect(0, events, {}), 4,
-                 "The BMC refused to start gathering. All the same, 1 file was fetched. They may "
-                 "be of an earlier gathering.");
+                 "The BMC refused to start gathering (completion code C1h: it does not know the "
+                 "command). All the same, 1 file was fetched. They may be of an earlier "
+                 "gathering.");
 
     events = Listed({kFetched, kFailed}, 2);
-    events.pollFailed = true;
-    events.pollRefused = true;
+    events.seen = {EventKind::kPollFailed, EventKind::kPollRefused};
+    events.refusals = {{Refusal::Request::kPoll, 0xD4}};
     ExpectEnding(DiagnoseCollect(0, events, {}), 5,
                  "The BMC did not tell whether it has finished gathering (it refused the "
-                 "question). 1 file was fetched. Missing: b.log (cut (varnex.transfer:79)). They "
-                 "may be old or unfinished.");
+                 "question with completion code D4h: the privilege of the user is too low). 1 "
+                 "file was fetched. Missing: b.log (cut (varnex.transfer:79)). They may be old or "
+                 "unfinished.");
 
     events = Listed({}, 0);
-    events.timedOut = true;
+    events.seen.Add(EventKind::kTimedOut);
     ExpectEnding(DiagnoseCollect(0, events, {}), 6,
                  "The BMC has not finished gathering after 900 s. Nothing was fetched: The BMC's "
                  "folder is empty: there was nothing to fetch.");
 }
 
-TEST(IpmiDiagnoseCollect, WhatWentWrongFirstDecides) {
-    RunEvents events = Listed({kFetched}, 1);
-    events.startRefused = true;
-    events.pollFailed = true;
-    events.timedOut = true;
-    EXPECT_EQ(DiagnoseCollect(0, events, {}).code, 4);
-    events.startRefused = false;
-    EXPECT_EQ(DiagnoseCollect(0, events, {}).code, 5);
-    events.pollFailed = false;
-    EXPECT_EQ(DiagnoseCollect(0, events, {}).code, 6);
+TEST(IpmiDiagnoseCollect, TheFirstRowThatMatchesCounts) {
+    const struct {
+        EventSet events;
+        int code;
+        int exitCode;
+        const char* why;
+    } rows[] = {
+        {{EventKind::kStartRefused, EventKind::kPollFailed, EventKind::kTimedOut},
+         0,
+         4,
+         "what went wrong first"},
+        {{EventKind::kPollFailed, EventKind::kTimedOut}, 0, 5, "the question"},
+        {{EventKind::kTimedOut}, 0, 6, "the wait"},
+        {{EventKind::kStartRefused, EventKind::kPollUnsent, EventKind::kPollFailed},
+         1,
+         3,
+         "a lost connection decides always"},
+        {{EventKind::kStartUnsent, EventKind::kNotListed}, 3, 4, "there was one again"},
+        {{EventKind::kNoRunFolder, EventKind::kStartUnsent}, 7, 8, "the folder"},
+    };
+    for (const auto& row : rows) {
+        RunEvents events = Listed({kFetched}, 1);
+        events.seen = row.events;
+        EXPECT_EQ(DiagnoseCollect(row.code, events, {}).code, row.exitCode) << row.why;
+    }
+}
+
+TEST(IpmiDiagnoseCollect, ARefusalsCodeIsItsCause) {
+    const struct {
+        std::uint8_t code;
+        Cause cause;
+    } rows[] = {
+        {0xC0, Cause::kBusy},         {0xC1, Cause::kUnsupported}, {0xD2, Cause::kStarting},
+        {0xD4, Cause::kNotPermitted}, {0xFF, Cause::kBmcFault},
+    };
+    for (const auto& row : rows) {
+        RunEvents events = Listed({kFetched}, 1);
+        events.seen.Add(EventKind::kStartRefused);
+        events.refusals = {{Refusal::Request::kStart, row.code}};
+        EXPECT_EQ(DiagnoseCollect(0, events, {}).cause, row.cause);
+    }
 }
 
 TEST(IpmiDiagnoseCollect, TroubleOfThisMachineDecidesAlways) {
     RemoteFile full = File("c.log", State::kFailed, "No space left on device (generic:28)");
     full.localTrouble = true;
     RunEvents events = Listed({kFetched, full}, 2);
-    events.startRefused = true;
+    events.seen.Add(EventKind::kStartRefused);
     EXPECT_EQ(DiagnoseCollect(0, events, {}).code, 8);
 
     RunEvents folder;
-    folder.noRunFolder = true;
+    folder.seen.Add(EventKind::kNoRunFolder);
     EXPECT_EQ(DiagnoseCollect(7, folder, {}).code, 8);
 }
 
 TEST(IpmiDiagnoseCollect, ALostConnectionIsThree) {
-    for (bool RunEvents::*when : {&RunEvents::startUnsent, &RunEvents::pollUnsent,
-                                  &RunEvents::accountUnsent, &RunEvents::notReconnected}) {
+    for (const EventKind when : {EventKind::kStartUnsent, EventKind::kPollUnsent,
+                                 EventKind::kAccountUnsent, EventKind::kNotReconnected}) {
         RunEvents events;
-        events.*when = true;
-        events.sessionTrouble = "IPMI to b port 623: no answer";
+        events.seen.Add(when);
+        events.session = {Varnex::IpmiError(kIpmiNoAnswer), "no sign of life"};
         const Outcome outcome = DiagnoseCollect(1, events, {});
         EXPECT_EQ(outcome.code, 3);
-        EXPECT_THAT(outcome.reason, HasSubstr("(IPMI to b port 623: no answer)"));
+        EXPECT_EQ(outcome.cause, Cause::kConnectionLost);
+        EXPECT_THAT(outcome.reason, HasSubstr("(no sign of life)"));
     }
     RunEvents nowhere;
-    nowhere.inBandTrouble = "no interface";
+    nowhere.inBand = "no interface";
     ExpectEnding(DiagnoseCollect(6, nowhere, {}), 3,
                  "The BMC's files cannot be reached from this machine (no interface).");
 }
 
 TEST(IpmiDiagnoseCollect, ASessionThatWasFoundAgainIsNotLost) {
     RunEvents events = Listed({kFetched}, 1);
-    events.pollUnsent = true;
-    events.pollFailed = true;
-    events.sessionTrouble = "no answer";
+    events.seen.Add(EventKind::kPollUnsent);
+    events.seen.Add(EventKind::kPollFailed);
+    events.session.reason = "no answer";
     Options options;
     options.own.Of<Kemffdc::Ipmi::ChannelOptions>().mode = 5;
 
@@ -204,18 +287,46 @@ TEST(IpmiDiagnoseCollect, ASessionThatWasFoundAgainIsNotLost) {
 
 TEST(IpmiDiagnoseCollect, NoAccountAndNoListingAreSeven) {
     RunEvents events;
-    events.noAccount = true;
+    events.seen.Add(EventKind::kNoAccount);
     ExpectEnding(DiagnoseCollect(1, events, {}), 7,
                  "The BMC gives no account for its files (it sent an answer that holds none).");
+    events.seen.Add(EventKind::kAccountRefused);
+    events.refusals = {{Refusal::Request::kAccount, 0x83}};
+    ExpectEnding(DiagnoseCollect(1, events, {}), 7,
+                 "The BMC gives no account for its files (it refused the request with completion "
+                 "code 83h: a code that belongs to this command).");
 
     RunEvents unlisted;
-    unlisted.notListed = "78 No such file.";
+    unlisted.seen.Add(EventKind::kNotListed);
+    unlisted.notListed = "78 what the library made of it";
+    unlisted.listing = Listing{0, {78, Varnex::TransferCategory()}, "Whatever."};
     ExpectEnding(DiagnoseCollect(1, unlisted, {}), 7,
-                 "The BMC's files cannot be listed: No such file (78). The BMC has no such folder; "
+                 "The BMC's files cannot be listed: Whatever (78). The BMC has no such folder; "
                  "another --mode may be right for it.");
+    unlisted.listing.reset();
     unlisted.notListed = "the host is no host";
     ExpectEnding(DiagnoseCollect(1, unlisted, {}), 7,
                  "The BMC's files cannot be listed: the host is no host.");
+}
+
+TEST(IpmiDiagnoseCollect, AListingsErrorSaysWhatToDoAndNotItsWords) {
+    const struct {
+        int number;
+        const char* advice;
+    } rows[] = {
+        {7, "(SFTP, TCP port 115) can be reached."},
+        {28, "(SFTP, TCP port 115) can be reached."},
+        {67, "refuses the account that the BMC itself has given."},
+        {78, "another --mode may be right for it."},
+        {79, "(79)."},
+    };
+    for (const auto& row : rows) {
+        RunEvents events;
+        events.seen.Add(EventKind::kNotListed);
+        events.listing =
+            Listing{0, {row.number, Varnex::TransferCategory()}, "Authentication failure"};
+        EXPECT_THAT(DiagnoseCollect(1, events, {}).reason, testing::EndsWith(row.advice));
+    }
 }
 
 TEST(IpmiDiagnoseCollect, AFailureWithoutAReasonIsNoSuccess) {

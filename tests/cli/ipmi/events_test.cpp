@@ -9,10 +9,13 @@
 
 namespace {
 
+using Kemffdc::Ipmi::CodeOf;
+using Kemffdc::Ipmi::Event;
 using Kemffdc::Ipmi::EventKind;
 using Kemffdc::Ipmi::FileProgress;
 using Kemffdc::Ipmi::NotTried;
 using Kemffdc::Ipmi::ReadEvent;
+using Kemffdc::Ipmi::Refusal;
 using Kemffdc::Ipmi::RemoteFile;
 using Kemffdc::Ipmi::RunTracker;
 using State = Kemffdc::Ipmi::RemoteFile::State;
@@ -29,13 +32,8 @@ struct RecordRow {
     const char* rest;
 };
 
-// As the library and the platform write them.
+// As the library writes them.
 const RecordRow kRows[] = {
-    {1, "platform/src/IpmiClient", "IPMI to 192.0.2.1 port 623: refused; nothing listens",
-     EventKind::kSessionTrouble, "IPMI to 192.0.2.1 port 623: refused; nothing listens"},
-    {1, "platform/src/KEMAccount", "The BMC gives no account", EventKind::kInBandTrouble,
-     "The BMC gives no account"},
-    {1, "platform/src/UsbLanCfg", "no interface", EventKind::kInBandTrouble, "no interface"},
     {4, kChannel, "Entering KEMFfdcIpmiImpl::CollectFiles.", EventKind::kStarting, ""},
     {4, kChannel, "KEMFfdcIpmiImpl::CollectFiles(): Error sending IPMI command.",
      EventKind::kStartUnsent, ""},
@@ -54,21 +52,11 @@ const RecordRow kRows[] = {
      EventKind::kAccountUnsent, ""},
     {4, kChannel, "KEMFfdcIpmiImpl::GetCredential(): Error sending IPMI command #2.",
      EventKind::kAccountRefused, ""},
-    {1, kChannel, "the size of response_date is 0, return false", EventKind::kAccountCut, ""},
     {1, kChannel, "Failed getting BMC credential ", EventKind::kNoAccount, ""},
-    {4, kChannel, "KEMFfdcIpmiImpl::Connect Success ", EventKind::kConnected, ""},
     {4, kChannel, "Failed to connect ipmi KCS.", EventKind::kNotReconnected, ""},
     {1, kChannel, "Failed getting BMC FFDC data files, error is 67 Authentication failure",
      EventKind::kNotListed, "67 Authentication failure"},
-    {1, kChannel, "remote ffdc size = 3", EventKind::kListed, "3"},
     {4, kChannel, "Getting file a b.tgz", EventKind::kGetting, "a b.tgz"},
-    {2, "platform/src/file_client",
-     "The name \"../x\" of the listing is passed over: it holds a slash.", EventKind::kPassedOver,
-     "../x\" of the listing is passed over: it holds a slash"},
-    {3, "platform/src/HostKeyCheck", "The host key of b:115, t SHA256:x, is new.",
-     EventKind::kHostKey, "The host key of b:115, t SHA256:x, is new."},
-    {4, "platform/src/HostKeyCheck", "The host key of b:115, t SHA256:x, is not verified.",
-     EventKind::kHostKey, "The host key of b:115, t SHA256:x, is not verified."},
     {1, kChannel, "Failed to create FFDC output path /x", EventKind::kNoRunFolder, "/x"},
 };
 
@@ -83,29 +71,49 @@ TEST(IpmiReadEvent, EveryRecordThatTellsSomethingIsKnown) {
 }
 
 TEST(IpmiReadEvent, OthersTellNothing) {
-    const std::string texts[] = {"host=192.0.2.1", "Exiting KEMFfdcIpmiImpl::CollectFiles().",
-                                 "The host key of b:115, t SHA256:x, is known."};
-    for (const std::string& text : texts) {
+    for (const std::string text : {"host=192.0.2.1", "Exiting KEMFfdcIpmiImpl::CollectFiles()."}) {
         EXPECT_FALSE(ReadEvent({4, kChannel, 1, text}).has_value()) << text;
-        EXPECT_FALSE(ReadEvent({4, "platform/src/HostKeyCheck", 1, text}).has_value()) << text;
     }
-    const std::string listed = "remote ffdc size = 3";
-    EXPECT_FALSE(ReadEvent({4, kChannel, 1, listed}).has_value()) << "of another level";
-    EXPECT_FALSE(ReadEvent({1, "x", 1, listed}).has_value()) << "of another source";
+    const std::string refused = "KEMFfdcIpmiImpl::CollectFiles(): Error sending IPMI command #2.";
+    EXPECT_FALSE(ReadEvent({1, kChannel, 1, refused}).has_value()) << "of another level";
+    EXPECT_FALSE(ReadEvent({4, "x", 1, refused}).has_value()) << "of another source";
 }
 
+TEST(IpmiReadEvent, WhatThePlatformWritesIsNotRead) {
+    for (const RecordRow& row : kRows) {
+        for (const char* source :
+             {"platform/src/IpmiClient", "platform/src/KEMAccount", "platform/src/UsbLanCfg",
+              "platform/src/file_client", "platform/src/HostKeyCheck", "platform/src/SshSession"}) {
+            const std::string text = row.text;
+            EXPECT_FALSE(ReadEvent({row.level, source, 1, text}).has_value()) << text;
+        }
+    }
+}
+
+// What the platform tells, with the texts that only people read.
+const std::string kWords = "words";
+const std::string kFolder = "/download/ffdc/";
+
+Varnex::IpmiExchange Answered(std::uint8_t code, bool inBand = false) {
+    return {inBand, 0x3A, 0x49, {}, code, kWords};
+}
+Varnex::IpmiExchange Unanswered(IpmiResult result, const std::string& reason, bool inBand = false) {
+    return {inBand, 0x3A, 0x49, Varnex::IpmiError(result), 0, reason};
+}
+Varnex::ListingResult ListingOf(std::size_t names) { return {kFolder, names, {}}; }
+
 TEST(IpmiRunTracker, FilesEndAsTheirTransfersDo) {
-    RunTracker tracker(2);
-    tracker.Take({EventKind::kListed, "5"});
-    tracker.Take({EventKind::kGetting, "a.tgz"});
+    RunTracker tracker(2, false);
+    tracker.Take(ListingOf(5));
+    tracker.Take(Event{EventKind::kGetting, "a.tgz"});
     tracker.TransferStarted();
     EXPECT_EQ(tracker.Events().files[0].state, State::kRunning);
     EXPECT_EQ(FileProgress(tracker.Events()), "file 1 of 5");
     tracker.TransferEnded({});
-    tracker.Take({EventKind::kGetting, "b.log"});
+    tracker.Take(Event{EventKind::kGetting, "b.log"});
     tracker.TransferStarted();
     tracker.TransferEnded({ENOSPC, std::generic_category()});
-    tracker.Take({EventKind::kGetting, "c"});
+    tracker.Take(Event{EventKind::kGetting, "c"});
     tracker.TransferStarted();
     tracker.TransferEnded({ENAMETOOLONG, std::generic_category()});
 
@@ -131,10 +139,10 @@ public:
 
 TEST(IpmiRunTracker, FoldersOfTheBmcArePassedOverAndNotMissing) {
     const FolderCategory category;
-    RunTracker tracker(2);
-    tracker.Take({EventKind::kListed, "3"});
+    RunTracker tracker(2, false);
+    tracker.Take(ListingOf(3));
     for (const char* name : {"kem_dump", "older.tgz", "log"}) {
-        tracker.Take({EventKind::kGetting, name});
+        tracker.Take(Event{EventKind::kGetting, name});
         tracker.TransferStarted();
         tracker.TransferEnded(std::string(name) == "log"
                                   ? std::error_code(EISDIR, std::generic_category())
@@ -150,14 +158,14 @@ TEST(IpmiRunTracker, FoldersOfTheBmcArePassedOverAndNotMissing) {
 }
 
 TEST(IpmiRunTracker, NamesThatModeThreeDoesNotAskForAreSkipped) {
-    RunTracker tracker(3);
-    tracker.Take(
-        {EventKind::kPassedOver, "../a.TZZ\" of the listing is passed over: it holds a slash"});
-    tracker.Take(
-        {EventKind::kPassedOver, "../a.log\" of the listing is passed over: it holds a slash"});
-    tracker.Take({EventKind::kListed, "2"});
-    tracker.Take({EventKind::kGetting, "b.log"});
-    tracker.Take({EventKind::kGetting, "c.tzz"});
+    RunTracker tracker(3, false);
+    const std::string archive = "../a.TZZ";
+    const std::string log = "../a.log";
+    tracker.Take(Varnex::PassedOverName{kFolder, archive, Varnex::NameFault::kSlash});
+    tracker.Take(Varnex::PassedOverName{kFolder, log, Varnex::NameFault::kSlash});
+    tracker.Take(ListingOf(2));
+    tracker.Take(Event{EventKind::kGetting, "b.log"});
+    tracker.Take(Event{EventKind::kGetting, "c.tzz"});
     tracker.TransferStarted();
     tracker.TransferEnded({});
 
@@ -172,31 +180,101 @@ TEST(IpmiRunTracker, NamesThatModeThreeDoesNotAskForAreSkipped) {
     EXPECT_EQ(FileProgress(tracker.Events()), "file 2 of 2");
 }
 
-TEST(IpmiRunTracker, ListingBeforeTheGatheringDoesNotCount) {
-    RunTracker run(5);
-    run.Take({EventKind::kPassedOver, "../x\" of the listing is passed over: it holds a slash"});
-    ASSERT_EQ(run.Events().files.size(), 1U);
+TEST(IpmiRunTracker, EveryFaultOfANameHasItsWords) {
+    using Varnex::NameFault;
+    RunTracker tracker(2, false);
+    for (const NameFault fault :
+         {NameFault::kEmpty, NameFault::kSlash, NameFault::kNulByte, NameFault::kLineEnd}) {
+        tracker.Take(Varnex::PassedOverName{kFolder, kWords, fault});
+    }
 
-    run.Take({EventKind::kStarting, ""});
-
-    EXPECT_TRUE(run.Events().files.empty());
+    std::vector<std::string> reasons;
+    for (const RemoteFile& file : tracker.Events().files) reasons.push_back(file.reason);
+    EXPECT_THAT(reasons, ElementsAre("it is empty", "it holds a slash", "it holds a NUL byte",
+                                     "it holds a line end"));
 }
 
-TEST(IpmiRunTracker, FirstReasonOfALostSessionStays) {
-    RunTracker tracker(2);
-    tracker.Take({EventKind::kSessionTrouble, "IPMI to b port 623: no answer within 30 seconds"});
-    tracker.Take({EventKind::kSessionTrouble,
-                  "IPMI: nothing is connected, or the session was lost; connect again"});
+TEST(IpmiRunTracker, WhatWasLookedAtBeforeTheGatheringIsForgotten) {
+    RunTracker tracker(5, false);
+    tracker.Take(Varnex::PassedOverName{kFolder, kWords, Varnex::NameFault::kSlash});
+    tracker.Take(ListingOf(4));
 
-    EXPECT_EQ(tracker.Events().sessionTrouble, "IPMI to b port 623: no answer within 30 seconds");
+    tracker.Take(Event{EventKind::kStarting, ""});
+
+    EXPECT_THAT(tracker.Events().files, SizeIs(0));
+    EXPECT_FALSE(tracker.Events().listing.has_value());
+}
+
+TEST(IpmiRunTracker, WhatBrokeTheSessionStays) {
+    RunTracker tracker(2, false);
+    tracker.Take(Unanswered(kIpmiNoAnswer, "silence"));
+    tracker.Take(Unanswered(kIpmiNotConnected, "no session"));
+
+    EXPECT_EQ(tracker.Events().session.reason, "silence");
+    EXPECT_EQ(tracker.Events().session.error, std::errc::timed_out);
+
+    tracker.Take(Varnex::IpmiConnection{false, Varnex::IpmiError(kIpmiRefused), kWords});
+    EXPECT_EQ(tracker.Events().session.error, std::errc::connection_refused);
+}
+
+TEST(IpmiRunTracker, AnAccountsConnectionIsNotTheSession) {
+    const std::string noDevice = "no device";
+    RunTracker overLan(5, false);
+    overLan.Take(Varnex::IpmiConnection{true, Varnex::IpmiError(kIpmiNoDevice), noDevice});
+    EXPECT_FALSE(overLan.Events().session.error);
+    EXPECT_EQ(overLan.Events().inBand, "no device");
+
+    RunTracker inBand(5, true);
+    inBand.Take(Varnex::IpmiConnection{true, Varnex::IpmiError(kIpmiNoDevice), noDevice});
+    EXPECT_EQ(inBand.Events().session.error, std::errc::no_such_device);
+}
+
+TEST(IpmiRunTracker, LookUpsInBandTellTheirReason) {
+    const std::string none;
+    RunTracker tracker(5, false);
+    tracker.Take(Varnex::AccountLookupResult{Varnex::AccountLookup::kRefused, 0xC1, kWords});
+    EXPECT_EQ(tracker.Events().inBand, "words");
+    tracker.Take(Varnex::AccountLookupResult{Varnex::AccountLookup::kNoInterface, 0, none});
+    EXPECT_EQ(tracker.Events().inBand, "words") << "the connection has told it";
+    tracker.Take(Varnex::UsbLanLookupResult{Varnex::UsbLanLookup::kNoTable, kFolder});
+    EXPECT_EQ(tracker.Events().inBand, kFolder);
+}
+
+TEST(IpmiRunTracker, ARefusalHasTheCodeOfTheAnswerBeforeIt) {
+    RunTracker tracker(2, false);
+    tracker.Take(Answered(0xC1));
+    tracker.Take(Event{EventKind::kStartRefused, ""});
+    tracker.Take(Answered(0x00));
+    tracker.Take(Answered(0xD5));
+    tracker.Take(Event{EventKind::kPollRefused, ""});
+    tracker.Take(Answered(0x83));
+    tracker.Take(Event{EventKind::kAccountRefused, ""});
+
+    EXPECT_EQ(CodeOf(tracker.Events(), Refusal::Request::kStart), 0xC1);
+    EXPECT_EQ(CodeOf(tracker.Events(), Refusal::Request::kPoll), 0xD5);
+    EXPECT_EQ(CodeOf(tracker.Events(), Refusal::Request::kAccount), 0x83);
 }
 
 TEST(IpmiRunTracker, SameSentenceAboutAHostKeyIsKeptOnce) {
-    RunTracker tracker(2);
-    for (int transfer = 0; transfer < 3; ++transfer) tracker.Take({EventKind::kHostKey, "one"});
-    tracker.Take({EventKind::kHostKey, "another"});
+    RunTracker tracker(2, false);
+    const std::string host = "[b]:115";
+    const std::string print = "SHA256:x";
+    const auto judged = [&](Varnex::HostKeyDecision decision, bool accepted,
+                            const std::string& text) {
+        return Varnex::HostKeyResult{decision, accepted, host, kWords, print, kFolder, 0, {}, text};
+    };
+    const std::string one = "one";
+    const std::string another = "another";
+
+    EXPECT_TRUE(tracker.Take(judged(Varnex::HostKeyDecision::kFirstSeen, true, one)));
+    EXPECT_FALSE(tracker.Take(judged(Varnex::HostKeyDecision::kFirstSeen, true, one)));
+    EXPECT_FALSE(tracker.Take(judged(Varnex::HostKeyDecision::kKnown, true, kWords)));
+    EXPECT_FALSE(tracker.Take(judged(Varnex::HostKeyDecision::kChanged, false, kWords)))
+        << "the transfer's error says it";
+    EXPECT_TRUE(tracker.Take(judged(Varnex::HostKeyDecision::kNotRemembered, true, another)));
 
     EXPECT_THAT(tracker.Events().hostKeys, ElementsAre("one", "another"));
+    EXPECT_EQ(tracker.Events().hostKey, "SHA256:x");
 }
 
 }  // namespace
