@@ -1,0 +1,40 @@
+# SPDX-License-Identifier: Apache-2.0
+# shellcheck shell=bash
+# What ./demo shows of a run that fails, and of what stays after runs. Sourced.
+# shellcheck disable=SC2154  # root, output, kemffdc, store_ready: set by ./demo and its other parts
+
+# The BMC is to upload to a file store that does not know the password: the reason is the BMC's own.
+show_reason() {
+    start_store
+    local address port user uri code=0
+    address="$(bmc_value address)"
+    port="$(bmc_value redfish port)"
+    user="$(bmc_value user)"
+    uri="sftp://$(store_value address):$(store_value port)/"
+    rm -f "$output/store.json"
+    (umask 077 && printf 'mistyped\n' >"$output/wrong-password")
+    say
+    say "When something goes wrong, the tool tells what the BMC itself says. Here the archive is to go to"
+    say "a file store, and the store's password is wrong:"
+    say "    kemffdc collect --via redfish $address --port $port --user $user \\"
+    say "        --password-file demo-output/password --interval 1 --export-uri $uri \\"
+    say "        --export-user $(store_value user) --export-password-file demo-output/wrong-password"
+    say
+    "$kemffdc" collect --via redfish "$address" --port "$port" --user "$user" \
+        --password-file "$output/password" --interval 1 --export-uri "$uri" \
+        --export-user "$(store_value user)" --export-password-file "$output/wrong-password" || code=$?
+    stop_store
+    [[ $code -eq 5 ]] || die "a refused upload ended with exit code $code instead of 5"
+}
+
+# Beside each archive lies a record of where it comes from and how it was fetched.
+show_record() {
+    local records=("$output/archives"/*.json)
+    [[ ${#records[@]} -eq 1 && -f ${records[0]} ]] || die "expected one record in $output/archives"
+    say
+    say "Beside it lies its record, $(shown "${records[0]}"):"
+    /usr/bin/python3 -m json.tool --no-ensure-ascii "${records[0]}" >"$output/record.txt" ||
+        die "the record is no JSON"
+    head -n 16 "$output/record.txt" | sed 's/^/    /'
+    say "    ..."
+}
