@@ -9,6 +9,7 @@
 #include "cli/Archive.h"
 #include "cli/Arrivals.h"
 #include "cli/ExitCodes.h"
+#include "cli/Farewell.h"
 #include "cli/Limits.h"
 #include "cli/Options.h"
 #include "cli/history/Recorder.h"
@@ -32,6 +33,7 @@ struct Context {
     Arrivals& arrivals;
     History::Recorder& recorder;
     std::atomic<bool>& bmcGathers;  // a run that ends now leaves the BMC at work
+    Farewell& farewell;             // paid at the latest when the process ends
 
     // Announces a step to progress and report.
     void Begin(const std::string& step) {

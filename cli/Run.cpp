@@ -40,6 +40,7 @@ namespace Kemffdc {
 namespace {
 
 constexpr std::chrono::milliseconds kGoodbye{200};  // for the BMC to hear that its session ends
+constexpr std::chrono::seconds kFarewell{2};        // for what a channel owes it besides
 
 constexpr std::chrono::seconds kLongestCommand{120};  // a person may have to type into it
 constexpr std::size_t kLongNote = 1000;
@@ -171,6 +172,7 @@ public:
         m_interrupt.ClaimEnding();
         Tell(outcome);
         m_folder.Discard();  // on a slow disk this takes longer than anybody waits for a word
+        m_farewell.Pay(kFarewell);
         return outcome.code;
     }
 
@@ -195,7 +197,7 @@ private:
 
         Context context{m_options,  m_password, m_exportPassword, m_progress,
                         m_report,   m_folder,   m_interrupt,      m_limits,
-                        m_arrivals, m_recorder, m_bmcGathers};
+                        m_arrivals, m_recorder, m_bmcGathers,     m_farewell};
         return m_options.command == Command::kCheck ? m_channel.check(context)
                                                     : m_channel.collect(context);
     }
@@ -264,6 +266,7 @@ private:
     void CleanUp() {
         Varnex::CloseIpmiSessions(kGoodbye);
         m_folder.Discard();
+        m_farewell.Pay(kFarewell);
     }
 
     void Tell(const Outcome& outcome) {
@@ -309,6 +312,7 @@ private:
     std::atomic<bool> m_bmcGathers{false};
     History::BmcLock m_lock;
     History::Recorder m_recorder;
+    Farewell m_farewell;
     Interrupt m_interrupt;                   // before any thread is started
     const std::unique_ptr<Events> m_events;  // null without --events
     Arrivals m_arrivals;

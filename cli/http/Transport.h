@@ -59,6 +59,9 @@ public:
                 const std::vector<std::string>& headers, const Login& login = {});
     Answer Delete(const std::string& path, const Login& login);
 
+    // From now on, as in the constructor.
+    void SetSeconds(int seconds) { m_seconds = seconds; }
+
     // From now on a request ends within about a second once `stop` is true. The caller keeps owning
     // it; null: nothing stops one.
     void StopWith(const std::atomic<bool>* stop) { m_stop = stop; }
@@ -88,7 +91,7 @@ private:
     const Endpoint m_endpoint;
     const Trust m_trust;
     const ServiceKind& m_kind;
-    const int m_seconds;
+    int m_seconds;
     const std::atomic<bool>* m_stop = nullptr;
     std::unique_ptr<Connection> m_connection;
     std::optional<Certificate> m_certificate;

@@ -153,10 +153,11 @@ void Listener::Show(const Event& event) {
     }
     const char* task = TaskStateText(event.kind);
     if (task == nullptr) return;
-    m_progress.State(std::string("task ") + task);
     const bool goesOn = event.kind == EventKind::kTaskNew ||
                         event.kind == EventKind::kTaskStarting ||
                         event.kind == EventKind::kTaskRunning;
+    if (!goesOn && m_hooks.taskEnded) m_hooks.taskEnded();
+    m_progress.State(std::string("task ") + task);
     if (goesOn && m_hooks.taskGoesOn) m_hooks.taskGoesOn();
 }
 

@@ -85,6 +85,7 @@ struct Hooks {
     std::function<void()> beforeRequest;
     // The library has asked for the task, which goes on; it will ask again after the interval.
     std::function<void()> taskGoesOn;
+    std::function<void()> taskEnded;  // before its state is shown
 };
 
 // Listens to the library while it works: keeps what was found, in order, and shows the BMC's state.

@@ -20,6 +20,7 @@
 #include "cli/redfish/Options.h"
 #include "cli/redfish/Preflight.h"
 #include "cli/redfish/Requests.h"
+#include "cli/redfish/Sessions.h"
 #include "cli/redfish/Task.h"
 #include "cli/redfish/TaskWatch.h"
 #include "cli/terminal/Text.h"
@@ -27,7 +28,8 @@
 namespace Kemffdc::Redfish {
 namespace {
 
-constexpr int kLookSeconds = 10;  // for what is told besides
+constexpr int kLookSeconds = 10;                     // for what is told besides
+constexpr std::chrono::seconds kSessionSeconds{10};  // to list sessions, and to close one
 
 // Shows the bytes of a download, keeps how it ended, and stops it when the run is interrupted.
 class DownloadWatch : public Varnex::TransferWatcher {
@@ -76,6 +78,9 @@ public:
           m_listener(run.progress, {[this] { m_guard.CheckRequest(); },
                                     [this] {
                                         if (m_watch) m_watch->TaskGoesOn();
+                                    },
+                                    [this] {
+                                        if (m_watch) m_watch->TaskEnded();
                                     }}) {}
 
     // Until the BMC can be asked for an export.
@@ -128,10 +133,11 @@ public:
         waited.asked = m_listener.Asked();
         m_run.bmcGathers = !waited.exists;
         const Events events = m_listener.Take();
-        if (waited.exists) {
-            m_run.report.SetTask({m_taskUri, TaskStateText(EventKind::kTaskCompleted), "", {}, {}});
-        } else if (!events.Has(EventKind::kConnectionLost) && !m_run.interrupt.Raised()) {
+        if (!events.Has(EventKind::kConnectionLost) && !m_run.interrupt.Raised()) {
             waited.task = LookAtTask();
+        }
+        if (waited.exists && !waited.task) {
+            m_run.report.SetTask({m_taskUri, TaskStateText(EventKind::kTaskCompleted), "", {}, {}});
         }
         return m_run.End(waited.exists ? 0 : 1, DiagnoseWait(waited, events, m_run.options));
     }
@@ -142,6 +148,7 @@ public:
         m_run.Begin("download");
         m_listener.Take();
         Downloaded downloaded;
+        OweSession();
         {
             const DownloadWatch watch(m_run);
             downloaded.code = m_ffdc->DownloadFFDC(path, m_run.folder.WorkPath(name));
@@ -149,6 +156,8 @@ public:
             downloaded.errorText = watch.ErrorText();
         }
         downloaded.lowerCaseNames = m_lowerCaseNames;
+        // After a signal the last word comes first.
+        if (!m_run.interrupt.Raised()) m_run.farewell.Pay(kSessionSeconds);
         const Outcome outcome =
             m_run.End(downloaded.code, DiagnoseDownload(downloaded, m_listener.Take()));
         return outcome.Ok() ? Store(name, path) : outcome;
@@ -157,7 +166,8 @@ public:
 private:
     Outcome Look(bool& starting) {
         m_run.Begin("preflight");
-        const Preflight found = RunPreflight(m_run.options, m_run.password, RequestSeconds());
+        const Preflight found = RunPreflight(m_run.options, m_run.password, RequestSeconds(),
+                                             m_run.options.command == Command::kCheck);
         m_run.report.SetFacts(found.facts);
         m_limit = found.limit;
         m_lowerCaseNames = found.lowerCaseNames;
@@ -208,6 +218,17 @@ private:
                             }
                             m_run.progress.Work(task.percent, NewestMessage(task));
                         });
+    }
+
+    // The library opens a session for the download, and leaves it open.
+    void OweSession() {
+        const auto session =
+            std::make_shared<DownloadSession>(m_run.options, m_trust, m_run.password);
+        session->ListBefore(kSessionSeconds);
+        m_run.farewell.Owe([session, &progress = m_run.progress](std::chrono::seconds limit) {
+            const std::string note = session->Close(limit);
+            if (!note.empty()) progress.Say("Note: " + note);
+        });
     }
 
     // What the BMC itself says of the task, once the library has given it up.

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/redfish/Json.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "cli/terminal/Text.h"
 
 namespace Kemffdc::Redfish {
@@ -10,11 +13,7 @@ namespace json = boost::json;
 
 constexpr std::size_t kMaxBody = std::size_t{1024} * 1024;
 constexpr std::size_t kMaxDepth = 512;
-
-const json::object* ObjectMember(const json::object& object, const char* name) {
-    const json::value* value = object.if_contains(name);
-    return value == nullptr ? nullptr : value->if_object();
-}
+constexpr char kRedfish[] = "/redfish/";
 
 // The first entry with a text says most.
 std::string ExtendedMessage(const json::object& error) {
@@ -30,7 +29,43 @@ std::string ExtendedMessage(const json::object& error) {
     return "";
 }
 
+bool IsPlainPath(const std::string& path) {
+    return path.compare(0, sizeof kRedfish - 1, kRedfish) == 0 &&
+           path.find("..") == std::string::npos &&
+           std::all_of(path.begin(), path.end(), [](char c) { return c > ' ' && c < 127; });
+}
+
+std::string PathOf(const json::object& link) {
+    const json::value* value = link.if_contains("@odata.id");
+    const json::string* text = value == nullptr ? nullptr : value->if_string();
+    std::string path = text == nullptr ? "" : std::string(*text);
+    return IsPlainPath(path) ? path : "";
+}
+
 }  // namespace
+
+const json::object* ObjectMember(const json::object& object, const char* name) {
+    const json::value* value = object.if_contains(name);
+    return value == nullptr ? nullptr : value->if_object();
+}
+
+std::string LinkMember(const json::object& object, const char* name) {
+    const json::object* link = ObjectMember(object, name);
+    return link == nullptr ? "" : PathOf(*link);
+}
+
+std::vector<std::string> LinksMember(const json::object& object, const char* name) {
+    const json::value* value = object.if_contains(name);
+    const json::array* entries = value == nullptr ? nullptr : value->if_array();
+    std::vector<std::string> links;
+    if (entries == nullptr) return links;
+    for (const json::value& entry : *entries) {
+        const json::object* link = entry.if_object();
+        std::string path = link == nullptr ? "" : PathOf(*link);
+        if (!path.empty()) links.push_back(std::move(path));
+    }
+    return links;
+}
 
 std::optional<json::object> ReadObject(const std::string& text) {
     if (text.size() > kMaxBody) return std::nullopt;

@@ -5,6 +5,7 @@
 #include <boost/json.hpp>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace Kemffdc::Redfish {
 
@@ -14,6 +15,14 @@ std::optional<boost::json::object> ReadObject(const std::string& text);
 
 // A member's string or number as text, fit for display; empty where there is none.
 std::string TextMember(const boost::json::object& object, const char* name);
+
+// A member that is an object; null where there is none.
+const boost::json::object* ObjectMember(const boost::json::object& object, const char* name);
+
+// Where a member leads that links to one resource, or to several ("@odata.id", DSP0266): paths
+// below /redfish/ on the same service, without anything that would bend them. Others count as none.
+std::string LinkMember(const boost::json::object& object, const char* name);
+std::vector<std::string> LinksMember(const boost::json::object& object, const char* name);
 
 // What the BMC says in an error answer (DMTF DSP0266, "Error responses"), fit for display. Empty
 // where it says nothing readable.

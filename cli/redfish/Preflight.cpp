@@ -1,21 +1,32 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/redfish/Preflight.h"
 
+#include <algorithm>
 #include <boost/json.hpp>
+#include <cctype>
+#include <vector>
 
 #include "cli/redfish/Json.h"
 #include "cli/redfish/Requests.h"
+#include "cli/redfish/Rights.h"
 
 namespace Kemffdc::Redfish {
 namespace {
 
 constexpr char kServiceRoot[] = "/redfish/v1/";
 constexpr char kManager[] = "/redfish/v1/Managers/1";
+constexpr int kBesides = 10;  // seconds for each answer that a run can do without
 
 std::string Http(const Answer& answer) {
     const std::string message = BmcMessage(answer.body);
     const std::string code = "HTTP " + std::to_string(answer.httpCode);
     return message.empty() ? " (" + code + ")." : " (" + code + ": " + message + ").";
+}
+
+std::string LowerCase(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return text;
 }
 
 bool IsRefused(const Answer& answer) { return answer.httpCode == 401 || answer.httpCode == 403; }
@@ -25,11 +36,16 @@ public:
     Probe(const Options& options, const Secret& password, int seconds)
         : m_options(options),
           m_https(EndpointOf(options), TrustOf(options), kRedfishService, seconds),
+          m_seconds(seconds),
           m_place(EndpointOf(options).Place()),
           m_login(BasicLogin(options.user, password.Reveal())) {}
 
-    Preflight Run() {
-        if (ReadRoot()) ReadManager();
+    Preflight Run(bool rights) {
+        if (ReadRoot() && ReadManager()) {
+            m_https.SetSeconds(std::min(m_seconds, kBesides));
+            ReadSystem();
+            if (rights && m_result.limit.empty()) ReadRights();
+        }
         m_result.facts.certificate = m_https.ShownCertificate();
         return m_result;
     }
@@ -66,6 +82,7 @@ private:
                 m_place +
                     " answers, but not as a Redfish service: its service root is not a JSON object. Check that it is a BMC and that --port is right.");
         }
+        m_root = *root;
         m_result.facts.serviceVersion = TextMember(*root, "RedfishVersion");
         m_result.facts.product = TextMember(*root, "Product");
         m_result.facts.vendor = TextMember(*root, "Vendor");
@@ -80,16 +97,41 @@ private:
         if (!HasAnswer(answer)) return false;
         if (IsRefused(answer)) return Refused(answer);
         if (answer.httpCode == 404) {
-            m_result.limit = "The BMC has no /redfish/v1/Managers/1; it will refuse the export.";
-            m_result.facts.notes.push_back(m_result.limit);
+            Limit("The BMC has no /redfish/v1/Managers/1; it will refuse the export.");
         } else if (!answer.IsSuccess()) {
             return Failing(answer);
         } else if (const auto manager = ReadObject(answer.body)) {
+            m_manager = *manager;
             m_result.facts.model = TextMember(*manager, "Model");
             m_result.facts.firmware = TextMember(*manager, "FirmwareVersion");
         }
         m_result.state = Preflight::State::kReady;
         return true;
+    }
+
+    // Which machine it is. A BMC that does not say is good all the same.
+    void ReadSystem() {
+        const boost::json::object* links = ObjectMember(m_manager, "Links");
+        const auto systems = links == nullptr ? std::vector<std::string>()
+                                              : LinksMember(*links, "ManagerForServers");
+        if (systems.empty()) return;
+        const Answer answer = m_https.Get(systems.front(), m_login);
+        const auto system = answer.IsSuccess() ? ReadObject(answer.body) : std::nullopt;
+        if (!system) return;
+        m_result.facts.serial = TextMember(*system, "SerialNumber");
+        m_result.facts.uuid = LowerCase(TextMember(*system, "UUID"));
+    }
+
+    void ReadRights() {
+        Limit(MissingOperation(m_https, m_login, m_manager));
+        if (m_result.limit.empty()) {
+            Limit(MissingPrivilege(m_https, m_login, m_options.user, m_root));
+        }
+    }
+
+    void Limit(const std::string& reason) {
+        m_result.limit = reason;
+        if (!reason.empty()) m_result.facts.notes.push_back(reason);
     }
 
     // The library looks for X-Auth-Token as it is written here.
@@ -135,15 +177,18 @@ private:
 
     const Options& m_options;
     Transport m_https;
+    const int m_seconds;
     const std::string m_place;
     const Login m_login;
+    boost::json::object m_root;
+    boost::json::object m_manager;
     Preflight m_result;
 };
 
 }  // namespace
 
-Preflight RunPreflight(const Options& options, const Secret& password, int seconds) {
-    return Probe(options, password, seconds).Run();
+Preflight RunPreflight(const Options& options, const Secret& password, int seconds, bool rights) {
+    return Probe(options, password, seconds).Run(rights);
 }
 
 }  // namespace Kemffdc::Redfish

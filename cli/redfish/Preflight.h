@@ -26,9 +26,11 @@ struct Preflight {
     bool lowerCaseNames = false;  // of headers; the library finds no session token among such
 };
 
-// Resolves, connects, agrees on TLS, reads the service root, and reads the manager with the
-// credentials. Takes at most `seconds` for each of the two or three requests.
-Preflight RunPreflight(const Options& options, const Secret& password, int seconds);
+// Resolves, connects, agrees on TLS, reads the service root, and with the credentials the manager
+// and the system that it manages. Takes at most `seconds` for each of the three or four requests.
+// `rights`: looks besides whether an export would be accepted (Rights.h), which else the export
+// itself tells.
+Preflight RunPreflight(const Options& options, const Secret& password, int seconds, bool rights);
 
 }  // namespace Kemffdc::Redfish
 

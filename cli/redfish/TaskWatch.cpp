@@ -31,11 +31,7 @@ TaskWatch::TaskWatch(const Options& options, const Trust& trust, const Secret& p
       m_thread([this] { Run(); }) {}
 
 TaskWatch::~TaskWatch() {
-    {
-        std::lock_guard<std::mutex> hold(m_lock);
-        m_stop = true;
-    }
-    m_wake.notify_all();
+    TaskEnded();
     m_thread.join();
 }
 
@@ -43,6 +39,14 @@ void TaskWatch::TaskGoesOn() {
     {
         std::lock_guard<std::mutex> hold(m_lock);
         m_due = true;
+    }
+    m_wake.notify_all();
+}
+
+void TaskWatch::TaskEnded() {
+    {
+        std::lock_guard<std::mutex> hold(m_lock);
+        m_stop = true;
     }
     m_wake.notify_all();
 }
@@ -71,6 +75,7 @@ bool TaskWatch::Look() {
     transport.StopWith(&m_stop);
     const std::optional<Task> task =
         AskForTask(transport, BasicLogin(m_options.user, m_password.Reveal()), m_uri);
+    const std::lock_guard<std::mutex> hold(m_lock);
     if (task && !m_stop) m_found(*task);
     return task.has_value();
 }

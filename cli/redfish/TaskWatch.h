@@ -29,7 +29,8 @@ class TaskWatch {
 public:
     using Found = std::function<void(const Task&)>;
 
-    // `found` is called on that thread, and not after the destructor. The others are the caller's.
+    // `found` is called on that thread, and not after TaskEnded() or the destructor; it must not
+    // call this object. The others are the caller's.
     TaskWatch(const Options& options, const Trust& trust, const Secret& password, std::string uri,
               std::chrono::seconds interval, Found found);
 
@@ -39,8 +40,11 @@ public:
     TaskWatch(const TaskWatch&) = delete;
     TaskWatch& operator=(const TaskWatch&) = delete;
 
-    // The library has asked and goes on waiting. Any thread; does not block.
+    // The library has asked and goes on waiting. Any thread; does not block, nor does the next.
     void TaskGoesOn();
+
+    // It has ended: nothing is found any more.
+    void TaskEnded();
 
 private:
     void Run();

@@ -147,7 +147,7 @@ TEST_F(RedfishListenerTest, KeepsWhatTheLibraryLogsInOrderAndCountsARepetitionOn
 
 TEST_F(RedfishListenerTest, WhoeverWantsToKnowIsToldBeforeEachRequest) {
     int told = 0;
-    Listener listener(m_progress, {[&] { ++told; }, nullptr});
+    Listener listener(m_progress, {[&] { ++told; }, nullptr, nullptr});
     Log(4, kClient, 1).Stream() << "Redfish GET action on URL: https://192.0.2.1:443/redfish/v1/";
     EXPECT_EQ(told, 1);
     Log(4, kClient, 1).Stream() << "curlCode: 0 | httpCode: 503 | body: a";
@@ -157,15 +157,18 @@ TEST_F(RedfishListenerTest, WhoeverWantsToKnowIsToldBeforeEachRequest) {
     for (const Event& event : listener.Take()) EXPECT_NE(event.kind, EventKind::kAsking);
 }
 
-TEST_F(RedfishListenerTest, TellsThatTheTaskGoesOnAndNotThatItHasEnded) {
+TEST_F(RedfishListenerTest, TellsWhetherTheTaskGoesOnOrHasEnded) {
     int goesOn = 0;
-    const Listener listener(m_progress, {nullptr, [&] { ++goesOn; }});
+    int ended = 0;
+    const Listener listener(m_progress, {nullptr, [&] { ++goesOn; }, [&] { ++ended; }});
     Log(3, kChannel, 1).Stream() << "The task \"/t\" is newing, please wait... ";
     Log(3, kChannel, 1).Stream() << "The task \"/t\" is starting, please wait... ";
     Log(3, kChannel, 1).Stream() << "The task \"/t\" is running, please wait... ";
     EXPECT_EQ(goesOn, 3);
+    EXPECT_EQ(ended, 0);
     Log(1, kChannel, 1).Stream() << "The task \"/t\" is killed. ";
     EXPECT_EQ(goesOn, 3);
+    EXPECT_EQ(ended, 1);
 }
 
 TEST_F(RedfishListenerTest, ABmcThatHasAnsweredBeforeIsBusyAndNotStarting) {
