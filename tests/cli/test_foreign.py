@@ -121,7 +121,10 @@ def test_a_suite_that_it_lacks_is_named(ipmi, tmp_path):
 
 def test_commands_that_it_does_not_know_end_the_collection(ipmi, start_bmc, tmp_path):
     start_bmc({"sftp": {}})  # a file service, so that it gets as far as the commands
-    arguments = over_ipmi("collect", ipmi, "--cipher-suite", str(foreign.IPMI_SUITE), "--output", str(tmp_path / "out"))
+    arguments = over_ipmi("collect", ipmi, "--cipher-suite", str(foreign.IPMI_SUITE), "--output", str(tmp_path / "out"),
+                          "--json")
     ended = tool.run(arguments, password=foreign.IPMI_PASSWORD, environment=ipmi_tool.environment(tmp_path))
 
     assert ended.code == 4, ended.err
+    assert ended.json["refusals"][0]["completion_code"] == 0xC1
+    assert "(completion code C1h: it does not know the command)" in ended.json["reason"]
