@@ -9,6 +9,9 @@
 #include "cli/CommonOptions.h"
 #include "cli/Run.h"
 #include "cli/commands/Config.h"
+#include "cli/commands/History.h"
+#include "cli/commands/Show.h"
+#include "cli/commands/Verify.h"
 #include "cli/terminal/Text.h"
 
 namespace Kemffdc {
@@ -39,6 +42,32 @@ constexpr char kConfigExamples[] =
     "      What kemffdc collect 192.0.2.10 would work with, and which file says so.\n"
     "  kemffdc config 192.0.2.10 --via ipmi --json\n"
     "      The same for another channel, as JSON.\n";
+
+constexpr char kHistoryExamples[] =
+    "  kemffdc history bmc7.example\n"
+    "      The runs on this BMC, the newest first; also by address or serial number.\n";
+
+constexpr char kShowExamples[] =
+    "  kemffdc show 12\n"
+    "      Run 12: its steps, and what is inside of the archive that it has brought.\n"
+    "  kemffdc show bmc7_20260131T235958Z_ffdc.tar.gz\n"
+    "      The same for a file, wherever it has been moved to.\n";
+
+constexpr char kVerifyExamples[] =
+    "  kemffdc verify\n"
+    "      Are all archives that the history knows as they came?\n"
+    "  kemffdc verify /srv/ffdc\n"
+    "      Those in this folder, by the records beside them.\n";
+
+OptionGroups InHistory() { return {&ListOptions(), &StateOptions(), &ResultOptions()}; }
+OptionGroups OnArchives() { return {&StateOptions(), &ResultOptions()}; }
+
+// A host or a path, or the number of a run.
+std::string TakeSubject(const std::string& text, Options& options) {
+    if (HasControl(text)) return " holds control bytes.";
+    options.subject = text;
+    return text.empty() ? " is empty." : "";
+}
 
 OptionGroups OnBmc() { return {&RunOptions(), &StateOptions(), &ResultOptions()}; }
 
@@ -73,6 +102,15 @@ const std::vector<CommandEntry>& Commands() {
          Argument::kRequired, TakeHost, true, Use::kReach, OnBmc, Run, kCheckExamples},
         {Command::kConfig, "config", "Show which settings hold for a BMC, and from where", "HOST",
          Argument::kOptional, TakeHost, true, Use::kGather, OnBmc, ShowConfig, kConfigExamples},
+        {Command::kHistory, "history", "List the runs, the newest first", "HOST",
+         Argument::kOptional, TakeSubject, false, Use::kReach, InHistory, ShowHistory,
+         kHistoryExamples},
+        {Command::kShow, "show", "Show what is inside of an archive, and where it is from",
+         "ARCHIVE|RUN", Argument::kRequired, TakeSubject, false, Use::kReach, OnArchives,
+         ShowArchive, kShowExamples},
+        {Command::kVerify, "verify", "Compare archives with their recorded sums",
+         "ARCHIVE|RUN|HOST", Argument::kOptional, TakeSubject, false, Use::kReach, OnArchives,
+         VerifyArchives, kVerifyExamples},
     };
     return commands;
 }

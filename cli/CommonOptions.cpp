@@ -141,6 +141,13 @@ const OptionGroup& RunOptions() {
     return group;
 }
 
+const OptionGroup& ListOptions() {
+    static const OptionGroup group{"List",
+                                   {{"--limit", "N", "Show no more runs than this, the newest ones",
+                                     Number(&Options::limit, 1, 1000000)}}};
+    return group;
+}
+
 const OptionGroup& StateOptions() {
     static const OptionGroup group{
         "State",

@@ -16,6 +16,7 @@ const OptionGroup& TlsOptions();       // what the BMC's certificate is checked 
 const OptionGroup& ExportOptions();    // the file store that the BMC itself sends its archive to
 const OptionGroup& DownloadOptions();  // the folder for downloads, and their bounds
 const OptionGroup& RunOptions();       // every run on a BMC has these
+const OptionGroup& ListOptions();      // how much of a long list is shown
 const OptionGroup& StateOptions();     // the folder of the history
 const OptionGroup& ResultOptions();    // every command has these
 

@@ -14,7 +14,7 @@
 
 namespace Kemffdc {
 
-enum class Command { kCollect, kCheck, kConfig };
+enum class Command { kCollect, kCheck, kConfig, kHistory, kShow, kVerify };
 
 // Who has said what holds. The higher one counts.
 enum class Origin { kDefault, kSystemFile, kUserFile, kEnvironment, kCommandLine };
@@ -86,6 +86,8 @@ struct Options {
     std::uint64_t keepFree = std::uint64_t{1} << 30;  // bytes, on the disk of `output`
     std::int64_t deadline = std::int64_t{2} * 3600;   // seconds for the whole run; 0: none
 
+    std::string subject;   // history, show, verify: what they are about, as it was given
+    int limit = 50;        // history: runs
     std::string stateDir;  // empty: where History::StateFolder() says
     bool wait = false;     // while another run is at work on the same BMC
 

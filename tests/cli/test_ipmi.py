@@ -2,6 +2,7 @@
 """Whole runs over IPMI, over the LAN and in band; in real time, so a poll takes 5 seconds."""
 
 import concurrent.futures
+import json
 import pathlib
 import re
 import signal
@@ -321,3 +322,35 @@ def test_the_live_line_shows_the_gathering_and_the_bytes(tmp_path):
         terminal.read(r"download, file 1 of 1 \(a\.log\): [\d.]+ KiB of 58\.6 KiB", 30)
         assert terminal.end() == 0
         assert bmc.password not in terminal.text
+
+
+# --- what outlives a run ---
+
+
+def asked(*arguments):
+    ended = tool.run([*arguments, "--json"])
+    assert ended.code == 0, ended.err
+    return ended.json
+
+
+def test_an_ipmi_run_is_kept_with_all_its_files(tmp_path, state):
+    with ipmi_tool.started(scenario({"polls": 0})) as bmc:
+        environment = {**ipmi_tool.environment(tmp_path, [ipmi_tool.PLAYED_TIME], PLAYED_SLEEP="1000"),
+                       "XDG_STATE_HOME": str(state.parent)}
+        ended = tool.run(ipmi_tool.over_lan("collect", bmc, "--output", str(tmp_path / "out"), "--json"),
+                         password=bmc.password, environment=environment)
+    assert ended.code == 0, ended.err
+    account = ended.json
+    folder = pathlib.Path(account["path"])
+    assert re.fullmatch(rf"{re.escape(bmc.address)}_\d{{8}}T\d{{6}}Z_KEMFFDC", folder.name)
+    assert json.loads((tmp_path / "out" / (folder.name + ".json")).read_text(encoding="utf-8")) == account
+    fetched = {file["path"]: file["sha256"] for file in account["files"] if file["outcome"] == "fetched"}
+    archives = asked("history")["runs"][0]["archives"]
+    assert {one["path"]: one["sha256"] for one in archives} == fetched
+    assert {one["path"] for one in archives if one["readable"]} == {
+        path for path in fetched if path.endswith((".tgz", ".tar.gz"))}
+    for subject in ("1", str(folder), str(tmp_path / "out")):
+        files = asked("verify", subject)["files"]
+        assert {file["path"] for file in files} == set(fetched)
+    shown = asked("show", str(folder))
+    assert {one["path"] for one in shown["contents"]} == set(fetched)
