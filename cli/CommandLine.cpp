@@ -10,6 +10,8 @@
 #include "cli/ExitCodes.h"
 #include "cli/Help.h"
 #include "cli/Nearest.h"
+#include "cli/Utc.h"
+#include "cli/report/Json.h"
 #include "cli/terminal/Text.h"
 
 namespace Kemffdc {
@@ -25,23 +27,41 @@ Parsed Answer(const std::string& text) {
     return parsed;
 }
 
+// The object of a run that has never begun.
+std::string FaultObject(const Outcome& outcome, const std::string& command) {
+    RunRecord record;
+    record.command = command;
+    record.started = UtcNow();
+    record.ended = record.started;
+    record.outcome = outcome;
+    return JsonText(RunObject(record)) + "\n";
+}
+
 // `command` is empty where none is known.
-Parsed UsageError(const std::string& text, const std::string& command = "") {
+Parsed Fault(const Outcome& outcome, const std::string& command) {
+    Outcome clean = outcome;
+    clean.reason = Clean(outcome.reason, kLongestFault);
     Parsed parsed;
-    parsed.exitCode = kUsage;
-    parsed.err = "kemffdc: " + Clean(text, kLongestFault) + "\nTry 'kemffdc " + command +
-                 (command.empty() ? "" : " ") + "--help'.\n";
+    parsed.exitCode = clean.code;
+    parsed.err = "kemffdc: " + clean.reason + "\n";
+    parsed.out = FaultObject(clean, command);
     return parsed;
+}
+
+Parsed UsageError(const std::string& text, const std::string& command = "") {
+    Parsed parsed = Fault(Failure(kUsage, text), command);
+    parsed.err += "Try 'kemffdc " + command + (command.empty() ? "" : " ") + "--help'.\n";
+    return parsed;
+}
+
+// Whatever else stands there.
+bool AsksForJson(const Words& words) {
+    return std::any_of(
+        words.begin(), std::find(words.begin(), words.end(), "--"),
+        [](const std::string& word) { return word == "--json" || word == "--events"; });
 }
 
 // Help on the command line would not help there.
-Parsed FileError(const Outcome& outcome) {
-    Parsed parsed;
-    parsed.exitCode = outcome.code;
-    parsed.err = "kemffdc: " + Clean(outcome.reason, kLongestFault) + "\n";
-    return parsed;
-}
-
 bool ByFile(const Outcome& outcome, const Surroundings& surroundings) {
     if (outcome.code != kUsage) return true;
     const std::string& reason = outcome.reason;
@@ -185,7 +205,7 @@ Parsed ParseCommand(const CommandEntry& command, const Words& words,
     if (!fault.empty()) return UsageError(fault, command.name);
     const Outcome settled = Settle(command, line, surroundings, options);
     if (!settled.Ok()) {
-        return ByFile(settled, surroundings) ? FileError(settled)
+        return ByFile(settled, surroundings) ? Fault(settled, command.name)
                                              : UsageError(settled.reason, command.name);
     }
     Parsed parsed;
@@ -205,10 +225,7 @@ Parsed AnswerHelp(const Words& topics) {
                       "." + DidYouMean(topics.front(), known));
 }
 
-}  // namespace
-
-Parsed ParseOptions(int argc, const char* const* argv, const Surroundings& surroundings) {
-    const Words words(argv + 1, argv + std::max(argc, 1));
+Parsed Parse(const Words& words, const Surroundings& surroundings) {
     if (words.empty()) {
         return UsageError("A command is missing: " + Listed(CommandNames(), " or ") + ".");
     }
@@ -219,6 +236,15 @@ Parsed ParseOptions(int argc, const char* const* argv, const Surroundings& surro
     if (first == "help") return AnswerHelp(rest);
     const CommandEntry* command = FindCommand(first);
     return command == nullptr ? UnknownCommand(first) : ParseCommand(*command, rest, surroundings);
+}
+
+}  // namespace
+
+Parsed ParseOptions(int argc, const char* const* argv, const Surroundings& surroundings) {
+    const Words words(argv + 1, argv + std::max(argc, 1));
+    Parsed parsed = Parse(words, surroundings);
+    if (parsed.exitCode != kDone && !AsksForJson(words)) parsed.out.clear();
+    return parsed;
 }
 
 }  // namespace Kemffdc

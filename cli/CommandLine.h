@@ -14,12 +14,12 @@ namespace Kemffdc {
 struct Parsed {
     std::optional<Options> options;
     int exitCode = 0;
-    std::string out;  // for standard output
+    std::string out;  // for standard output: a JSON object where the line asks for JSON
     std::string err;  // for standard error; never holds the value of an unknown option
 };
 
-// Touches nothing but its arguments, and what `surroundings` names: no terminal, no network
-// library.
+// Touches nothing but its arguments, what `surroundings` names and the clock: no terminal, no
+// network library.
 Parsed ParseOptions(int argc, const char* const* argv, const Surroundings& surroundings = {});
 
 }  // namespace Kemffdc

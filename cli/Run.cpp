@@ -161,7 +161,6 @@ public:
     int Conduct(const Outcome& setUp) {
         Outcome outcome = setUp;
         try {
-            m_report.Begin();
             if (outcome.Ok()) outcome = Work();
         } catch (const std::bad_alloc&) {
             outcome = Failure(kLocalFile, "Out of memory.");
@@ -188,6 +187,7 @@ private:
         Varnex::HideInLog(m_exportPassword.Reveal(), m_options.exportUser);
 
         if (m_options.command == Command::kCollect) BeginHistory();
+        m_report.Begin();
 
         // CIM has no download: there the URI is never empty.
         const bool downloads =
@@ -248,7 +248,7 @@ private:
                                      : "The run has not ended within " +
                                            Elapsed(std::chrono::seconds(m_options.deadline)) +
                                            " (--deadline).";
-        return Failure(code,
+        return Failure(code, code == kInterrupted ? Cause::kUnnamed : Cause::kDeadline,
                        what + (m_bmcGathers ? " A BMC that has begun to gather goes on." : ""));
     }
 

@@ -38,11 +38,12 @@ const char* StateName(const RemoteFile& file) {
 }
 
 json::object JsonOf(const RemoteFile& file) {
-    const bool fetched = file.state == State::kFetched;
+    // An interrupted run measures nothing.
+    const bool measured = file.state == State::kFetched && !file.sha256.empty();
     return {{"name", TextOrNull(file.name)},
             {"outcome", StateName(file)},
             {"path", TextOrNull(file.path)},
-            {"size", fetched ? json::value(file.size) : json::value(nullptr)},
+            {"size", measured ? json::value(file.size) : json::value(nullptr)},
             {"sha256", TextOrNull(file.sha256)},
             {"reason", TextOrNull(file.damage.empty() ? file.reason : file.damage)}};
 }

@@ -25,6 +25,11 @@ json::value CertificateValue(const std::optional<Certificate>& certificate) {
                         {"verified", certificate->verified}};
 }
 
+// Of a folder's files each has its own.
+std::string DamageOf(const Delivery& delivery) {
+    return delivery.sha256.empty() || delivery.files.empty() ? "" : delivery.files[0].damage;
+}
+
 json::object MessageObject(const TaskMessage& message) {
     return {{"id", TextOrNull(message.id)},
             {"text", TextOrNull(message.text)},
@@ -153,6 +158,7 @@ json::object RunObject(const RunRecord& record) {
                      {"remote_path", TextOrNull(delivery.remotePath)},
                      {"size", downloaded ? json::value(delivery.size) : nullptr},
                      {"sha256", TextOrNull(delivery.sha256)},
+                     {"damage", TextOrNull(DamageOf(delivery))},
                      {"export_uri", TextOrNull(delivery.exportUri)},
                      {"bmc", FactsObject(record.facts)}};
     if (record.part) record.part->AddTo(run);

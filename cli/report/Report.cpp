@@ -43,6 +43,7 @@ Task Hidden(Task task) {
 Delivery Hidden(Delivery delivery) {
     delivery.exportUri = Hidden(delivery.exportUri);
     delivery.remotePath = Hidden(delivery.remotePath);
+    for (DeliveredFile& file : delivery.files) file.damage = Hidden(file.damage);
     return delivery;
 }
 

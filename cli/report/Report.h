@@ -52,7 +52,7 @@ public:
     void SetNumber(std::int64_t number);  // of the run, in the history; before Begin()
     void SetLogKind(const std::string& kind);
 
-    // Tells the observers what is known before anything is done.
+    // Tells the observers what is known before the BMC is asked anything.
     void Begin();
 
     void AddAttempt(const Attempt& attempt);

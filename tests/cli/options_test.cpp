@@ -20,6 +20,7 @@ using Kemffdc::Redfish::Own;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
+using testing::StartsWith;
 
 Parsed Parse(const std::vector<std::string>& arguments) {
     std::vector<const char*> argv{"kemffdc"};
@@ -285,8 +286,25 @@ TEST(ParseOptions, WhatIsUnknownIsToldFirstWithWhatWasMeant) {
         const Parsed parsed = Parse(row.arguments);
         EXPECT_EQ(parsed.exitCode, 2) << row.text;
         EXPECT_THAT(parsed.err, HasSubstr(row.text));
-        EXPECT_THAT(parsed.out, IsEmpty());
+        const bool json = testing::Value(row.arguments, testing::Contains("--json"));
+        EXPECT_EQ(parsed.out.empty(), !json);
     }
+}
+
+TEST(ParseOptions, AUsageErrorIsAnObjectOnStandardOutputWhereJsonIsAskedFor) {
+    for (const char* asked : {"--json", "--events"}) {
+        const Parsed parsed = Parse({"collect", "--via", "redfish", "bmc", "--tries", "0", asked});
+        EXPECT_EQ(parsed.exitCode, 2);
+        EXPECT_THAT(parsed.err, StartsWith("kemffdc: --tries"));
+        EXPECT_THAT(parsed.out, testing::EndsWith("}\n"));
+        EXPECT_THAT(parsed.out, HasSubstr(R"("command":"collect","channel":null,"host":null,)"));
+        EXPECT_THAT(
+            parsed.out,
+            HasSubstr(R"("outcome":"usage","exit_code":2,"retryable":false,"reason":"--tries)"));
+    }
+    EXPECT_THAT(Parse({"--json"}).out, HasSubstr(R"("command":null,)"));
+    EXPECT_THAT(Parse({"collect", "--", "--json"}).out, IsEmpty());
+    EXPECT_THAT(Parse({"collect", "--help", "--json"}).out, StartsWith("Usage: "));
 }
 
 TEST(ParseOptions, WhatIsUnknownSteersNoTerminal) {

@@ -88,16 +88,13 @@ def test_interrupted_between_two_polls(start_bmc, tmp_path):
 
 
 def test_interrupted_while_the_password_is_read_from_a_pipe(bmc, tmp_path):
-    running = tool.Running.__new__(tool.Running)
-    running.started = time.monotonic()
-    running.process = tool.subprocess.Popen(
-        [tool.TOOL, *tool.check(bmc)], stdin=tool.subprocess.PIPE, stdout=tool.subprocess.PIPE,
-        stderr=tool.subprocess.PIPE, env=tool.clean_environment())
-    running.command_line = ""
+    process = subprocess.Popen(
+        [tool.TOOL, *tool.check(bmc)], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+        stderr=subprocess.PIPE, env=tool.clean_environment())
     time.sleep(0.5 * tool.SLOWNESS)
-    running.process.send_signal(signal.SIGINT)
-    assert running.process.wait(BOUND * tool.SLOWNESS) == 130
-    running.end()
+    process.send_signal(signal.SIGINT)
+    assert process.wait(BOUND * tool.SLOWNESS) == 130
+    assert process.communicate()[0] == b""
 
 
 def has_echo(terminal):
@@ -216,7 +213,7 @@ def test_on_a_slow_disk_the_last_word_comes_before_the_folder_goes(start_bmc, tm
         (work / str(n)).touch()
     running.process.send_signal(signal.SIGINT)
     before = time.monotonic()
-    account = json.loads(running.process.stdout.readline())
+    account = json.loads(running.read_line())
     assert time.monotonic() - before < BOUND * tool.SLOWNESS
     assert (account["outcome"], account["exit_code"]) == ("interrupted", 130)
     assert running.process.poll() is None, "the folder is still to be removed"

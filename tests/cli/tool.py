@@ -11,12 +11,16 @@ import shutil
 import signal
 import socket
 import subprocess
+import sys
 import tempfile
 import time
 
 import yaml
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "tests" / "support"))
+
+import json_contract  # noqa: E402
 TOOL = os.environ.get("KEMFFDC", "")
 # Instrumented builds are slower; bounds of time stretch, nothing else.
 SLOWNESS = float(os.environ.get("KEMFFDC_SLOWNESS", "1"))
@@ -128,7 +132,13 @@ class Ended:
 
     @property
     def json(self):
-        return json.loads(self.out)
+        """The object of --json, or the last line of --events."""
+        return json.loads(self.out.split("\n")[-2])
+
+    @property
+    def events(self):
+        """The lines of --events but the last one."""
+        return [json.loads(line) for line in self.out.split("\n")[:-2]]
 
 
 class Running:
@@ -136,6 +146,8 @@ class Running:
 
     def __init__(self, arguments, password=None, environment=None, prefix=(), **options):
         self.started = time.monotonic()
+        self.arguments = list(arguments)
+        self.read = b""  # of what it prints, before its end
         self.process = subprocess.Popen(
             [*prefix, TOOL, *arguments],
             stdin=subprocess.PIPE,
@@ -160,6 +172,12 @@ class Running:
     def environ(self):
         return self._read("environ")
 
+    def read_line(self):
+        """The next line that it prints; it counts as printed in end() too."""
+        line = self.process.stdout.readline()
+        self.read += line
+        return line.decode("utf-8")
+
     def end(self, seconds=60.0):
         try:
             out, err = self.process.communicate(timeout=seconds * SLOWNESS)
@@ -167,6 +185,10 @@ class Running:
             self.process.kill()
             out, err = self.process.communicate()
             raise AssertionError(f"the tool did not end within {seconds} s: {out!r} {err!r}") from None
+        out = self.read + out
+        json_contract.check_output(self.arguments, self.process.returncode, out.decode("utf-8"))
+        if "--output" in self.arguments[:-1]:
+            json_contract.check_records(self.arguments[self.arguments.index("--output") + 1])
         return Ended(
             self.process.returncode,
             out.decode("utf-8"),
