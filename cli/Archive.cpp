@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/Archive.h"
+#include "shared/FileDescriptor.h"
 
 #include <fcntl.h>
 #include <openssl/evp.h>
@@ -15,8 +16,6 @@
 #include <filesystem>
 #include <memory>
 #include <utility>
-
-#include "cli/FileDescriptor.h"
 
 namespace Kemffdc {
 namespace {
@@ -76,7 +75,8 @@ bool IsThere(const std::string& path) {
 
 // 0, or errno.
 int WriteFile(const std::string& path, const std::string& text) {
-    const FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    const shared::FileDescriptor file(
+        open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
     if (!file.IsOpen()) return errno;
     const ssize_t written = write(file.Get(), text.data(), text.size());
     if (written < 0) return errno;

@@ -13,6 +13,7 @@
 #include "cli/commands/Show.h"
 #include "cli/commands/Verify.h"
 #include "cli/terminal/Text.h"
+#include "shared/HostName.h"
 
 namespace Kemffdc {
 namespace {
@@ -79,8 +80,8 @@ bool IsHostByte(char c) {
 }  // namespace
 
 std::string TakeHost(const std::string& text, Options& options) {
-    const bool bracketed = text.size() > 2 && text.front() == '[' && text.back() == ']';
-    const std::string host = bracketed ? text.substr(1, text.size() - 2) : text;
+    const bool bracketed = shared::IsInBrackets(text);
+    const std::string host = shared::WithoutBrackets(text);
     options.host = host;
     options.ipv6 = Ipmanip::is_ipv6(host);
     if (options.ipv6) return HasControl(host) ? " holds control bytes." : "";

@@ -4,6 +4,7 @@
 #include <varnex/KEMFfdc.h>
 
 #include "cli/CertificateGuard.h"
+#include "cli/Connection.h"
 #include "cli/Context.h"
 #include "cli/cim/Diagnosis.h"
 #include "cli/cim/Events.h"
@@ -21,15 +22,10 @@ constexpr std::int32_t kMachine = 2;  // the namespace of the machine
 constexpr std::int32_t kNode = 3;     // that of one node
 
 Varnex::VarnexConnection::ConnectionInfo ConnectionOf(const Context& run) {
-    Varnex::VarnexConnection::ConnectionInfo conn;
-    conn.host = run.options.host;
-    conn.port = run.options.port;
-    conn.userid = run.options.user;
-    conn.password = run.password.Reveal();
+    auto conn = ConnectionToBmc(run);
     conn.node = Own(run.options).node.value_or(0);
     conn.connection_type = Own(run.options).plain ? kPlain : kTls;
     conn.connection_case = Own(run.options).node ? kNode : kMachine;
-    conn.connection_ipversion = run.options.ipv6 ? 1 : 0;
     return conn;
 }
 

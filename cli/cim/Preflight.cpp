@@ -10,6 +10,7 @@
 #include "cli/cim/Requests.h"
 #include "cli/cim/Xml.h"
 #include "cli/terminal/Text.h"
+#include "shared/Percent.h"
 
 namespace Kemffdc::Cim {
 namespace {
@@ -27,7 +28,7 @@ std::string Http(const Answer& reply) {
     std::string words = "HTTP " + std::to_string(reply.httpCode);
     for (const char* name : {"cimerror", "pgerrordetail"}) {
         const std::string value = CimHeader(reply, name);
-        if (!value.empty()) words += ", " + Clean(PercentDecoded(value));
+        if (!value.empty()) words += ", " + Clean(shared::PercentDecoded(value));
     }
     return " (" + words + ").";
 }
@@ -49,7 +50,7 @@ void ReadStatus(const Answer& reply, Enumeration& answer) {
     if (number == 0) return;  // success
     answer.failed = true;
     answer.errorCode = number;
-    answer.errorText = PercentDecoded(CimHeader(reply, "cimstatuscodedescription"));
+    answer.errorText = shared::PercentDecoded(CimHeader(reply, "cimstatuscodedescription"));
 }
 
 // In the library's order. Nothing but a status is as good as a document that holds none.

@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "cli/terminal/Text.h"
+#include "shared/Percent.h"
 
 namespace Kemffdc::Cim {
 namespace {
@@ -112,17 +113,8 @@ void ReadError(const pugi::xml_node& error, Enumeration& found) {
 }  // namespace
 
 std::string CimObjectHeader(const std::string& nameSpace) {
-    constexpr char kDigits[] = "0123456789ABCDEF";
-    std::string value;
-    for (const char c : nameSpace) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (std::isalnum(byte) != 0) {
-            value += c;
-        } else {
-            value += {'%', kDigits[byte >> 4], kDigits[byte & 0xF]};
-        }
-    }
-    return value;
+    return shared::PercentEncoded(
+        nameSpace, [](char c) { return std::isalnum(static_cast<unsigned char>(c)) != 0; });
 }
 
 std::string EnumerationRequest(const std::string& nameSpace, const std::string& className) {
@@ -132,22 +124,6 @@ std::string EnumerationRequest(const std::string& nameSpace, const std::string& 
            NamespaceElements(nameSpace) +
            R"(</LOCALNAMESPACEPATH><IPARAMVALUE NAME="ClassName"><CLASSNAME NAME=")" + className +
            R"("/></IPARAMVALUE></IMETHODCALL></SIMPLEREQ></MESSAGE></CIM>)" + "\n";
-}
-
-std::string PercentDecoded(const std::string& text) {
-    std::string bytes;
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        unsigned byte = 0;
-        const char* first = text.data() + at + 1;
-        if (text[at] == '%' && at + 2 < text.size() &&
-            std::from_chars(first, first + 2, byte, 16).ptr == first + 2) {
-            bytes += static_cast<char>(byte);
-            at += 2;
-        } else {
-            bytes += text[at];
-        }
-    }
-    return bytes;
 }
 
 Enumeration ReadEnumeration(std::string document) {

@@ -15,9 +15,6 @@ std::string CimObjectHeader(const std::string& nameSpace);
 // The document that asks for the objects of a class. The names are ours: nothing is escaped.
 std::string EnumerationRequest(const std::string& nameSpace, const std::string& className);
 
-// `text` with every %XX as the byte that it stands for; what is no such thing stays.
-std::string PercentDecoded(const std::string& text);
-
 // What an answer to it says. As the library reads it: what the library takes is not unreadable
 // here, and what it would refuse for its head is.
 struct Enumeration {

@@ -9,6 +9,7 @@
 
 #include "cli/Nearest.h"
 #include "cli/config/TextFile.h"
+#include "shared/HostName.h"
 
 namespace Kemffdc::Config {
 namespace {
@@ -87,10 +88,9 @@ bool HoldsCommand(const File& file, const std::vector<Member>& members) {
 
 // "[fe80::1]" is an address and no set of letters.
 std::string WithoutBrackets(const std::string& pattern) {
-    const bool address = pattern.size() > 2 && pattern.front() == '[' &&
-                         pattern.find(']') == pattern.size() - 1 &&
-                         pattern.find(':') != std::string::npos;
-    return address ? pattern.substr(1, pattern.size() - 2) : pattern;
+    const bool set =
+        pattern.find(':') == std::string::npos || pattern.find(']') != pattern.size() - 1;
+    return set ? pattern : shared::WithoutBrackets(pattern);
 }
 
 }  // namespace

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/config/TextFile.h"
+#include "shared/FileDescriptor.h"
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
-
-#include "cli/FileDescriptor.h"
 
 namespace Kemffdc::Config {
 namespace {
@@ -25,7 +24,7 @@ Outcome TextFile::Unusable(const std::string& why) const {
 }
 
 Outcome ReadTextFile(std::size_t most, TextFile& file) {
-    const FileDescriptor open(
+    const shared::FileDescriptor open(
         ::open(file.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (!open.IsOpen() && (errno == ENOENT || errno == ENOTDIR)) return {};
     if (!open.IsOpen() || fstat(open.Get(), &file.status) != 0) return Unreadable(file);

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <array>
 
+#include "shared/HostName.h"
+
 namespace Kemffdc::History {
 namespace {
 
@@ -28,9 +30,7 @@ std::string SameHost(const std::string& host) {
 }
 
 std::string SameBmc(const std::string& host, std::uint16_t port) {
-    const std::string same = SameHost(host);
-    const bool ipv6 = same.find(':') != std::string::npos;
-    return (ipv6 ? "[" + same + "]" : same) + ":" + std::to_string(port);
+    return shared::HostAndPort(SameHost(host), port);
 }
 
 std::string ThisMachine() {

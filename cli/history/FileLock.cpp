@@ -28,7 +28,7 @@ bool IsNamed(int file, const std::string& path) {
 
 FileLock::State FileLock::Try(const std::string& path) {
     for (int removed = 0; removed < kMaxRemoved; ++removed) {
-        FileDescriptor file(
+        shared::FileDescriptor file(
             open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
         if (!file.IsOpen()) return State::kNoLocks;
         if (flock(file.Get(), LOCK_EX | LOCK_NB) != 0) {
@@ -54,7 +54,7 @@ FileLock::State FileLock::Take(const std::string& path) {
 void FileLock::Remove(const std::string& path) {
     if (!m_file.IsOpen()) return;
     (void)unlink(path.c_str());
-    FileDescriptor(std::move(m_file));
+    shared::FileDescriptor(std::move(m_file));
 }
 
 }  // namespace Kemffdc::History

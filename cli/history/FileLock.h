@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "cli/FileDescriptor.h"
+#include "shared/FileDescriptor.h"
 
 namespace Kemffdc::History {
 
@@ -33,7 +33,7 @@ public:
     void Remove(const std::string& path);
 
 private:
-    FileDescriptor m_file;
+    shared::FileDescriptor m_file;
 };
 
 }  // namespace Kemffdc::History

@@ -13,11 +13,12 @@
 #include <iterator>
 #include <sstream>
 
-#include "cli/FileDescriptor.h"
 #include "cli/Utc.h"
 #include "cli/history/BmcName.h"
 #include "cli/history/FileLock.h"
 #include "cli/history/StateFolder.h"
+#include "shared/FileDescriptor.h"
+#include "shared/HostName.h"
 
 namespace Kemffdc::History {
 namespace {
@@ -49,8 +50,8 @@ std::string ReadBmc(const std::string& text) {
     const std::string port = text.substr(colon + 1);
     const bool digits = !port.empty() && port.size() <= 5 &&
                         port.find_first_not_of("0123456789") == std::string::npos;
-    const bool bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
-    if (bracketed) host = host.substr(1, host.size() - 2);
+    const bool bracketed = shared::IsInBrackets(host);
+    host = shared::WithoutBrackets(host);
     if (!digits || (!bracketed && host.find_first_of(":[]") != std::string::npos)) return "";
     const unsigned long number = std::stoul(port);
     if (number == 0 || number > kMaxPort) return "";
@@ -130,7 +131,8 @@ Outcome Append(const std::string& path, const std::string& line) {
     if (const Outcome outcome = ReadText(path, text); !outcome.Ok()) return outcome;
     const bool unended = !text.empty() && text.back() != '\n';
     const std::string before = text.empty() ? kHeader : unended ? "\n" : "";
-    const FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+    const shared::FileDescriptor file(
+        open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
     if (!file.IsOpen() || !WriteAtEnd(file.Get(), before + line)) {
         return Failure(kLocalFile, "Cannot write " + path + ": " + Why());
     }
@@ -140,7 +142,8 @@ Outcome Append(const std::string& path, const std::string& line) {
 Outcome Rewrite(const std::string& path, const std::string& text) {
     const std::string fresh = path + ".new";
     (void)unlink(fresh.c_str());  // of a run that was killed
-    const FileDescriptor file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    const shared::FileDescriptor file(
+        open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     const bool written = file.IsOpen() && WriteAtEnd(file.Get(), text) && fsync(file.Get()) == 0 &&
                          std::rename(fresh.c_str(), path.c_str()) == 0;
     if (written) return {};

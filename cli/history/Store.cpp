@@ -235,7 +235,7 @@ int WaitForAnother(void* store, int pauses) {
 
 // SQLite would make it for everybody to read.
 void MakePrivateFile(const std::string& path) {
-    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, 0600));
+    const shared::FileDescriptor file(open(path.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, 0600));
     if (!file.IsOpen()) {
         throw StoreError("The history " + path + " cannot be opened: " + std::strerror(errno) +
                          ".");
@@ -337,7 +337,7 @@ Id Store::BeginRun(const RunRow& run) {
 // ended, and nothing else is lost.
 void Store::LockRun(Id run) {
     if (!m_live.IsOpen()) {
-        m_live = FileDescriptor(
+        m_live = shared::FileDescriptor(
             open(LivePath(m_folder).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
     }
     flock lock = OneByte(run, F_WRLCK);
@@ -346,7 +346,8 @@ void Store::LockRun(Id run) {
 
 bool Store::IsLive(Id run) const {
     // Opened anew: what holds a lock does not see it.
-    const FileDescriptor file(open(LivePath(m_folder).c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
+    const shared::FileDescriptor file(
+        open(LivePath(m_folder).c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
     flock lock = OneByte(run, F_WRLCK);
     return file.IsOpen() && fcntl(file.Get(), F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }

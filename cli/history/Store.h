@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/FileDescriptor.h"
+#include "shared/FileDescriptor.h"
 
 namespace SQLite {
 class Database;
@@ -159,7 +159,7 @@ private:
     std::string m_folder;
     std::string m_path;
     const std::atomic<bool>* m_hurry;
-    FileDescriptor m_live;  // locked at the number of each run that this object has begun
+    shared::FileDescriptor m_live;  // locked at the number of each run that this object has begun
     std::unique_ptr<SQLite::Database> m_database;
 };
 

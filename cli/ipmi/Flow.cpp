@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "UsbLanCfg.h"
+#include "cli/Connection.h"
 #include "cli/Context.h"
 #include "cli/ipmi/Diagnosis.h"
 #include "cli/ipmi/Events.h"
@@ -33,14 +34,9 @@ constexpr int kPlainLineEvery = 30;     // seconds; where the line is not live
 bool IsInBand(const Context& run) { return Own(run.options).inBand; }
 
 Varnex::VarnexConnection::ConnectionInfo ConnectionOf(const Context& run) {
-    Varnex::VarnexConnection::ConnectionInfo conn;
-    conn.host = run.options.host;
-    conn.port = run.options.port;
-    conn.userid = run.options.user;
-    conn.password = run.password.Reveal();
+    auto conn = ConnectionToBmc(run);
     conn.ciphersuite = Own(run.options).cipherSuite;
     conn.connection_case = IsInBand(run) ? kInBand : kOverLan;
-    conn.connection_ipversion = run.options.ipv6 ? 1 : 0;
     return conn;
 }
 

@@ -14,6 +14,7 @@
 #include "LogSink.h"
 #include "Transfer.h"
 #include "cli/CertificateGuard.h"
+#include "cli/Connection.h"
 #include "cli/Context.h"
 #include "cli/redfish/Diagnosis.h"
 #include "cli/redfish/Events.h"
@@ -58,16 +59,6 @@ private:
     std::error_code m_error;
     std::string m_errorText;
 };
-
-Varnex::VarnexConnection::ConnectionInfo ConnectionOf(const Context& run) {
-    Varnex::VarnexConnection::ConnectionInfo conn;
-    conn.host = run.options.host;
-    conn.port = run.options.port;
-    conn.userid = run.options.user;
-    conn.password = run.password.Reveal();
-    conn.connection_ipversion = run.options.ipv6 ? 1 : 0;
-    return conn;
-}
 
 // One BMC, reached through the library.
 class BmcRun {
@@ -187,7 +178,7 @@ private:
                                               m_run.exportPassword.Reveal()};
         const Clock::Monotonic begin = Clock::Now();
         m_ffdc = std::make_unique<Varnex::KEMFfdc>(
-            ConnectionOf(m_run), uri,
+            ConnectionToBmc(m_run), uri,
             Own(options).miniLog ? Varnex::BMCLOG_MINI_LOG : Varnex::BMCLOG_PROCESSOR_DUMP);
         const auto waited = std::chrono::duration_cast<std::chrono::seconds>(Clock::Now() - begin);
         const Events events = m_listener.Take();

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/terminal/PasswordCommand.h"
+#include "shared/FileDescriptor.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -12,8 +13,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-
-#include "cli/FileDescriptor.h"
 
 extern "C" {  // that of glibc 2.36 does not say so itself
 #include <sys/pidfd.h>
@@ -106,7 +105,7 @@ public:
 
 private:
     pid_t m_process;
-    FileDescriptor m_handle;
+    shared::FileDescriptor m_handle;
 };
 
 // Takes what there is now. False: the pipe is at its end, or there is too much.
@@ -157,14 +156,14 @@ std::string RunPasswordCommand(const std::vector<std::string>& words, std::size_
     if (pipe2(ends.data(), O_CLOEXEC) != 0) {
         return std::string(" cannot be run: ") + std::strerror(errno) + ".";
     }
-    const FileDescriptor output(ends[0]);
-    FileDescriptor input(ends[1]);
+    const shared::FileDescriptor output(ends[0]);
+    shared::FileDescriptor input(ends[1]);
     fcntl(output.Get(), F_SETFL, O_NONBLOCK);
     pid_t process = -1;
     const int error = SpawnAttributes().Start(words, input.Get(), process);
     if (error != 0) return std::string(" cannot be run: ") + std::strerror(error) + ".";
     Child child(process);
-    input = FileDescriptor();
+    input = shared::FileDescriptor();
     if (child.Handle() < 0) return std::string(" cannot be watched: ") + std::strerror(errno) + ".";
     return Listen(child, output.Get(), most, limit, printed);
 }

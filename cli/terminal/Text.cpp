@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "LogSink.h"
+#include "shared/Utf8.h"
 
 namespace Kemffdc {
 namespace {
@@ -13,21 +14,6 @@ using Byte = unsigned char;
 
 bool IsContinuation(const std::string& text, std::size_t at) {
     return at < text.size() && (static_cast<Byte>(text[at]) & 0xC0) == 0x80;
-}
-
-// Length of the well-formed character (RFC 3629) at `at`; 0: there is none.
-std::size_t CharacterLength(const std::string& text, std::size_t at) {
-    const Byte first = static_cast<Byte>(text[at]);
-    if (first < 0x80) return 1;
-    const std::size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
-    if (first < 0xC2 || first > 0xF4) return 0;
-    for (std::size_t i = 1; i < length; ++i) {
-        if (!IsContinuation(text, at + i)) return 0;
-    }
-    const Byte second = static_cast<Byte>(text[at + 1]);
-    const bool overlong = (first == 0xE0 && second < 0xA0) || (first == 0xF0 && second < 0x90);
-    const bool outside = (first == 0xED && second > 0x9F) || (first == 0xF4 && second > 0x8F);
-    return overlong || outside ? 0 : length;
 }
 
 std::string LineEndsAsBlanks(std::string text) {
@@ -42,7 +28,7 @@ std::string LineEndsAsBlanks(std::string text) {
 std::string ValidUtf8(const std::string& text) {
     std::string valid;
     for (std::size_t at = 0; at < text.size();) {
-        const std::size_t length = CharacterLength(text, at);
+        const std::size_t length = shared::FirstUtf8(std::string_view(text).substr(at)).length;
         valid += length == 0 ? "\xEF\xBF\xBD" : text.substr(at, length);
         at += length == 0 ? 1 : length;
     }

@@ -78,6 +78,9 @@ def test_code_that_knows_a_channel_by_its_name_is_found(tree, file, line, found)
     ("cli/cim/x.cpp", '#include "cli/redfish/Flow.h"', "must not include cli/redfish/Flow.h"),
     ("cli/Context.h", '#include "cli/redfish/Flow.h"', "must not include cli/redfish/Flow.h"),
     ("cli/attic/x.cpp", '#include "cli/ExitCodes.h"', "cli/attic/x.cpp lies in no room"),
+    ("shared/x.h", '#include "cli/ExitCodes.h"', "must not include cli/ExitCodes.h"),
+    ("cli/main.cpp", 'constexpr char kSource[] = "platform/src/' 'IpmiClient";',
+     "main.cpp:3: looks for records of the platform"),
     ("emulator/bmc.py", "ctypes.CDLL('libvarnexffdc.so.1')", "must not load our libraries"),
     ("emulator/bmc.py", "from tests.support import thing", "must not import tests.support"),
 ])

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/cim/Xml.h"
+#include "shared/Percent.h"
 
 #include <gmock/gmock.h>
 
@@ -78,8 +79,8 @@ TEST(ReadEnumeration, EntitiesDoNotExpand) {
 }
 
 TEST(PercentDecoded, ReadsWhatIsEncodedAndLeavesTheRest) {
-    EXPECT_EQ(Kemffdc::Cim::PercentDecoded("a%20b%2F"), "a b/");
-    EXPECT_EQ(Kemffdc::Cim::PercentDecoded("100% %2 %zz %4"), "100% %2 %zz %4");
+    EXPECT_EQ(shared::PercentDecoded("a%20b%2F"), "a b/");
+    EXPECT_EQ(shared::PercentDecoded("100% %2 %zz %4"), "100% %2 %zz %4");
 }
 
 }  // namespace
