@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/Archive.h"
-#include "shared/FileDescriptor.h"
 
 #include <fcntl.h>
 #include <openssl/evp.h>
@@ -16,6 +15,8 @@
 #include <filesystem>
 #include <memory>
 #include <utility>
+
+#include "shared/FileDescriptor.h"
 
 namespace Kemffdc {
 namespace {

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/config/TextFile.h"
-#include "shared/FileDescriptor.h"
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+
+#include "shared/FileDescriptor.h"
 
 namespace Kemffdc::Config {
 namespace {

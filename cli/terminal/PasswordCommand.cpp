@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/terminal/PasswordCommand.h"
-#include "shared/FileDescriptor.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -16,6 +15,8 @@
 
 extern "C" {  // that of glibc 2.36 does not say so itself
 #include <sys/pidfd.h>
+
+#include "shared/FileDescriptor.h"
 }
 
 namespace Kemffdc {
