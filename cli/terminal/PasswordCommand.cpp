@@ -15,9 +15,9 @@
 
 extern "C" {  // that of glibc 2.36 does not say so itself
 #include <sys/pidfd.h>
+}
 
 #include "shared/FileDescriptor.h"
-}
 
 namespace Kemffdc {
 namespace {
