@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/config/Members.h"
 
+#include <yaml-cpp/eventhandler.h>
 #include <yaml-cpp/yaml.h>
 
 #include <algorithm>
+#include <sstream>
 
 #include "cli/Nearest.h"
 #include "cli/terminal/Text.h"
@@ -24,22 +26,54 @@ std::string WordOf(const YAML::Node& node, int line, const std::string& shown) {
     return node.Scalar();
 }
 
+// Looks where documents begin, and throws at the second one.
+class DocumentCount : public YAML::EventHandler {
+public:
+    void OnDocumentStart(const YAML::Mark& mark) override {
+        if (m_begun) throw Fault{LineOf(mark), "a second document begins here; only one is read."};
+        m_begun = true;
+    }
+    void OnDocumentEnd() override {}
+    void OnNull(const YAML::Mark&, YAML::anchor_t) override {}
+    void OnAlias(const YAML::Mark&, YAML::anchor_t) override {}
+    void OnScalar(const YAML::Mark&, const std::string&, YAML::anchor_t,
+                  const std::string&) override {}
+    void OnSequenceStart(const YAML::Mark&, const std::string&, YAML::anchor_t,
+                         YAML::EmitterStyle::value) override {}
+    void OnSequenceEnd() override {}
+    void OnMapStart(const YAML::Mark&, const std::string&, YAML::anchor_t,
+                    YAML::EmitterStyle::value) override {}
+    void OnMapEnd() override {}
+
+private:
+    bool m_begun = false;
+};
+
+// The library reads one document and passes over what stands behind it. Its LoadAll() would tell,
+// but has no end for a file that begins with a comma.
+void RefuseSecondDocument(const std::string& text) {
+    std::istringstream stream(text);
+    YAML::Parser parser(stream);
+    DocumentCount documents;
+    if (parser) parser.HandleNextDocument(documents);
+    if (parser) parser.HandleNextDocument(documents);
+}
+
 }  // namespace
 
 std::string ParseYaml(const std::string& path, const std::string& text,
                       const std::function<void(const YAML::Node&)>& walk) {
     const std::string begin = path + ":";
     try {
-        const std::vector<YAML::Node> documents = YAML::LoadAll(text);
-        if (documents.size() > 1) {
-            return begin + std::to_string(LineOf(documents[1])) +
-                   ": a second document (---) begins; only one is read.";
-        }
-        if (!documents.empty() && !documents.front().IsNull()) walk(documents.front());
+        RefuseSecondDocument(text);
+        const YAML::Node root = YAML::Load(text);
+        if (!root.IsNull()) walk(root);
     } catch (const Fault& fault) {
         return begin + std::to_string(fault.line) + ": " + fault.text;
     } catch (const YAML::Exception& error) {
-        return begin + std::to_string(LineOf(error.mark)) + ": no YAML: " + error.msg + ".";
+        // Behind a colon the library repeats what stands there: it may be a password.
+        const std::string what = error.msg.substr(0, error.msg.find(':'));
+        return begin + std::to_string(LineOf(error.mark)) + ": no YAML: " + what + ".";
     }
     return "";
 }
