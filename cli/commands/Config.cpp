@@ -101,7 +101,7 @@ json::object ConfigObject(const Options& options) {
     return {{"schema", kJsonSchema},
             {"version", KEMFFDC_VERSION},
             {"command", "config"},
-            {"channel", options.via},
+            {"channel", TextOrNull(options.via)},
             {"host", TextOrNull(options.host)},
             {"exit_code", static_cast<int>(options.fault.empty() ? kDone : kUsage)},
             {"reason", TextOrNull(options.fault)},
@@ -113,7 +113,7 @@ json::object ConfigObject(const Options& options) {
 }  // namespace
 
 int ShowConfig(const Options& options, std::ostream& out, std::ostream& err) {
-    if (options.json) {
+    if (options.json || options.events) {
         out << JsonText(ConfigObject(options)) << "\n";
     } else {
         WriteWords(options, out);
