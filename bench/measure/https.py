@@ -3,6 +3,7 @@
 
 import contextlib
 import pathlib
+import shutil
 import tempfile
 
 from measure.clock import in_turns, run, seconds, take
@@ -12,14 +13,15 @@ from measure.servers import MIB, web
 # A shell starts programs with less ado than Python, whose share would hide a difference.
 STARTS = 'i=0; while [ $i -lt "$1" ]; do "$0" --version >/dev/null || exit 1; i=$((i + 1)); done'
 BY_HAND = 'curl -q -sSfk --http1.1 -o "$1" -u "$2" "$3" && sha256sum "$1"'
+BY_HAND_TO_ITS_END = BY_HAND + ' && tar -tzf "$1"'
 BY_HAND_AT_ONCE = 'curl -q -sSfk --http1.1 -u "$2" "$3" | tee "$1" | sha256sum'
 
 
 @contextlib.contextmanager
-def serving(options, sizes):
+def serving(options, sizes, exported=None):
     # Beside the build, because /tmp may be held in memory.
     with tempfile.TemporaryDirectory(prefix="bench-", dir=options.build) as name:
-        with web(options, pathlib.Path(name).resolve(), sizes) as at:
+        with web(options, pathlib.Path(name).resolve(), sizes, exported) as at:
             yield at
 
 
@@ -69,31 +71,46 @@ def download(options):
         times = in_turns(rounds, ours, curl)
         yield Row("https", f"{size} MiB over HTTPS, library", times[0], {"curl -o": times[1]},
                   at_most=0.70)
-        yield from collect(options, at, size, rounds)
 
 
-def collect(options, at, size, rounds):
+def collect(options):
+    """The tool's whole collect, of a file that it cannot look into and of an archive that it reads."""
+    size, rounds = (64, 3) if options.quick else (512, 7)
+    work = f"the tool's whole collect of {size} MiB over Redfish"
+    with serving(options, {}, ("ffdc.bin", size)) as at:
+        ours, hand, at_once = collected(options, at, size, rounds, BY_HAND, BY_HAND_AT_ONCE)
+        yield Row("https", work, ours, {"curl -o && sha256sum": hand,
+                                        "curl, tee, sha256sum at once": at_once}, at_most=0.45)
+    with serving(options, {}, ("ffdc.tar.gz", size)) as at:
+        ours, hand = collected(options, at, size, rounds, BY_HAND_TO_ITS_END)
+        yield Row("https", f"{work}, and whether it unpacks", ours,
+                  {"curl -o && sha256sum && tar -tzf": hand})
+
+
+def collected(options, at, size, rounds, *lines):
+    """The times of the tool, and of each of the shell's lines."""
     password = at.folder / "password"
     password.write_text("secret\n", encoding="ascii")
     output = at.folder / "collected"
     target = at.folder / "fetched"
+    archive = at.bmc["archive"]["path"]
 
     def ours():
         spent, _ = seconds([options.build / "bin" / "kemffdc", "collect", "--via", "redfish",
                             "127.0.0.1", "--port", at.bmc_port, "--user", "admin",
-                            "--password-file", password, "--output", output])
-        take(next(output.iterdir()), size * MIB)
+                            "--password-file", password, "--output", output,
+                            "--state-dir", at.folder / "state"])
+        take(next(path for path in output.iterdir() if path.suffix != ".json"), size * MIB)
+        shutil.rmtree(output)
         return spent
 
     def line(script):
         spent, _ = seconds(["sh", "-c", script, "sh", target, "admin:secret",
-                            f"https://127.0.0.1:{at.bmc_port}/download/archive"])
+                            f"https://127.0.0.1:{at.bmc_port}{archive}"])
         take(target, size * MIB)
         return spent
 
-    times = in_turns(rounds, ours, lambda: line(BY_HAND), lambda: line(BY_HAND_AT_ONCE))
-    yield Row("https", f"the tool's whole collect of {size} MiB over Redfish", times[0],
-              {"curl -o && sha256sum": times[1], "curl, tee, sha256sum at once": times[2]}, at_most=0.45)
+    return in_turns(rounds, ours, *(lambda script=script: line(script) for script in lines))
 
 
 def memory(options):

@@ -62,9 +62,8 @@ http {{
             proxy_set_header Host $http_host;
             proxy_pass http://127.0.0.1:{emulated};
         }}
-        location /download/ {{
-            rewrite .* /archives/largest break;
-            root {folder};
+        location /download/ffdc/ {{
+            alias {folder}/behind/bmc/archives/;
         }}
     }}
 }}
@@ -153,8 +152,8 @@ class Web:
 
 
 @contextlib.contextmanager
-def web(options, folder, sizes):
-    """`sizes`: MiB by the archive's name."""
+def web(options, folder, sizes, exported=None):
+    """`sizes`: MiB by the archive's name. `exported`: name and MiB of what the BMC exports."""
     program = options.peers / "usr/sbin/nginx"
     if not program.exists():
         raise NotHere("no nginx: tools/fetch-peers was not run")
@@ -163,7 +162,9 @@ def web(options, folder, sizes):
     for name, mebibytes in sizes.items():
         noise(folder / "archives" / name, mebibytes * MIB)
     port, bmc_port = free_port(), free_port()
-    scenario = "{user: admin, password: secret, redfish: {task_states: [Completed]}}"
+    name, mebibytes = exported or ("small.tar.gz", 1)
+    scenario = ("{user: admin, password: secret, redfish: {task_states: [Completed], "
+                f"archive: {{name: {name}, size: {mebibytes * MIB}}}}}}}")
     with emulated_bmc(folder / "behind", scenario, "--redfish-plain") as bmc:
         conf = NGINX.format(folder=folder, port=port, bmc_port=bmc_port,
                             emulated=bmc["redfish"]["port"])

@@ -181,7 +181,7 @@ def collected(options, work, folder, port, size, rounds):
     def fetched(command):
         output.mkdir()
         spent, _ = by.seconds(command)
-        take(next(path for path in output.rglob("*") if path.is_file()), size * MIB)
+        take(next(path for path in output.rglob("*") if path.suffix == ".tzz"), size * MIB)
         shutil.rmtree(output)
         return spent - BMC_WAIT
 
@@ -189,7 +189,7 @@ def collected(options, work, folder, port, size, rounds):
         rounds,
         lambda: fetched([options.build / "bin" / "kemffdc", "collect", "--via", "ipmi", "127.0.0.1",
                          "--port", port, "--user", "admin", "--password-file", password, "--output",
-                         output]),
+                         output, "--state-dir", folder / "state"]),
         lambda: fetched(["sh", "-c", BY_HAND, "sh", port, USER, output, BMC_WAIT,
                          " ".join(OPENSSH)]))
     return Row("sftp", work, ours, {"ipmitool, sftp && sha256sum": hand},
