@@ -177,7 +177,7 @@ def test_check_in_band_is_limited_where_nothing_answers_on_port_115(tmp_path):
                          environment=ipmi_tool.environment(tmp_path, **ipmi_tool.in_band(bmc, tmp_path)))
     assert ended.code == 10, ended.err
     assert "BMC:             of this machine, in band, reached, but of no use through kcs\n" in ended.out
-    assert "Firmware:        1.00\n" in ended.out
+    assert "Firmware:        4.20\n" in ended.out
     assert f"The BMC's file service (SFTP, {bmc.address} port 115) cannot be used: " in ended.err
 
 
@@ -226,6 +226,24 @@ def test_check_in_band_says_that_the_bmc_behind_the_device_is_dead(tmp_path, ans
     assert ended.code == 3, ended.err
     assert f"This machine has an IPMI device, but its BMC does not answer ({why})." in ended.err
     assert "usable" not in ended.out
+
+
+def test_refusals_are_told_with_their_code_and_its_meaning(tmp_path):
+    refusing = scenario({"polls": 0, "answers": {"collect": [{"code": 0xC0}], "poll": [{"code": 0x83}]}})
+    with ipmi_tool.started(refusing) as bmc:
+        ended = collect(bmc, tmp_path, "--json")
+    assert (ended.code, ended.json["outcome"], ended.json["retryable"]) == (4, "busy", True), ended.err
+    assert ended.json["refusals"] == [
+        {"request": "start", "completion_code": 0xC0, "meaning": "it is busy"},
+        {"request": "poll", "completion_code": 0x83, "meaning": "a code that belongs to this command"}]
+
+
+def test_the_file_services_key_is_a_fact_of_the_bmc(tmp_path):
+    with ipmi_tool.started() as bmc:
+        ended = collect(bmc, tmp_path, "--json")
+        fingerprint = bmc.ready["sftp"]["fingerprint"]
+    assert fingerprint in ended.json["bmc"].values()
+    assert ended.json["refusals"] == []
 
 
 def test_check_with_a_wrong_password(tmp_path):
