@@ -138,10 +138,8 @@ std::string MissingValue(const Words& words, const std::map<std::string, const O
         const auto option = options.find(word);
         if (option == options.end() || option->second->IsFlag()) continue;
         if (i + 1 == words.size()) return word + " has no value: nothing stands behind it.";
-        const std::string& next = words[++i];
-        if (options.count(next) > 0) {
-            return word + " has no value: " + next + " stands behind it.";
-        }
+        const bool isOption = options.count(words[++i]) > 0;
+        if (isOption) return word + " has no value: " + words[i] + " stands behind it.";
     }
     return "";
 }

@@ -124,7 +124,7 @@ private:
              {std::pair(Origin::kUserFile, m_surroundings.userFile),
               std::pair(Origin::kSystemFile, m_surroundings.systemFile)}) {
             Config::File file;
-            const Outcome outcome = Config::Read(path, m_surroundings.home, members, file);
+            Outcome outcome = Config::Read(path, m_surroundings.home, members, file);
             if (!outcome.Ok()) return outcome;
             if (!path.empty()) m_options.configFiles.push_back({path, file.exists});
             m_files.push_back({origin, path, Config::Holding(file, members, m_options.host)});
@@ -134,7 +134,7 @@ private:
 
     Outcome FindWay() {
         for (const Option& option : ViaOptions().options) {
-            const Outcome outcome = Take(option);
+            Outcome outcome = Take(option);
             if (!outcome.Ok()) return outcome;
         }
         const std::string& via = m_options.via;
@@ -182,7 +182,7 @@ private:
     Outcome TakeOptions() {
         for (const OptionGroup* group : AllGroups(m_command)) {
             for (const Option& option : group->options) {
-                const Outcome outcome = Take(option);
+                Outcome outcome = Take(option);
                 if (!outcome.Ok()) return outcome;
             }
         }

@@ -103,7 +103,7 @@ Outcome Read(const std::string& path, const std::string& home, const std::vector
     TextFile read;
     read.what = "configuration file";
     read.path = path;
-    const Outcome outcome = ReadTextFile(kMaxBytes, read);
+    Outcome outcome = ReadTextFile(kMaxBytes, read);
     file.exists = read.exists;
     if (!outcome.Ok() || !file.exists) return outcome;
     const std::string fault = ParseYaml(

@@ -119,7 +119,8 @@ void MemberReader::ReadBelow(const YAML::Node& map, const std::string& below,
     for (const auto& entry : map) {
         const std::string key = KeyOf(entry.first, below, seen);
         if (std::find(others.begin(), others.end(), prefix + key) != others.end()) continue;
-        const std::string shown = below + "." + key;
+        std::string shown = below;
+        shown.append(".").append(key);
         if (prefix.empty() && IsGroup(key)) {
             ReadBelow(MapOf(entry.second, shown), shown, key + ".", section, others, values);
             continue;
@@ -188,8 +189,9 @@ void MemberReader::RefuseRivals(const std::string& name, const Values& values) c
         const std::string& rival = Find(member)->rival;
         for (const auto& [other, later] : values) {
             if (other != rival) continue;
-            throw Fault{later.line, name + ": of " + member + " and " + rival +
-                                        " only one can stand in a section."};
+            std::string text = name;
+            text.append(": of ").append(member).append(" and ").append(rival);
+            throw Fault{later.line, text + " only one can stand in a section."};
         }
     }
 }

@@ -65,6 +65,7 @@ public:
         posix_spawn_file_actions_addopen(&m_files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
         posix_spawn_file_actions_adddup2(&m_files, output, STDOUT_FILENO);
         std::vector<char*> arguments;
+        arguments.reserve(words.size() + 1);
         for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
         arguments.push_back(nullptr);
         return posix_spawnp(&process, arguments.front(), &m_files, &m_attributes, arguments.data(),
@@ -125,7 +126,7 @@ bool Drain(int pipe, std::size_t most, std::string& printed) {
 
 int Milliseconds(Clock::time_point until) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now()).count();
-    return static_cast<int>(std::clamp<std::int64_t>(left, 0, 3600 * 1000));
+    return static_cast<int>(std::clamp<std::int64_t>(left, 0, std::int64_t{3600} * 1000));
 }
 
 // Takes what the program prints until it ends. As Reap().
