@@ -38,3 +38,24 @@ show_record() {
     head -n 16 "$output/record.txt" | sed 's/^/    /'
     say "    ..."
 }
+
+# What the history of this machine tells of the runs above, and of what lies in the archive.
+show_history() {
+    say
+    say "Every run is kept in a history:"
+    say "    export XDG_STATE_HOME=demo-output/state  (yours stays as it is)"
+    say "    kemffdc history"
+    say
+    "$kemffdc" history || die "the history cannot be shown: exit code $?"
+    local archives=("$output/archives"/*.tar.gz)
+    say
+    say "    kemffdc show $(shown "${archives[0]}")"
+    say
+    "$kemffdc" show "${archives[0]}" >"$output/shown.txt" || die "the archive cannot be shown: exit code $?"
+    head -n 24 "$output/shown.txt"
+    say "..."
+    say
+    say "    kemffdc verify"
+    say
+    "$kemffdc" verify || die "an archive is not as it was recorded: exit code $?"
+}
