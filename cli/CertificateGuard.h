@@ -31,7 +31,8 @@ public:
         const Answer answer = Look();
         if (answer.failedAt == Stage::kDone) return {};
         m_run.Begin("certificate");
-        return m_run.End(static_cast<int>(answer.failedAt), Failure(kNotConnected, answer.reason));
+        return m_run.End(static_cast<int>(answer.failedAt),
+                         Failure(kNotConnected, CauseOf(answer.failedAt), answer.reason));
     }
 
     // Right before a request of the library, on its thread. A BMC may be out of reach for a moment;
@@ -41,7 +42,8 @@ public:
             const Answer answer = Look();
             if (answer.failedAt == Stage::kDone) return;
             if (answer.failedAt == Stage::kTrust || tries == kTries) {
-                m_run.interrupt.Stop(Failure(kNotConnected, answer.reason));
+                m_run.interrupt.Stop(
+                    Failure(kNotConnected, CauseOf(answer.failedAt), answer.reason));
             }
             Clock::SleepFor(kPause);
         }

@@ -32,7 +32,7 @@ Outcome Limits::Watch(const std::string& folder) {
     m_watching = true;
     const std::uint64_t free = FreeBytes();
     if (free >= m_keepFree) return {};
-    return Failure(kLocalFile,
+    return Failure(kLocalFile, Cause::kDiskFull,
                    "The disk of the output folder " + folder + " has " + HumanBytes(free) +
                        " free, and --keep-free asks for " + HumanBytes(m_keepFree) +
                        ". Make room, choose another folder with --output, or lower --keep-free.");
@@ -49,17 +49,17 @@ bool Limits::Progress(const Varnex::TransferProgress& progress) {
     const std::uint64_t toCome =
         progress.expected > progress.bytes ? progress.expected - progress.bytes : 0;
     if (m_reached.Ok() && m_maxSize > 0 && m_total + toCome > m_maxSize) {
-        m_reached = Failure(kDownloadFailed,
+        m_reached = Failure(kDownloadFailed, Cause::kTooLarge,
                             "The download was stopped: it is larger than --max-size allows (" +
                                 HumanBytes(m_maxSize) +
                                 " in all). If the BMC's data may be that large, raise --max-size.");
     }
     if (m_reached.Ok() && IsDiskFull(toCome)) {
-        m_reached =
-            Failure(kLocalFile, "The download was stopped: it would leave less than --keep-free (" +
-                                    HumanBytes(m_keepFree) + ") on the disk of " + m_folder +
-                                    ". Make room, choose another folder with --output, or lower "
-                                    "--keep-free.");
+        m_reached = Failure(kLocalFile, Cause::kDiskFull,
+                            "The download was stopped: it would leave less than --keep-free (" +
+                                HumanBytes(m_keepFree) + ") on the disk of " + m_folder +
+                                ". Make room, choose another folder with --output, or lower "
+                                "--keep-free.");
     }
     return m_reached.Ok();
 }

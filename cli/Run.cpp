@@ -163,7 +163,7 @@ public:
         try {
             if (outcome.Ok()) outcome = Work();
         } catch (const std::bad_alloc&) {
-            outcome = Failure(kLocalFile, "Out of memory.");
+            outcome = Failure(kLocalFile, Cause::kOutOfMemory, "Out of memory.");
         } catch (const std::exception& failure) {
             outcome = Failure(kNotConnected, "The run failed: " + Clean(failure.what()));
         }

@@ -68,29 +68,32 @@ std::string Returned(const std::string& value) {
 }
 
 Outcome WrongCredentials(const RunEvents& events) {
-    return Failure(kNotConnected, "The BMC does not accept the credentials any more (" +
-                                      Why(events) + "). Check --user and the password.");
+    return Failure(kNotConnected, Cause::kLoginRefused,
+                   "The BMC does not accept the credentials any more (" + Why(events) +
+                       "). Check --user and the password.");
 }
 
 Outcome DiagnoseEnumeration(const RunEvents& events) {
     const std::string list = "list of " + Clean(events.asked) + " objects";
     if (events.asked == kServiceClass && events.services == 0U) {
-        return Failure(kExportRefused,
+        return Failure(kExportRefused, Cause::kUnsupported,
                        "The BMC has no object of class ZOR_FFDCService that could be asked for an "
                        "export.");
     }
     if (IsWrongCredentials(events.failure)) return WrongCredentials(events);
     if (IsTimeout(events.failure)) {
-        return Failure(kNotConnected, "The BMC did not send its " + list +
-                                          " within 5 minutes. A BMC that hangs needs a reset.");
+        return Failure(kNotConnected, Cause::kBmcFault,
+                       "The BMC did not send its " + list +
+                           " within 5 minutes. A BMC that hangs needs a reset.");
     }
     if (IsLostConnection(events.failure)) {
-        return Failure(kNotConnected, "The connection to the BMC was lost while it sent its " +
-                                          list + " (" + Why(events) +
-                                          "). Nothing has been exported.");
+        return Failure(kNotConnected, Cause::kConnectionLost,
+                       "The connection to the BMC was lost while it sent its " + list + " (" +
+                           Why(events) + "). Nothing has been exported.");
     }
-    return Failure(kExportRefused, "The BMC did not send a usable " + list + " (" + Why(events) +
-                                       "). Nothing has been exported.");
+    return Failure(kExportRefused, Cause::kBmcFault,
+                   "The BMC did not send a usable " + list + " (" + Why(events) +
+                       "). Nothing has been exported.");
 }
 
 Outcome DiagnoseBrokenExport(const RunEvents& events, const ExportedObject& object) {
@@ -101,9 +104,9 @@ Outcome DiagnoseBrokenExport(const RunEvents& events, const ExportedObject& obje
                                          " within 20 minutes. It may go on. " + Before(events));
     }
     if (IsLostConnection(events.failure)) {
-        return Failure(kNotConnected, "The connection to the BMC was lost while it exported " +
-                                          name + " (" + Why(events) + "). It may go on. " +
-                                          Before(events));
+        return Failure(kNotConnected, Cause::kConnectionLost,
+                       "The connection to the BMC was lost while it exported " + name + " (" +
+                           Why(events) + "). It may go on. " + Before(events));
     }
     return Failure(kExportRefused,
                    "The export of " + name + " failed (" + Why(events) + "). " + Before(events));
@@ -123,7 +126,7 @@ Outcome DiagnoseSuccess(const RunEvents& events) {
 
 Outcome DiagnoseConnect(int code, const RunEvents& events) {
     if (code == 0) return {};
-    return Failure(kNotConnected,
+    return Failure(kNotConnected, Cause::kUnreachable,
                    "The library cannot connect to the BMC's CIM server (" + Why(events) + ").");
 }
 

@@ -68,7 +68,9 @@ private:
         m_run.report.SetFacts(found.facts);
         m_limit = found.limit;
         return m_run.End(static_cast<int>(found.stage),
-                         found.reason.empty() ? Outcome{} : Failure(kNotConnected, found.reason));
+                         found.reason.empty()
+                             ? Outcome{}
+                             : Failure(kNotConnected, CauseOf(found.stage), found.reason));
     }
 
     Outcome Connect() {

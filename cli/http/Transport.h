@@ -28,6 +28,27 @@ enum class Stage {
     kTrust = 6,  // the peer answers, and is not to have the password
 };
 
+// What a run has come to that ends there.
+inline Cause CauseOf(Stage stage) {
+    switch (stage) {
+        case Stage::kDone:
+            return Cause::kUnnamed;
+        case Stage::kResolve:
+            return Cause::kUnknownHost;
+        case Stage::kConnect:
+            return Cause::kUnreachable;
+        case Stage::kTls:
+            return Cause::kTlsFailed;
+        case Stage::kService:
+            return Cause::kNoService;
+        case Stage::kLogin:
+            return Cause::kLoginRefused;
+        case Stage::kTrust:
+            return Cause::kUntrusted;
+    }
+    return Cause::kUnnamed;
+}
+
 // An answer, or why there is none.
 struct Answer {
     Stage failedAt = Stage::kDone;  // of the transport; an HTTP error is an answer

@@ -70,12 +70,15 @@ void DropLineEnd(std::string& text) {
 
 Outcome Judge(std::string bytes, const std::string& origin, Secret& secret) {
     Secret candidate(std::move(bytes));
-    if (candidate.Empty()) return Failure(kUsage, "The password from " + origin + " is empty.");
+    if (candidate.Empty())
+        return Failure(kUsage, Cause::kNoPassword, "The password from " + origin + " is empty.");
     if (candidate.Reveal().size() > kMaxSecret) {
-        return Failure(kUsage, "The password from " + origin + " is longer than 64 KiB.");
+        return Failure(kUsage, Cause::kNoPassword,
+                       "The password from " + origin + " is longer than 64 KiB.");
     }
     if (candidate.Reveal().find('\0') != std::string::npos) {
-        return Failure(kUsage, "The password from " + origin + " holds a NUL byte.");
+        return Failure(kUsage, Cause::kNoPassword,
+                       "The password from " + origin + " holds a NUL byte.");
     }
     secret = std::move(candidate);
     return {};
@@ -104,15 +107,16 @@ Outcome FromPrompt(const SecretSource& source, Secret& secret) {
     const int terminal = open("/dev/tty", O_RDWR | O_CLOEXEC);
     if (terminal < 0 || !Ask(terminal, source.prompt)) {
         if (terminal >= 0) close(terminal);
-        return Failure(kUsage, "Cannot ask for a password on this terminal; use " +
-                                   std::string(source.option) + " FILE.");
+        return Failure(kUsage, Cause::kNoPassword,
+                       "Cannot ask for a password on this terminal; use " +
+                           std::string(source.option) + " FILE.");
     }
     std::string bytes;
     const bool read = ReadBytes(terminal, true, bytes);
     Say(terminal, "\n");
     RestoreTerminal();
     close(terminal);
-    if (!read) return Failure(kUsage, "The terminal gave no password.");
+    if (!read) return Failure(kUsage, Cause::kNoPassword, "The terminal gave no password.");
     return Judge(std::move(bytes), "the terminal", secret);
 }
 
@@ -166,9 +170,10 @@ Outcome ReadSecret(const SecretSource& source, Secret& secret) {
     if (source.file.empty() && FromEnvironment(source, secret)) return {};
     if (source.file.empty() && !source.command.empty()) return FromCommand(source, secret);
     if (terminal) return FromPrompt(source, secret);
-    return Failure(kUsage, "No password: use " + std::string(source.option) +
-                               " FILE (- is standard input) or the environment variable " +
-                               source.variable + ".");
+    return Failure(kUsage, Cause::kNoPassword,
+                   "No password: use " + std::string(source.option) +
+                       " FILE (- is standard input) or the environment variable " +
+                       source.variable + ".");
 }
 
 void RestoreTerminal() {

@@ -83,7 +83,7 @@ TEST_F(Run, JsonIsOneObjectOnStandardOutput) {
     const json::object account = json::parse(m_out.str()).as_object();
     EXPECT_EQ(account.at("schema"), 1);
     EXPECT_EQ(account.at("command"), "check");
-    EXPECT_EQ(account.at("outcome"), "not-connected");
+    EXPECT_EQ(account.at("outcome"), "unreachable");
     EXPECT_EQ(account.at("exit_code"), 3);
     EXPECT_THAT(std::string(account.at("reason").as_string()), StartsWith("Cannot connect to"));
     EXPECT_EQ(account.at("path"), nullptr);
