@@ -137,6 +137,8 @@ SCENARIOS = {
         sftp(["a.tgz", "b.log"], answers={f"open {FFDC}b.log": [CUT]})),
     "Cut in mid-file, an archive": Trouble(
         sftp(["a.log", "b.tgz", "c.tzz"], answers={f"open {FFDC}b.tgz": [CUT]})),
+    "An archive that does not unpack": Trouble(
+        sftp([{"name": "a.tgz", "text": "<html>Log in</html>"}, "b.log"])),
     "Both kinds of archives cut (mode 5)": Trouble(
         sftp(["a.tgz", "b.tzz", "c.log"], KEM_DUMP,
              answers={f"open {KEM_DUMP}*.t?z": [CUT]}), mode=5),
@@ -281,7 +283,7 @@ def test_fault(what, played):
 
 def check_files(account, trouble, run):
     """Whole files alone, and exactly those that the account names."""
-    fetched = [file for file in account["files"] if file["outcome"] == "fetched"]
+    fetched = [file for file in account["files"] if file["outcome"] in ("fetched", "unreadable")]
     left = [name[6:] for name in run.ended.err.splitlines() if name.startswith("LEFT:")]
     if not fetched:
         assert account["path"] is None
