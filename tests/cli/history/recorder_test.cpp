@@ -176,7 +176,7 @@ TEST_F(RecorderTest, AfterTroubleOnlyTheEndIsTriedAgain) {
     }
     EXPECT_THAT(recorder.TakeTrouble(), HasSubstr("database or disk is full"));
     End({});
-    EXPECT_EQ(Row().outcome, "downloaded");
+    EXPECT_EQ(Row().exitCode, 0);
     EXPECT_EQ(recorder.TakeTrouble(), "");
     EXPECT_THAT(Store(folder).Steps(recorder.Number()), SizeIs(1));
 }
