@@ -32,11 +32,13 @@ show_record() {
     local records=("$output/archives"/*.json)
     [[ ${#records[@]} -eq 1 && -f ${records[0]} ]] || die "expected one record in $output/archives"
     say
-    say "Beside it lies its record, $(shown "${records[0]}"):"
-    /usr/bin/python3 -m json.tool --no-ensure-ascii "${records[0]}" >"$output/record.txt" ||
-        die "the record is no JSON"
-    head -n 16 "$output/record.txt" | sed 's/^/    /'
-    say "    ..."
+    say "Beside it lies its record, $(shown "${records[0]}"); among much else:"
+    /usr/bin/python3 -c 'import json, sys
+record = json.load(sys.stdin)
+machine = {name: record["bmc"][name] for name in ("product", "firmware", "serial", "uuid")}
+names = ("channel", "host", "started", "ended", "outcome", "log_kind", "remote_path", "size", "sha256")
+print(json.dumps({**{name: record[name] for name in names}, "bmc": machine}, indent=4, ensure_ascii=False))' \
+        <"${records[0]}" | sed 's/^/    /' || die "the record is not as it should be"
 }
 
 # What the history of this machine tells of the runs above, and of what lies in the archive.

@@ -46,6 +46,31 @@ def start_demo(tmp_path):
         process.wait()
 
 
+def test_the_whole_demo_shows_reason_record_and_history(tmp_path):
+    """Packages and the build apart, which are those of this tree."""
+    root = tmp_path / "tree"
+    shutil.copytree(tool.ROOT / "tools", root / "tools")
+    shutil.copy(tool.ROOT / "demo", root / "demo")
+    (root / "emulator").symlink_to(tool.ROOT / "emulator")
+    for name, text in (("tools/setup", ""), ("build/demo/bin/kemffdc", f'exec "{tool.TOOL}" "$@"'), ("bin/cmake", "")):
+        program = root / name
+        program.parent.mkdir(parents=True, exist_ok=True)
+        program.write_text(f"#!/bin/sh\n{text}\n", encoding="utf-8")
+        program.chmod(0o755)
+    ended = subprocess.run(
+        ["./demo"], cwd=root, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+        timeout=SECONDS * tool.SLOWNESS, check=False,
+        env={**tool.clean_environment(), "PATH": f"{root / 'bin'}:{os.environ['PATH']}"})
+
+    assert ended.returncode == 0, ended.stdout
+    for text in ('"serial": "TV', "refused the login of user ffdc.", "store-refused", "ffdc/manifest.json"):
+        assert text in ended.stdout, text
+    assert len(re.findall(r"^ok  ", ended.stdout, re.MULTILINE)) == 4
+    history = ended.stdout.partition("RUN  STARTED")[2].partition("kemffdc show")[0]
+    assert re.findall(r"Z  ([a-z-]+) +([a-z]+) ", history) == [
+        ("store-refused", "redfish"), ("downloaded", "ipmi"), ("exported", "cim"), ("downloaded", "redfish")]
+
+
 def end(process):
     text = process.communicate(timeout=SECONDS * tool.SLOWNESS)[0]
     assert process.returncode == 0, text
