@@ -80,6 +80,7 @@ public:
 
     Preflight Run(bool look) {
         if (AskForService() && look) AskForData();
+        m_result.facts.address = m_cim.Address();
         m_result.facts.certificate = m_cim.ShownCertificate();
         return m_result;
     }

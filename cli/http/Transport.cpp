@@ -265,6 +265,7 @@ Answer Transport::Perform(const Request& request, const std::string& url, long m
     }
     const CURLcode code = curl_easy_perform(easy);
     curl_easy_setopt(easy, CURLOPT_HTTPHEADER, nullptr);
+    NoteAddress(easy);
     NoteCertificate(easy, !m_trust.caFile.empty());
 
     const bool endedByUs =
@@ -334,6 +335,13 @@ void Transport::SetUp(void* easy, const std::string& url, const Trust& trust,
     curl_easy_setopt(easy, CURLOPT_CERTINFO, 1L);
     curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, connection.error);
     SetVerification(easy, trust.caFile);
+}
+
+void Transport::NoteAddress(void* easy) {
+    if (m_kind.usesProxies && !ProxyInEnvironment().empty()) return;
+    const char* address = nullptr;
+    curl_easy_getinfo(easy, CURLINFO_PRIMARY_IP, &address);
+    if (address != nullptr && *address != '\0') m_address = address;
 }
 
 // For the report: who is it? Without any request.

@@ -91,6 +91,9 @@ public:
     // everybody is trusted nothing can be told, and nothing is done.
     Answer CheckCertificate();
 
+    // The one that was connected to last, numeric; empty where none was, or perhaps a proxy.
+    const std::string& Address() const { return m_address; }
+
     // What the server showed in the last handshake.
     const std::optional<Certificate>& ShownCertificate() const { return m_certificate; }
 
@@ -105,6 +108,7 @@ private:
     bool TrustsEverybody() const;
     void SetUp(void* easy, const std::string& url, const Trust& trust,
                Connection& connection) const;
+    void NoteAddress(void* easy);
     void NoteUntrusted();
     void NoteCertificate(void* easy, bool verified);
     Answer Explained(int curlCode, const Reception& reception) const;
@@ -115,6 +119,7 @@ private:
     int m_seconds;
     const std::atomic<bool>* m_stop = nullptr;
     std::unique_ptr<Connection> m_connection;
+    std::string m_address;
     std::optional<Certificate> m_certificate;
 };
 

@@ -46,6 +46,7 @@ public:
             ReadSystem();
             if (rights && m_result.limit.empty()) ReadRights();
         }
+        m_result.facts.address = m_https.Address();
         m_result.facts.certificate = m_https.ShownCertificate();
         return m_result;
     }

@@ -61,6 +61,15 @@ def test_times_are_utc_and_in_order(bmc, tmp_path):
     assert run["user"] == bmc.user
 
 
+def test_the_address_of_a_name_is_told(bmc):
+    arguments = tool.check(bmc, "--json")
+    arguments[3] = "localhost"
+    run = tool.run(arguments, password=bmc.password).json
+    assert (run["host"], run["address"]) == ("localhost", "127.0.0.1")
+    assert tool.run(tool.check(bmc, "--json"), password=bmc.password,
+                    environment={"https_proxy": "http://127.0.0.1:9"}).json["address"] is None
+
+
 @pytest.mark.parametrize("form", ["--json", "--events"])
 @pytest.mark.parametrize("arguments, command", [
     (["collect", "--via", "redfish", "h", "--tries", "0"], "collect"),
