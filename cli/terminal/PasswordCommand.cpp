@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <mutex>
 
 extern "C" {  // that of glibc 2.36 does not say so itself
 #include <sys/pidfd.h>
@@ -77,15 +78,19 @@ private:
     posix_spawn_file_actions_t m_files{};
 };
 
-// A program that runs; killed, and taken away, if it still does at the end.
+std::mutex g_lock;
+pid_t g_running = -1;  // the program that runs, until it has been waited for; -1: none
+
+// A program that runs; killed, and taken away, if it still does at the end. One at a time.
 class Child {
 public:
-    explicit Child(pid_t process) : m_process(process), m_handle(pidfd_open(process, 0)) {}
+    explicit Child(pid_t process) : m_handle(pidfd_open(process, 0)) {
+        std::lock_guard<std::mutex> hold(g_lock);
+        g_running = process;
+    }
     ~Child() {
-        if (m_process > 0) {
-            kill(m_process, SIGKILL);
-            (void)Reap();
-        }
+        KillPasswordCommand();
+        (void)Reap();
     }
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
@@ -94,10 +99,12 @@ public:
 
     // Waits for its end. How it ended, as it follows its name; empty: well.
     std::string Reap() {
+        std::lock_guard<std::mutex> hold(g_lock);
+        if (g_running < 0) return "";
         int status = 0;
-        while (waitpid(m_process, &status, 0) < 0 && errno == EINTR) {
+        while (waitpid(g_running, &status, 0) < 0 && errno == EINTR) {
         }
-        m_process = -1;
+        g_running = -1;
         if (WIFSIGNALED(status)) {
             return " was ended by signal " + std::to_string(WTERMSIG(status)) + ".";
         }
@@ -106,7 +113,6 @@ public:
     }
 
 private:
-    pid_t m_process;
     shared::FileDescriptor m_handle;
 };
 
@@ -149,6 +155,11 @@ std::string Listen(Child& child, int pipe, std::size_t most, std::chrono::millis
 }
 
 }  // namespace
+
+void KillPasswordCommand() {
+    std::lock_guard<std::mutex> hold(g_lock);
+    if (g_running > 0) kill(g_running, SIGKILL);
+}
 
 std::string RunPasswordCommand(const std::vector<std::string>& words, std::size_t most,
                                std::chrono::milliseconds limit, std::string& printed) {

@@ -22,6 +22,10 @@ namespace Kemffdc {
 std::string RunPasswordCommand(const std::vector<std::string>& words, std::size_t most,
                                std::chrono::milliseconds limit, std::string& printed);
 
+// Kills the program that is running, if there is one: for a process that ends meanwhile. Any
+// thread, any time.
+void KillPasswordCommand();
+
 }  // namespace Kemffdc
 
 #endif

@@ -4,7 +4,9 @@
 import json
 import pathlib
 import re
+import signal
 import subprocess
+import time
 
 import pytest
 
@@ -43,6 +45,14 @@ def script(home, *lines):
     return path
 
 
+def lives(process):
+    """Not so one that has ended and that nobody has waited for."""
+    try:
+        return pathlib.Path(f"/proc/{process}/cmdline").read_bytes() != b""
+    except FileNotFoundError:
+        return False
+
+
 # --- whole runs -------------------------------------------------------------------------------
 
 
@@ -77,7 +87,20 @@ def test_a_password_command_that_fails_ends_the_run_before_the_bmc_is_asked(bmc,
     assert bmc.requests() == []
 
 
-def test_a_password_command_that_hangs_ends_with_the_deadline(bmc, home):
+def test_a_password_command_that_hangs_ends_with_the_run(bmc, home):
+    command = script(home, 'echo $$ > "$0.seen"', "exec sleep 100")
+    environment = configure(home, f"defaults: {{via: redfish, password_command: [\"{command}\"]}}\n")
+    running = tool.Running(["check", bmc.address, "--port", str(bmc.port)], environment=environment)
+    seen = pathlib.Path(f"{command}.seen")
+    until = time.monotonic() + 20 * tool.SLOWNESS
+    while not (seen.exists() and seen.read_text(encoding="utf-8")) and time.monotonic() < until:
+        time.sleep(0.05)
+    assert running.interrupt(signal.SIGTERM).code == 130
+    assert not lives(int(seen.read_text(encoding="utf-8")))
+    assert bmc.requests() == []
+
+
+def test_a_password_command_has_no_more_time_than_the_run(bmc, home):
     command = script(home, "exec sleep 100")
     environment = configure(home, f"defaults: {{via: redfish, deadline: 2s, password_command: [\"{command}\"]}}\n")
     ended = tool.run(["check", bmc.address, "--port", str(bmc.port)], environment=environment, seconds=20)
