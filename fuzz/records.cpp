@@ -81,7 +81,7 @@ private:
         const std::string host = "[bmc]:115";
         switch (service) {
             case 0:
-                m_ipmi.Take(Varnex::IpmiConnection{false, IpmiError(number), text});
+                m_ipmi.Take(Varnex::IpmiConnection{false, IpmiError(number), text, text});
                 break;
             case 1:
                 m_ipmi.Take(Varnex::IpmiExchange{number > 4, 0x3A, 0x49, IpmiError(number),

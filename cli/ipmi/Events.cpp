@@ -157,6 +157,7 @@ void RunTracker::TakeRefusal(Refusal::Request request) {
 }
 
 void RunTracker::Take(const Varnex::IpmiConnection& connection) {
+    if (!connection.inBand) m_events.address = connection.address;
     if (connection.error) TakeTrouble(connection.inBand, {connection.error, connection.reason});
 }
 

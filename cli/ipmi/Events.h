@@ -96,6 +96,7 @@ struct RunEvents {
     std::optional<Listing> listing;
     std::string notListed;              // the library's words of kNotListed
     std::vector<RemoteFile> files;      // those that the library came to, in order
+    std::string address;                // of the BMC, numeric; over the LAN
     std::string hostKey;                // fingerprint of the one that was accepted last
     std::vector<std::string> hostKeys;  // what was decided about unknown ones; fit for display
 };

@@ -136,6 +136,7 @@ public:
 private:
     void SetFacts(const RunEvents& events) {
         BmcFacts facts = m_facts;
+        facts.address = events.address;
         facts.hostKey = events.hostKey;
         for (const std::string& sentence : events.hostKeys) facts.notes.push_back(sentence);
         const std::string folders = FoldersPassedOver(events);

@@ -22,9 +22,10 @@ inline std::error_code IpmiError(int result) { return {result, IpmiCategory()}; 
 
 // What connect() of an IpmiClient has come to, after the last of the host's addresses.
 struct IpmiConnection {
-    bool inBand;                // through a device of this machine, else over the LAN
-    std::error_code error;      // none: connected
-    const std::string& reason;  // of the error, for people, without the password
+    bool inBand;                 // through a device of this machine, else over the LAN
+    std::error_code error;       // none: connected
+    const std::string& reason;   // of the error, for people, without the password
+    const std::string& address;  // of the BMC, numeric, the last that was tried; in band empty
 };
 
 // What send() has come to. The data of request and answer, which may hold a password, are not told.

@@ -141,6 +141,7 @@ struct IpmiClient::Impl {
     addrinfo address{};                      // of the BMC; points to `storage`
     sockaddr_storage storage{};
     IpmiAlgorithms algorithms{};
+    std::string numeric;   // the address
     std::string endpoint;  // how the module calls the BMC
     std::string peer;      // how texts call it
     std::string why;       // the last operation failed
@@ -169,9 +170,11 @@ IpmiClient::~IpmiClient() = default;
 int IpmiClient::connect() {
     const std::lock_guard<std::mutex> hold(m_impl->connection.inUse);
     m_impl->why.clear();
+    m_impl->numeric.clear();
     const int result = m_impl->Connect();
     if (result != kIpmiDone) Log(1, kLogSource, __LINE__).Stream() << m_impl->why;
-    ipmi_watchers::Connected({!m_impl->lan, Varnex::IpmiError(result), m_impl->why});
+    ipmi_watchers::Connected(
+        {!m_impl->lan, Varnex::IpmiError(result), m_impl->why, m_impl->numeric});
     return result;
 }
 
@@ -269,7 +272,7 @@ bool IpmiClient::Impl::ArgumentsHold() {
 
 int IpmiClient::Impl::ConnectTo(const addrinfo& found) {
     Keep(found);
-    const std::string numeric = NumberOf(address);
+    numeric = NumberOf(address);
     peer = "IPMI to " + numeric + " port " + std::to_string(port);
     firstWait = std::min(kFirstWait, Timeout() / kWaitsOfATimeout);
     const IpmiProbe probe = ProbeIpmi(address, firstWait, Timeout());

@@ -244,6 +244,7 @@ def test_the_file_services_key_is_a_fact_of_the_bmc(tmp_path):
         fingerprint = bmc.ready["sftp"]["fingerprint"]
     assert fingerprint in ended.json["bmc"].values()
     assert ended.json["refusals"] == []
+    assert ended.json["address"] == ended.json["host"]
 
 
 def test_check_with_a_wrong_password(tmp_path):

@@ -39,6 +39,7 @@ public:
         EXPECT_EQ(!connection.error, connection.reason.empty());
         last = connection.error;
         reason = connection.reason;
+        address = connection.address;
     }
     void Exchanged(const Varnex::IpmiExchange& exchange) override {
         lines.push_back(Way(exchange.inBand) + " " + std::to_string(exchange.netfn) + ":" +
@@ -63,6 +64,7 @@ public:
     std::vector<std::string> lines;
     std::error_code last;
     std::string reason;
+    std::string address;
 };
 
 class IpmiEvents : public testing::Test {
@@ -94,6 +96,7 @@ TEST_F(IpmiEvents, ASessionIsToldFromItsStartToItsEnd) {
     auto client = ClientOf(bmc);
 
     EXPECT_EQ(client->connect(), 0);
+    EXPECT_EQ(notes.address, "127.0.0.1");
     EXPECT_EQ(Send(*client), 0);
     EXPECT_EQ(Send(*client), 0);
     client->disconnect();
@@ -178,6 +181,7 @@ TEST_F(IpmiEvents, InBandIsToldApart) {
     EXPECT_EQ(client.connect(), kIpmiNoPermission);
 
     EXPECT_THAT(notes.lines, ElementsAre("in band connect 11"));
+    EXPECT_EQ(notes.address, "");
     EXPECT_EQ(notes.last, std::errc::permission_denied);
 }
 

@@ -92,6 +92,7 @@ TEST(IpmiReadEvent, WhatThePlatformWritesIsNotRead) {
 
 // What the platform tells, with the texts that only people read.
 const std::string kWords = "words";
+const std::string kNone;
 const std::string kFolder = "/download/ffdc/";
 
 Varnex::IpmiExchange Answered(std::uint8_t code, bool inBand = false) {
@@ -213,19 +214,19 @@ TEST(IpmiRunTracker, WhatBrokeTheSessionStays) {
     EXPECT_EQ(tracker.Events().session.reason, "silence");
     EXPECT_EQ(tracker.Events().session.error, std::errc::timed_out);
 
-    tracker.Take(Varnex::IpmiConnection{false, Varnex::IpmiError(kIpmiRefused), kWords});
+    tracker.Take(Varnex::IpmiConnection{false, Varnex::IpmiError(kIpmiRefused), kWords, kWords});
     EXPECT_EQ(tracker.Events().session.error, std::errc::connection_refused);
 }
 
 TEST(IpmiRunTracker, AnAccountsConnectionIsNotTheSession) {
     const std::string noDevice = "no device";
     RunTracker overLan(5, false);
-    overLan.Take(Varnex::IpmiConnection{true, Varnex::IpmiError(kIpmiNoDevice), noDevice});
+    overLan.Take(Varnex::IpmiConnection{true, Varnex::IpmiError(kIpmiNoDevice), noDevice, kNone});
     EXPECT_FALSE(overLan.Events().session.error);
     EXPECT_EQ(overLan.Events().inBand, "no device");
 
     RunTracker inBand(5, true);
-    inBand.Take(Varnex::IpmiConnection{true, Varnex::IpmiError(kIpmiNoDevice), noDevice});
+    inBand.Take(Varnex::IpmiConnection{true, Varnex::IpmiError(kIpmiNoDevice), noDevice, kNone});
     EXPECT_EQ(inBand.Events().session.error, std::errc::no_such_device);
 }
 
