@@ -114,14 +114,22 @@ std::string UnknownOption(const std::string& name, const Words& known) {
     return "Unknown option: " + name + "." + DidYouMean(name, known);
 }
 
-// Names the options alone: what stands beside them may be a password that somebody has tried to
-// give on the command line.
-std::string UnknownWords(const Words& words, const CommandEntry& command, const Words& known) {
-    for (const std::string& word : words) {
-        if (word.size() < 2 || word[0] != '-' || word == "--") continue;
+// Names the option alone: what stands beside it may be a password that somebody has tried to give
+// on the command line.
+std::string UnknownWord(const Words& words, const std::map<std::string, const Option*>& options) {
+    for (std::size_t i = 0; i < words.size() && words[i] != "--"; ++i) {
+        const std::string& word = words[i];
+        if (word.size() < 2 || word[0] != '-') continue;
         const bool isLong = word[1] == '-';
-        return UnknownOption(isLong ? word.substr(0, word.find('=')) : word.substr(0, 2), known);
+        const std::string name = isLong ? word.substr(0, word.find('=')) : word.substr(0, 2);
+        const auto option = options.find(name);
+        if (option == options.end()) return UnknownOption(name, NamesOf(options));
+        if (!option->second->IsFlag() && name == word) ++i;  // what follows is its value
     }
+    return "";
+}
+
+std::string TooMany(const CommandEntry& command) {
     const std::string only = command.argument;
     return "Too many arguments: kemffdc " + std::string(command.name) + " takes " +
            (only.empty() ? "none." : "one " + only + ".");
@@ -156,7 +164,8 @@ std::string Split(const CommandEntry& command, const Words& words, Line& line) {
     }
     const bool takesArgument = *command.argument != '\0';
     if (takesArgument) app.add_option(command.argument);
-    std::string fault = MissingValue(words, options);
+    std::string fault = UnknownWord(words, options);
+    if (fault.empty()) fault = MissingValue(words, options);
     if (!fault.empty()) return fault;
 
     try {
@@ -164,10 +173,10 @@ std::string Split(const CommandEntry& command, const Words& words, Line& line) {
     } catch (const CLI::ParseError& error) {
         return error.what();
     }
-    Words unknown = app.remaining();
-    const auto end = std::find(unknown.begin(), unknown.end(), "--");
-    if (end != unknown.end()) unknown.erase(end);
-    if (!unknown.empty()) return UnknownWords(unknown, command, NamesOf(options));
+    Words rest = app.remaining();
+    const auto end = std::find(rest.begin(), rest.end(), "--");
+    if (end != rest.end()) rest.erase(end);
+    if (!rest.empty()) return TooMany(command);
 
     for (const auto& [name, option] : options) {
         const CLI::results_t& given = app.get_option(name)->results();
