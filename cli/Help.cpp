@@ -19,18 +19,19 @@ struct Topic {
 
 const Topic kTopics[] = {
     {"exit-codes",
-     "Exit codes of kemffdc collect and check:\n"
+     "Exit codes of kemffdc:\n"
      "  0    archive obtained, or left at the export URI; ipmi, kcs: all files\n"
      "       obtained; check: the BMC can be used\n"
-     "  2    usage\n"
-     "  3    could not connect or authenticate\n"
+     "  2    usage, also in kemffdc.conf; no password\n"
+     "  3    could not connect or authenticate; certificate or host key not trusted\n"
      "  4    the BMC refused the export or to gather, or an export failed\n"
      "  5    the task failed, was killed or ended in an unknown state\n"
      "  6    not finished within the tries or the --deadline; ipmi and kcs: within\n"
      "       900 seconds\n"
      "  7    download failed, or it was larger than --max-size\n"
      "  8    local file trouble, or less free than --keep-free\n"
-     "  9    some files are missing, the others were obtained (ipmi, kcs)\n"
+     "  9    some files are missing or do not unpack, the others were obtained;\n"
+     "       verify: not as recorded\n"
      "  10   the BMC was reached, but nothing can be gathered this way: nothing was\n"
      "       started\n"
      "  130  interrupted by Ctrl-C or another signal that asks a process to end\n"

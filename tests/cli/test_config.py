@@ -189,3 +189,9 @@ def test_readme_and_help_lead_to_the_page():
     text = tool.run(["help", "configuration"]).out
     for word in ("docs/configuration.md", "~/.config/kemffdc/kemffdc.conf", "/etc/kemffdc/kemffdc.conf", "kemffdc config HOST"):
         assert word in text
+
+
+def test_readme_and_help_know_the_same_exit_codes():
+    readme = (tool.ROOT / "README.md").read_text(encoding="utf-8")
+    codes = re.findall(r"^  (\d+) +\S", tool.run(["help", "exit-codes"]).out, re.MULTILINE)
+    assert codes == re.findall(r"^\| (\d+) \|", readme, re.MULTILINE)

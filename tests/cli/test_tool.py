@@ -211,7 +211,7 @@ def test_help_and_version_end_with_zero():
     assert tool.run(["--version"]).out == "kemffdc 1.0.0\n"
     ended = tool.run(["--help"])
     assert ended.code == 0 and "Commands:" in ended.out and "Channels (--via):" in ended.out
-    assert "Exit codes of kemffdc" in tool.run(["help", "exit-codes"]).out
+    assert "Exit codes of kemffdc:" in tool.run(["help", "exit-codes"]).out
 
 
 # --- passwords --------------------------------------------------------------------------------
