@@ -2,6 +2,8 @@
 #include "cli/ArchiveName.h"
 
 #include <algorithm>
+#include <cstring>
+#include <iterator>
 
 namespace Kemffdc {
 namespace {
@@ -48,8 +50,8 @@ std::string Extension(const std::string& name) {
 
 // The field that begins at `at`; empty where none does.
 std::string FieldAt(const std::string& text, std::size_t at) {
-    for (const std::string field : kFields) {
-        if (text.compare(at, field.size(), field) == 0) return field;
+    for (const char* field : kFields) {
+        if (text.compare(at, std::strlen(field), field) == 0) return field;
     }
     return "";
 }

@@ -88,7 +88,7 @@ std::string DateIn(const std::string& line) {
 
 std::string FirstDate(const std::vector<std::string>& lines) {
     for (const std::string& line : lines) {
-        const std::string date = DateIn(line);
+        std::string date = DateIn(line);
         if (!date.empty()) return date;
     }
     return "";

@@ -87,8 +87,8 @@ std::vector<History::ArchiveRow> FilesOf(const json::object& object, const std::
     if (list == nullptr || !list->is_array()) return files;
     for (const json::value& one : list->as_array()) {
         if (!one.is_object()) continue;
-        const std::string name = fs::path(TextIn(one.as_object(), "path")).filename().string();
-        if (!name.empty()) AddFile(one.as_object(), path + "/" + name, files);
+        const fs::path name = fs::path(TextIn(one.as_object(), "path")).filename();
+        if (!name.empty()) AddFile(one.as_object(), (fs::path(path) / name).string(), files);
     }
     return files;
 }

@@ -60,15 +60,15 @@ void LookIntoFolder(const std::string& folder, Shown& shown) {
 }
 
 Outcome FindRun(History::Id id, const std::string& stateFolder, Shown& shown) {
-    const Outcome none =
-        Failure(kLocalFile, "The history knows no run " + std::to_string(id) + ".");
-    if (!History::Store::Exists(stateFolder)) return none;
-    const History::Store store(stateFolder);
-    const std::optional<History::RunRow> run = store.FindRun(id);
-    if (!run) return none;
-    shown.recorded = Recorded{*run, store.Archives(id)};
-    shown.state = StateOf(*run, &store);
-    shown.steps = store.Steps(id);
+    std::optional<History::Store> store;
+    std::optional<History::RunRow> run;
+    if (History::Store::Exists(stateFolder)) run = store.emplace(stateFolder).FindRun(id);
+    if (!run) {
+        return Failure(kLocalFile, "The history knows no run " + std::to_string(id) + ".");
+    }
+    shown.recorded = Recorded{*run, store->Archives(id)};
+    shown.state = StateOf(*run, &*store);
+    shown.steps = store->Steps(id);
     for (const History::ArchiveRow& file : shown.recorded->files) {
         if (!file.path.empty()) shown.files.push_back(LookInto(file.path));
     }

@@ -87,7 +87,7 @@ Outcome ReadText(const std::string& path, std::string& text) {
 
 Outcome ReadLines(const std::string& path, std::vector<Line>& lines) {
     std::string text;
-    if (const Outcome outcome = ReadText(path, text); !outcome.Ok()) return outcome;
+    if (Outcome outcome = ReadText(path, text); !outcome.Ok()) return outcome;
     std::istringstream stream(text);
     for (Line line; std::getline(stream, line.text);) {
         line.bmc.clear();
@@ -128,7 +128,7 @@ bool WriteAtEnd(int file, const std::string& text) {
 
 Outcome Append(const std::string& path, const std::string& line) {
     std::string text;
-    if (const Outcome outcome = ReadText(path, text); !outcome.Ok()) return outcome;
+    if (Outcome outcome = ReadText(path, text); !outcome.Ok()) return outcome;
     const bool unended = !text.empty() && text.back() != '\n';
     const std::string before = text.empty() ? kHeader : unended ? "\n" : "";
     const shared::FileDescriptor file(
@@ -147,7 +147,7 @@ Outcome Rewrite(const std::string& path, const std::string& text) {
     const bool written = file.IsOpen() && WriteAtEnd(file.Get(), text) && fsync(file.Get()) == 0 &&
                          std::rename(fresh.c_str(), path.c_str()) == 0;
     if (written) return {};
-    const Outcome outcome = Failure(kLocalFile, "Cannot write " + path + ": " + Why());
+    Outcome outcome = Failure(kLocalFile, "Cannot write " + path + ": " + Why());
     (void)unlink(fresh.c_str());
     return outcome;
 }
@@ -189,7 +189,7 @@ KnownBmcs::KnownBmcs(const std::string& stateFolder)
 Outcome KnownBmcs::Find(const std::string& host, std::uint16_t port,
                         std::vector<KnownBmc>& known) const {
     std::vector<Line> lines;
-    const Outcome outcome = ReadLines(m_path, lines);
+    Outcome outcome = ReadLines(m_path, lines);
     if (outcome.Ok()) known = Of(SameBmc(host, port), lines);
     return outcome;
 }
