@@ -22,15 +22,14 @@ inline std::string ToBase64(const std::string& bytes) {
 
 // Empty where `text` is none.
 inline std::string FromBase64(const std::string& text) {
+    const std::size_t end = std::min(text.find('='), text.size());
+    const std::size_t padding = text.size() - end;  // OpenSSL counts the bytes that it stands for
+    if (padding > 2 || text.find_first_not_of('=', end) != std::string::npos) return "";
     std::string bytes(text.size(), '\0');
     const int size = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(&bytes[0]),
                                      reinterpret_cast<const unsigned char*>(text.data()),
                                      static_cast<int>(text.size()));
-    // OpenSSL counts the bytes that the padding stands for.
-    const auto padding = std::count(
-        text.end() - std::min<std::ptrdiff_t>(2, static_cast<std::ptrdiff_t>(text.size())),
-        text.end(), '=');
-    bytes.resize(size < padding ? 0 : static_cast<std::size_t>(size - padding));
+    bytes.resize(size < static_cast<int>(padding) ? 0 : static_cast<std::size_t>(size) - padding);
     return bytes;
 }
 
