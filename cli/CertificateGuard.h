@@ -2,61 +2,34 @@
 #ifndef KEMFFDC_CERTIFICATEGUARD_H
 #define KEMFFDC_CERTIFICATEGUARD_H
 
-#include <chrono>
-#include <utility>
-
-#include "Clock.h"
-#include "GlobalConfig.h"
 #include "cli/Context.h"
 #include "cli/http/Transport.h"
 
 namespace Kemffdc {
 
-// For one request of the tool's own, as the library's.
-inline int RequestSeconds() {
-    constexpr int kDefault = 60;
-    const int configured = GetGlobalConfigValue("REST_ACTION_TIMEOUT", 0);
-    return configured > 0 ? configured : kDefault;
-}
+// Seconds for one request of the tool's own, as for the library's.
+int RequestSeconds();
 
 // Looks at the BMC's certificate again, where not everybody is trusted: the library verifies none
 // before it sends the password.
 class CertificateGuard {
 public:
-    CertificateGuard(Context& run, Endpoint endpoint, const ServiceKind& kind)
-        : m_run(run), m_endpoint(std::move(endpoint)), m_kind(kind) {}
+    CertificateGuard(Context& run, Endpoint endpoint, const ServiceKind& kind);
 
     // As a step of the run, which only a failure shows.
-    Outcome Check() {
-        const Answer answer = Look();
-        if (answer.failedAt == Stage::kDone) return {};
-        m_run.Begin("certificate");
-        return m_run.End(static_cast<int>(answer.failedAt),
-                         Failure(kNotConnected, CauseOf(answer.failedAt), answer.reason));
-    }
+    Outcome Check();
 
-    // Right before a request of the library, on its thread. A BMC may be out of reach for a moment;
-    // somebody else in its place ends the run at once.
-    void CheckRequest() {
-        for (int tries = 1;; ++tries) {
-            const Answer answer = Look();
-            if (answer.failedAt == Stage::kDone) return;
-            if (answer.failedAt == Stage::kTrust || tries == kTries) {
-                m_run.interrupt.Stop(
-                    Failure(kNotConnected, CauseOf(answer.failedAt), answer.reason));
-            }
-            Clock::SleepFor(kPause);
-        }
-    }
+    // The same after the library's last request. A BMC that cannot be reached any more is no
+    // failure then, and is noted.
+    Outcome CheckAfterwards();
+
+    // Right before a request of the library, on its thread. A BMC may be out of reach for as long
+    // as a request may take; then, or where somebody else is in its place, the run ends at once.
+    void CheckRequest();
 
 private:
-    static constexpr int kTries = 3;
-    static constexpr std::chrono::seconds kPause{1};
-
-    Answer Look() const {
-        return Transport(m_endpoint, TrustOf(m_run.options), m_kind, RequestSeconds())
-            .CheckCertificate();
-    }
+    Answer Look() const;
+    Outcome Lost(const Answer& answer) const;
 
     Context& m_run;
     const Endpoint m_endpoint;

@@ -4,12 +4,18 @@
 #include <cstdint>
 
 #include "cli/ArchiveName.h"
+#include "cli/history/KnownBmcs.h"
 #include "cli/terminal/Text.h"
 
 namespace Kemffdc {
 namespace {
 
 constexpr std::int64_t kHighestPort = 65535;
+
+// Options of which one holds (Option::oneOf).
+constexpr char kPassword[] = "password";
+constexpr char kExportPassword[] = "export password";
+constexpr char kTrust[] = "trust";
 
 std::string TakeExportUri(const std::string& uri, Options& options) {
     const std::size_t authority = uri.find("://");
@@ -48,6 +54,17 @@ Reading NameTemplate() {
     return reading;
 }
 
+Reading Fingerprint() {
+    Reading reading = Text(&Options::fingerprint);
+    reading.take = [](const std::string& text, Options& options) -> std::string {
+        options.fingerprint = History::ReadFingerprint(text);
+        if (!options.fingerprint.empty()) return "";
+        return ": \"" + text +
+               "\" is no SHA-256 of a certificate: 64 hexadecimal digits, with colons or without.";
+    };
+    return reading;
+}
+
 Reading ExportUri() {
     Reading reading = Text(&Options::exportUri);
     reading.take = TakeExportUri;
@@ -76,10 +93,11 @@ const OptionGroup& LoginOptions() {
         {{"--user", "NAME", "Account on the BMC", Text(&Options::user), Where::kAnyhow, Use::kReach,
           true},
          {"--password-file", "FILE", "File that holds its password; - is standard input",
-          Path(&Options::passwordFile), Where::kAnyhow, Use::kReach, true, "", "KEMFFDC_PASSWORD"},
+          Path(&Options::passwordFile), Where::kAnyhow, Use::kReach, true, "", "KEMFFDC_PASSWORD",
+          kPassword},
          {"password_command", "WORDS", "Program that prints its password, and its arguments",
           CommandWords(&Options::passwordCommand), Where::kFile, Use::kReach, false, "", "",
-          "--password-file"}}};
+          kPassword}}};
     return group;
 }
 
@@ -88,7 +106,15 @@ const OptionGroup& TlsOptions() {
         "Certificate",
         {{"--ca-file", "FILE",
           "Check the BMC's certificate against the CAs in this PEM file before any password leaves",
-          Path(&Options::caFile), Where::kAnyhow, Use::kReach, false, "VARNEX_CA_FILE"}}};
+          Path(&Options::caFile), Where::kAnyhow, Use::kReach, false, "VARNEX_CA_FILE", "", kTrust},
+         {"--fingerprint", "SHA256",
+          "Take this certificate alone: the SHA-256 that the BMC shows, in hexadecimal",
+          Fingerprint(), Where::kAnyhow, Use::kReach, false, "", "", kTrust},
+         {"--accept-new-certificate", "",
+          "Take the BMC's certificate where another one is known, and remember it",
+          Flag(&Options::acceptNewCertificate)},
+         {"--insecure", "", "Send the password to whoever answers: no certificate is checked",
+          Flag(&Options::insecure), Where::kAnyhow, Use::kReach, false, "", "", kTrust}}};
     return group;
 }
 
@@ -102,10 +128,10 @@ const OptionGroup& ExportOptions() {
           Where::kAnyhow, Use::kGather},
          {"--export-password-file", "FILE", "File that holds its password; - is standard input",
           Path(&Options::exportPasswordFile), Where::kAnyhow, Use::kGather, false, "",
-          "KEMFFDC_EXPORT_PASSWORD"},
+          "KEMFFDC_EXPORT_PASSWORD", kExportPassword},
          {"export_password_command", "WORDS", "Program that prints its password, and its arguments",
           CommandWords(&Options::exportPasswordCommand), Where::kFile, Use::kGather, false, "", "",
-          "--export-password-file"}}};
+          kExportPassword}}};
     return group;
 }
 
@@ -161,6 +187,17 @@ const OptionGroup& ResultOptions() {
                                    {{"--json", "", "Print the result as one JSON object",
                                      Flag(&Options::json), Where::kLine, Use::kReach, true}}};
     return group;
+}
+
+std::string CheckTrust(const Options& options) {
+    std::vector<std::string> given;
+    if (!options.fingerprint.empty()) given.emplace_back("--fingerprint");
+    if (!options.caFile.empty()) given.emplace_back("--ca-file");
+    if (options.insecure) given.emplace_back("--insecure");
+    if (given.size() > 1) return given[0] + " and " + given[1] + " exclude each other.";
+    if (!options.acceptNewCertificate || given.empty()) return "";
+    return "--accept-new-certificate is for certificates that are remembered; with " + given[0] +
+           " none is.";
 }
 
 std::string CheckBasicUser(const Options& options) {

@@ -17,11 +17,14 @@ const OptionGroup& ExportOptions();    // the file store that the BMC itself sen
 const OptionGroup& DownloadOptions();  // the folder for downloads, and their bounds
 const OptionGroup& RunOptions();       // every run on a BMC has these
 const OptionGroup& ListOptions();      // how much of a long list is shown
-const OptionGroup& StateOptions();     // the folder of the history
+const OptionGroup& StateOptions();     // the folder for what outlives a run
 const OptionGroup& ResultOptions();    // every command has these
 
 // What channels say of them together, once all are taken: a whole sentence for the operator, empty
 // where all is well.
+
+// A certificate is judged in one way.
+std::string CheckTrust(const Options& options);
 
 // HTTP Basic authentication (RFC 7617) cannot tell where a name with a colon ends.
 std::string CheckBasicUser(const Options& options);

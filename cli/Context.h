@@ -13,6 +13,7 @@
 #include "cli/Limits.h"
 #include "cli/Options.h"
 #include "cli/history/Recorder.h"
+#include "cli/http/Trust.h"
 #include "cli/report/Report.h"
 #include "cli/terminal/Interrupt.h"
 #include "cli/terminal/Progress.h"
@@ -23,6 +24,7 @@ namespace Kemffdc {
 // What a channel's flow works with. Owned by Run.
 struct Context {
     const Options& options;
+    const Trust& trust;  // whom the password may be sent to
     const Secret& password;
     const Secret& exportPassword;
     Progress& progress;

@@ -54,8 +54,8 @@ struct Option {
     bool usual = false;               // --help shows it too, which has to fit a screen
     const char* variable = "";        // of the environment, that holds the same text; empty: none
     const char* secretVariable = "";  // of the environment, that stands for it: holds the password
-    const char* rival = "";           // of this and that option the one counts that is said nearer
-                                      // to the command line
+    const char* oneOf = "";           // of those with the same word the one counts that is said
+                                      // nearest to the command line; empty: it has no rivals
 
     bool IsFlag() const { return *value == '\0'; }
     bool OnLine() const { return where != Where::kFile; }

@@ -73,8 +73,13 @@ struct Options {
     std::vector<std::string> passwordCommand;
     bool needsPassword = true;
 
-    // PEM file of CAs that the BMC's certificate is checked against; empty: not checked.
-    std::string caFile;
+    // What the BMC's certificate is judged by: at most one of these. None: it is remembered at the
+    // first use, and later compared.
+    std::string caFile;       // PEM file of CAs
+    std::string fingerprint;  // SHA-256, as History::ReadFingerprint takes it
+    bool insecure = false;    // by nothing
+
+    bool acceptNewCertificate = false;  // another one than is remembered takes its place
 
     std::string exportUri;  // empty: the archive is downloaded (CIM: never empty)
     std::string exportUser;

@@ -20,6 +20,7 @@
 #include "cli/Archive.h"
 #include "cli/Arrivals.h"
 #include "cli/Channels.h"
+#include "cli/CommonOptions.h"
 #include "cli/Context.h"
 #include "cli/Limits.h"
 #include "cli/history/BmcLock.h"
@@ -27,6 +28,7 @@
 #include "cli/history/Recorder.h"
 #include "cli/history/StateFolder.h"
 #include "cli/http/CaFile.h"
+#include "cli/http/CertificateJudge.h"
 #include "cli/report/Events.h"
 #include "cli/report/Json.h"
 #include "cli/report/Report.h"
@@ -139,6 +141,27 @@ History::RunRow RowOf(const Options& options, const RunRecord& record) {
     return run;
 }
 
+bool ShowsCertificate(const Channel& channel) {
+    const OptionGroups groups = channel.options();
+    return std::find(groups.begin(), groups.end(), &TlsOptions()) != groups.end();
+}
+
+// Tells what has been found out about the BMC's certificate.
+class TrustTeller : public CertificateJudge::Audience {
+public:
+    TrustTeller(Report& report, Progress& progress) : m_report(report), m_progress(progress) {}
+
+    void Trusted(CertificateTrust how) override { m_report.SetTrust(how); }
+    void Noted(const std::string& sentence) override {
+        m_progress.Say(sentence);
+        m_report.AddNote(sentence);
+    }
+
+private:
+    Report& m_report;
+    Progress& m_progress;
+};
+
 // One run, from the first signal that could interrupt it to its report.
 class Conductor {
 public:
@@ -153,7 +176,9 @@ public:
                       {[this] { TellStopped(); }, [this] { CleanUp(); }}),
           m_events(options.events ? std::make_unique<Events>(STDOUT_FILENO) : nullptr),
           m_arrivals([this] { return m_interrupt.Raised(); }),
-          m_progress(err, live, TerminalColumns, m_events.get()) {
+          m_progress(err, live, TerminalColumns, m_events.get()),
+          m_trustTeller(m_report, m_progress),
+          m_judge(options, m_trustTeller) {
         m_report.AddObserver(&m_recorder);
         if (m_events) m_report.AddObserver(m_events.get());
         m_channel.outline(options, m_report);
@@ -162,6 +187,7 @@ public:
     int Conduct(const Outcome& setUp) {
         Outcome outcome = setUp;
         try {
+            if (outcome.Ok() && ShowsCertificate(m_channel)) outcome = m_judge.Prepare();
             if (outcome.Ok()) outcome = Work();
         } catch (const std::bad_alloc&) {
             outcome = Failure(kLocalFile, Cause::kOutOfMemory, "Out of memory.");
@@ -196,9 +222,9 @@ private:
         if (downloads) outcome = PrepareFolder();
         if (!outcome.Ok()) return outcome;
 
-        Context context{m_options,  m_password, m_exportPassword, m_progress,
-                        m_report,   m_folder,   m_interrupt,      m_limits,
-                        m_arrivals, m_recorder, m_bmcGathers,     m_farewell};
+        Context context{m_options,  m_trust,      m_password,  m_exportPassword, m_progress,
+                        m_report,   m_folder,     m_interrupt, m_limits,         m_arrivals,
+                        m_recorder, m_bmcGathers, m_farewell};
         return m_options.command == Command::kCheck ? m_channel.check(context)
                                                     : m_channel.collect(context);
     }
@@ -319,6 +345,9 @@ private:
     const std::unique_ptr<Events> m_events;  // null without --events
     Arrivals m_arrivals;
     Progress m_progress;
+    TrustTeller m_trustTeller;
+    CertificateJudge m_judge;
+    const Trust m_trust = m_judge.AsTrust();
 };
 
 }  // namespace
@@ -328,7 +357,6 @@ int Run(const Options& options, std::ostream& out, std::ostream& err) {
     if (options.noProxy) ForgetProxies();
     bool logOnTerminal = false;
     Outcome setUp = SetUpLog(options, logOnTerminal);
-    if (setUp.Ok()) setUp = CheckCaFile(options.caFile);
     Conductor conductor(options, out, err, options.liveProgress && !logOnTerminal);
     curl_global_init(CURL_GLOBAL_DEFAULT);
     return conductor.Conduct(setUp);

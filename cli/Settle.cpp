@@ -39,6 +39,7 @@ Config::Member MemberOf(const Option& option) {
     member.name = option.Member();
     member.path = option.reading.path;
     member.command = option.reading.takeWords != nullptr;
+    member.oneOf = option.oneOf;
     member.check = [&option](const std::vector<std::string>& words) {
         Options scratch;
         if (option.reading.takeWords) return option.reading.takeWords(words, scratch);
@@ -50,19 +51,7 @@ Config::Member MemberOf(const Option& option) {
 
 std::vector<Config::Member> FileMembers() {
     std::vector<Config::Member> members;
-    std::map<std::string, std::string> rivals;
-    const std::map<std::string, const Option*> options = FileOptions();
-    for (const auto& [name, option] : options) {
-        for (const auto& [other, rival] : options) {
-            if (std::string(option->rival) != rival->name) continue;
-            rivals[name] = other;
-            rivals[other] = name;
-        }
-    }
-    for (const auto& [name, option] : options) {
-        members.push_back(MemberOf(*option));
-        members.back().rival = rivals[name];
-    }
+    for (const auto& [name, option] : FileOptions()) members.push_back(MemberOf(*option));
     return members;
 }
 
@@ -230,15 +219,15 @@ private:
         return std::nullopt;
     }
 
-    // Whether its rival is said nearer to the command line. In one file only one of them is left.
+    // Whether a rival is said nearer to the command line. In one file only one of them is left.
     bool IsOutdone(const Option& option, Origin origin) const {
         for (const OptionGroup* group : AllGroups(m_command)) {
             for (const Option& other : group->options) {
-                const bool rivals = std::string(option.rival) == other.name ||
-                                    std::string(other.rival) == option.name;
-                if (!rivals) continue;
+                const std::string word = option.oneOf;
+                if (word.empty() || word != other.oneOf || &option == &other) continue;
                 const std::optional<Found> found = Find(other);
-                if (found && found->setting.origin > origin) return true;
+                if (!found || (other.IsFlag() && found->words.front() == "false")) continue;
+                if (found->setting.origin > origin) return true;
             }
         }
         return false;

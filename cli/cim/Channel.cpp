@@ -38,17 +38,23 @@ std::string CheckTarget(const Options& options) {
 
 std::string CheckPlain(Options& options) {
     if (!Own(options).plain) return "";
-    if (options.IsOnLine("--ca-file")) return "--plain has no certificate for --ca-file to check.";
+    for (const char* name : {"--ca-file", "--fingerprint", "--accept-new-certificate"}) {
+        if (options.IsOnLine(name)) {
+            return std::string("--plain has no certificate for ") + name + " to check.";
+        }
+    }
     options.caFile.clear();
+    options.fingerprint.clear();
     return "";
 }
 
 std::string Complete(Options& options) {
     if (options.port == 0) options.port = Own(options).plain ? kPlainPort : kPort;
-    std::string fault = CheckBasicUser(options);
+    std::string fault = CheckPlain(options);
+    if (fault.empty()) fault = CheckTrust(options);
+    if (fault.empty()) fault = CheckBasicUser(options);
     if (fault.empty()) fault = CheckExport(options);
     if (fault.empty() && options.command != Command::kCheck) fault = CheckTarget(options);
-    if (fault.empty()) fault = CheckPlain(options);
     return fault;
 }
 

@@ -58,13 +58,15 @@ public:
         m_run.progress.Say("The BMC itself uploads its archives to " +
                            Clean(m_run.options.exportUri) + "; none comes to this machine.");
         const int code = m_ffdc.Apply();
-        return m_run.End(code, DiagnoseExport(code, m_listener.End(code == 0)));
+        const Outcome outcome = m_run.End(code, DiagnoseExport(code, m_listener.End(code == 0)));
+        return outcome.Ok() ? m_guard.CheckAfterwards() : outcome;
     }
 
 private:
     Outcome Look(bool look) {
         m_run.Begin("preflight");
-        const Preflight found = RunPreflight(m_run.options, m_run.password, RequestSeconds(), look);
+        const Preflight found =
+            RunPreflight(m_run.options, m_run.trust, m_run.password, RequestSeconds(), look);
         m_run.report.SetFacts(found.facts);
         m_limit = found.limit;
         return m_run.End(static_cast<int>(found.stage),

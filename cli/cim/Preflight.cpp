@@ -71,11 +71,11 @@ Enumeration ReadReply(Answer& reply) {
 
 class Probe {
 public:
-    Probe(const Options& options, const Secret& password, int seconds)
+    Probe(const Options& options, const Trust& trust, const Secret& password, int seconds)
         : m_options(options),
           m_password(password),
           m_namespace(NamespaceOf(options)),
-          m_cim(EndpointOf(options, !Own(options).plain), TrustOf(options), kCimServer, seconds),
+          m_cim(EndpointOf(options, !Own(options).plain), trust, kCimServer, seconds),
           m_place(EndpointOf(options).Place()) {}
 
     Preflight Run(bool look) {
@@ -217,8 +217,9 @@ std::string NamespaceOf(const Options& options) {
     return "zor/kem" + std::to_string(*Own(options).node) + "/cimv2";
 }
 
-Preflight RunPreflight(const Options& options, const Secret& password, int seconds, bool look) {
-    return Probe(options, password, seconds).Run(look);
+Preflight RunPreflight(const Options& options, const Trust& trust, const Secret& password,
+                       int seconds, bool look) {
+    return Probe(options, trust, password, seconds).Run(look);
 }
 
 }  // namespace Kemffdc::Cim

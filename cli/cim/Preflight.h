@@ -27,7 +27,8 @@ std::string NamespaceOf(const Options& options);
 // for each of the two or three requests. The library's Connect would check none of this, and takes
 // half a minute and more where nobody answers. With a CA file the certificate is checked before the
 // password is sent.
-Preflight RunPreflight(const Options& options, const Secret& password, int seconds, bool look);
+Preflight RunPreflight(const Options& options, const Trust& trust, const Secret& password,
+                       int seconds, bool look);
 
 }  // namespace Kemffdc::Cim
 

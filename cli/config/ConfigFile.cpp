@@ -121,10 +121,8 @@ std::map<std::string, Value> Holding(const File& file, const std::vector<Member>
     for (const Section& section : file.sections) {
         if (!section.patterns.empty() && !Matches(section.patterns, host)) continue;
         for (const auto& [name, value] : section.values) {
+            for (const std::string& rival : RivalsOf(name, members)) holding.erase(rival);
             holding[name] = value;
-            for (const Member& member : members) {
-                if (member.rival == name) holding.erase(member.name);
-            }
         }
     }
     return holding;

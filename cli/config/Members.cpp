@@ -186,14 +186,26 @@ std::string MemberReader::FullPath(const std::string& path, int line,
 
 void MemberReader::RefuseRivals(const std::string& name, const Values& values) const {
     for (const auto& [member, value] : values) {
-        const std::string& rival = Find(member)->rival;
+        const std::vector<std::string> rivals = RivalsOf(member, m_members);
         for (const auto& [other, later] : values) {
-            if (other != rival) continue;
+            if (std::find(rivals.begin(), rivals.end(), other) == rivals.end()) continue;
             std::string text = name;
-            text.append(": of ").append(member).append(" and ").append(rival);
-            throw Fault{later.line, text + " only one can stand in a section."};
+            text.append(": of ").append(member).append(" and ").append(other);
+            throw Fault{std::max(value.line, later.line),
+                        text + " only one can stand in a section."};
         }
     }
+}
+
+std::vector<std::string> RivalsOf(const std::string& name, const std::vector<Member>& members) {
+    const auto named = std::find_if(members.begin(), members.end(),
+                                    [&](const Member& member) { return member.name == name; });
+    std::vector<std::string> rivals;
+    for (const Member& member : members) {
+        const bool same = named != members.end() && member.oneOf == named->oneOf;
+        if (same && !member.oneOf.empty() && member.name != name) rivals.push_back(member.name);
+    }
+    return rivals;
 }
 
 const Member* MemberReader::Find(const std::string& name) const {

@@ -17,11 +17,14 @@ struct Member {
     bool path = false;     // absolute, or it begins with "~/", which is replaced
     bool command = false;  // a list of words, a program and its arguments; others are one word.
                            // Nobody but this user or root may be able to write to its file.
-    std::string rival;     // of two rivals the one that is said later counts; both in one section
-                           // are a mistake
+    std::string oneOf;     // of those with the same word the one that is said later counts; two in
+                           // one section are a mistake; empty: it has no rivals
     // What is wrong with the words, as it follows the member's name; empty: nothing is.
     std::function<std::string(const std::vector<std::string>& words)> check;
 };
+
+// The others with the same `oneOf`.
+std::vector<std::string> RivalsOf(const std::string& name, const std::vector<Member>& members);
 
 // What a file says of a member.
 struct Value {

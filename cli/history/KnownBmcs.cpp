@@ -73,7 +73,7 @@ bool ReadLine(Line& line) {
 Outcome ReadText(const std::string& path, std::string& text) {
     struct stat found {};
     if (stat(path.c_str(), &found) != 0) {
-        if (errno == ENOENT) return {};
+        if (errno == ENOENT || errno == ENOTDIR) return {};
         return Failure(kLocalFile, "Cannot read " + path + ": " + Why());
     }
     if (!S_ISREG(found.st_mode)) return Failure(kLocalFile, path + " is not a file.");

@@ -48,7 +48,11 @@ Outcome CheckIsFile(const std::string& file) {
 }  // namespace
 
 void AnnounceCaFile(const std::string& file) {
-    if (!file.empty()) setenv(kVariable, file.c_str(), 1);
+    if (file.empty()) {
+        unsetenv(kVariable);
+    } else {
+        setenv(kVariable, file.c_str(), 1);
+    }
 }
 
 Outcome CheckCaFile(const std::string& file) {

@@ -8,8 +8,8 @@
 
 namespace Kemffdc {
 
-// Sets VARNEX_CA_FILE, where the platform's download looks for it. Nothing where the name is empty.
-// Before any thread is started.
+// Sets VARNEX_CA_FILE, where the platform's download looks for it; an empty name removes it. Before
+// any thread is started.
 void AnnounceCaFile(const std::string& file);
 
 // Whether certificates can be checked against the file at all. An empty name is no failure: then

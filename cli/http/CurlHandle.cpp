@@ -57,7 +57,10 @@ std::optional<Certificate> CertificateOf(CURL* easy, bool verified) {
         if (std::strncmp(line->data, "Cert:", 5) == 0)
             certificate = ReadCertificate(line->data + 5);
     }
-    if (certificate) certificate->verified = verified;
+    if (certificate && verified) {
+        certificate->verified = true;
+        certificate->trust = CertificateTrust::kCaFile;
+    }
     return certificate;
 }
 

@@ -92,6 +92,15 @@ struct Url {
     bool valid;
 };
 
+// Null where nobody but libcurl judges.
+ConnectionWatch::Judge JudgeAt(const std::string& url, const Trust& trust) {
+    if (!trust.caFile.empty() || !trust.judge) return nullptr;
+    const std::string text = Url(url).Part(CURLUPART_PORT);
+    std::uint16_t port = 0;
+    std::from_chars(text.data(), text.data() + text.size(), port);
+    return [judge = trust.judge, port](const Certificate& shown) { return judge(port, shown); };
+}
+
 }  // namespace
 
 std::string Answer::Header(const std::string& name) const {
@@ -281,7 +290,7 @@ Answer Transport::Perform(const Request& request, const std::string& url, long m
 }
 
 Answer Transport::CheckCertificate() {
-    if (TrustsEverybody() || !m_endpoint.tls) return {};
+    if (m_trust.IsAnybodys() || !m_endpoint.tls) return {};
     Connection connection;  // goes with the object: none of them stays open on the BMC
     CURL* easy = connection.handle.Renew();
     SetUp(easy, m_endpoint.Url(), m_trust, connection);
@@ -319,12 +328,10 @@ Answer Transport::CheckRedirect(const std::string& target) const {
                                      "its name or address instead; else check address and --port.");
 }
 
-bool Transport::TrustsEverybody() const { return m_trust.caFile.empty() && !m_trust.judge; }
-
 void Transport::SetUp(void* easy, const std::string& url, const Trust& trust,
                       Connection& connection) const {
     connection.error[0] = '\0';
-    connection.watch.Attach(easy, trust.caFile.empty() ? trust.judge : nullptr);
+    connection.watch.Attach(easy, JudgeAt(url, trust));
     curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
     curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/ExitCodes.h"
 #include "cli/http/Endpoint.h"
 #include "cli/http/Login.h"
 #include "cli/http/ServiceKind.h"
@@ -105,7 +106,6 @@ private:
     Answer Send(const Request& request);
     Answer Perform(const Request& request, const std::string& url, long milliseconds);
     Answer CheckRedirect(const std::string& target) const;
-    bool TrustsEverybody() const;
     void SetUp(void* easy, const std::string& url, const Trust& trust,
                Connection& connection) const;
     void NoteAddress(void* easy);

@@ -2,10 +2,10 @@
 #ifndef KEMFFDC_HTTP_TRUST_H
 #define KEMFFDC_HTTP_TRUST_H
 
+#include <cstdint>
 #include <functional>
 #include <string>
 
-#include "cli/Options.h"
 #include "cli/report/Certificate.h"
 
 namespace Kemffdc {
@@ -17,14 +17,13 @@ struct Trust {
     // address that was asked for. Empty: the next one judges.
     std::string caFile;
 
-    // Told the certificate that the peer shows; returns why its owner must not be spoken to, a
-    // whole sentence fit for display, or nothing where he may. Null: everybody is trusted. Runs on
-    // the thread of the request; must not throw.
-    std::function<std::string(const Certificate& shown)> judge;
-};
+    // Told the certificate that the peer shows on that port of the BMC; returns why its owner must
+    // not be spoken to, a whole sentence fit for display, or nothing where he may. Null: everybody
+    // is trusted. Runs on the thread of the request; throws nothing but std::bad_alloc.
+    std::function<std::string(std::uint16_t port, const Certificate& shown)> judge;
 
-// What the options ask for.
-Trust TrustOf(const Options& options);
+    bool IsAnybodys() const { return caFile.empty() && !judge; }
+};
 
 }  // namespace Kemffdc
 

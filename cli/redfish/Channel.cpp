@@ -18,7 +18,8 @@ OptionGroups Groups() {
 
 std::string Complete(Options& options) {
     if (options.port == 0) options.port = kPort;
-    const std::string fault = CheckBasicUser(options);
+    std::string fault = CheckTrust(options);
+    if (fault.empty()) fault = CheckBasicUser(options);
     return fault.empty() ? CheckExport(options) : fault;
 }
 

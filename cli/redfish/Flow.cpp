@@ -149,16 +149,18 @@ public:
         downloaded.lowerCaseNames = m_lowerCaseNames;
         // After a signal the last word comes first.
         if (!m_run.interrupt.Raised()) m_run.farewell.Pay(kSessionSeconds);
-        const Outcome outcome =
+        Outcome outcome =
             m_run.End(downloaded.code, DiagnoseDownload(downloaded, m_listener.Take()));
+        if (outcome.Ok()) outcome = m_guard.CheckAfterwards();
         return outcome.Ok() ? Store(name, path) : outcome;
     }
 
 private:
     Outcome Look(bool& starting) {
         m_run.Begin("preflight");
-        const Preflight found = RunPreflight(m_run.options, m_run.password, RequestSeconds(),
-                                             m_run.options.command == Command::kCheck);
+        const Preflight found =
+            RunPreflight(m_run.options, m_run.trust, m_run.password, RequestSeconds(),
+                         m_run.options.command == Command::kCheck);
         m_run.report.SetFacts(found.facts);
         m_limit = found.limit;
         m_lowerCaseNames = found.lowerCaseNames;
@@ -201,7 +203,7 @@ private:
 
     void WatchTask() {
         if (m_taskUri.empty()) return;
-        m_watch.emplace(m_run.options, m_trust, m_run.password, m_taskUri,
+        m_watch.emplace(m_run.options, m_run.trust, m_run.password, m_taskUri,
                         std::chrono::seconds(Own(m_run.options).interval),
                         [this](const Task& task) {
                             m_run.report.SetTask(task);
@@ -215,7 +217,7 @@ private:
     // The library opens a session for the download, and leaves it open.
     void OweSession() {
         const auto session =
-            std::make_shared<DownloadSession>(m_run.options, m_trust, m_run.password);
+            std::make_shared<DownloadSession>(m_run.options, m_run.trust, m_run.password);
         session->ListBefore(kSessionSeconds);
         m_run.farewell.Owe([session, &progress = m_run.progress](std::chrono::seconds limit) {
             const std::string note = session->Close(limit);
@@ -225,7 +227,7 @@ private:
 
     // What the BMC itself says of the task, once the library has given it up.
     std::optional<Task> LookAtTask() {
-        Transport transport(EndpointOf(m_run.options), m_trust, kRedfishService,
+        Transport transport(EndpointOf(m_run.options), m_run.trust, kRedfishService,
                             std::min(RequestSeconds(), kLookSeconds));
         const auto task = AskForTask(
             transport, BasicLogin(m_run.options.user, m_run.password.Reveal()), m_taskUri);
@@ -266,7 +268,6 @@ private:
     CertificateGuard m_guard;
     Listener m_listener;
     std::unique_ptr<Varnex::KEMFfdc> m_ffdc;
-    const Trust m_trust = TrustOf(m_run.options);
     std::optional<TaskWatch> m_watch;  // while the library waits for the task
     std::string m_taskUri;             // empty until the BMC has named it
     std::string m_limit;

@@ -33,9 +33,9 @@ bool IsRefused(const Answer& answer) { return answer.httpCode == 401 || answer.h
 
 class Probe {
 public:
-    Probe(const Options& options, const Secret& password, int seconds)
+    Probe(const Options& options, const Trust& trust, const Secret& password, int seconds)
         : m_options(options),
-          m_https(EndpointOf(options), TrustOf(options), kRedfishService, seconds),
+          m_https(EndpointOf(options), trust, kRedfishService, seconds),
           m_seconds(seconds),
           m_place(EndpointOf(options).Place()),
           m_login(BasicLogin(options.user, password.Reveal())) {}
@@ -188,8 +188,9 @@ private:
 
 }  // namespace
 
-Preflight RunPreflight(const Options& options, const Secret& password, int seconds, bool rights) {
-    return Probe(options, password, seconds).Run(rights);
+Preflight RunPreflight(const Options& options, const Trust& trust, const Secret& password,
+                       int seconds, bool rights) {
+    return Probe(options, trust, password, seconds).Run(rights);
 }
 
 }  // namespace Kemffdc::Redfish

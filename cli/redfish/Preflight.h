@@ -30,7 +30,8 @@ struct Preflight {
 // and the system that it manages. Takes at most `seconds` for each of the three or four requests.
 // `rights`: looks besides whether an export would be accepted (Rights.h), which else the export
 // itself tells.
-Preflight RunPreflight(const Options& options, const Secret& password, int seconds, bool rights);
+Preflight RunPreflight(const Options& options, const Trust& trust, const Secret& password,
+                       int seconds, bool rights);
 
 }  // namespace Kemffdc::Redfish
 

@@ -7,6 +7,16 @@
 
 namespace Kemffdc {
 
+// Why a run takes a certificate for the BMC's.
+enum class CertificateTrust {
+    kNobody,  // nothing was asked for
+    kCaFile,
+    kFingerprint,  // that of --fingerprint
+    kKnown,        // remembered from an earlier run
+    kFirstUse,
+    kReplaced,  // another one was remembered, and the operator takes the new one
+};
+
 // The certificate that a BMC showed.
 struct Certificate {
     std::string sha256;  // of the DER form, upper-case hexadecimal with colons
@@ -16,7 +26,9 @@ struct Certificate {
     std::string notAfter;
     bool validNow = false;  // by this machine's clock
     bool selfSigned = false;
-    bool verified = false;  // against the run's CA file, in the same handshake
+    // In the same handshake; verified: by what was known of it beforehand.
+    bool verified = false;
+    CertificateTrust trust = CertificateTrust::kNobody;
 };
 
 // What a certificate in PEM form says; nothing when it cannot be read.

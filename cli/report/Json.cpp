@@ -15,6 +15,7 @@ namespace json = boost::json;
 
 json::value CertificateValue(const std::optional<Certificate>& certificate) {
     if (!certificate) return nullptr;
+    const char* trust = TrustName(certificate->trust);
     return json::object{{"sha256", certificate->sha256},
                         {"subject", TextOrNull(certificate->subject)},
                         {"issuer", TextOrNull(certificate->issuer)},
@@ -22,7 +23,8 @@ json::value CertificateValue(const std::optional<Certificate>& certificate) {
                         {"not_after", TextOrNull(certificate->notAfter)},
                         {"valid_now", certificate->validNow},
                         {"self_signed", certificate->selfSigned},
-                        {"verified", certificate->verified}};
+                        {"verified", certificate->verified},
+                        {"trust", TextOrNull(trust == nullptr ? "" : trust)}};
 }
 
 // Of a folder's files each has its own.

@@ -101,6 +101,24 @@ Meaning MeaningOf(const Outcome& outcome) {
 
 const char* OutcomeName(const Outcome& outcome) { return MeaningOf(outcome).name; }
 
+const char* TrustName(CertificateTrust trust) {
+    switch (trust) {
+        case CertificateTrust::kNobody:
+            break;
+        case CertificateTrust::kCaFile:
+            return "ca-file";
+        case CertificateTrust::kFingerprint:
+            return "fingerprint";
+        case CertificateTrust::kKnown:
+            return "known";
+        case CertificateTrust::kFirstUse:
+            return "first-use";
+        case CertificateTrust::kReplaced:
+            return "replaced";
+    }
+    return nullptr;
+}
+
 const char* OutcomeName(const RunRecord& record) {
     if (!record.outcome.Ok()) return OutcomeName(record.outcome);
     if (!record.delivery.path.empty()) return "downloaded";

@@ -47,6 +47,13 @@ Delivery Hidden(Delivery delivery) {
     return delivery;
 }
 
+void SetTrustIn(std::optional<Certificate>& certificate, CertificateTrust trust) {
+    if (!certificate) return;
+    certificate->trust = trust;
+    certificate->verified =
+        trust == CertificateTrust::kFingerprint || trust == CertificateTrust::kKnown;
+}
+
 }  // namespace
 
 Report::Report(const Options& options) {
@@ -125,10 +132,28 @@ Step Report::CloseStep(int code, const std::string& detail) {
     return m_record.steps.back();
 }
 
-void Report::SetFacts(const BmcFacts& facts) {
-    const BmcFacts hidden = Hidden(facts);
+void Report::AddNote(const std::string& sentence) {
+    BmcFacts facts;
     {
         const Guard hold(m_lock);
+        m_notes.push_back(Hidden(sentence));
+        m_record.facts.notes.push_back(m_notes.back());
+        facts = m_record.facts;
+    }
+    Tell(&ReportObserver::FactsChanged, facts);
+}
+
+void Report::SetTrust(CertificateTrust trust) {
+    const Guard hold(m_lock);
+    m_trust = trust;
+}
+
+void Report::SetFacts(const BmcFacts& facts) {
+    BmcFacts hidden = Hidden(facts);
+    {
+        const Guard hold(m_lock);
+        hidden.notes.insert(hidden.notes.end(), m_notes.begin(), m_notes.end());
+        if (m_trust != CertificateTrust::kNobody) SetTrustIn(hidden.certificate, m_trust);
         m_record.facts = hidden;
     }
     Tell(&ReportObserver::FactsChanged, hidden);

@@ -60,6 +60,8 @@ public:
     void BeginStep(const std::string& name);
     void EndStep(int code, const std::string& detail = "");
     void SetFacts(const BmcFacts& facts);
+    void AddNote(const std::string& sentence);  // stays, whatever facts are set
+    void SetTrust(CertificateTrust trust);      // in the certificate of facts that come later
     void SetTask(const Task& task);
     void SetDelivery(const Delivery& delivery);
 
@@ -82,6 +84,8 @@ private:
     std::vector<ReportObserver*> m_observers;
     std::mutex m_lock;
     RunRecord m_record;
+    std::vector<std::string> m_notes;  // that were added
+    CertificateTrust m_trust = CertificateTrust::kNobody;
     std::string m_open;  // name of the step that has not ended
     std::chrono::steady_clock::time_point m_openSince;
 };

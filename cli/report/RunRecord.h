@@ -71,6 +71,9 @@ struct RunRecord {
     std::shared_ptr<const ChannelPart> part;  // null: the channel has nothing of its own to tell
 };
 
+// As JSON says it; null: nothing was asked for.
+const char* TrustName(CertificateTrust trust);
+
 // What became of it in one word, as JSON and history say it: the name of the outcome's cause, or
 // that of its exit code, where 0 is "checked", "downloaded" or "exported".
 const char* OutcomeName(const RunRecord& record);

@@ -12,8 +12,8 @@ constexpr char kCheck[] = "check";
 
 // Said by check, and only there: collect would not be the place to learn it.
 constexpr char kTrustNote[] =
-    "The certificate is shown, not verified. Compare the SHA-256 with the BMC's own, or name your "
-    "CA with --ca-file: then it is checked before any password leaves.";
+    "The certificate is shown, not verified. Compare the SHA-256 with the BMC's own; --fingerprint "
+    "or --ca-file has it checked before any password leaves.";
 
 void Line(std::ostream& out, const char* label, const std::string& text) {
     if (!text.empty()) out << label << text << "\n";
@@ -30,15 +30,30 @@ void WriteReached(const RunRecord& record, std::ostream& out) {
         << record.channel << "\n";
 }
 
-void WriteCertificate(const Certificate& shown, const std::string& caFile, std::ostream& out) {
+// Where it was compared with something that had been there before; else empty.
+std::string VerifiedBy(const RunRecord& record) {
+    switch (record.facts.certificate->trust) {
+        case CertificateTrust::kCaFile:
+            return Clean(record.caFile);
+        case CertificateTrust::kFingerprint:
+            return "--fingerprint";
+        case CertificateTrust::kKnown:
+            return "known from an earlier run";
+        default:
+            return "";
+    }
+}
+
+void WriteCertificate(const RunRecord& record, std::ostream& out) {
+    const Certificate& shown = *record.facts.certificate;
+    const std::string verifiedBy = VerifiedBy(record);
     out << "Certificate:     SHA-256 " << shown.sha256 << "\n";
     Line(out, "  subject:       ", shown.subject);
     Line(out, "  issuer:        ", shown.issuer + (shown.selfSigned ? " (self-signed)" : ""));
     out << "  valid:         " << shown.notBefore << " to " << shown.notAfter
         << (shown.validNow ? "" : " (NOT VALID NOW)") << "\n";
-    if (shown.verified) {
-        Line(out, "  verified by:   ", Clean(caFile));
-    } else {
+    Line(out, "  verified by:   ", verifiedBy);
+    if (verifiedBy.empty()) {
         out << "Note: " << kTrustNote << "\n";
     }
 }
@@ -53,7 +68,7 @@ void WriteFacts(const RunRecord& record, std::ostream& out) {
     Line(out, "Serial number:   ", facts.serial);
     Line(out, "UUID:            ", facts.uuid);
     Line(out, "Firmware:        ", facts.firmware);
-    if (facts.certificate) WriteCertificate(*facts.certificate, record.caFile, out);
+    if (facts.certificate) WriteCertificate(record, out);
     Line(out, "Host key:        ", facts.hostKey);
     for (const std::string& note : facts.notes) out << "Note: " << note << "\n";
 }

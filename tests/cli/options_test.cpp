@@ -120,6 +120,28 @@ struct QuantityRow {
     std::uint64_t value;
 };
 
+TEST(ParseOptions, OneWayToJudgeTheCertificateHolds) {
+    const std::vector<std::string> check{"check", "--via", "redfish", "h"};
+    const auto with = [&](std::vector<std::string> more) {
+        more.insert(more.begin(), check.begin(), check.end());
+        return more;
+    };
+    std::string sha256;
+    for (int i = 0; i < 32; ++i) sha256 += "ab";
+
+    EXPECT_TRUE(Accepted(with({"--insecure"})).insecure);
+    EXPECT_EQ(Accepted(with({"--fingerprint", sha256})).fingerprint.size(), 95U) << "with colons";
+    EXPECT_TRUE(Accepted(with({"--accept-new-certificate"})).acceptNewCertificate);
+    EXPECT_THAT(Parse(with({"--fingerprint", "SHA256:AAAA"})).err,
+                HasSubstr("--fingerprint: \"SHA256:AAAA\" is no SHA-256 of a certificate"));
+    EXPECT_THAT(Parse(with({"--insecure", "--ca-file", "/ca.pem"})).err,
+                HasSubstr("--ca-file and --insecure exclude each other."));
+    EXPECT_THAT(Parse(with({"--accept-new-certificate", "--fingerprint", sha256})).err,
+                HasSubstr("with --fingerprint none is."));
+    EXPECT_THAT(Parse({"check", "--via", "cim", "h", "--plain", "--fingerprint", sha256}).err,
+                HasSubstr("--plain has no certificate for --fingerprint to check."));
+}
+
 TEST(ParseOptions, SizesAndTimesHaveUnits) {
     for (const QuantityRow& row : {QuantityRow{"0", 0},
                                    {"512", 512},
@@ -345,6 +367,19 @@ Parsed ParseWith(const std::map<std::string, std::string>& variables,
     std::vector<const char*> argv{"kemffdc"};
     for (const std::string& argument : arguments) argv.push_back(argument.c_str());
     return Kemffdc::ParseOptions(static_cast<int>(argv.size()), argv.data(), With(variables));
+}
+
+TEST(ParseOptions, TheCommandLinesWayToJudgeComesBeforeTheEnvironments) {
+    const auto surroundings = With({{"VARNEX_CA_FILE", "/environment.pem"}});
+    const auto parsed = [&](const char* option) {
+        const char* argv[] = {"kemffdc", "check", "--via", "redfish", "h", option};
+        return Kemffdc::ParseOptions(6, argv, surroundings);
+    };
+
+    EXPECT_EQ(parsed("--json").options->caFile, "/environment.pem");
+    EXPECT_EQ(parsed("--insecure").options->caFile, "");
+    EXPECT_TRUE(parsed("--insecure").options->insecure);
+    EXPECT_THAT(parsed("--accept-new-certificate").err, HasSubstr("with --ca-file none is."));
 }
 
 TEST(ParseOptions, TheEnvironmentHoldsWhereThereIsNoOption) {

@@ -73,6 +73,7 @@ def test_the_output_names_the_target_and_each_object(bmc, store):
 def test_progress_tells_that_the_bmc_uploads_and_counts_the_objects(bmc, store):
     ended = export(bmc, store)
     lines = [re.sub(r"^\d+:\d\d  ", "", line) for line in ended.err.splitlines()]
+    assert re.fullmatch(r"The certificate of .* is new, is accepted and remembered in .*", lines.pop(1))
     assert lines == [
         "preflight", "connect", "export",
         f"The BMC itself uploads its archives to {store.uri('in/')}; none comes to this machine.",
@@ -224,7 +225,7 @@ def test_check_tells_that_nothing_would_be_exported(start_bmc, data, note):
     account = ended.json
     assert (account["outcome"], account["exit_code"]) == ("limited", 10)
     assert account["reason"] == f"Namespace root/cimv2 {note}"
-    assert account["bmc"]["notes"] == [account["reason"]]
+    assert account["bmc"]["notes"][:-1] == [account["reason"]], "the last one is about the certificate"
 
 
 def test_a_thousand_objects_of_more_than_a_mebibyte_are_read_by_tool_and_library(start_bmc, store):
@@ -243,7 +244,7 @@ def test_check_as_json_holds_the_same(bmc):
     account = tool.run(cim_tool.check(bmc, "--json"), password=bmc.password).json
     assert (account["outcome"], account["exit_code"], account["objects"]) == ("checked", 0, [])
     assert account["bmc"]["certificate"]["sha256"].replace(":", "").lower() == bmc.ready["redfish"]["sha256"]
-    assert account["bmc"]["notes"] == ["Namespace root/cimv2 has 3 data objects, of which 2 would be exported."]
+    assert account["bmc"]["notes"][:-1] == ["Namespace root/cimv2 has 3 data objects, of which 2 would be exported."]
 
 
 # --- whom the password goes to ----------------------------------------------------------------
@@ -281,11 +282,21 @@ def test_an_impostor_gets_no_request_at_all(start_bmc, command, how):
     assert shown["verified"] is False
 
 
-def test_an_impostor_that_takes_over_after_the_preflight_gets_no_password(start_bmc):
+WAYS = ["CA file", "fingerprint", "first use"]
+
+
+def trusted_by(way, bmc):
+    return {"CA file": ["--ca-file", bmc.ready["redfish"]["certificate"]],
+            "fingerprint": ["--fingerprint", bmc.ready["redfish"]["sha256"]],  # one for all services
+            "first use": []}[way]
+
+
+@pytest.mark.parametrize("way", WAYS)
+def test_an_impostor_that_takes_over_after_the_preflight_gets_no_password(start_bmc, way):
     slow = {"cim": {"answers": {"EnumerateInstances": [{}, {"delay": 0.6}]}}}
     bmc, impostor = start_bmc(slow), start_bmc()
     relay = odd_servers.Relay(cim_tool.port_of(bmc))
-    arguments = cim_tool.collect(bmc, "tftp://127.0.0.1/x", "--ca-file", bmc.ready["redfish"]["certificate"])
+    arguments = cim_tool.collect(bmc, "tftp://127.0.0.1/x", *trusted_by(way, bmc))
     arguments[arguments.index("--port") + 1] = str(relay.port)
     running = tool.Running(arguments, password=bmc.password)
     cim_tool.wait_for(bmc, "EnumerateInstances", 2)
@@ -295,16 +306,17 @@ def test_an_impostor_that_takes_over_after_the_preflight_gets_no_password(start_
     assert cim_tool.requests(impostor) == []
     assert ended.code == 3
     assert (f"The certificate of 127.0.0.1 port {relay.port} was in order at the beginning and is "
-            "not any more (") in ended.err
+            "not any more") in ended.err
 
 
-def test_an_impostor_that_takes_over_while_the_bmc_exports_gets_no_password(start_bmc):
+@pytest.mark.parametrize("way", WAYS)
+def test_an_impostor_that_takes_over_while_the_bmc_exports_gets_no_password(start_bmc, way):
     """The BMC closes the connection after each export: the library opens another, with the password."""
     bmc = start_bmc({"cim": {"export": {"upload": False}, "answers": {
         "ExportData": [{"delay": 1, "close": "after", "headers": {"Connection": "close"}, "repeat": True}]}}})
     impostor = start_bmc()
     relay = odd_servers.Relay(cim_tool.port_of(bmc))
-    arguments = cim_tool.collect(bmc, "tftp://127.0.0.1/x", "--json", "--ca-file", bmc.ready["redfish"]["certificate"])
+    arguments = cim_tool.collect(bmc, "tftp://127.0.0.1/x", "--json", *trusted_by(way, bmc))
     arguments[arguments.index("--port") + 1] = str(relay.port)
     running = tool.Running(arguments, password=bmc.password)
     cim_tool.wait_for(bmc, "ExportData")
@@ -315,7 +327,32 @@ def test_an_impostor_that_takes_over_while_the_bmc_exports_gets_no_password(star
     assert len(cim_tool.requests(bmc, "ExportData")) == 1
     assert ended.code == 3, ended.err
     assert ended.json["reason"].startswith(
-        f"The certificate of 127.0.0.1 port {relay.port} was in order at the beginning and is not any more (")
+        f"The certificate of 127.0.0.1 port {relay.port} was in order at the beginning and is not any more")
+
+
+def test_a_certificate_is_remembered_for_its_port_and_another_one_refused(bmc, tmp_path):
+    def check():
+        return tool.run([*cim_tool.check(bmc), "--state-dir", str(tmp_path), "--json"], password=bmc.password)
+
+    first = check()
+    assert first.code == 0, first.err
+    assert first.json["bmc"]["certificate"]["trust"] == "first-use"
+    assert check().json["bmc"]["certificate"]["trust"] == "known"
+    known = tmp_path / "known_bmcs"
+    text = known.read_text(encoding="utf-8")
+    assert f"127.0.0.1:{cim_tool.port_of(bmc)} SHA256:" in text
+    known.write_text(re.sub("SHA256:..", "SHA256:00", text).replace("SHA256:00", "SHA256:FF"), encoding="utf-8")
+    asked = len(cim_tool.requests(bmc))
+    refused = check()
+    assert refused.code == 3 and refused.json["outcome"] == "untrusted"
+    assert "is not the one that is known" in refused.json["reason"]
+    assert len(cim_tool.requests(bmc)) == asked
+
+
+def test_plain_http_has_no_certificate_to_remember(bmc, tmp_path):
+    ended = tool.run([*cim_tool.check(bmc, plain=True), "--state-dir", str(tmp_path / "state")], password=bmc.password)
+    assert ended.code == 0, ended.err
+    assert not (tmp_path / "state").exists()
 
 
 def test_a_wrong_password_is_tried_once(bmc):

@@ -138,16 +138,26 @@ def test_a_certificate_for_another_address_is_no_good(bmc):
     assert "is not good for the CAs in" in ended.err and "subject name matches" in ended.err
     assert bmc.requests() == []
     arguments = [a for a in arguments if a not in ("--ca-file", bmc.ready["redfish"]["certificate"])]
-    assert tool.run(arguments, password=bmc.password).code == 0, "without a CA file it is not looked at"
+    assert tool.run(arguments, password=bmc.password).code == 0, "without a CA file its names are not looked at"
     relay.stop()
 
 
+def trusted_by(way, bmc):
+    return {"CA file": ["--ca-file", bmc.ready["redfish"]["certificate"]],
+            "fingerprint": ["--fingerprint", bmc.ready["redfish"]["sha256"]],
+            "first use": []}[way]
+
+
+WAYS = ["CA file", "fingerprint", "first use"]
+
+
 # The tool looks before each step of the library, which verifies nothing.
+@pytest.mark.parametrize("way", WAYS)
 @pytest.mark.parametrize("last", ["ExportFFDCData", "Tasks/8A6CA3D3EC", "Managers/1"])
-def test_an_impostor_that_takes_over_in_between_gets_no_password(start_bmc, tmp_path, last):
+def test_an_impostor_that_takes_over_in_between_gets_no_password(start_bmc, tmp_path, last, way):
     bmc, impostor = start_bmc({"redfish": {"answers": {f"* *{last}": [{"delay": 0.6}]}}}), start_bmc()
     relay = odd_servers.Relay(bmc.port)
-    arguments = tool.collect(bmc, tmp_path / "out", "--ca-file", bmc.ready["redfish"]["certificate"])
+    arguments = tool.collect(bmc, tmp_path / "out", *trusted_by(way, bmc))
     arguments[arguments.index("--port") + 1] = str(relay.port)
     running = tool.Running(arguments, password=bmc.password)
     bmc.wait_for(last)
@@ -158,13 +168,14 @@ def test_an_impostor_that_takes_over_in_between_gets_no_password(start_bmc, tmp_
     assert impostor.requests() == []
     assert ended.code == 3, ended.err
     assert (f"The certificate of 127.0.0.1 port {relay.port} was in order at the beginning and is "
-            "not any more (") in ended.err
+            "not any more") in ended.err
 
 
-def test_an_impostor_that_takes_over_while_the_bmc_gathers_gets_no_password(start_bmc, tmp_path):
+@pytest.mark.parametrize("way", WAYS)
+def test_an_impostor_that_takes_over_while_the_bmc_gathers_gets_no_password(start_bmc, tmp_path, way):
     bmc, impostor = start_bmc({"redfish": {"task_states": ["Running"]}}), start_bmc()
     relay = odd_servers.Relay(bmc.port)
-    arguments = tool.collect(bmc, tmp_path / "out", "--ca-file", bmc.ready["redfish"]["certificate"])
+    arguments = tool.collect(bmc, tmp_path / "out", *trusted_by(way, bmc))
     arguments[arguments.index("--port") + 1] = str(relay.port)
     arguments[arguments.index("--interval") + 1] = "1"
     running = tool.Running([*arguments, "--json"], password=bmc.password)
@@ -174,15 +185,16 @@ def test_an_impostor_that_takes_over_while_the_bmc_gathers_gets_no_password(star
     relay.stop()
     assert impostor.requests() == []
     assert ended.code == 3, ended.err
-    reason = f"The certificate of 127.0.0.1 port {relay.port} was in order at the beginning and is not any more ("
+    reason = f"The certificate of 127.0.0.1 port {relay.port} was in order at the beginning and is not any more"
     assert ended.json["reason"].startswith(reason)
     assert tool.files_in(tmp_path) == [] or tool.files_in(tmp_path / "out") == []
 
 
-def test_a_bmc_that_starts_is_checked_before_it_is_asked_again(start_bmc, tmp_path):
+@pytest.mark.parametrize("way", WAYS)
+def test_a_bmc_that_starts_is_checked_before_it_is_asked_again(start_bmc, tmp_path, way):
     bmc, impostor = start_bmc({"redfish": {"answers": {tool.SERVICE_ROOT: [{"status": 503, "repeat": True}]}}}), start_bmc()
     relay = odd_servers.Relay(bmc.port)
-    arguments = tool.check(bmc, "--ca-file", bmc.ready["redfish"]["certificate"])
+    arguments = tool.check(bmc, *trusted_by(way, bmc))
     arguments[arguments.index("--port") + 1] = str(relay.port)
     running = tool.Running(arguments, password=bmc.password)
     bmc.wait_for("/redfish/v1/")
@@ -190,6 +202,186 @@ def test_a_bmc_that_starts_is_checked_before_it_is_asked_again(start_bmc, tmp_pa
     ended = running.end()
     relay.stop()
     assert with_authorization(impostor) == [] and ended.code == 3
+
+
+# --- the first use, and after it ----------------------------------------------------------------
+
+
+class Known:
+    """A state folder, and the line of a BMC in its known_bmcs."""
+
+    def __init__(self, folder):
+        self.state = folder / "state"
+        self.file = self.state / "known_bmcs"
+
+    def run(self, bmc, *arguments, **options):
+        return tool.run([*tool.check(bmc, "--state-dir", str(self.state)), *arguments], password=bmc.password, **options)
+
+    def lines(self):
+        return [line for line in self.file.read_text(encoding="utf-8").splitlines() if not line.startswith("#")]
+
+    def write(self, port, sha256):
+        self.state.mkdir(mode=0o700, exist_ok=True)
+        self.file.write_text(f"127.0.0.1:{port} SHA256:{sha256}\n", encoding="utf-8")
+
+
+OTHER = ":".join(["AB"] * 32)
+
+
+@pytest.fixture
+def known(tmp_path):
+    return Known(tmp_path)
+
+
+def sha256_of(bmc):
+    """As the tool writes it."""
+    text = bmc.ready["redfish"]["sha256"].upper()
+    return ":".join(text[i : i + 2] for i in range(0, 64, 2))
+
+
+def test_a_first_certificate_is_remembered_and_then_known(bmc, known):
+    first = known.run(bmc, "--json")
+    assert first.code == 0, first.err
+    place = f"The certificate of 127.0.0.1 port {bmc.port}"
+    said = f"{place}, SHA-256 {sha256_of(bmc)}, is new, is accepted and remembered in {known.file}."
+    assert said in first.err.splitlines() and said in first.json["bmc"]["notes"]
+    assert (first.json["bmc"]["certificate"]["trust"], first.json["bmc"]["certificate"]["verified"]) == ("first-use", False)
+    (line,) = known.lines()
+    assert line.startswith(f"127.0.0.1:{bmc.port} SHA256:{sha256_of(bmc)} first seen ")
+
+    second = known.run(bmc, "--json")
+    assert second.code == 0 and place not in second.err and second.json["bmc"]["notes"] == []
+    assert (second.json["bmc"]["certificate"]["trust"], second.json["bmc"]["certificate"]["verified"]) == ("known", True)
+    assert known.lines() == [line]
+    words = known.run(bmc).out
+    assert "  verified by:   known from an earlier run\n" in words and "not verified" not in words
+
+
+@pytest.mark.parametrize("command", ["check", "collect"])
+def test_another_certificate_than_the_known_one_is_refused_before_any_request(bmc, known, tmp_path, command):
+    known.write(bmc.port, OTHER)
+    arguments = tool.check(bmc) if command == "check" else tool.collect(bmc, tmp_path / "out")
+    ended = tool.run([*arguments, "--state-dir", str(known.state), "--json"], password=bmc.password)
+    assert ended.code == 3 and bmc.requests() == []
+    assert ended.json["reason"] == (
+        f"The certificate of 127.0.0.1 port {bmc.port} is not the one that is known ({known.file}, line 1). It has "
+        f"SHA-256 {sha256_of(bmc)}. The password was not sent. Somebody may be in the BMC's place. If the BMC has a "
+        "new certificate, compare with its own and use --accept-new-certificate.")
+    assert ended.json["bmc"]["certificate"]["sha256"] == sha256_of(bmc)
+    assert ended.json["bmc"]["certificate"]["trust"] is None
+    assert known.file.read_text(encoding="utf-8") == f"127.0.0.1:{bmc.port} SHA256:{OTHER}\n"
+
+
+def test_a_new_certificate_takes_the_place_of_the_known_one_when_asked(bmc, known):
+    known.write(bmc.port, OTHER)
+    ended = known.run(bmc, "--accept-new-certificate", "--json")
+    assert ended.code == 0, ended.err
+    assert ended.json["bmc"]["certificate"]["trust"] == "replaced"
+    assert "is accepted in the place of the one that was known in " in ended.err
+    (line,) = known.lines()
+    assert f"SHA256:{sha256_of(bmc)}" in line
+    assert known.run(bmc).code == 0
+
+
+def test_with_insecure_anybody_is_trusted_and_nothing_remembered(bmc, known):
+    known.write(bmc.port, OTHER)
+    ended = known.run(bmc, "--insecure", "--json")
+    assert ended.code == 0, ended.err
+    assert (ended.json["bmc"]["certificate"]["trust"], ended.json["bmc"]["notes"]) == (None, [])
+    assert f"SHA256:{OTHER}" in known.lines()[0]
+
+
+@pytest.mark.parametrize("form", ["{colons}", "SHA256:{colons}", "{plain}"])
+def test_a_fingerprint_names_the_one_certificate(start_bmc, known, form):
+    bmc, impostor = start_bmc(), start_bmc()
+    given = form.format(colons=sha256_of(bmc), plain=bmc.ready["redfish"]["sha256"])
+    ended = known.run(bmc, "--fingerprint", given, "--json")
+    assert ended.code == 0, ended.err
+    assert ended.json["bmc"]["certificate"]["trust"] == "fingerprint" and not known.state.exists()
+    ended = known.run(impostor, "--fingerprint", given)
+    assert ended.code == 3 and impostor.requests() == []
+    assert f"is not the one that --fingerprint names. It has SHA-256 {sha256_of(impostor)}." in ended.err
+
+
+def test_a_folder_that_cannot_be_written_is_a_note_and_no_failure(bmc, known, tmp_path):
+    (tmp_path / "state").write_text("a file is in the way", encoding="utf-8")
+    ended = tool.run(tool.collect(bmc, tmp_path / "out", "--state-dir", str(known.state / "below"), "--json"),
+                     password=bmc.password)
+    assert ended.code == 0, ended.err
+    (note,) = [note for note in ended.json["bmc"]["notes"] if "certificate" in note]
+    assert ", is new, is accepted and cannot be remembered: The state folder " in note
+
+
+def test_what_cannot_be_remembered_still_holds_for_the_run(start_bmc, known, tmp_path):
+    slow = {"redfish": {"answers": {"* *ExportFFDCData": [{"delay": 0.6}]}}}
+    bmc, impostor = start_bmc(slow), start_bmc()
+    relay = odd_servers.Relay(bmc.port)
+    (tmp_path / "state").write_text("a file is in the way", encoding="utf-8")
+    arguments = tool.collect(bmc, tmp_path / "out", "--state-dir", str(known.state))
+    arguments[arguments.index("--port") + 1] = str(relay.port)
+    running = tool.Running(arguments, password=bmc.password)
+    bmc.wait_for("ExportFFDCData")
+    relay.target = impostor.port
+    ended = running.end()
+    relay.stop()
+    assert ended.code == 3 and impostor.requests() == []
+    assert "was in order at the beginning and is not any more." in ended.err
+
+
+def test_known_certificates_that_cannot_be_read_trust_nobody(bmc, known):
+    known.write(bmc.port, "nonsense")
+    ended = known.run(bmc)
+    assert ended.code == 8 and bmc.requests() == []
+    assert f"{known.file}:1: " in ended.err
+    assert known.run(bmc, "--fingerprint", sha256_of(bmc)).code == 0, "then it is not asked"
+
+
+def test_with_a_ca_file_nothing_is_remembered(bmc, known):
+    assert known.run(bmc, "--ca-file", bmc.ready["redfish"]["certificate"]).code == 0
+    assert not known.state.exists()
+
+
+def test_what_stands_on_the_command_line_comes_before_the_environment(start_bmc, known):
+    bmc, other = start_bmc(), start_bmc()
+    environment = {"VARNEX_CA_FILE": other.ready["redfish"]["certificate"]}
+    assert known.run(bmc, environment=environment).code == 3
+    assert known.run(bmc, "--insecure", environment=environment).code == 0
+    assert known.run(bmc, "--fingerprint", sha256_of(bmc), environment=environment).code == 0
+
+
+def test_the_download_too_is_not_checked_against_a_ca_file_that_does_not_hold(start_bmc, tmp_path):
+    bmc, other = start_bmc(), start_bmc()
+    arguments = tool.collect(bmc, tmp_path / "out", "--fingerprint", sha256_of(bmc))
+    ended = tool.run(arguments, password=bmc.password,
+                     environment={"VARNEX_CA_FILE": other.ready["redfish"]["certificate"]})
+    assert ended.code == 0, ended.err
+
+
+def test_each_port_has_a_certificate_of_its_own(start_bmc, known):
+    """A redirect may lead to another port of the same host."""
+    front = start_bmc()
+    bmc = start_bmc({**redirecting(f"https://127.0.0.1:{front.port}/redfish/v1/"), "password": "a secret word"})
+    assert known.run(bmc).code == 0
+    assert sorted(line.split()[0] for line in known.lines()) == sorted(
+        f"127.0.0.1:{port}" for port in (bmc.port, front.port))
+    assert known.run(bmc).code == 0
+
+
+def test_who_was_in_the_bmc_s_place_at_the_download_is_found_afterwards(start_bmc, tmp_path):
+    """The window between the tool's look and the library's request is one moment; it is closed by looking again."""
+    slow = {"redfish": {"archive": {"size": 300000}, "answers": {"GET /download/*": [{"rate": 200000}]}}}
+    bmc, impostor = start_bmc(slow), start_bmc()
+    relay = odd_servers.Relay(bmc.port)
+    arguments = tool.collect(bmc, tmp_path / "out")
+    arguments[arguments.index("--port") + 1] = str(relay.port)
+    running = tool.Running([*arguments, "--json"], password=bmc.password)
+    bmc.wait_for("/download/")
+    relay.target = impostor.port
+    ended = running.end()
+    relay.stop()
+    assert ended.code == 3 and ended.json["steps"][-1]["name"] == "certificate"
+    assert "if the password may have gone to him, change it." in ended.err
+    assert not (tmp_path / "out").exists(), "what an impostor may have sent is not delivered"
 
 
 # --- redirects --------------------------------------------------------------------------------
@@ -274,7 +466,7 @@ def test_requests_share_a_connection_all_the_same():
         ended = tool.run(at(server.port, "check"), password="a secret word")
         assert ended.code == 0, ended.err
         assert [path for _, path, _ in server.requests][:2] == ["/redfish/v1/", "/redfish/v1/Managers/1"]
-        assert server.connections == 2, "one of the tool's preflight, one of the library"
+        assert server.connections == 5, "the tool's preflight, the library, and a look before each of its steps"
 
 
 def test_the_ordinary_odd_server_gives_its_archive(tmp_path):

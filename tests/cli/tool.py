@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """The tool as a user runs it, and the emulated BMC that it talks to."""
 
+import itertools
 import json
 import os
 import pathlib
@@ -42,6 +43,15 @@ def clean_environment():
         and not name.lower().endswith("_proxy")
         and not name.startswith(("VARNEX_", "KEMFFDC"))
     } | {"XDG_CONFIG_HOME": "/nonexistent"}
+
+
+_states = tempfile.TemporaryDirectory(prefix="kemffdc-states-")
+_runs = itertools.count()
+
+
+def run_environment():
+    """That of a run which knows nothing of earlier ones: no certificate, no history."""
+    return {**clean_environment(), "XDG_STATE_HOME": f"{_states.name}/{next(_runs)}"}
 
 
 def free_port(address="127.0.0.1"):
@@ -153,7 +163,7 @@ class Running:
             stdin=subprocess.PIPE,
             stdout=subprocess.PIPE,
             stderr=subprocess.PIPE,
-            env={**clean_environment(), **(environment or {})},
+            env={**run_environment(), **(environment or {})},
             start_new_session=True,
             **options,
         )
@@ -245,7 +255,7 @@ class Terminal:
         self.process, self.descriptor = pty.fork()
         if self.process == 0:
             command = [*before, TOOL, *arguments]
-            os.execve(command[0], command, {**clean_environment(), "TERM": "xterm", **(environment or {})})
+            os.execve(command[0], command, {**run_environment(), "TERM": "xterm", **(environment or {})})
         self.code = None
 
     def read(self, pattern=None, seconds=20.0):

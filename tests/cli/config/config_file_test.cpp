@@ -32,8 +32,8 @@ const std::vector<Member>& Members() {
         {"via", false, false, "", {}},
         {"user", false, false, "", {}},
         {"port", false, false, "", IsNumber},
-        {"password_file", true, false, "password_command", {}},
-        {"password_command", false, true, "password_file", {}},
+        {"password_file", true, false, "password", {}},
+        {"password_command", false, true, "password", {}},
         {"export.uri", false, false, "", {}},
         {"export.password_file", true, false, "", {}},
     };

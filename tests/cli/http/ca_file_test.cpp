@@ -73,11 +73,10 @@ TEST(CheckCaFile, WhatIsNoPlainFileIsRefusedWithoutBeingOpened) {
 TEST(CheckCaFile, NoFileIsWell) { EXPECT_TRUE(CheckCaFile("").Ok()); }
 
 TEST(AnnounceCaFile, TheDownloadFindsItInTheEnvironment) {
-    setenv("VARNEX_CA_FILE", "/environment.pem", 1);
-    Kemffdc::AnnounceCaFile("");
-    EXPECT_STREQ(std::getenv("VARNEX_CA_FILE"), "/environment.pem");
     Kemffdc::AnnounceCaFile("/option.pem");
     EXPECT_STREQ(std::getenv("VARNEX_CA_FILE"), "/option.pem");
+    Kemffdc::AnnounceCaFile("");
+    EXPECT_EQ(std::getenv("VARNEX_CA_FILE"), nullptr) << "what does not hold is not found either";
 }
 
 }  // namespace

@@ -82,19 +82,23 @@ TEST(Transport, KnowsOnAConnectionThatIsUsedAgainThatTheHandshakeIsOver) {
 TEST(TransportJudge, SeesTheCertificateAndLetsTheRequestGo) {
     const EmulatedBmc bmc;
     std::string seen;
-    Transport transport = To(bmc, {"", [&](const Certificate& shown) {
+    std::uint16_t seenAt = 0;
+    Transport transport = To(bmc, {"", [&](std::uint16_t port, const Certificate& shown) {
                                        seen = shown.sha256;
+                                       seenAt = port;
                                        return std::string();
                                    }});
     EXPECT_EQ(transport.Get(kRoot).httpCode, 200);
     EXPECT_EQ(seen.size(), 95U) << "32 bytes in hexadecimal, with colons: " << seen;
     EXPECT_EQ(transport.ShownCertificate()->sha256, seen);
+    EXPECT_EQ(seenAt, At(bmc).port);
 }
 
 TEST(TransportJudge, AnObjectionEndsTheHandshakeBeforeAnyRequest) {
     const EmulatedBmc bmc;
-    Transport transport =
-        To(bmc, {"", [](const Certificate&) { return std::string("This is not the BMC."); }});
+    Transport transport = To(bmc, {"", [](std::uint16_t, const Certificate&) {
+                                       return std::string("This is not the BMC.");
+                                   }});
     const Answer answer = transport.Get(kManager, BasicLogin("admin", "secret"));
     EXPECT_EQ(answer.failedAt, Stage::kTrust);
     EXPECT_EQ(answer.reason, "This is not the BMC.");
@@ -106,7 +110,7 @@ TEST(TransportJudge, AnObjectionEndsTheHandshakeBeforeAnyRequest) {
 TEST(TransportJudge, IsAskedAgainOnEachNewConnection) {
     const EmulatedBmc bmc;
     int asked = 0;
-    Transport transport = To(bmc, {"", [&](const Certificate&) {
+    Transport transport = To(bmc, {"", [&](std::uint16_t, const Certificate&) {
                                        return std::string(++asked > 1 ? "Another one." : "");
                                    }});
     EXPECT_EQ(transport.Get(kRoot).httpCode, 200);
@@ -120,10 +124,11 @@ TEST(TransportJudge, IsAskedAgainOnEachNewConnection) {
 TEST(TransportJudge, IsNotAskedWhereACaFileDecides) {
     const EmulatedBmc bmc;
     int asked = 0;
-    Transport transport = To(bmc, {bmc.Text("/redfish/certificate"), [&](const Certificate&) {
-                                       ++asked;
-                                       return std::string("no");
-                                   }});
+    Transport transport =
+        To(bmc, {bmc.Text("/redfish/certificate"), [&](std::uint16_t, const Certificate&) {
+                     ++asked;
+                     return std::string("no");
+                 }});
     EXPECT_EQ(transport.Get(kRoot).httpCode, 200);
     EXPECT_EQ(asked, 0);
     EXPECT_TRUE(transport.ShownCertificate()->verified);
