@@ -21,6 +21,7 @@ namespace {
 
 constexpr std::size_t kPiece = std::size_t{256} * 1024;
 constexpr unsigned kPacked = 128 * 1024;  // read from the file at once
+constexpr std::size_t kMaxName = 4096;    // PATH_MAX; an archive may hold names of a mebibyte
 constexpr std::size_t kShownStart = 40;   // bytes of what is no archive
 
 struct CloseGzip {
@@ -140,7 +141,7 @@ Entry EntryOf(archive_entry* found) {
     // The first is null for a name that is no UTF-8, the second for one that is no text here.
     const char* name = archive_entry_pathname_utf8(found);
     if (name == nullptr) name = archive_entry_pathname(found);
-    if (name != nullptr) entry.name = name;
+    if (name != nullptr) entry.name.assign(name, strnlen(name, kMaxName));
     entry.kind = KindOf(found);
     const la_int64_t size = archive_entry_size(found);
     if (entry.kind == Entry::Kind::kFile && size > 0) entry.size = static_cast<std::uint64_t>(size);

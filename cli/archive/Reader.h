@@ -11,7 +11,7 @@ namespace Kemffdc::Archives {
 // One thing in an archive.
 struct Entry {
     enum class Kind { kFile, kFolder, kLink, kOther };
-    std::string name;  // as the archive has it: any bytes
+    std::string name;  // as the archive has it: any bytes, at most 4096
     Kind kind = Kind::kFile;
     std::uint64_t size = 0;
 };

@@ -78,7 +78,7 @@ Outcome FindRun(History::Id id, const std::string& stateFolder, Shown& shown) {
 Outcome FindPath(std::string path, const std::string& stateFolder, Shown& shown) {
     while (path.size() > 1 && path.back() == '/') path.pop_back();
     std::error_code error;
-    if (!fs::exists(path, error)) {
+    if (!fs::is_regular_file(path, error) && !fs::is_directory(path, error)) {
         return Failure(kLocalFile, Clean(path) +
                                        " is neither a file or folder nor the number of a "
                                        "run (kemffdc history lists them).");
@@ -130,6 +130,7 @@ void WriteRun(const Shown& shown, std::ostream& out) {
     Line(out, "Task:      ",
          run.task.empty() || run.taskState.empty() ? run.task : run.task + ", " + run.taskState);
     Line(out, "On BMC:    ", run.bmcPath);
+    Line(out, "Exported:  ", run.exportUri);
     for (const History::StepRow& step : shown.steps) {
         out << "  " << Clean(step.name) << ": ";
         if (step.endedAt.empty()) {

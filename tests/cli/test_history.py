@@ -311,7 +311,7 @@ def test_show_cleans_what_an_archive_says(tmp_path):
     assert "events\\x1B[2J.log" in ended.out
 
 
-@pytest.mark.parametrize("what", ["7", "no-such-file", "/no/such/file"])
+@pytest.mark.parametrize("what", ["7", "no-such-file", "/no/such/file", "/dev/zero"])
 def test_show_of_nothing(what, state):
     assert asked("show", what, code=8)["run"] is None
     assert not state.exists()

@@ -118,6 +118,13 @@ TEST_F(ReadArchiveTest, NamesAreTakenInAnyCharacterSet) {
     EXPECT_EQ(seen.entries[2].name, latin1);
 }
 
+TEST_F(ReadArchiveTest, ANameIsCutWhereNoFileCouldHaveIt) {
+    Good({{std::string(900000, 'n'), "x"}});
+    Collector seen;
+    EXPECT_TRUE(ReadArchive(path, Bounds{}, &seen).Ok());
+    EXPECT_EQ(seen.entries.at(0).name, std::string(4096, 'n'));
+}
+
 TEST_F(ReadArchiveTest, AnArchiveThatIsNotPackedIsRead) {
     MakeArchive(path, {{"a", "alpha"}}, false);
     const Reading reading = ReadArchive(path, Bounds{});
