@@ -2,9 +2,7 @@
 """Fixtures of the tool's tests."""
 
 import os
-import shutil
 import sys
-import tempfile
 
 import pytest
 
@@ -16,18 +14,12 @@ sys.path.insert(0, str(tool.ROOT / "tests" / "support"))  # weather.py
 def pytest_configure():
     if not tool.TOOL or not os.access(tool.TOOL, os.X_OK):
         raise pytest.UsageError("the environment variable KEMFFDC must name the tool to test")
-    # Not the history of whoever runs the tests.
-    os.environ["XDG_STATE_HOME"] = tempfile.mkdtemp(prefix="kemffdc-state-")
-
-
-def pytest_unconfigure():
-    shutil.rmtree(os.environ.pop("XDG_STATE_HOME", ""), ignore_errors=True)
 
 
 @pytest.fixture
 def state(tmp_path, monkeypatch):
-    """A state folder of the test's own; it need not exist."""
-    monkeypatch.setenv("XDG_STATE_HOME", str(tmp_path / "state-home"))
+    """A state folder for all runs of the test; it need not exist."""
+    monkeypatch.setattr(tool, "shared_state", str(tmp_path / "state-home"))
     return tmp_path / "state-home" / "kemffdc"
 
 

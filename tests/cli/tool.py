@@ -47,11 +47,12 @@ def clean_environment():
 
 _states = tempfile.TemporaryDirectory(prefix="kemffdc-states-")
 _runs = itertools.count()
+shared_state = None  # of a test whose runs know of each other; see the fixture `state`
 
 
 def run_environment():
     """That of a run which knows nothing of earlier ones: no certificate, no history."""
-    return {**clean_environment(), "XDG_STATE_HOME": f"{_states.name}/{next(_runs)}"}
+    return {**clean_environment(), "XDG_STATE_HOME": shared_state or f"{_states.name}/{next(_runs)}"}
 
 
 def free_port(address="127.0.0.1"):
