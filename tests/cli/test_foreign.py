@@ -2,8 +2,10 @@
 """The tool before servers that know nothing of it: fwupd's Redfish service, OpenIPMI's BMC."""
 
 import base64
+import hashlib
 import http.client
 import json
+import pathlib
 import ssl
 
 import pytest
@@ -92,6 +94,47 @@ def test_the_reason_is_read_out_of_a_strangers_task(redfish, start_bmc, tmp_path
     assert ended.code == 5
     assert '"Error verifying image" (Update.1.0.ApplyFailed)' in ended.json["reason"]
     assert "(TaskState Exception, TaskStatus Warning)" in ended.json["reason"]  # 125 percent are none
+
+
+# --- trust --------------------------------------------------------------------------------------
+
+
+def sha256_of(certificate):
+    der = ssl.PEM_cert_to_DER_cert(pathlib.Path(str(certificate) + ".crt").read_text(encoding="ascii"))
+    return hashlib.sha256(der).hexdigest()
+
+
+@pytest.fixture
+def certificates(tmp_path):
+    """Two of them, for the same address."""
+    made = []
+    for name in ("first", "second"):
+        (tmp_path / name).mkdir()
+        made.append(odd_servers.make_certificate(tmp_path / name))
+    return made
+
+
+def test_a_stranger_is_remembered_and_another_in_his_place_gets_no_password(certificates, tmp_path):
+    port = tool.free_port()
+
+    def check(certificate, *arguments):
+        with foreign.redfish_service(certificate, tool.clean_environment(), port):
+            given = over_redfish("check", port, "--state-dir", str(tmp_path / "state"), "--json", *arguments)
+            return tool.run(given, password=foreign.REDFISH_PASSWORD)
+
+    first, again, other, accepted = (check(certificates[0]), check(certificates[0]), check(certificates[1]),
+                                     check(certificates[1], "--accept-new-certificate"))
+    assert [ended.code for ended in (first, again, other, accepted)] == [10, 10, 3, 10]
+    assert [ended.json["bmc"]["certificate"]["trust"] for ended in (first, again, other, accepted)] == [
+        "first-use", "known", None, "replaced"]
+    assert "The password was not sent." in other.json["reason"]
+
+
+@pytest.mark.parametrize("shown, code", [(0, 10), (1, 3)])
+def test_a_stranger_is_known_by_his_fingerprint_alone(certificates, shown, code):
+    with foreign.redfish_service(certificates[shown], tool.clean_environment()) as port:
+        arguments = over_redfish("check", port, "--fingerprint", f"SHA256:{sha256_of(certificates[0])}")
+        assert tool.run(arguments, password=foreign.REDFISH_PASSWORD).code == code
 
 
 # --- IPMI ---------------------------------------------------------------------------------------
