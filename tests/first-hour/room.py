@@ -5,7 +5,6 @@ The ports are the usual ones, in a network of the test's own. The first BMC is 1
 """
 
 import contextlib
-import json
 import os
 import pathlib
 import subprocess
@@ -49,7 +48,7 @@ class Room:
         for name in ("home", "bin", "store"):
             (folder / name).mkdir()
         (folder / "bin" / "kemffdc").symlink_to(os.environ["KEMFFDC"])
-        self._start_bmc("BMC", "127.0.0.2")
+        self._bmc = self._start_bmc("BMC", "127.0.0.2")
         self._start_store()
 
     def secret(self, name):
@@ -59,7 +58,9 @@ class Room:
 
     def happen(self, direction):
         """What a direction says happens behind the scenes."""
-        raise AssertionError(f"nobody knows how to do this: {direction}")
+        assert direction == "the BMC is set up anew, and has another certificate", direction
+        self._end(self._bmc)
+        self._bmc = self._start_bmc("BMC", "127.0.0.2", "--new-certificate")
 
     def as_if_at_home(self, line):
         """The line with the folder of the day's test as a home like anybody's."""
@@ -72,13 +73,13 @@ class Room:
         return {**kept, "HOME": str(self.folder / "home"), "USER": "olga", "LANG": "C.UTF-8", "TZ": "UTC",
                 "PATH": f"{self.folder / 'bin'}:/usr/bin:/bin"}
 
-    def _start_bmc(self, name, address):
+    def _start_bmc(self, name, address, *more):
         folder = self.folder / f"bmc-{address}"
-        folder.mkdir()
+        folder.mkdir(exist_ok=True)
         scenario = folder / "scenario.yaml"
         scenario.write_text(yaml.safe_dump({"password": BMC_PASSWORD, **_SCENARIOS[name]}), encoding="utf-8")
-        self._start([EMULATOR / "emulated-bmc", "--scenario", scenario, "--state-dir", folder,
-                     "--bind", address, *_PORTS])
+        return self._start([EMULATOR / "emulated-bmc", "--scenario", scenario, "--state-dir", folder,
+                            "--bind", address, *_PORTS, *more])
 
     def _start_store(self):
         self._start([EMULATOR / "sftp-store", "--bind", STORE_ADDRESS, "--port", str(STORE_PORT), "--user", "ffdc",
@@ -92,17 +93,21 @@ class Room:
         self._running.append(process)
         line = process.stdout.readline()
         assert line, f"{command[0]} did not start"
-        return json.loads(line)
+        return process
+
+    def _end(self, process):
+        self._running.remove(process)
+        process.stdin.close()
+        try:
+            process.wait(10)
+        except subprocess.TimeoutExpired:
+            process.kill()
+            process.wait()
+        process.stdout.close()
 
     def close(self):
-        for process in self._running:
-            process.stdin.close()
-            try:
-                process.wait(10)
-            except subprocess.TimeoutExpired:
-                process.kill()
-                process.wait()
-            process.stdout.close()
+        for process in list(self._running):
+            self._end(process)
 
 
 @contextlib.contextmanager
