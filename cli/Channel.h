@@ -34,6 +34,7 @@ struct Channel {
 
     Outcome (*collect)(Context& run);  // gathers, and delivers the archive
     Outcome (*check)(Context& run);    // finds out whether collect would get as far as gathering
+    Outcome (*resume)(Context& run) = nullptr;  // goes on with an earlier run; null: cannot
 };
 
 }  // namespace Kemffdc

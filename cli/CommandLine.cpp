@@ -210,7 +210,9 @@ Parsed ParseCommand(const CommandEntry& command, const Words& words,
     Options options;
     const std::string fault = Split(command, words, line);
     if (!fault.empty()) return UsageError(fault, command.name);
-    const Outcome settled = Settle(command, line, surroundings, options);
+    Outcome settled;
+    if (command.recall != nullptr && line.argument) settled = command.recall(line, options);
+    if (settled.Ok()) settled = Settle(command, line, surroundings, options);
     if (!settled.Ok()) {
         return ByFile(settled, surroundings) ? Fault(settled, command.name)
                                              : UsageError(settled.reason, command.name);

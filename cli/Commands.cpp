@@ -10,6 +10,7 @@
 #include "cli/Run.h"
 #include "cli/commands/Config.h"
 #include "cli/commands/History.h"
+#include "cli/commands/Resume.h"
 #include "cli/commands/Show.h"
 #include "cli/commands/Verify.h"
 #include "cli/terminal/Text.h"
@@ -70,6 +71,11 @@ std::string TakeSubject(const std::string& text, Options& options) {
     return text.empty() ? " is empty." : "";
 }
 
+constexpr char kResumeExamples[] =
+    "  kemffdc resume 17 --password-file ~/.bmc7\n"
+    "      Waits for the task that run 17 has started, and fetches its archive.\n"
+    "      BMC, user and folder are those of that run.\n";
+
 OptionGroups OnBmc() { return {&RunOptions(), &StateOptions(), &ResultOptions()}; }
 
 bool IsHostByte(char c) {
@@ -101,6 +107,8 @@ const std::vector<CommandEntry>& Commands() {
          Argument::kRequired, TakeHost, true, Use::kGather, OnBmc, Run, kCollectExamples},
         {Command::kCheck, "check", "See whether the BMC can be used; gathers nothing", "HOST",
          Argument::kRequired, TakeHost, true, Use::kReach, OnBmc, Run, kCheckExamples},
+        {Command::kResume, "resume", "Go on with a Redfish run that did not get its archive", "RUN",
+         Argument::kRequired, TakeHost, true, Use::kGather, OnBmc, Run, kResumeExamples, RecallRun},
         {Command::kConfig, "config", "Show which settings hold for a BMC, and from where", "HOST",
          Argument::kOptional, TakeHost, true, Use::kGather, OnBmc, ShowConfig, kConfigExamples},
         {Command::kHistory, "history", "List the runs, the newest first", "HOST",

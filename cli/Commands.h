@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "cli/ExitCodes.h"
+#include "cli/Line.h"
 #include "cli/OptionTable.h"
 
 namespace Kemffdc {
@@ -34,6 +36,10 @@ struct CommandEntry {
     int (*run)(const Options& options, std::ostream& out, std::ostream& err);
 
     const char* examples;  // for `help COMMAND`
+
+    // Puts what the argument stands for in its place, before anything is settled; null: it stands
+    // for itself.
+    Outcome (*recall)(Line& line, Options& options) = nullptr;
 };
 
 const std::vector<CommandEntry>& Commands();               // in the order of help

@@ -14,7 +14,7 @@
 
 namespace Kemffdc {
 
-enum class Command { kCollect, kCheck, kConfig, kHistory, kShow, kVerify };
+enum class Command { kCollect, kCheck, kConfig, kHistory, kShow, kVerify, kResume };
 
 // Who has said what holds. The higher one counts.
 enum class Origin { kDefault, kSystemFile, kUserFile, kEnvironment, kCommandLine };
@@ -63,8 +63,9 @@ private:
 // What the operator asked for. Holds no password: only where passwords come from.
 struct Options {
     Command command = Command::kCollect;
-    std::string via;   // name of a channel (Channels.h)
-    std::string host;  // name or address, IPv6 without brackets; empty: this machine's BMC
+    std::int64_t resumes = 0;  // resume: number of the run, in the history
+    std::string via;           // name of a channel (Channels.h)
+    std::string host;          // name or address, IPv6 without brackets; empty: this machine's BMC
     bool ipv6 = false;
     std::uint16_t port = 0;
     std::string user = "admin";

@@ -14,6 +14,7 @@
 #include <memory>
 #include <new>
 #include <ostream>
+#include <set>
 
 #include "IpmiSessions.h"
 #include "LogSink.h"
@@ -99,7 +100,9 @@ Outcome ReadPasswords(const Options& options, Secret& password, Secret& exportPa
                         (options.host.empty() ? "this machine's BMC" : options.host) + ": ",
                     "--password-file", Filled(options.passwordCommand, host, options.user), limit},
                    password);
-    if (!outcome.Ok() || options.exportUri.empty()) return outcome;
+    // A BMC that has its task already has the other password too.
+    const bool exports = !options.exportUri.empty() && options.command != Command::kResume;
+    if (!outcome.Ok() || !exports) return outcome;
     const bool wanted = !options.exportUser.empty() || !options.exportPasswordFile.empty() ||
                         !options.exportPasswordCommand.empty();
     if (!wanted) return {};
@@ -128,6 +131,7 @@ History::RunRow RowOf(const Options& options, const RunRecord& record) {
     std::error_code ignored;
     History::RunRow run;
     run.command = record.command;
+    run.continues = options.resumes;
     run.toolVersion = KEMFFDC_VERSION;
     run.channel = record.channel;
     run.host = record.host;
@@ -213,20 +217,20 @@ private:
         Varnex::HideInLog(m_password.Reveal(), m_options.user);
         Varnex::HideInLog(m_exportPassword.Reveal(), m_options.exportUser);
 
-        if (m_options.command == Command::kCollect) BeginHistory();
+        const bool checks = m_options.command == Command::kCheck;
+        if (!checks) BeginHistory();
         m_report.Begin();
 
         // CIM has no download: there the URI is never empty.
-        const bool downloads =
-            m_options.command == Command::kCollect && m_options.exportUri.empty();
+        const bool downloads = !checks && m_options.exportUri.empty();
         if (downloads) outcome = PrepareFolder();
         if (!outcome.Ok()) return outcome;
 
         Context context{m_options,  m_trust,      m_password,  m_exportPassword, m_progress,
                         m_report,   m_folder,     m_interrupt, m_limits,         m_arrivals,
                         m_recorder, m_bmcGathers, m_farewell};
-        return m_options.command == Command::kCheck ? m_channel.check(context)
-                                                    : m_channel.collect(context);
+        if (m_options.command == Command::kResume) return m_channel.resume(context);
+        return checks ? m_channel.check(context) : m_channel.collect(context);
     }
 
     // check gathers nothing: it may run at any time.
@@ -297,12 +301,35 @@ private:
         m_farewell.Pay(kFarewell);
     }
 
-    void Tell(const Outcome& outcome) {
+    void Tell(const Outcome& ending) {
+        Outcome outcome = ending;
+        if (CanGoOn(outcome.code)) {
+            outcome.reason += " This run can be continued: kemffdc resume " +
+                              std::to_string(m_recorder.Number()) + StateOption();
+        }
         const std::optional<RunRecord> record = m_report.End(outcome);
         if (record) Keep(*record);
         m_progress.End();
         if (record) Tell(*record);
         m_interrupt.Told();
+    }
+
+    // The BMC has a task, whose archive has not come, and nothing says that it never will.
+    bool CanGoOn(ExitCode code) {
+        static const std::set<ExitCode> ended{kDone, kUsage, kTaskFailed, kIncomplete, kLimited};
+        if (m_channel.resume == nullptr || m_recorder.Number() == 0) return false;
+        const RunRecord now = m_report.Now();
+        const bool delivered = !now.delivery.path.empty() || !now.delivery.exportUri.empty();
+        return now.task && !now.task->uri.empty() && !delivered && ended.count(code) == 0;
+    }
+
+    // As the shell takes it.
+    std::string StateOption() const {
+        if (m_options.stateDir.empty()) return "";
+        std::string quoted = "'";
+        for (const char c : m_options.stateDir)
+            quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+        return " --state-dir " + Clean(quoted) + "'";
     }
 
     void Tell(const RunRecord& record) {

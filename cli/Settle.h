@@ -10,14 +10,9 @@
 
 #include "cli/Commands.h"
 #include "cli/ExitCodes.h"
+#include "cli/Line.h"
 
 namespace Kemffdc {
-
-// The command line, taken apart: nothing of it is understood yet.
-struct Line {
-    std::map<std::string, std::string> options;  // by name; a flag's text is "true" or "false"
-    std::optional<std::string> argument;
-};
 
 // Where else options come from. By default nowhere.
 struct Surroundings {

@@ -36,6 +36,7 @@ const Channel kChannel{"redfish",
                        Complete,
                        Outline,
                        Collect,
-                       Check};
+                       Check,
+                       Resume};
 
 }  // namespace Kemffdc::Redfish

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <set>
 
 #include "Transfer.h"
 #include "cli/redfish/Json.h"
@@ -408,6 +409,32 @@ Outcome DiagnoseWait(const Waited& waited, const Events& events, const Options& 
                                      std::to_string(Own(options).interval) + " s." + ending.Says() +
                                      " It goes on; run again with more --tries or a longer "
                                      "--interval.");
+}
+
+Outcome DiagnoseTask(const Task& task) {
+    static const std::set<std::string> goesOn{"Completed", "New",       "Starting", "Running",
+                                              "Suspended", "Pending",   "Service",  "Interrupted",
+                                              "Stopping",  "Cancelling"};
+    if (goesOn.count(task.state) > 0) return {};
+    const Waited waited{false, "", 0, task};
+    const Events none;
+    const Ending ending{waited, none};
+    if (task.state == "Exception") return EndedByException(ending);
+    if (task.state == "Killed" || task.state == "Cancelled") return Killed(ending);
+    return task.state.empty() ? WithoutState(ending) : Unknown(ending);
+}
+
+Outcome DiagnoseLostTask(const Answer& answer) {
+    if (answer.failedAt != Stage::kDone) {
+        return Failure(kNotConnected, Cause::kConnectionLost, answer.reason);
+    }
+    if (answer.IsSuccess()) {
+        return Failure(kTaskFailed, Cause::kTaskLost,
+                       "The BMC's answer about the task is not readable JSON: the outcome of the "
+                       "task is not known.");
+    }
+    return DiagnoseAnswer(
+        kPollAnswers, {EventKind::kPollFailed, 0, static_cast<int>(answer.httpCode), answer.body});
 }
 
 Outcome DiagnoseDownload(const Downloaded& downloaded, const Events& events) {

@@ -9,6 +9,7 @@
 
 #include "cli/ExitCodes.h"
 #include "cli/Options.h"
+#include "cli/http/Transport.h"
 #include "cli/redfish/Events.h"
 #include "cli/report/Facts.h"
 
@@ -34,6 +35,12 @@ struct Waited {
     std::optional<Task> task{};  // as the BMC shows it afterwards, where it was asked
 };
 Outcome DiagnoseWait(const Waited& waited, const Events& events, const Options& options);
+
+// Of a task that the tool follows by itself: whether it has ended badly (DSP0268, TaskState). Well
+// also where it is completed, or goes on.
+Outcome DiagnoseTask(const Task& task);
+// Where it was asked for, and the BMC has not answered with it.
+Outcome DiagnoseLostTask(const Answer& answer);
 
 // How a download has ended.
 struct Downloaded {

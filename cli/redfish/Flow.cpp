@@ -12,12 +12,12 @@
 
 #include "Clock.h"
 #include "LogSink.h"
-#include "Transfer.h"
 #include "cli/CertificateGuard.h"
 #include "cli/Connection.h"
 #include "cli/Context.h"
 #include "cli/redfish/Diagnosis.h"
 #include "cli/redfish/Events.h"
+#include "cli/redfish/Fetching.h"
 #include "cli/redfish/Options.h"
 #include "cli/redfish/Preflight.h"
 #include "cli/redfish/Requests.h"
@@ -29,36 +29,7 @@
 namespace Kemffdc::Redfish {
 namespace {
 
-constexpr int kLookSeconds = 10;                     // for what is told besides
-constexpr std::chrono::seconds kSessionSeconds{10};  // to list sessions, and to close one
-
-// Shows the bytes of a download, keeps how it ended, and stops it when the run is interrupted.
-class DownloadWatch : public Varnex::TransferWatcher {
-public:
-    explicit DownloadWatch(const Context& run) : m_run(run) { Varnex::AddTransferWatcher(this); }
-    ~DownloadWatch() override { Varnex::RemoveTransferWatcher(this); }
-    DownloadWatch(const DownloadWatch&) = delete;
-    DownloadWatch& operator=(const DownloadWatch&) = delete;
-
-    bool Progress(const Varnex::TransferProgress& progress) override {
-        m_run.progress.Bytes(progress.bytes, progress.expected);
-        return !m_run.interrupt.Raised();
-    }
-
-    // On the thread that downloads, where alone the text is to be had.
-    void Ended(const std::string&, const std::error_code& error) override {
-        m_error = error;
-        m_errorText = error.message();
-    }
-
-    std::error_code Error() const { return m_error; }
-    const std::string& ErrorText() const { return m_errorText; }
-
-private:
-    const Context& m_run;
-    std::error_code m_error;
-    std::string m_errorText;
-};
+constexpr int kLookSeconds = 10;  // for what is told besides
 
 // One BMC, reached through the library.
 class BmcRun {
@@ -152,7 +123,7 @@ public:
         Outcome outcome =
             m_run.End(downloaded.code, DiagnoseDownload(downloaded, m_listener.Take()));
         if (outcome.Ok()) outcome = m_guard.CheckAfterwards();
-        return outcome.Ok() ? Store(name, path) : outcome;
+        return outcome.Ok() ? StoreArchive(m_run, name, path) : outcome;
     }
 
 private:
@@ -233,35 +204,6 @@ private:
             transport, BasicLogin(m_run.options.user, m_run.password.Reveal()), m_taskUri);
         if (task) m_run.report.SetTask(*task);
         return task;
-    }
-
-    Outcome Store(const std::string& name, const std::string& bmcPath) {
-        m_run.Begin("verify");
-        DeliveredFile file;
-        file.path = m_run.folder.WorkPath(name);
-        Outcome outcome = m_run.arrivals.Measure(
-            file.path, [this] { return m_run.interrupt.Raised(); }, file.size, file.sha256);
-        if (outcome.Ok() && file.size == 0) {
-            outcome = Failure(kDownloadFailed,
-                              "The BMC's archive is empty (0 bytes). Run the tool again.");
-        }
-        if (outcome.Ok()) m_run.Examine(file);
-        if (m_run.interrupt.Raised()) outcome = Failure(kInterrupted, "Interrupted.");
-        if (outcome.Ok()) outcome = m_run.Deliver(name, name, file.path);
-        if (outcome.Ok()) outcome = Delivered(file, bmcPath);
-        m_run.report.EndStep(outcome.code, outcome.reason);
-        return outcome;
-    }
-
-    Outcome Delivered(const DeliveredFile& file, const std::string& bmcPath) {
-        Delivery delivery;
-        delivery.path = file.path;
-        delivery.size = file.size;
-        delivery.sha256 = file.sha256;
-        delivery.remotePath = Clean(bmcPath);
-        delivery.files = {file};
-        m_run.report.SetDelivery(delivery);
-        return DiagnoseDamage(file);
     }
 
     Context& m_run;

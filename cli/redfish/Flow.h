@@ -15,6 +15,10 @@ namespace Kemffdc::Redfish {
 // by the records that the library logs while it works.
 Outcome Collect(Context& run);
 
+// Goes on with the task of the earlier run that the options name: preflight, wait, download, by the
+// tool's own requests.
+Outcome Resume(Context& run);
+
 // Preflight and connect, and what they found; gathers nothing.
 Outcome Check(Context& run);
 

@@ -29,12 +29,6 @@ std::string ExtendedMessage(const json::object& error) {
     return "";
 }
 
-bool IsPlainPath(const std::string& path) {
-    return path.compare(0, sizeof kRedfish - 1, kRedfish) == 0 &&
-           path.find("..") == std::string::npos &&
-           std::all_of(path.begin(), path.end(), [](char c) { return c > ' ' && c < 127; });
-}
-
 std::string PathOf(const json::object& link) {
     const json::value* value = link.if_contains("@odata.id");
     const json::string* text = value == nullptr ? nullptr : value->if_string();
@@ -43,6 +37,12 @@ std::string PathOf(const json::object& link) {
 }
 
 }  // namespace
+
+bool IsPlainPath(const std::string& path) {
+    return path.compare(0, sizeof kRedfish - 1, kRedfish) == 0 &&
+           path.find("..") == std::string::npos &&
+           std::all_of(path.begin(), path.end(), [](char c) { return c > ' ' && c < 127; });
+}
 
 const json::object* ObjectMember(const json::object& object, const char* name) {
     const json::value* value = object.if_contains(name);

@@ -19,8 +19,11 @@ std::string TextMember(const boost::json::object& object, const char* name);
 // A member that is an object; null where there is none.
 const boost::json::object* ObjectMember(const boost::json::object& object, const char* name);
 
-// Where a member leads that links to one resource, or to several ("@odata.id", DSP0266): paths
-// below /redfish/ on the same service, without anything that would bend them. Others count as none.
+// A path below /redfish/ on the same service, without anything that would bend it.
+bool IsPlainPath(const std::string& path);
+
+// Where a member leads that links to one resource, or to several ("@odata.id", DSP0266): plain
+// paths. Others count as none.
 std::string LinkMember(const boost::json::object& object, const char* name);
 std::vector<std::string> LinksMember(const boost::json::object& object, const char* name);
 

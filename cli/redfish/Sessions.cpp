@@ -107,4 +107,20 @@ std::string DownloadSession::Delete(const std::string& session) {
     return gone ? "" : StaysOpen("it cannot be deleted (" + m_trouble + ").");
 }
 
+Answer OpenOwnSession(Transport& transport, const std::string& user, const Secret& password,
+                      Secret& token) {
+    const json::object body{{"UserName", user}, {"Password", password.Reveal()}};
+    Answer answer = transport.Post(kSessions, json::serialize(body),
+                                   {"Content-Type: application/json", "Accept: application/json"});
+    if (answer.IsSuccess()) token = Secret(answer.Header("x-auth-token"));
+    return answer;
+}
+
+void CloseOwnSession(Transport& transport, const Login& login, const std::string& location) {
+    // Services give a path, or a whole address.
+    const std::size_t path = location.find(std::string(kSessions) + "/");
+    if (path == std::string::npos || !IsPlainPath(location.substr(path))) return;
+    (void)transport.Delete(location.substr(path), login);
+}
+
 }  // namespace Kemffdc::Redfish

@@ -45,6 +45,15 @@ private:
     std::optional<std::set<std::string>> m_before;
 };
 
+// A session of the tool's own (DSP0266): the answer to the request for it, and its token; empty
+// where the answer holds none.
+Answer OpenOwnSession(Transport& transport, const std::string& user, const Secret& password,
+                      Secret& token);
+
+// Ends it. `location`: of the answer to the request for it; where that leads to no session of this
+// service, nothing is done, and it ends when it times out.
+void CloseOwnSession(Transport& transport, const Login& login, const std::string& location);
+
 }  // namespace Kemffdc::Redfish
 
 #endif

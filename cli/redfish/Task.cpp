@@ -123,6 +123,16 @@ std::optional<Task> AskForTask(Transport& transport, const Login& login, const s
     return ReadTask(uri, answer.body);
 }
 
+std::string ArchivePathIn(const std::string& body) {
+    const auto task = ReadObject(body);
+    const json::object* place = task ? &*task : nullptr;
+    for (const char* name : {"Oem", "Tavrin", "FFDCForDownloading"}) {
+        if (place != nullptr) place = ObjectMember(*place, name);
+    }
+    const json::value* path = place == nullptr ? nullptr : place->if_contains("Path");
+    return path == nullptr || !path->is_string() ? "" : std::string(path->get_string());
+}
+
 std::string BmcSays(const Task& task) {
     const std::string figures = Figures(task);
     std::string words;

@@ -21,6 +21,9 @@ std::optional<Task> ReadTask(const std::string& uri, const std::string& body);
 // One read-only GET. Nothing where the BMC does not answer with the task.
 std::optional<Task> AskForTask(Transport& transport, const Login& login, const std::string& uri);
 
+// Where a completed task says that its archive lies on the BMC; empty where it does not say.
+std::string ArchivePathIn(const std::string& body);
+
 // What the BMC says of a task that has not ended well, as sentences: its state, status and
 // percentage as they are, and its worst messages with what it advises. Begins with a blank; empty
 // where it says nothing.

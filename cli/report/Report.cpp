@@ -12,6 +12,17 @@ namespace {
 
 using Guard = std::lock_guard<std::mutex>;
 
+const char* NameOf(Command command) {
+    switch (command) {
+        case Command::kCheck:
+            return "check";
+        case Command::kResume:
+            return "resume";
+        default:
+            return "collect";
+    }
+}
+
 std::string Hidden(const std::string& text) { return Varnex::WithoutHiddenSecrets(text); }
 
 Attempt Hidden(Attempt attempt) {
@@ -57,7 +68,7 @@ void SetTrustIn(std::optional<Certificate>& certificate, CertificateTrust trust)
 }  // namespace
 
 Report::Report(const Options& options) {
-    m_record.command = options.command == Command::kCheck ? "check" : "collect";
+    m_record.command = NameOf(options.command);
     m_record.channel = options.via;
     m_record.host = options.host;
     m_record.port = options.port;

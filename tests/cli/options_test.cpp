@@ -285,7 +285,7 @@ TEST(ParseOptions, WhatCannotBeMeantEndsWithTwoAndSaysWhy) {
 TEST(ParseOptions, WhatIsUnknownIsToldFirstWithWhatWasMeant) {
     const UsageRow rows[] = {
         {{},
-         "A command is missing: collect, check, config, history, show or verify.\nTry 'kemffdc --help'.\n"},
+         "A command is missing: collect, check, resume, config, history, show or verify.\nTry 'kemffdc --help'.\n"},
         {{"gather", "--via", "redfish", "bmc"},
          "Unknown command: gather.\nTry 'kemffdc --help'.\n"},
         {{"colect", "bmc"}, "Unknown command: colect. Did you mean collect?\n"},
@@ -296,7 +296,8 @@ TEST(ParseOptions, WhatIsUnknownIsToldFirstWithWhatWasMeant) {
         {{"collect", "bmc", "--tires=7", "--port", "0"},
          "Unknown option: --tires. Did you mean --tries?\n"},
         {{"collect", "bmc", "--colour"}, "Unknown option: --colour.\n"},
-        {{"check", "bmc", "--tries", "3"}, "--tries is an option of kemffdc collect and config.\n"},
+        {{"check", "bmc", "--tries", "3"},
+         "--tries is an option of kemffdc collect, resume and config.\n"},
         {{"collect", "bmc", "--usr", "--user"}, "Unknown option: --usr. Did you mean --user?\n"},
         {{"collect", "--output=", "--usr"}, "Unknown option: --usr."},
         {{"collect", "bmc", "-x7"}, "Unknown option: -x.\n"},

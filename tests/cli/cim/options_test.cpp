@@ -109,7 +109,7 @@ TEST(ParseCimOptions, WhatCannotBeMeantEndsWithTwoAndSaysWhy) {
         {{"collect", "--via", "redfish", "bmc", "--initialize"},
          "--initialize is an option of --via cim."},
         {{"check", "--via", "cim", "bmc", "--export-uri", "sftp://192.0.2.1/x"},
-         "--export-uri is an option of kemffdc collect and config."},
+         "--export-uri is an option of kemffdc collect, resume and config."},
     };
     for (const UsageRow& row : rows) {
         const Parsed parsed = Parse(row.arguments);

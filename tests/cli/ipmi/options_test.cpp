@@ -117,7 +117,7 @@ TEST(ParseIpmiOptions, WhatCannotBeMeantEndsWithTwoAndSaysWhy) {
         {{"collect", "--via", "ipmi", "bmc", "--mode", "-3"}, "--mode"},
         {{"collect", "--via", "ipmi", "bmc", "--mode", ""}, "--mode is empty."},
         {{"check", "--via", "ipmi", "bmc", "--mode", "3"},
-         "--mode is an option of kemffdc collect and config."},
+         "--mode is an option of kemffdc collect, resume and config."},
     };
     for (const UsageRow& row : rows) {
         const Parsed parsed = Parse(row.arguments);

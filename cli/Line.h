@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef KEMFFDC_LINE_H
+#define KEMFFDC_LINE_H
+
+#include <map>
+#include <optional>
+#include <string>
+
+namespace Kemffdc {
+
+// The command line, taken apart: nothing of it is understood yet.
+struct Line {
+    std::map<std::string, std::string> options;  // by name; a flag's text is "true" or "false"
+    std::optional<std::string> argument;
+};
+
+}  // namespace Kemffdc
+
+#endif

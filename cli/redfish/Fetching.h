@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef KEMFFDC_REDFISH_FETCHING_H
+#define KEMFFDC_REDFISH_FETCHING_H
+
+#include <chrono>
+#include <string>
+#include <system_error>
+
+#include "Transfer.h"
+#include "cli/Context.h"
+
+namespace Kemffdc::Redfish {
+
+// What a run that gathers and one that goes on with its task do alike once the archive is on its
+// way.
+
+constexpr std::chrono::seconds kSessionSeconds{10};  // to list sessions, and to close one
+
+// Shows the bytes of a download, keeps how it ended, and stops it when the run is interrupted.
+class DownloadWatch : public Varnex::TransferWatcher {
+public:
+    explicit DownloadWatch(const Context& run) : m_run(run) { Varnex::AddTransferWatcher(this); }
+    ~DownloadWatch() override { Varnex::RemoveTransferWatcher(this); }
+    DownloadWatch(const DownloadWatch&) = delete;
+    DownloadWatch& operator=(const DownloadWatch&) = delete;
+
+    bool Progress(const Varnex::TransferProgress& progress) override;
+    void Ended(const std::string& localPath, const std::error_code& error) override;
+
+    std::error_code Error() const { return m_error; }
+    const std::string& ErrorText() const { return m_errorText; }
+
+private:
+    const Context& m_run;
+    std::error_code m_error;
+    std::string m_errorText;
+};
+
+// Measures, examines and delivers what was downloaded as `name` into the working folder, as a step
+// of the run. `bmcPath`: where the BMC has it.
+Outcome StoreArchive(Context& run, const std::string& name, const std::string& bmcPath);
+
+}  // namespace Kemffdc::Redfish
+
+#endif
