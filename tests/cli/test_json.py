@@ -7,7 +7,9 @@ That each object is as docs/schema has it, tool.py looks at by itself.
 import json
 import os
 import signal
+import socket
 import subprocess
+import threading
 import time
 
 import pytest
@@ -66,8 +68,17 @@ def test_the_address_of_a_name_is_told(bmc):
     arguments[3] = "localhost"
     run = tool.run(arguments, password=bmc.password).json
     assert (run["host"], run["address"]) == ("localhost", "127.0.0.1")
-    assert tool.run(tool.check(bmc, "--json"), password=bmc.password,
-                    environment={"https_proxy": "http://127.0.0.1:9"}).json["address"] is None
+
+
+def test_a_proxys_address_is_not_the_bmcs(bmc):
+    with socket.create_server(("127.0.0.1", 0)) as proxy:
+        hanging_up = threading.Thread(target=lambda: proxy.accept()[0].close())
+        hanging_up.start()
+        ended = tool.run(tool.check(bmc, "--json"), password=bmc.password,
+                         environment={"https_proxy": f"http://127.0.0.1:{proxy.getsockname()[1]}"})
+        hanging_up.join()
+    assert ended.code == 3
+    assert ended.json["address"] is None
 
 
 @pytest.mark.parametrize("form", ["--json", "--events"])

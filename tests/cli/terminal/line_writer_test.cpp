@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -32,6 +33,13 @@ public:
     int Writer() const { return m_ends[1]; }
     int Capacity() const { return fcntl(m_ends[1], F_GETPIPE_SZ); }
 
+    int Waiting() const {
+        int bytes = 0;
+        ioctl(m_ends[0], FIONREAD, &bytes);
+        return bytes;
+    }
+    bool IsFull() const { return Waiting() >= Capacity() - 4096; }
+
     void CloseReader() {
         if (m_ends[0] >= 0) close(m_ends[0]);
         m_ends[0] = -1;
@@ -44,10 +52,10 @@ public:
         return text;
     }
 
-    // Until a line that ends so has come.
+    // Until that has come.
     std::string ReadUntil(const std::string& end) const {
         std::string text;
-        while (text.size() < end.size() || text.substr(text.size() - end.size()) != end) {
+        while (text.find(end) == std::string::npos) {
             const std::string more = ReadSome();
             if (more.empty()) break;
             text += more;
@@ -107,6 +115,20 @@ TEST(LineWriter, ASlowReaderGetsTheNewestLinesAndTheLastOne) {
     EXPECT_LT(text.size(),
               static_cast<std::size_t>(pipe.Capacity()) + (std::size_t{1} << 20) + 4096);
     EXPECT_GT(text.size(), std::size_t{1} << 20);
+}
+
+TEST(LineWriter, NothingComesBehindTheLastLine) {
+    const Pipe pipe;
+    LineWriter writer(pipe.Writer());
+    for (int i = 0; i < 200; ++i) writer.Write(std::string(1000, 'x'));  // more than a pipe takes
+    std::thread finishing([&] { EXPECT_TRUE(writer.Finish("end", 10s)); });
+    while (!pipe.IsFull()) std::this_thread::sleep_for(1ms);
+    std::this_thread::sleep_for(50ms);  // Finish() waits by now
+    writer.Write("late");
+    const std::string text = pipe.ReadUntil("end\n");
+    finishing.join();
+    EXPECT_EQ(text.substr(text.size() - 4), "end\n");
+    EXPECT_EQ(pipe.Waiting(), 0);
 }
 
 TEST(LineWriter, WaitsForALastLineThatIsReadSlowly) {
