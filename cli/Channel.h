@@ -15,7 +15,7 @@ class Report;
 // One way to a BMC, as --via names it: all that the rest of the tool knows of it. A further channel
 // is a folder with such a descriptor and a line in Channels.cpp.
 struct Channel {
-    enum class Host { kRequired, kOptional, kNone };
+    enum class Host { kRequired, kOptional };  // optional: in band
 
     const char* name;
     const char* brief;  // for help

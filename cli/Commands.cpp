@@ -33,7 +33,7 @@ constexpr char kCollectExamples[] =
     "  kemffdc collect --via ipmi 192.0.2.10 --cipher-suite 3 --output /var/ffdc\n"
     "      By IPMI over the LAN; the files come by SFTP into a folder of their own.\n"
     "  kemffdc collect --via kcs\n"
-    "      The same from the server's own BMC, in band: no HOST, no password.\n";
+    "      The same from the server's own BMC, in band: without a password.\n";
 
 constexpr char kCheckExamples[] =
     "  kemffdc check --via redfish 192.0.2.10\n"

@@ -116,7 +116,7 @@ Outcome ReadPasswords(const Options& options, Secret& password, Secret& exportPa
 // The same for every run on a BMC, whatever way it takes: its host alone, where the port is one
 // that BMCs have by themselves. Another port may lead to another machine behind the same address.
 std::string NameForLock(const Options& options) {
-    if (options.host.empty()) return "this machine";
+    if (options.host.empty() || options.port == 0) return "this machine";
     for (const Channel* channel : Channels()) {
         Options usual = options;
         usual.port = 0;

@@ -160,10 +160,6 @@ private:
         bool required = m_command.takesArgument == CommandEntry::Argument::kRequired;
         if (m_channel != nullptr) {
             required = required && m_channel->host == Channel::Host::kRequired;
-            if (given && m_channel->host == Channel::Host::kNone) {
-                return Usage("--via " + m_options.via + " reaches this machine's own BMC: no " +
-                             name + ".");
-            }
         }
         return required && !given ? Usage(name + " is required.") : Outcome{};
     }

@@ -61,10 +61,37 @@ std::string Before(const RunEvents& events) {
                          : std::to_string(exported) + " objects were exported before.";
 }
 
-std::string Returned(const std::string& value) {
-    if (value.empty()) return "ExportData returned no value";
-    if (value == "0") return "ExportData returned 0, but not as the uint32 that means success";
-    return "ExportData returned " + value;
+// The method is the vendor's own; its values mean what those of most methods in the DMTF's CIM
+// schema do.
+struct ReturnValue {
+    const char* value;
+    const char* shown;
+    const char* advice;
+    Cause cause;
+};
+constexpr char kCheckTarget[] =
+    " Check the export URI and its account; the BMC's own log may tell more.";
+constexpr char kTryLater[] = " Try again later; a BMC that hangs needs a reset.";
+constexpr ReturnValue kReturnValues[] = {
+    {"", "no value", kCheckTarget, Cause::kUnnamed},
+    {"0", "0, but not as the uint32 that means success", kCheckTarget, Cause::kUnnamed},
+    {"1", "1 (not supported)", " Its firmware may know no such export.", Cause::kUnsupported},
+    {"2", "2 (an error of no known kind)", kCheckTarget, Cause::kUnnamed},
+    {"3", "3 (a timeout)", kTryLater, Cause::kUnnamed},
+    {"4", "4 (failed)", kCheckTarget, Cause::kUnnamed},
+    {"5", "5 (an invalid parameter)", kCheckTarget, Cause::kUnnamed},
+    {"6", "6 (in use, perhaps by another export)", kTryLater, Cause::kBusy},
+    {"4096", "4096 (a job was started)",
+     " The BMC may go on by itself: look at the export URI later.", Cause::kUnnamed},
+};
+
+Outcome Refused(const std::string& value, const std::string& what, const std::string& before) {
+    ReturnValue meant{nullptr, value.c_str(), kCheckTarget, Cause::kUnnamed};
+    for (const ReturnValue& known : kReturnValues) {
+        if (value == known.value) meant = known;
+    }
+    return Failure(kExportRefused, meant.cause,
+                   what + ": ExportData returned " + meant.shown + ". " + before + meant.advice);
 }
 
 Outcome WrongCredentials(const RunEvents& events) {
@@ -135,10 +162,8 @@ Outcome DiagnoseExport(int code, const RunEvents& events) {
     const ExportedObject* object = Failed(events);
     if (object == nullptr) return DiagnoseEnumeration(events);
     if (events.exportBroken) return DiagnoseBrokenExport(events, *object);
-    return Failure(kExportRefused, "The BMC did not export " + Name(events, *object) + ": " +
-                                       Returned(object->returned) + ". " + Before(events) +
-                                       " Check the export URI and its account; the BMC's own log "
-                                       "may tell more.");
+    return Refused(object->returned, "The BMC did not export " + Name(events, *object),
+                   Before(events));
 }
 
 }  // namespace Kemffdc::Cim

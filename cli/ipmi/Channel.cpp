@@ -60,7 +60,7 @@ const Channel kLanChannel{"ipmi",
 
 const Channel kKcsChannel{"kcs",
                           "The same from this machine's own BMC, in band",
-                          Channel::Host::kNone,
+                          Channel::Host::kOptional,
                           InBand,
                           CompleteInBand,
                           Outline,

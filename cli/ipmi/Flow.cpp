@@ -144,9 +144,14 @@ private:
         m_run.report.SetFacts(facts);
     }
 
-    // Without it there would be nowhere to fetch the files from.
+    // Without it there would be nowhere to fetch the files from. The firmware's table tells, unless
+    // the operator does.
     Outcome FindFileService() {
         m_run.Begin("preflight");
+        if (!m_run.options.host.empty()) {
+            m_facts.notes.push_back("The BMC's files come from " + m_run.options.host + ".");
+            return m_run.End(0, {});
+        }
         UsbLanNodeList nodes;
         UsbLanCfg& usbLan = UsbLanCfg::GetInstance(kUsbLanLeaveAsFound, false);
         const int code = usbLan.QueryUsbLanState(nodes, false);
@@ -155,7 +160,9 @@ private:
                 code, Failure(kNotConnected,
                               "This machine has no network interface to its BMC, so its files "
                               "cannot be fetched (" +
-                                  Clean(m_listener.Events().inBand) + ")."));
+                                  Clean(m_listener.Events().inBand) +
+                                  "). If the BMC can be reached otherwise, give its address "
+                                  "after --via kcs."));
         }
         m_usbHost = nodes.front().address;
         m_facts.notes.push_back("The BMC's files come from " + Clean(m_usbHost) + " through " +

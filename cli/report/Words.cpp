@@ -21,10 +21,11 @@ void Line(std::ostream& out, const char* label, const std::string& text) {
 
 void WriteReached(const RunRecord& record, std::ostream& out) {
     out << "BMC:             ";
-    if (record.host.empty()) {
-        out << "of this machine, in band";
-    } else {
+    if (record.port != 0) {
         out << record.host << " port " << record.port;
+    } else {
+        out << "of this machine, in band" << (record.host.empty() ? "" : ", files from ")
+            << record.host;
     }
     out << (record.outcome.Ok() ? ", usable through " : ", reached, but of no use through ")
         << record.channel << "\n";

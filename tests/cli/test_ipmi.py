@@ -149,6 +149,30 @@ def test_in_band_without_host_and_password(tmp_path):
     assert [r["interface"] for r in commands] == ["kcs"]
 
 
+@pytest.mark.parametrize("command", ["check", "collect"])
+def test_in_band_the_file_service_may_be_named_by_its_address(tmp_path, command):
+    """For machines whose firmware has no table of the interface."""
+    with ipmi_tool.started() as bmc:
+        environment = ipmi_tool.environment(tmp_path, EMULATED_KCS=bmc.ready["ipmi"]["kcs"])
+        own = ["--output", str(tmp_path / "out")] if command == "collect" else []
+        ended = tool.run([command, "--via", "kcs", bmc.address, *own, "--json"], environment=environment)
+        files = ipmi_tool.served(bmc)
+    assert ended.code == 0, ended.err
+    account = ended.json
+    assert (account["channel"], account["host"], account["port"]) == ("kcs", bmc.address, None)
+    assert account["bmc"]["notes"][0] == f"The BMC's files come from {bmc.address}."
+    if command == "collect":
+        assert ipmi_tool.fetched(account["path"]) == files
+
+
+def test_check_in_band_says_where_the_files_would_come_from(tmp_path):
+    with ipmi_tool.started() as bmc:
+        ended = tool.run(["check", "--via", "kcs", bmc.address],
+                         environment=ipmi_tool.environment(tmp_path, EMULATED_KCS=bmc.ready["ipmi"]["kcs"]))
+    assert ended.code == 0, ended.err
+    assert f"BMC:             of this machine, in band, files from {bmc.address}, usable through kcs\n" in ended.out
+
+
 def test_mode_5_in_band_fetches_with_the_account_of_this_machine_s_bmc(tmp_path):
     with ipmi_tool.started(scenario(sftp={"accounts": ["credential"]})) as bmc:
         ended = collect(bmc, tmp_path, "--mode", "5", **ipmi_tool.in_band(bmc, tmp_path))

@@ -33,7 +33,7 @@ class Trouble:
     """A fault: the BMC, and how the tool is run against it."""
 
     def __init__(self, bmc=None, arguments=(), environment=None, host=None, port=None, user=None,
-                 password=None, mode=2, kcs=False, output=None, folder=None, known_key=False,
+                 password=None, mode=2, kcs=False, output=None, folder=None, known_key=False, named=False,
                  seconds=30.0):
         self.bmc = bmc or scenario()
         self.arguments = [*arguments, *(["--mode", str(mode)] if mode != 2 else [])]
@@ -47,6 +47,7 @@ class Trouble:
         self.output = output
         self.folder = folder
         self.known_key = known_key
+        self.named = named  # in band: HOST is given
         self.seconds = seconds
 
 
@@ -166,6 +167,8 @@ SCENARIOS = {
     "Clock going back during the run": Trouble(environment={"PLAYED_BACKWARDS": "1"}),
     "In band: no network interface to the BMC": Trouble(
         kcs=True, environment={"VARNEX_DMI_TABLE": "/nonexistent"}),
+    "In band with HOST: no network interface to the BMC": Trouble(
+        kcs=True, named=True, environment={"VARNEX_DMI_TABLE": "/nonexistent"}),
     "In band: no device": Trouble(kcs=True, environment={"EMULATED_KCS": "errno:2"}),
     "In band: no permission": Trouble(kcs=True, environment={"EMULATED_KCS": "errno:13"}),
 }
@@ -219,7 +222,7 @@ def play(what, folder):
         if trouble.known_key:
             other = "AAAAC3NzaC1lZDI1NTE5AAAAIG7CnXZ0rwbTTDQmmFNlUHSxEnIIi0Zu5k0dQgkeBzXq"
             (folder / "known_hosts").write_text(f"[{host}]:115 ssh-ed25519 {other}\n", encoding="ascii")
-        way = ["--via", "kcs"] if trouble.kcs else [
+        way = ["--via", "kcs", *([host] if trouble.named else [])] if trouble.kcs else [
             "--via", "ipmi", host, "--port", str(port), "--user", trouble.user or bmc.user, "--password-file", "-"]
         prefix = special_folder(output, trouble.folder) if trouble.folder else []
         if prefix and subprocess.run([*prefix, "true"], capture_output=True, timeout=20, check=False).returncode != 0:

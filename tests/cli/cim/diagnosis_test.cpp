@@ -68,10 +68,16 @@ struct ReturnRow {
 
 TEST(CimDiagnoseExport, ARefusalNamesObjectAndReturnValue) {
     const ReturnRow rows[] = {
-        {4, "3", "object 2 of 2 (path2, type 2): ExportData returned 3. 1 object was exported"},
-        {5, "5", "ExportData returned 5."},
-        {6, "6", "ExportData returned 6."},
-        {2, "1", "ExportData returned 1."},
+        {4, "3",
+         "object 2 of 2 (path2, type 2): ExportData returned 3 (a timeout). 1 object was exported"},
+        {5, "5", "ExportData returned 5 (an invalid parameter)."},
+        {6, "6", "ExportData returned 6 (in use, perhaps by another export)."},
+        {2, "1", "ExportData returned 1 (not supported)."},
+        {2, "2", "ExportData returned 2 (an error of no known kind)."},
+        {2, "4", "ExportData returned 4 (failed)."},
+        {2, "4096",
+         "ExportData returned 4096 (a job was started). 1 object was exported before. The BMC may go on by itself"},
+        {2, "32768", "ExportData returned 32768."},
         {2, "0", "returned 0, but not as the uint32 that means success"},
         {2, "", "ExportData returned no value"},
         {2, "TRUE", "ExportData returned TRUE."},

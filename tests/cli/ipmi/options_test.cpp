@@ -66,7 +66,12 @@ TEST(ParseIpmiOptions, EveryCipherSuiteThatTheClientKnowsIsTaken) {
     }
 }
 
-TEST(ParseIpmiOptions, InBandThereIsNoHostAndNobodyLogsIn) {
+TEST(ParseIpmiOptions, InBandAHostIsTheAddressOfTheFileService) {
+    EXPECT_EQ(Accepted({"collect", "--via", "kcs", "169.254.0.17"}).host, "169.254.0.17");
+    EXPECT_FALSE(Accepted({"collect", "--via", "kcs", "fe80::1%usb0"}).needsPassword);
+}
+
+TEST(ParseIpmiOptions, InBandNobodyHasToNameAHostAndNobodyLogsIn) {
     for (const char* command : {"collect", "check"}) {
         const Options options = Accepted({command, "--via", "kcs"});
 
@@ -98,8 +103,6 @@ TEST(ParseIpmiOptions, WhatCannotBeMeantEndsWithTwoAndSaysWhy) {
         "than 2.";
     const UsageRow rows[] = {
         {{"collect", "--via", "ipmi"}, "HOST is required."},
-        {{"collect", "--via", "kcs", "192.0.2.1"},
-         "--via kcs reaches this machine's own BMC: no HOST."},
         {{"collect", "--via", "kcs", "--user", "root"}, kLogsInNowhere},
         {{"check", "--via", "kcs", "--password-file", "-"}, kLogsInNowhere},
         {{"collect", "--via", "kcs", "--port", "623"},
