@@ -2,6 +2,7 @@
 #ifndef KEMFFDC_CHANNEL_H
 #define KEMFFDC_CHANNEL_H
 
+#include <chrono>
 #include <string>
 
 #include "cli/ExitCodes.h"
@@ -11,6 +12,8 @@ namespace Kemffdc {
 
 struct Context;
 class Report;
+
+constexpr std::chrono::seconds kKnockTime{5};
 
 // One way to a BMC, as --via names it: all that the rest of the tool knows of it. A further channel
 // is a folder with such a descriptor and a line in Channels.cpp.
@@ -31,6 +34,11 @@ struct Channel {
 
     // Tells the report what it has besides what every channel has, also where nothing comes of it.
     void (*outline)(const Options& options, Report& report);
+
+    // Whether its service answers at the BMC that the options name, found out with one request that
+    // needs no credentials, and which certificate that shows is not looked at. Blocks for about
+    // kKnockTime at most. Null: there is nothing to ask.
+    Outcome (*knock)(const Options& options);
 
     Outcome (*collect)(Context& run);  // gathers, and delivers the archive
     Outcome (*check)(Context& run);    // finds out whether collect would get as far as gathering

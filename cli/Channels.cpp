@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "cli/auto/Channel.h"
 #include "cli/cim/Channel.h"
 #include "cli/ipmi/Channel.h"
 #include "cli/redfish/Channel.h"
@@ -10,12 +11,13 @@
 namespace Kemffdc {
 
 const std::vector<const Channel*>& Channels() {
-    static const std::vector<const Channel*> channels{&Redfish::kChannel, &Cim::kChannel,
-                                                      &Ipmi::kLanChannel, &Ipmi::kKcsChannel};
+    static const std::vector<const Channel*> channels{&Auto::kChannel, &Redfish::kChannel,
+                                                      &Cim::kChannel, &Ipmi::kLanChannel,
+                                                      &Ipmi::kKcsChannel};
     return channels;
 }
 
-const Channel* DefaultChannel() { return nullptr; }
+const Channel* DefaultChannel() { return &Auto::kChannel; }
 
 const Channel* FindChannel(const std::string& name) {
     for (const Channel* channel : Channels()) {
@@ -35,7 +37,7 @@ std::vector<std::string> TakersOf(const OptionGroup& group) {
     for (const Channel* channel : Channels()) {
         const OptionGroups groups = channel->options();
         const bool takes = std::find(groups.begin(), groups.end(), &group) != groups.end();
-        if (takes) takers.emplace_back(channel->name);
+        if (takes && channel != DefaultChannel()) takers.emplace_back(channel->name);
     }
     return takers;
 }

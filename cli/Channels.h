@@ -15,10 +15,10 @@ const std::vector<const Channel*>& Channels();
 const Channel* FindChannel(const std::string& name);  // null for a name that no channel has
 std::vector<std::string> ChannelNames();
 
-// The channels that take the group.
+// The channels that take the group; the default one takes what the others take.
 std::vector<std::string> TakersOf(const OptionGroup& group);
 
-// The channel of a run that names none; null: it has to name one.
+// The channel of a run that names none.
 const Channel* DefaultChannel();
 
 }  // namespace Kemffdc

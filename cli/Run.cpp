@@ -24,6 +24,7 @@
 #include "cli/CommonOptions.h"
 #include "cli/Context.h"
 #include "cli/Limits.h"
+#include "cli/auto/Search.h"
 #include "cli/history/BmcLock.h"
 #include "cli/history/BmcName.h"
 #include "cli/history/Recorder.h"
@@ -230,7 +231,16 @@ private:
                         m_report,   m_folder,     m_interrupt, m_limits,         m_arrivals,
                         m_recorder, m_bmcGathers, m_farewell};
         if (m_options.command == Command::kResume) return m_channel.resume(context);
-        return checks ? m_channel.check(context) : m_channel.collect(context);
+        return NameOthers(checks ? m_channel.check(context) : m_channel.collect(context));
+    }
+
+    // Whoever has named a channel that the BMC does not have shall not have to search.
+    Outcome NameOthers(Outcome outcome) const {
+        const bool silent = outcome.code == kNotConnected && outcome.cause == Cause::kUnreachable;
+        if (!silent || m_channel.knock == nullptr || m_interrupt.Raised()) return outcome;
+        const std::string others = Auto::OthersThatAnswer(m_channel, m_options);
+        if (!others.empty()) outcome.reason += " But there " + others + " Take it with --via.";
+        return outcome;
     }
 
     // check gathers nothing: it may run at any time.

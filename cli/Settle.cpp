@@ -128,9 +128,6 @@ private:
         }
         const std::string& via = m_options.via;
         m_channel = via.empty() ? DefaultChannel() : FindChannel(via);
-        if (m_channel == nullptr && via.empty()) {
-            return Refused("--via is missing: " + Listed(ChannelNames(), " or ") + ".");
-        }
         if (m_channel == nullptr) return Usage("--via" + NoneOf(via, ChannelNames()));
         m_options.via = m_channel->name;
         return {};
@@ -142,6 +139,7 @@ private:
             if (Fits(name)) continue;
             std::vector<std::string> takers;
             for (const Channel* channel : Channels()) {
+                if (channel == DefaultChannel()) continue;
                 if (Holds(channel->options(), name)) takers.emplace_back(channel->name);
             }
             return Usage(name + " is an option of --via " + Listed(takers) + ".");

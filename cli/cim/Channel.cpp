@@ -5,6 +5,7 @@
 
 #include "cli/CommonOptions.h"
 #include "cli/cim/Flow.h"
+#include "cli/cim/Knock.h"
 #include "cli/cim/Objects.h"
 #include "cli/cim/Options.h"
 #include "cli/report/Report.h"
@@ -70,6 +71,7 @@ const Channel kChannel{"cim",
                        Groups,
                        Complete,
                        Outline,
+                       Knock,
                        Collect,
                        Check};
 

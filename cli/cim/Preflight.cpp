@@ -15,7 +15,6 @@
 namespace Kemffdc::Cim {
 namespace {
 
-constexpr char kServiceClass[] = "ZOR_FFDCService";
 constexpr char kDataClass[] = "ZOR_FFDCData";
 constexpr char kNeverExported[] = "4";
 

@@ -11,6 +11,8 @@
 
 namespace Kemffdc::Cim {
 
+inline constexpr char kServiceClass[] = "ZOR_FFDCService";
+
 // What a CIM server answered before anything was asked of the library.
 struct Preflight {
     Stage stage = Stage::kDone;  // where it failed

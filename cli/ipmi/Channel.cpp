@@ -6,6 +6,7 @@
 #include "cli/CommonOptions.h"
 #include "cli/ipmi/Files.h"
 #include "cli/ipmi/Flow.h"
+#include "cli/ipmi/Knock.h"
 #include "cli/ipmi/Options.h"
 #include "cli/report/Report.h"
 
@@ -55,6 +56,7 @@ const Channel kLanChannel{"ipmi",
                           OverLan,
                           CompleteOverLan,
                           Outline,
+                          Knock,
                           Collect,
                           Check};
 
@@ -64,6 +66,7 @@ const Channel kKcsChannel{"kcs",
                           InBand,
                           CompleteInBand,
                           Outline,
+                          nullptr,
                           Collect,
                           Check};
 

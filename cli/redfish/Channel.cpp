@@ -3,6 +3,7 @@
 
 #include "cli/CommonOptions.h"
 #include "cli/redfish/Flow.h"
+#include "cli/redfish/Knock.h"
 #include "cli/redfish/Options.h"
 #include "cli/report/Report.h"
 
@@ -35,6 +36,7 @@ const Channel kChannel{"redfish",
                        Groups,
                        Complete,
                        Outline,
+                       Knock,
                        Collect,
                        Check,
                        Resume};

@@ -234,11 +234,12 @@ TEST(ParseOptions, WhatCannotBeMeantEndsWithTwoAndSaysWhy) {
     };
     const UsageRow rows[] = {
         {{"collect", "--via", "redfish"}, "HOST is required."},
-        {{"collect", "bmc"}, "--via is missing: redfish, cim, ipmi or kcs."},
+        {{"collect", "bmc", "--port", "8443"},
+         "--port is an option of --via redfish, cim and ipmi."},
         {{"collect", "--via", "pigeon", "bmc"},
-         "--via: \"pigeon\" is none of redfish, cim, ipmi and kcs.\n"},
+         "--via: \"pigeon\" is none of auto, redfish, cim, ipmi and kcs.\n"},
         {{"collect", "--via", "impi", "bmc"},
-         "--via: \"impi\" is none of redfish, cim, ipmi and kcs. Did you mean ipmi?"},
+         "--via: \"impi\" is none of auto, redfish, cim, ipmi and kcs. Did you mean ipmi?"},
         {{"collect", "--via", "redfish", "bmc", "other"},
          "Too many arguments: kemffdc collect takes one HOST."},
         {{"collect", "--via", "redfish", "https://bmc/"},

@@ -114,12 +114,12 @@ TEST_F(Settle, TheChannelMayComeFromAFileAndIsCheckedThere) {
     EXPECT_EQ(Accepted({"check", "a"}).via, "ipmi");
     EXPECT_EQ(Accepted({"check", "b"}).port, 443);
     EXPECT_EQ(Accepted({"check", "b", "--via", "ipmi"}).port, 623);
-    EXPECT_THAT(Parse({"check", "c"}).err, HasSubstr("--via is missing"));
+    EXPECT_EQ(Accepted({"check", "c"}).via, "auto");
 
     User("hosts:\n  a:\n    via: pigeon\n");
     EXPECT_EQ(Parse({"check", "other", "--via", "ipmi"}).err,
               "kemffdc: " + m_surroundings.userFile +
-                  ":3: hosts.\"a\".via: \"pigeon\" is none of redfish, cim, ipmi and kcs.\n");
+                  ":3: hosts.\"a\".via: \"pigeon\" is none of auto, redfish, cim, ipmi and kcs.\n");
 }
 
 TEST_F(Settle, AHostIsLookedForAsItsNameOrAddressIs) {
