@@ -6,6 +6,7 @@
 #include "cli/CommonOptions.h"
 #include "cli/auto/Flow.h"
 #include "cli/auto/Search.h"
+#include "cli/report/Report.h"
 
 namespace Kemffdc::Auto {
 namespace {
@@ -35,7 +36,7 @@ std::string Complete(Options& options) {
     return first;
 }
 
-void Outline(const Options& /*options*/, Report& /*report*/) {}
+void Outline(const Options& /*options*/, Report& report) { report.LeaveWayOpen(); }
 
 }  // namespace
 

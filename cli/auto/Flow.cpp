@@ -54,6 +54,7 @@ private:
     Outcome Try(const Candidate& candidate, Work work) {
         const Clock::time_point begin = Clock::now();
         m_run.progress.Say("Trying " + Named(candidate) + ".");
+        m_run.report.LeaveWayOpen();
         m_run.report.SetWay(candidate.channel->name, candidate.options.port);
         candidate.channel->outline(candidate.options, m_run.report);
         Context chosen{candidate.options, m_run.trust,    m_run.password, m_run.exportPassword,
@@ -79,6 +80,7 @@ private:
     }
 
     Outcome Nothing() const {
+        m_run.report.LeaveWayOpen();
         if (m_reached) {
             return Failure(kLimited, Cause::kUnsupported,
                            "The BMC is reached, but no channel gets its service data. " + m_told);

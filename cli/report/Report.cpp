@@ -86,6 +86,14 @@ void Report::SetWay(const std::string& channel, std::uint16_t port) {
     Tell(&ReportObserver::WayChosen, channel, port);
 }
 
+void Report::LeaveWayOpen() {
+    const Guard hold(m_lock);
+    m_record.channel.clear();
+    m_record.port = 0;
+    m_record.logKind.clear();
+    m_record.part.reset();
+}
+
 void Report::SetPart(std::shared_ptr<const ChannelPart> part) {
     const Guard hold(m_lock);
     m_record.part = std::move(part);

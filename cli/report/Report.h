@@ -49,6 +49,8 @@ public:
 
     // What the channel alone has to tell, instead of what it has set before.
     void SetPart(std::shared_ptr<const ChannelPart> part);
+    // No channel is chosen, or the one that was is given up: what it alone has told is forgotten.
+    void LeaveWayOpen();
     void SetNumber(std::int64_t number);  // of the run, in the history; before Begin()
     void SetLogKind(const std::string& kind);
 
