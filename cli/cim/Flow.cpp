@@ -50,8 +50,8 @@ public:
         return outcome;
     }
 
-    // Why nothing can be exported by this BMC, where that is sure.
-    const std::string& Limit() const { return m_limit; }
+    // kLimited where it is sure by now that nothing can be exported by this BMC.
+    Outcome Limited() const { return m_limit.empty() ? Outcome{} : Failure(kLimited, m_limit); }
 
     Outcome Export() {
         m_run.Begin("export");
@@ -93,6 +93,7 @@ private:
 Outcome Collect(Context& run) {
     BmcRun cim(run);
     Outcome outcome = cim.Reach(false);
+    if (outcome.Ok()) outcome = cim.Limited();
     if (outcome.Ok()) outcome = cim.Export();
     if (!outcome.Ok()) return outcome;
     Delivery delivery;
@@ -104,8 +105,7 @@ Outcome Collect(Context& run) {
 Outcome Check(Context& run) {
     BmcRun cim(run);
     const Outcome outcome = cim.Reach(true);
-    const bool limited = outcome.Ok() && !cim.Limit().empty();
-    return limited ? Failure(kLimited, cim.Limit()) : outcome;
+    return outcome.Ok() ? cim.Limited() : outcome;
 }
 
 }  // namespace Kemffdc::Cim

@@ -275,8 +275,9 @@ def check_library_code(row, steps):
     if row.library == "stopped":
         return
     operation, result = row.library.split(" ")
-    assert operation == "Apply" and found["connect"] == 0
-    assert found["export"] == int(result)
+    assert found["connect"] == 0
+    assert found.get("export", 0 if operation == "Connect" else None) == int(result)
+    assert ("export" in found) == (operation == "Apply")
 
 
 def check_secrets(ended, log, passwords):
