@@ -69,10 +69,9 @@ private:
             RunPreflight(m_run.options, m_run.trust, m_run.password, RequestSeconds(), look);
         m_run.report.SetFacts(found.facts);
         m_limit = found.limit;
-        return m_run.End(static_cast<int>(found.stage),
-                         found.reason.empty()
-                             ? Outcome{}
-                             : Failure(kNotConnected, CauseOf(found.stage), found.reason));
+        return m_run.End(
+            static_cast<int>(found.stage),
+            found.reason.empty() ? Outcome{} : Failure(kNotConnected, found.cause, found.reason));
     }
 
     Outcome Connect() {

@@ -124,8 +124,9 @@ private:
         if (reply.failedAt != Stage::kDone) return Fail(reply.failedAt, reply.reason);
         if (reply.httpCode == 401 || reply.httpCode == 403) return Refused(reply);
         if (reply.httpCode == 503) {
-            return Fail(Stage::kService, "The CIM server at " + m_place + " is not ready" +
-                                             Http(reply) + " Try again later.");
+            return Fail(Stage::kService, Cause::kStarting,
+                        "The CIM server at " + m_place + " is not ready" + Http(reply) +
+                            " Try again later.");
         }
         if (!CimHeader(reply, "cimerror").empty()) {
             return Fail(Stage::kService, "The CIM server at " + m_place +
@@ -149,9 +150,10 @@ private:
     bool Told(const Enumeration& answer, const char* className) {
         switch (answer.errorCode) {
             case kAccessDenied:
-                return Fail(Stage::kLogin, "The BMC at " + m_place + " does not let user \"" +
-                                               m_options.user + "\" read its service objects" +
-                                               Words(answer) + " The account lacks the right.");
+                return Fail(Stage::kLogin, Cause::kNotPermitted,
+                            "The BMC at " + m_place + " does not let user \"" + m_options.user +
+                                "\" read its service objects" + Words(answer) +
+                                " The account lacks the right.");
             case kInvalidNamespace:
                 return Fail(Stage::kService, "The CIM server at " + m_place + " has no namespace " +
                                                  m_namespace + Words(answer) + " Check --node.");
@@ -188,6 +190,11 @@ private:
     }
 
     bool Fail(Stage stage, const std::string& reason) {
+        return Fail(stage, CauseOf(stage), reason);
+    }
+
+    bool Fail(Stage stage, Cause cause, const std::string& reason) {
+        m_result.cause = cause;
         m_result.stage = stage;
         m_result.reason = reason;
         return false;

@@ -17,7 +17,8 @@ inline constexpr char kServiceClass[] = "ZOR_FFDCService";
 struct Preflight {
     Stage stage = Stage::kDone;  // where it failed
     std::string reason;          // what was wrong and what to do; empty where nothing was
-    std::string limit;           // why nothing can be exported, where that is sure
+    Cause cause = Cause::kUnnamed;
+    std::string limit;  // why nothing can be exported, where that is sure
     BmcFacts facts;
 };
 

@@ -138,10 +138,9 @@ private:
         starting = found.state == Preflight::State::kStarting;
         if (starting) m_run.progress.State("BMC is starting (503)");
         const bool failed = found.state == Preflight::State::kFailed;
-        return m_run.End(
-            static_cast<int>(found.stage),
-            failed ? Failure(kNotConnected, CauseOf(found.stage), found.reason) : Outcome{},
-            starting ? "BMC is starting (503)" : "");
+        return m_run.End(static_cast<int>(found.stage),
+                         failed ? Failure(kNotConnected, found.cause, found.reason) : Outcome{},
+                         starting ? "BMC is starting (503)" : "");
     }
 
     // The constructor asks for the BMC's version, and waits while the BMC is starting.

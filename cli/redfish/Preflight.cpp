@@ -66,7 +66,7 @@ private:
                             " The library has none to show: switch that demand off on the BMC.");
         }
         if (answer.httpCode == 502 || answer.httpCode == 504) {
-            return Fail(Stage::kService,
+            return Fail(Stage::kService, Cause::kUnreachable,
                         "What answers at " + m_place + " is a gateway that does not reach the BMC" +
                             Http(answer) + " Check the gateway and the BMC behind it.");
         }
@@ -155,9 +155,9 @@ private:
     }
 
     bool Failing(const Answer& answer) {
-        return Fail(Stage::kService, "The service at " + m_place + " fails on an ordinary request" +
-                                         Http(answer) +
-                                         " Try later; a BMC that hangs needs a reset.");
+        return Fail(Stage::kService, Cause::kBmcFault,
+                    "The service at " + m_place + " fails on an ordinary request" + Http(answer) +
+                        " Try later; a BMC that hangs needs a reset.");
     }
 
     bool Refused(const Answer& answer) {
@@ -170,6 +170,11 @@ private:
     }
 
     bool Fail(Stage stage, const std::string& reason) {
+        return Fail(stage, CauseOf(stage), reason);
+    }
+
+    bool Fail(Stage stage, Cause cause, const std::string& reason) {
+        m_result.cause = cause;
         m_result.state = Preflight::State::kFailed;
         m_result.stage = stage;
         m_result.reason = reason;

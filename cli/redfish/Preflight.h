@@ -21,6 +21,7 @@ struct Preflight {
     State state = State::kFailed;
     Stage stage = Stage::kDone;  // where it failed
     std::string reason;          // what was wrong and what to do; kFailed alone
+    Cause cause = Cause::kUnnamed;
     BmcFacts facts;
     std::string limit;            // why nothing can be exported by it, where that is sure
     bool lowerCaseNames = false;  // of headers; the library finds no session token among such

@@ -42,6 +42,13 @@ def test_a_wrong_password_is_told_from_a_bmc_that_does_not_answer(bmc):
     assert (unknown["outcome"], unknown["retryable"]) == ("unknown-host", False)
 
 
+@pytest.mark.parametrize("status, outcome", [(500, "bmc-fault"), (502, "unreachable"), (404, "no-service")])
+def test_a_service_that_fails_now_is_told_from_none(start_bmc, status, outcome):
+    bmc = start_bmc({"redfish": {"answers": {tool.SERVICE_ROOT: [{"status": status, "repeat": True}]}}})
+    run = tool.run(tool.check(bmc, "--json"), password=bmc.password).json
+    assert (run["exit_code"], run["outcome"], run["retryable"]) == (3, outcome, outcome != "no-service")
+
+
 def test_a_missing_password_has_a_name_of_its_own(bmc):
     arguments = [a for a in tool.check(bmc, "--json") if a not in ("--password-file", "-")]
     assert tool.run(arguments).json["outcome"] == "no-password"
