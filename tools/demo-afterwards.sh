@@ -27,6 +27,31 @@ show_reason() {
     [[ $code -eq 5 ]] || die "a refused upload ended with exit code $code instead of 5"
 }
 
+# The BMC gathers for longer than the run waits; what it has gathered is fetched later.
+show_resume() {
+    local address port user code=0
+    address="$(bmc_value address)"
+    port="$(bmc_value redfish port)"
+    user="$(bmc_value user)"
+    say
+    say "A run that ends before its archive has come can be continued; the BMC does not gather again:"
+    say "    kemffdc collect --via redfish $address --port $port --user $user \\"
+    say "        --password-file demo-output/password --interval 1 --tries 2 --output demo-output/later"
+    say
+    "$kemffdc" collect --via redfish "$address" --port "$port" --user "$user" \
+        --password-file "$output/password" --interval 1 --tries 2 --output "$output/later" \
+        2>&1 | tee "$output/not-in-time.txt" || code=$?
+    [[ $code -eq 6 ]] || die "a run that does not wait ended with exit code $code instead of 6"
+    local run
+    run="$(sed -n 's/.*kemffdc resume \([0-9]*\).*/\1/p' "$output/not-in-time.txt")"
+    [[ -n $run ]] || die "the run cannot be continued"
+    say
+    say "    kemffdc resume $run --password-file demo-output/password --tries 30"
+    say
+    "$kemffdc" resume "$run" --password-file "$output/password" --tries 30 ||
+        die "going on failed with exit code $?"
+}
+
 # Beside each archive lies a record of where it comes from and how it was fetched.
 show_record() {
     local records=("$output/archives"/*.json)

@@ -46,7 +46,7 @@ def start_demo(tmp_path):
         process.wait()
 
 
-def test_the_whole_demo_shows_reason_record_and_history(tmp_path):
+def test_the_whole_demo_shows_reason_record_resume_and_history(tmp_path):
     """Packages and the build apart, which are those of this tree."""
     root = tmp_path / "tree"
     shutil.copytree(tool.ROOT / "tools", root / "tools")
@@ -65,10 +65,11 @@ def test_the_whole_demo_shows_reason_record_and_history(tmp_path):
     assert ended.returncode == 0, ended.stdout
     for text in ('"serial": "TV', "refused the login of user ffdc.", "store-refused", "ffdc/manifest.json"):
         assert text in ended.stdout, text
-    assert len(re.findall(r"^ok  ", ended.stdout, re.MULTILINE)) == 4
+    assert len(re.findall(r"^ok  ", ended.stdout, re.MULTILINE)) == 5
     history = ended.stdout.partition("RUN  STARTED")[2].partition("kemffdc show")[0]
     assert re.findall(r"Z  ([a-z-]+) +([a-z]+) ", history) == [
-        ("store-refused", "redfish"), ("downloaded", "ipmi"), ("exported", "cim"), ("downloaded", "redfish")]
+        ("downloaded", "redfish"), ("not-finished", "redfish"), ("store-refused", "redfish"),
+        ("downloaded", "ipmi"), ("exported", "cim"), ("downloaded", "redfish")]
 
 
 def end(process):
