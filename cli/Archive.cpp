@@ -16,6 +16,8 @@
 #include <memory>
 #include <utility>
 
+#include "Transfer.h"
+
 #include "shared/FileDescriptor.h"
 
 namespace Kemffdc {
@@ -27,6 +29,7 @@ constexpr int kMaxSameNames = 1000;
 constexpr char kWorkFolder[] = ".kemffdc-XXXXXX";  // a pattern of mkdtemp(3)
 constexpr char kRecord[] = ".record";
 constexpr int kMaxStarts = 100;
+constexpr std::time_t kLongestKept = std::time_t{7} * 24 * 3600;
 constexpr std::time_t kLongestStart = 60;  // seconds from a working folder's making to its lock
 
 std::string Why() { return std::string(std::strerror(errno)) + "."; }
@@ -135,8 +138,29 @@ private:
 bool IsLeftOver(const LockedFolder& lock, const std::string& path) {
     if (lock.Is() != LockedFolder::State::kLocked || !lock.IsOurs()) return false;
     // Nothing in it: a run may be about to lock it.
-    std::error_code ignored;
-    return !fs::is_empty(path, ignored) || lock.Age() > kLongestStart;
+    std::error_code gone;  // its run has noticed the lock, and starts again elsewhere
+    const bool empty = fs::is_empty(path, gone);
+    return !gone && (!empty || lock.Age() > kLongestStart);
+}
+
+// A part that nobody has come back for is not kept for ever.
+bool IsKept(const LockedFolder& lock, const std::string& path,
+            const std::vector<std::string>& kept) {
+    return lock.Age() < kLongestKept &&
+           std::any_of(kept.begin(), kept.end(), [&path](const std::string& file) {
+               return fs::path(file).parent_path() == path;
+           });
+}
+
+bool IsPart(const fs::path& path) { return path.extension() == Varnex::kPartSuffix; }
+
+// Removes what is in the folder, and the folder where nothing stays.
+void RemoveButParts(const std::string& folder, std::error_code& error) {
+    for (fs::directory_iterator at(folder, error), end; !error && at != end; at.increment(error)) {
+        std::error_code ignored;
+        if (!IsPart(at->path())) fs::remove_all(at->path(), ignored);
+    }
+    if (!error && fs::is_empty(folder, error) && !error) fs::remove(folder, error);
 }
 
 std::uint64_t BytesBelow(const std::string& folder) {
@@ -215,7 +239,8 @@ Outcome OutputFolder::MakeWorkFolder(const std::string& shown) {
     return Failure(kLocalFile, shown + " loses each folder that is made in it.");
 }
 
-std::vector<OutputFolder::LeftOver> OutputFolder::RemoveLeftOvers() const {
+std::vector<OutputFolder::LeftOver> OutputFolder::RemoveLeftOvers(
+    const std::vector<std::string>& kept) const {
     std::vector<LeftOver> removed;
     std::error_code error;
     for (fs::directory_iterator at(m_folder, error), end; !error && at != end;
@@ -224,13 +249,20 @@ std::vector<OutputFolder::LeftOver> OutputFolder::RemoveLeftOvers() const {
         const std::string path = at->path().string();
         if (!IsWorkFolderName(name) || path == m_work) continue;
         const LockedFolder lock(path);
-        if (!IsLeftOver(lock, path)) continue;
+        if (!IsLeftOver(lock, path) || IsKept(lock, path, kept)) continue;
         const std::uint64_t bytes = BytesBelow(path);
         std::error_code failed;
         fs::remove_all(path, failed);
         if (!failed) removed.push_back({name, bytes});
     }
     return removed;
+}
+
+bool OutputFolder::TakeOver(const std::string& path, const std::string& name) const {
+    if (rename(path.c_str(), WorkPath(name).c_str()) != 0) return false;
+    const fs::path folder = fs::path(path).parent_path();
+    if (IsWorkFolderName(folder.filename().string())) rmdir(folder.c_str());
+    return true;
 }
 
 std::string OutputFolder::WorkPath(const std::string& name) const {
@@ -267,7 +299,7 @@ void OutputFolder::Discard() {
     // A download that goes on may put a file there while it is emptied.
     for (int round = 0; round < 10 && !m_work.empty(); ++round) {
         std::error_code error;
-        fs::remove_all(m_work, error);
+        m_keepsParts ? RemoveButParts(m_work, error) : void(fs::remove_all(m_work, error));
         if (!error) break;
     }
     if (m_hold >= 0) close(std::exchange(m_hold, -1));

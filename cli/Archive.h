@@ -37,8 +37,17 @@ public:
     Outcome Open(const std::string& folder);
 
     // Removes the working folders of this user's killed runs, and tells which. None of a run that
-    // lives, and none where the file system has no locks (NFS).
-    std::vector<LeftOver> RemoveLeftOvers() const;
+    // lives, none where the file system has no locks (NFS), and none that holds one of the files
+    // `kept`, unless it has not been touched for a week.
+    std::vector<LeftOver> RemoveLeftOvers(const std::vector<std::string>& kept = {}) const;
+
+    // Brings a file that an earlier run has kept into the working folder, as `name`, and removes
+    // the working folder that it was in. False where it cannot be had: another disk, or gone.
+    bool TakeOver(const std::string& path, const std::string& name) const;
+
+    // Whether Discard() leaves the parts of downloads (Varnex::kPartSuffix) where they are; no,
+    // unless this is said.
+    void KeepParts(bool keep) { m_keepsParts = keep; }
 
     // Absolute; empty until Open has succeeded.
     const std::string& Path() const { return m_folder; }
@@ -55,8 +64,8 @@ public:
     // it, for this user alone. Never replaces one.
     Outcome DeliverRecord(const std::string& path, const std::string& text);
 
-    // Removes the working folder with all that is in it. Any thread, also while another downloads;
-    // what the other one writes afterwards fails.
+    // Removes the working folder with all that is in it, but for parts that are to be kept. Any
+    // thread, also while another downloads; what the other one writes afterwards fails.
     void Discard();
 
 private:
@@ -68,6 +77,7 @@ private:
     int m_hold = -1;       // of m_work, locked; -1: the file system has no locks
     bool m_made = false;
     std::atomic<bool> m_delivered{false};
+    std::atomic<bool> m_keepsParts{false};
 };
 
 // Where the record of the archive at `path` stands: NAME.json.

@@ -272,11 +272,25 @@ private:
     Outcome PrepareFolder() {
         Outcome outcome = m_folder.Open(m_options.output);
         if (!outcome.Ok()) return outcome;
-        for (const OutputFolder::LeftOver& leftOver : m_folder.RemoveLeftOvers()) {
+        for (const OutputFolder::LeftOver& leftOver : m_folder.RemoveLeftOvers(KnownParts())) {
             m_progress.Say("Removed " + leftOver.name + " (" + HumanBytes(leftOver.bytes) +
                            ") from " + m_folder.Path() + ": a run was killed and left it there.");
         }
         return m_limits.Watch(m_folder.Path());
+    }
+
+    // What earlier runs have kept for whoever goes on with them.
+    std::vector<std::string> KnownParts() {
+        std::vector<std::string> parts;
+        try {
+            if (m_stateFolder.empty() || !History::Store::Exists(m_stateFolder)) return parts;
+            for (const History::ArchiveRow& row : History::Store(m_stateFolder).Partials()) {
+                parts.push_back(row.partial);
+            }
+        } catch (const History::StoreError&) {
+            // Said already: nothing is written into the history either.
+        }
+        return parts;
     }
 
     // How a run ends that a signal or its deadline has stopped.
@@ -313,6 +327,9 @@ private:
 
     void Tell(const Outcome& ending) {
         Outcome outcome = ending;
+        // Disk and size are the limits of what may lie here.
+        const bool room = outcome.code != kLocalFile && outcome.cause != Cause::kTooLarge;
+        if (!CanGoOn(outcome.code) || !room) m_folder.KeepParts(false);
         if (CanGoOn(outcome.code)) {
             outcome.reason += " This run can be continued: kemffdc resume " +
                               std::to_string(m_recorder.Number()) + StateOption();

@@ -19,6 +19,12 @@ Outcome Delivered(Context& run, const DeliveredFile& file, const std::string& bm
 
 }  // namespace
 
+bool DownloadWatch::KeepsPart(const std::string&) { return m_run.recorder.Number() != 0; }
+
+void DownloadWatch::PartBegun(const Varnex::PartialFile& part) {
+    m_run.folder.KeepParts(!part.validator.empty());
+}
+
 bool DownloadWatch::Progress(const Varnex::TransferProgress& progress) {
     m_run.progress.Bytes(progress.bytes, progress.expected);
     return !m_run.interrupt.Raised();

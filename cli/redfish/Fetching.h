@@ -5,6 +5,7 @@
 #include <chrono>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "Transfer.h"
 #include "cli/Context.h"
@@ -19,10 +20,19 @@ constexpr std::chrono::seconds kSessionSeconds{10};  // to list sessions, and to
 // Shows the bytes of a download, keeps how it ended, and stops it when the run is interrupted.
 class DownloadWatch : public Varnex::TransferWatcher {
 public:
-    explicit DownloadWatch(const Context& run) : m_run(run) { Varnex::AddTransferWatcher(this); }
+    // `validator`: of a part that stands beside the download already; empty: there is none.
+    explicit DownloadWatch(const Context& run, std::string validator = "")
+        : m_run(run), m_validator(std::move(validator)) {
+        Varnex::AddTransferWatcher(this);
+    }
     ~DownloadWatch() override { Varnex::RemoveTransferWatcher(this); }
     DownloadWatch(const DownloadWatch&) = delete;
     DownloadWatch& operator=(const DownloadWatch&) = delete;
+
+    // A part is of use to who can come back for it.
+    bool KeepsPart(const std::string& localPath) override;
+    std::string ContinuesPart(const std::string&) override { return m_validator; }
+    void PartBegun(const Varnex::PartialFile& part) override;
 
     bool Progress(const Varnex::TransferProgress& progress) override;
     void Ended(const std::string& localPath, const std::error_code& error) override;
@@ -32,6 +42,7 @@ public:
 
 private:
     const Context& m_run;
+    const std::string m_validator;
     std::error_code m_error;
     std::string m_errorText;
 };

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <chrono>
+#include <filesystem>
 #include <list>
 #include <memory>
 #include <optional>
@@ -44,6 +45,7 @@ public:
             const History::Store store(History::StateFolder(m_run.options.stateDir));
             const auto earlier = store.FindRun(m_run.options.resumes);
             if (earlier) m_taskUri = earlier->task;
+            RecallPart(store);
         } catch (const History::StoreError& error) {
             return Failure(kLocalFile, error.what());
         }
@@ -102,6 +104,31 @@ public:
     }
 
 private:
+    // What has come of the archive already: in that run, or in one that it went on with.
+    void RecallPart(const History::Store& store) {
+        constexpr int kLongestChain = 100;
+        History::Id run = m_run.options.resumes;
+        for (int link = 0; run != 0 && m_part.empty() && link < kLongestChain; ++link) {
+            for (const History::ArchiveRow& archive : store.Archives(run)) {
+                std::error_code ignored;
+                const bool usable = !archive.validator.empty() && !archive.partial.empty() &&
+                                    std::filesystem::exists(archive.partial, ignored);
+                if (!usable) continue;
+                m_part = archive.partial;
+                m_validator = archive.validator;
+            }
+            const auto row = store.FindRun(run);
+            run = row ? row->continues : 0;
+        }
+    }
+
+    // Into the working folder of this run.
+    std::string TakeOverPart(const std::string& name) {
+        const bool taken =
+            !m_part.empty() && m_run.folder.TakeOver(m_part, name + Varnex::kPartSuffix);
+        return taken ? m_validator : "";
+    }
+
     Outcome NotFinished() const {
         const int tries = Own(m_run.options).tries;
         return Failure(kNotFinished, "The BMC has not finished gathering after " +
@@ -168,7 +195,7 @@ private:
                           m_run.password.Reveal(), path);
             const HeaderLines headers({"Accept:application/json", "Content-Type:application/json",
                                        "X-Auth-Token:" + token.Reveal()});
-            const DownloadWatch watch(m_run);
+            const DownloadWatch watch(m_run, TakeOverPart(name));
             const std::error_code error =
                 file_client::download(uri, m_run.folder.WorkPath(name), headers);
             return DiagnoseDownload({error ? 2 : 0, error, watch.ErrorText()}, {});
@@ -181,6 +208,8 @@ private:
     CertificateGuard m_guard;
     const Login m_login;
     std::string m_taskUri;
+    std::string m_part;  // file that an earlier run has kept; empty: none
+    std::string m_validator;
     std::optional<Task> m_task;  // as the BMC last showed it
 };
 

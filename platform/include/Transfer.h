@@ -103,7 +103,8 @@ struct PartialFile {
     std::uint64_t expected;  // of the whole file; 0: the server did not say
     // Which state of the file the bytes are of, as If-Range sends it (RFC 9110, section 13.1.5): a
     // strong entity tag, else the date of the last change where that is at least a second before
-    // the answer's own. Empty where the server gave neither: then they cannot be continued.
+    // the answer's own. Empty where the server gave neither, or says that it has
+    // no parts to send (Accept-Ranges: none): then they cannot be continued.
     const std::string& validator;
 };
 

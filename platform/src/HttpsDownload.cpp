@@ -115,7 +115,8 @@ HttpsDownload::Answer HttpsDownload::FileBegins() {
     if (!m_file.IsPartWanted()) return Answer::kFile;
     curl_off_t size = -1;
     curl_easy_getinfo(m_handle.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &size);
-    m_file.Begin(ValidatorOf(m_handle.get()), size > 0 ? static_cast<std::uint64_t>(size) : 0);
+    m_file.Begin(OffersParts(m_handle.get()) ? ValidatorOf(m_handle.get()) : "",
+                 size > 0 ? static_cast<std::uint64_t>(size) : 0);
     return Answer::kFile;
 }
 

@@ -46,6 +46,8 @@ std::string ValidatorOf(CURL* handle) {
     return IsDate(changed) && IsDate(made) && Date(changed) < Date(made) ? changed : std::string();
 }
 
+bool OffersParts(CURL* handle) { return AnswerHeader(handle, "Accept-Ranges") != "none"; }
+
 bool IsValidator(const std::string& text) { return IsStrongTag(text) || IsDate(text); }
 
 bool Confirms(CURL* handle, const std::string& validator) {

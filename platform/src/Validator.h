@@ -17,6 +17,9 @@ std::string AnswerHeader(CURL* handle, const char* name);
 // a second or more before the answer was made.
 std::string ValidatorOf(CURL* handle);
 
+// False where that answer says that no parts of the file are to be had (RFC 9110, section 14.3).
+bool OffersParts(CURL* handle);
+
 // Whether `text` is one. What a host has kept may be anything, line ends included.
 bool IsValidator(const std::string& text);
 

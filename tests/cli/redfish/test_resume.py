@@ -6,6 +6,7 @@ import pathlib
 import re
 import shlex
 import signal
+import time
 
 import pytest
 
@@ -243,3 +244,105 @@ def test_a_state_folder_of_ones_own_stands_in_the_command(start_bmc, tmp_path):
     assert shlex.split(command) == ["resume", "1", "--state-dir", str(folder)]
     ended = tool.run([*shlex.split(command), "--password-file", "-", "--interval", "0"], password=bmc.password)
     assert ended.code == 0, ended.err
+
+
+# --- downloads that were cut ----------------------------------------------------------------------
+
+
+SIZE = 3000000
+
+
+def parts_in(folder):
+    return [name for name in tool.files_in(folder) if name.endswith(".varnex-part")]
+
+
+def cut(start_bmc, output, *arguments, **download):
+    """A BMC that breaks the first download off after a million bytes, and a run that met it."""
+    bmc = start_bmc({"redfish": {"archive": {"size": SIZE}, "download": {"ranges": True, **download},
+                                 "answers": {"GET /download/*": [{"cut_after": 1000000}]}}})
+    ended = tool.run(tool.collect(bmc, output, *arguments), password=bmc.password)
+    assert ended.code == 7 and "kemffdc resume 1" in ended.err, ended.err
+    return bmc
+
+
+def ranges(bmc):
+    return [r["headers"].get("Range") for r in bmc.requests("GET") if r["path"].startswith("/download")]
+
+
+def test_only_the_rest_of_a_download_is_fetched(start_bmc, tmp_path):
+    out = tmp_path / "out"
+    bmc = cut(start_bmc, out)
+    (part,) = parts_in(out)
+    kept = (out / part).stat().st_size
+    assert 0 < kept <= 1000000
+    ended = tool.run(quickly(1, "--json"), password=bmc.password)
+    assert ended.code == 0, ended.err
+    assert ended.json["sha256"] == bmc.ready["archive"]["sha256"]
+    assert ranges(bmc) == [None, f"bytes={kept}-"]
+    archive = pathlib.Path(ended.json["path"]).name
+    assert tool.files_in(out) == sorted([archive, archive + ".json"]), "nothing else stays"
+
+
+@pytest.mark.parametrize("download", [{"replaced_after": 1}, {"ranges": False}, {"heed_if_range": False}])
+def test_what_cannot_be_continued_is_fetched_anew(start_bmc, tmp_path, download):
+    bmc = cut(start_bmc, tmp_path / "out", **download)
+    ended = tool.run(quickly(1, "--json"), password=bmc.password)
+    assert ended.code == 0, ended.err
+    assert ended.json["size"] == SIZE
+    assert not parts_in(tmp_path / "out")
+
+
+@pytest.mark.parametrize("download", [{"etag": "none", "last_modified": False}, {"ranges": False}])
+def test_what_nobody_could_continue_is_not_kept(start_bmc, tmp_path, download):
+    cut(start_bmc, tmp_path / "out", **download)
+    assert tool.files_in(tmp_path / "out") == []
+
+
+def test_the_next_run_into_the_folder_leaves_the_part(start_bmc, tmp_path):
+    out = tmp_path / "out"
+    bmc = cut(start_bmc, out)
+    other = start_bmc()
+    assert tool.run(tool.collect(other, out), password=other.password).code == 0
+    (part,) = parts_in(out)
+    kept = (out / part).stat().st_size
+    assert tool.run(quickly(1), password=bmc.password).code == 0
+    assert ranges(bmc)[-1] == f"bytes={kept}-"
+
+
+@pytest.mark.parametrize("how", [signal.SIGINT, signal.SIGKILL])
+def test_a_download_that_was_stopped_goes_on_where_it_was(start_bmc, tmp_path, how):
+    out = tmp_path / "out"
+    bmc = start_bmc({"redfish": {"archive": {"size": SIZE}, "download": {"ranges": True},
+                                 "answers": {"GET /download/*": [{"hang_after": 1000000}]}}})
+    running = tool.Running(tool.collect(bmc, out), password=bmc.password)
+    end = time.monotonic() + 20 * tool.SLOWNESS
+    while not any((out / part).stat().st_size > 500000 for part in parts_in(out)):
+        assert time.monotonic() < end
+        time.sleep(0.05)
+    running.process.send_signal(how)
+    running.end(30)
+    (part,) = parts_in(out)
+    kept = (out / part).stat().st_size
+    ended = tool.run(quickly(1, "--json"), password=bmc.password)
+    assert ended.code == 0, ended.err
+    assert ended.json["sha256"] == bmc.ready["archive"]["sha256"]
+    assert ranges(bmc)[-1] == f"bytes={kept}-"
+
+
+def test_a_part_that_is_too_large_for_the_run_is_not_kept(start_bmc, tmp_path):
+    bmc = start_bmc({"redfish": {"archive": {"size": SIZE}, "download": {"ranges": True}}})
+    ended = tool.run(tool.collect(bmc, tmp_path / "out", "--max-size", "1M"), password=bmc.password)
+    assert ended.code == 7
+    assert tool.files_in(tmp_path / "out") == []
+
+
+def test_the_part_of_a_resumed_run_is_continued_too(start_bmc, tmp_path):
+    bmc = start_bmc({"redfish": {"archive": {"size": SIZE}, "download": {"ranges": True},
+                                 "answers": {"GET /download/*": [{"cut_after": 1000000}, {"cut_after": 1000000}]}}})
+    assert tool.run(tool.collect(bmc, tmp_path), password=bmc.password).code == 7
+    assert tool.run(quickly(1), password=bmc.password).code == 7
+    ended = tool.run(quickly(2, "--json"), password=bmc.password)
+    assert ended.code == 0, ended.err
+    assert ended.json["sha256"] == bmc.ready["archive"]["sha256"]
+    offsets = [int(r[6:-1]) if r else 0 for r in ranges(bmc)]
+    assert offsets == sorted(set(offsets)) and len(offsets) == 3
