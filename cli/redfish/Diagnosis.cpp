@@ -251,6 +251,19 @@ Outcome Lost(const Ending& ending) {
     return DiagnoseAnswer(kPollAnswers, *last);
 }
 
+Outcome NotFinished(const Ending& ending, int tries, int interval) {
+    const std::string bound = " finished gathering after " + std::to_string(tries) +
+                              " tries every " + std::to_string(interval) + " s";
+    if (ending.waited.task && ending.waited.task->state == "Completed") {
+        return Failure(kNotFinished, "The BMC had not" + bound +
+                                         ", but has meanwhile. Allow it more --tries or a longer "
+                                         "--interval.");
+    }
+    return Failure(kNotFinished, "The BMC has not" + bound + "." + ending.Says() +
+                                     " It goes on; run again with more --tries or a longer "
+                                     "--interval.");
+}
+
 // The first row whose event has happened counts: what ends the wait for sure stands first.
 struct EndingRow {
     EventKind event;
@@ -404,11 +417,7 @@ Outcome DiagnoseWait(const Waited& waited, const Events& events, const Options& 
     // It gave up without a word: there was no memory left even for that.
     if (waited.asked < Own(options).tries) return OutOfMemory();
     if (!HasEverAnswered(events)) return Lost(ending);
-    return Failure(kNotFinished, "The BMC has not finished gathering after " +
-                                     std::to_string(Own(options).tries) + " tries every " +
-                                     std::to_string(Own(options).interval) + " s." + ending.Says() +
-                                     " It goes on; run again with more --tries or a longer "
-                                     "--interval.");
+    return NotFinished(ending, Own(options).tries, Own(options).interval);
 }
 
 Outcome DiagnoseTask(const Task& task) {

@@ -256,6 +256,15 @@ TEST_F(RedfishDiagnoseWaitTest, TheBmcsOwnWordsComeAlong) {
     ExpectEnding(Diagnose({running}, 120, task), 6, " s. The BMC says (");
 }
 
+TEST_F(RedfishDiagnoseWaitTest, WhatHasFinishedMeanwhileDoesNotGoOn) {
+    const Kemffdc::Task task{"/t", "Completed", "OK", 100, {}};
+    const Outcome outcome = Diagnose({{EventKind::kTaskRunning, 0, 0, "/t"}}, 120, task);
+    EXPECT_EQ(outcome.code, 6);
+    EXPECT_EQ(outcome.reason,
+              "The BMC had not finished gathering after 120 tries every 5 s, but has meanwhile. "
+              "Allow it more --tries or a longer --interval.");
+}
+
 TEST_F(RedfishDiagnoseWaitTest, WithoutThemItsOwnLogIsAllThereIs) {
     const Events exception{{EventKind::kTaskException, 0, 0, ""},
                            {EventKind::kTaskBroken, 0, 0, "/t"}};
