@@ -49,7 +49,8 @@ std::string TransferLine(const std::string& time, const Moment& moment, std::siz
     std::string text;
     for (const std::string& figures : TransferTexts(moment)) {
         text = figures;
-        const std::string line = time + moment.step + ": " + text;
+        std::string line = time;
+        line.append(moment.step).append(": ").append(text);
         if (line.size() <= room) return line;
     }
     const std::size_t taken = time.size() + 2 + text.size();
