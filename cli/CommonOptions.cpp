@@ -139,13 +139,13 @@ const OptionGroup& DownloadOptions() {
     static const OptionGroup group{
         "Download",
         {{"--output", "DIR", "Folder for the archive; made if its parent exists",
-          Path(&Options::output), Where::kAnyhow, Use::kGather, true},
+          Path(&Options::output), Where::kAnyhow, Use::kReach, true},
          {"--name-template", "TEXT", "Name of the archive, of {host}, {serial}, {utc} and {name}",
           NameTemplate(), Where::kAnyhow, Use::kGather},
          {"--max-size", "SIZE", "Download no more than this in all, 500M or 16G; 0 is no limit",
           Size(&Options::maxSize), Where::kAnyhow, Use::kGather},
          {"--keep-free", "SIZE", "Leave this much of the output folder's disk free; 0 is nothing",
-          Size(&Options::keepFree), Where::kAnyhow, Use::kGather}}};
+          Size(&Options::keepFree), Where::kAnyhow}}};
     return group;
 }
 

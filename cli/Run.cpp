@@ -222,16 +222,19 @@ private:
         if (!checks) BeginHistory();
         m_report.Begin();
 
-        // CIM has no download: there the URI is never empty.
-        const bool downloads = !checks && m_options.exportUri.empty();
+        const bool downloads =
+            m_options.exportUri.empty() && Holds(m_channel.options(), "--output");
         if (downloads) outcome = PrepareFolder();
-        if (!outcome.Ok()) return outcome;
+        if (!outcome.Ok() && !checks) return outcome;
 
         Context context{m_options,  m_trust,      m_password,  m_exportPassword, m_progress,
                         m_report,   m_folder,     m_interrupt, m_limits,         m_arrivals,
                         m_recorder, m_bmcGathers, m_farewell};
         if (m_options.command == Command::kResume) return m_channel.resume(context);
-        return NameOthers(checks ? m_channel.check(context) : m_channel.collect(context));
+        if (!checks) return NameOthers(m_channel.collect(context));
+        const Outcome checked = NameOthers(m_channel.check(context));
+        return checked.Ok() && !outcome.Ok() ? Failure(kLimited, outcome.cause, outcome.reason)
+                                             : checked;
     }
 
     // Whoever has named a channel that the BMC does not have shall not have to search.
@@ -272,6 +275,7 @@ private:
     Outcome PrepareFolder() {
         Outcome outcome = m_folder.Open(m_options.output);
         if (!outcome.Ok()) return outcome;
+        if (m_options.command == Command::kCheck) return m_limits.Watch(m_folder.Path());
         for (const OutputFolder::LeftOver& leftOver : m_folder.RemoveLeftOvers(KnownParts())) {
             m_progress.Say("Removed " + leftOver.name + " (" + HumanBytes(leftOver.bytes) +
                            ") from " + m_folder.Path() + ": a run was killed and left it there.");

@@ -39,8 +39,7 @@ const OptionGroup& GatherOptions() {
     static const OptionGroup group{
         "Account and files",
         {{"--mode", "N", "Which account and which files, see kemffdc help modes",
-          Number(&ChannelOptions::mode, 0, std::numeric_limits<int>::max()), Where::kAnyhow,
-          Use::kGather}}};
+          Number(&ChannelOptions::mode, 0, std::numeric_limits<int>::max()), Where::kAnyhow}}};
     return group;
 }
 

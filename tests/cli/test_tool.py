@@ -122,6 +122,21 @@ def test_check_says_what_it_found_and_collects_nothing(bmc):
     assert bmc.requests("POST") == []
 
 
+def test_check_looks_at_the_output_folder_too_and_leaves_nothing_there(bmc, tmp_path):
+    fresh = tmp_path / "fresh"
+    assert tool.run(tool.check(bmc, "--output", str(fresh)), password=bmc.password).code == 0
+    assert not fresh.exists()
+
+    for arguments, why in (
+        (["--output", "/proc/fresh"], "The output folder /proc/fresh does not exist and cannot be made"),
+        (["--output", str(tmp_path), "--keep-free", "100000G"], "and --keep-free asks for 97.7 TiB"),
+    ):
+        ended = tool.run(tool.check(bmc, *arguments), password=bmc.password)
+        assert ended.code == 10
+        assert why in ended.err
+        assert "reached, but of no use through redfish\n" in ended.out
+
+
 def test_check_as_json_holds_the_same(bmc):
     account = tool.run(tool.check(bmc, "--json"), password=bmc.password).json
     assert (account["outcome"], account["exit_code"]) == ("checked", 0)

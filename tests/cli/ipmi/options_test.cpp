@@ -119,8 +119,6 @@ TEST(ParseIpmiOptions, WhatCannotBeMeantEndsWithTwoAndSaysWhy) {
          "--tries is an option of --via redfish."},
         {{"collect", "--via", "ipmi", "bmc", "--mode", "-3"}, "--mode"},
         {{"collect", "--via", "ipmi", "bmc", "--mode", ""}, "--mode is empty."},
-        {{"check", "--via", "ipmi", "bmc", "--mode", "3"},
-         "--mode is an option of kemffdc collect, resume and config."},
     };
     for (const UsageRow& row : rows) {
         const Parsed parsed = Parse(row.arguments);
