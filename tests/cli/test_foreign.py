@@ -171,3 +171,35 @@ def test_commands_that_it_does_not_know_end_the_collection(ipmi, start_bmc, tmp_
     assert ended.code == 4, ended.err
     assert ended.json["refusals"][0]["completion_code"] == 0xC1
     assert "(completion code C1h: it does not know the command)" in ended.json["reason"]
+
+
+# --- the search for a channel -------------------------------------------------------------------
+
+
+def search(folder, *arguments):
+    """What came of a check that names no channel, of 127.0.0.1 and its usual ports."""
+    ended = tool.run(["check", "127.0.0.1", "--user", foreign.REDFISH_USER, "--password-file", "-", "--json", *arguments],
+                     password=foreign.REDFISH_PASSWORD, environment=ipmi_tool.environment(folder))
+    return ended, [(attempt["channel"], attempt["outcome"]) for attempt in ended.json["attempts"]]
+
+
+def test_a_search_among_strangers_tells_what_each_of_them_lacks(certificates, tmp_path):
+    (tmp_path / "ipmi").mkdir()
+    with foreign.redfish_service(certificates[0], tool.clean_environment(), 443), \
+            foreign.ipmi_bmc(tmp_path / "ipmi", tool.clean_environment(), 623):
+        ended, attempts = search(tmp_path)
+
+    assert ended.code == 10
+    assert attempts == [("redfish", "limited"), ("ipmi", "unsupported"), ("cim", "unsupported")]
+    assert "redfish, port 443: The BMC has no /redfish/v1/Managers/1" in ended.json["reason"]
+    assert "the BMC does not offer cipher suite 17. Try --cipher-suite 3." in ended.json["reason"]
+
+
+def test_a_strangers_redfish_does_not_keep_from_a_bmc_that_gathers(certificates, start_bmc, tmp_path):
+    start_bmc({"user": foreign.REDFISH_USER, "password": foreign.REDFISH_PASSWORD, "ipmi": {"polls": 0}, "sftp": {}},
+              "--ipmi-port", "623")
+    with foreign.redfish_service(certificates[0], tool.clean_environment(), 443):
+        ended, attempts = search(tmp_path)
+
+    assert (ended.code, ended.json["channel"]) == (0, "ipmi"), ended.err
+    assert attempts == [("redfish", "limited"), ("ipmi", "ok")]

@@ -17,7 +17,7 @@ import pytest
 
 REDFISH_USER, REDFISH_PASSWORD = "username2", "password2"  # they stand in the service's own source
 REDFISH_UUID = "92384634-2938-2342-8820-489239905423"
-IPMI_USER, IPMI_PASSWORD = "operator", "Foreign-17"
+IPMI_USER, IPMI_PASSWORD = REDFISH_USER, REDFISH_PASSWORD  # of one machine, as it were
 IPMI_SUITE = 3  # the newest that it knows
 IPMI_GUID = "a123456789abcdefa123456789abcdef"
 
