@@ -43,6 +43,14 @@ def test_redfish_is_taken_first(tmp_path):
     assert "Trying redfish, port 443." in ended.err
 
 
+def test_a_run_that_found_its_way_can_be_continued(tmp_path):
+    with bmc_with(redfish={"task_states": ["Running"]}) as bmc:
+        ended, result = search("collect", bmc, tmp_path, "--interval", "0", "--tries", "1")
+
+    assert (ended.code, result["channel"]) == (6, "redfish")
+    assert f"This run can be continued: kemffdc resume {result['run']}" in result["reason"]
+
+
 def test_ipmi_is_taken_where_there_is_no_redfish(tmp_path):
     with bmc_with(closed=["redfish"], **ipmi_tool.scenario()) as bmc:
         ended, result = search("collect", bmc, tmp_path, "--output", str(tmp_path / "out"))
