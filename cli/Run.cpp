@@ -254,8 +254,8 @@ private:
                 m_progress.Say("Waiting for another run on this BMC (" + holder + ").");
             },
             [this] { return m_interrupt.Raised(); }};
-        const Outcome outcome = m_lock.Take(m_stateFolder, NameForLock(m_options),
-                                            m_options.wait ? &patience : nullptr);
+        Outcome outcome = m_lock.Take(m_stateFolder, NameForLock(m_options),
+                                      m_options.wait ? &patience : nullptr);
         Note(m_lock.Trouble());
         return outcome;
     }
