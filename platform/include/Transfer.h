@@ -29,6 +29,8 @@ enum class TransferFault {
     kStopped           // by a watcher
 };
 
+// Its name is the standard library's.
+// NOLINTNEXTLINE(readability-identifier-naming)
 std::error_condition make_error_condition(TransferFault fault) noexcept;
 
 // The category of file_client's errors, "varnex.transfer".
