@@ -33,7 +33,8 @@ std::string TypeOf(CIMInstance instance) {
     return text.substr(first, text.find_last_not_of(" \f\n\r\t\v") + 1 - first);
 }
 
-void Compare(const Internal::EnumerateInstancesAnswer& answer, const Kemffdc::Enumeration& found) {
+void Compare(const Internal::EnumerateInstancesAnswer& answer,
+             const Kemffdc::Cim::Enumeration& found) {
     if (!found.unreadable.empty() || found.failed != answer.error.has_value()) std::abort();
     if (answer.error) {
         if (static_cast<int>(answer.error->code) != found.errorCode) std::abort();
@@ -47,7 +48,7 @@ void Compare(const Internal::EnumerateInstancesAnswer& answer, const Kemffdc::En
 }
 
 void ReadEnumeration(const std::string& document) {
-    const Kemffdc::Enumeration found = Kemffdc::ReadEnumeration(document);
+    const Kemffdc::Cim::Enumeration found = Kemffdc::Cim::ReadEnumeration(document);
     std::string text = document;
     try {
         Compare(Internal::ReadEnumerateInstances(text, 1), found);

@@ -30,7 +30,7 @@ void Receive(IpmiSteps& steps, const Bytes& datagram) {
 
 void ReadAsDeviceId(const Bytes& datagram) {
     Kemffdc::BmcFacts facts;
-    const bool read = Kemffdc::ReadDeviceId(datagram, facts);
+    const bool read = Kemffdc::Ipmi::ReadDeviceId(datagram, facts);
     if (read != (datagram.size() >= 11)) std::abort();
     if (read == facts.firmware.empty()) std::abort();
 }
