@@ -20,9 +20,8 @@
 namespace Kemffdc::Ipmi {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 constexpr std::chrono::milliseconds kRepeat{1000};  // a datagram may be lost
+constexpr int kQuestions = kKnockTime / kRepeat;    // no more, whatever comes back
 
 // RMCP for IPMI, no session; Get Channel Authentication Capabilities of this channel, IPMI v2.0
 // data, for an administrator.
@@ -83,7 +82,7 @@ Outcome Knock(const Options& options) {
     if (!socket.IsOpen() || connect(socket.Get(), addresses->ai_addr, addresses->ai_addrlen) != 0) {
         return Silent(options, std::strerror(errno));
     }
-    for (const Clock::time_point end = Clock::now() + kKnockTime; Clock::now() < end;) {
+    for (int question = 0; question < kQuestions; ++question) {
         const int answered = Ask(socket.Get(), kRepeat);
         if (answered > 0) return {};
         if (answered < 0) return Silent(options, std::strerror(errno));

@@ -71,15 +71,6 @@ Listeners<IpmiWatcher>& Watchers() {
     return watchers;
 }
 
-// What a watcher throws is its own trouble.
-template <class Call>
-void Tell(Call&& call) noexcept {
-    try {
-        Watchers().ForEach(call);
-    } catch (...) {
-    }
-}
-
 }  // namespace
 
 const std::error_category& Varnex::IpmiCategory() noexcept {
@@ -92,21 +83,21 @@ void Varnex::AddIpmiWatcher(IpmiWatcher* watcher) { Watchers().Add(watcher); }
 void Varnex::RemoveIpmiWatcher(IpmiWatcher* watcher) { Watchers().Remove(watcher); }
 
 void ipmi_watchers::Connected(const Varnex::IpmiConnection& connection) noexcept {
-    Tell([&](IpmiWatcher& watcher) { watcher.Connected(connection); });
+    Watchers().Tell([&](IpmiWatcher& watcher) { watcher.Connected(connection); });
 }
 
 void ipmi_watchers::Exchanged(const Varnex::IpmiExchange& exchange) noexcept {
-    Tell([&](IpmiWatcher& watcher) { watcher.Exchanged(exchange); });
+    Watchers().Tell([&](IpmiWatcher& watcher) { watcher.Exchanged(exchange); });
 }
 
 void ipmi_watchers::Disconnected(bool inBand) noexcept {
-    Tell([&](IpmiWatcher& watcher) { watcher.Disconnected(inBand); });
+    Watchers().Tell([&](IpmiWatcher& watcher) { watcher.Disconnected(inBand); });
 }
 
 void ipmi_watchers::AccountLookedUp(const Varnex::AccountLookupResult& account) noexcept {
-    Tell([&](IpmiWatcher& watcher) { watcher.AccountLookedUp(account); });
+    Watchers().Tell([&](IpmiWatcher& watcher) { watcher.AccountLookedUp(account); });
 }
 
 void ipmi_watchers::UsbLanLookedUp(const Varnex::UsbLanLookupResult& usbLan) noexcept {
-    Tell([&](IpmiWatcher& watcher) { watcher.UsbLanLookedUp(usbLan); });
+    Watchers().Tell([&](IpmiWatcher& watcher) { watcher.UsbLanLookedUp(usbLan); });
 }

@@ -36,6 +36,15 @@ public:
         for (Listener* listener : m_all) call(*listener);
     }
 
+    // The same; what a listener throws is its own trouble.
+    template <class Call>
+    void Tell(Call&& call) noexcept {
+        try {
+            ForEach(call);
+        } catch (...) {
+        }
+    }
+
 private:
     struct Inside {
         Inside() { s_inside = true; }

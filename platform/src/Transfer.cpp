@@ -12,15 +12,6 @@ Listeners<Varnex::TransferWatcher>& Watchers() {
     return watchers;
 }
 
-// What a watcher throws is its own trouble.
-template <class Call>
-void Tell(Call&& call) noexcept {
-    try {
-        Watchers().ForEach(call);
-    } catch (...) {
-    }
-}
-
 }  // namespace
 
 void Varnex::AddTransferWatcher(TransferWatcher* watcher) { Watchers().Add(watcher); }
@@ -29,33 +20,33 @@ void Varnex::RemoveTransferWatcher(TransferWatcher* watcher) { Watchers().Remove
 
 bool transfer_watchers::Any() noexcept {
     bool any = false;
-    Tell([&any](Varnex::TransferWatcher&) { any = true; });
+    Watchers().Tell([&any](Varnex::TransferWatcher&) { any = true; });
     return any;
 }
 
 void transfer_watchers::ListingStarted(const std::string& folder) noexcept {
-    Tell([&](Varnex::TransferWatcher& watcher) { watcher.ListingStarted(folder); });
+    Watchers().Tell([&](Varnex::TransferWatcher& watcher) { watcher.ListingStarted(folder); });
 }
 
 void transfer_watchers::NamePassedOver(const Varnex::PassedOverName& name) noexcept {
-    Tell([&](Varnex::TransferWatcher& watcher) { watcher.NamePassedOver(name); });
+    Watchers().Tell([&](Varnex::TransferWatcher& watcher) { watcher.NamePassedOver(name); });
 }
 
 void transfer_watchers::ListingEnded(const Varnex::ListingResult& result) noexcept {
-    Tell([&](Varnex::TransferWatcher& watcher) { watcher.ListingEnded(result); });
+    Watchers().Tell([&](Varnex::TransferWatcher& watcher) { watcher.ListingEnded(result); });
 }
 
 void transfer_watchers::HostKeyJudged(const Varnex::HostKeyResult& result) noexcept {
-    Tell([&](Varnex::TransferWatcher& watcher) { watcher.HostKeyJudged(result); });
+    Watchers().Tell([&](Varnex::TransferWatcher& watcher) { watcher.HostKeyJudged(result); });
 }
 
 void transfer_watchers::Started(const std::string& localPath) noexcept {
-    Tell([&](Varnex::TransferWatcher& watcher) { watcher.Started(localPath); });
+    Watchers().Tell([&](Varnex::TransferWatcher& watcher) { watcher.Started(localPath); });
 }
 
 transfer_watchers::PartWish transfer_watchers::WishFor(const std::string& localPath) noexcept {
     PartWish wish;
-    Tell([&](Varnex::TransferWatcher& watcher) {
+    Watchers().Tell([&](Varnex::TransferWatcher& watcher) {
         if (watcher.KeepsPart(localPath)) wish.keep = true;
         if (wish.validator.empty()) wish.validator = watcher.ContinuesPart(localPath);
     });
@@ -63,11 +54,11 @@ transfer_watchers::PartWish transfer_watchers::WishFor(const std::string& localP
 }
 
 void transfer_watchers::PartBegun(const Varnex::PartialFile& part) noexcept {
-    Tell([&](Varnex::TransferWatcher& watcher) { watcher.PartBegun(part); });
+    Watchers().Tell([&](Varnex::TransferWatcher& watcher) { watcher.PartBegun(part); });
 }
 
 void transfer_watchers::PartKept(const Varnex::PartialFile& part) noexcept {
-    Tell([&](Varnex::TransferWatcher& watcher) { watcher.PartKept(part); });
+    Watchers().Tell([&](Varnex::TransferWatcher& watcher) { watcher.PartKept(part); });
 }
 
 bool transfer_watchers::Progress(const std::string& localPath, std::uint64_t bytes,
@@ -84,9 +75,9 @@ bool transfer_watchers::Progress(const std::string& localPath, std::uint64_t byt
 }
 
 void transfer_watchers::Completed(const Varnex::TransferResult& result) noexcept {
-    Tell([&](Varnex::TransferWatcher& watcher) { watcher.Completed(result); });
+    Watchers().Tell([&](Varnex::TransferWatcher& watcher) { watcher.Completed(result); });
 }
 
 void transfer_watchers::Ended(const std::string& localPath, const std::error_code& error) noexcept {
-    Tell([&](Varnex::TransferWatcher& watcher) { watcher.Ended(localPath, error); });
+    Watchers().Tell([&](Varnex::TransferWatcher& watcher) { watcher.Ended(localPath, error); });
 }

@@ -6,7 +6,7 @@
 #include <sstream>
 
 #include "cli/Channels.h"
-#include "cli/CommandLine.h"
+#include "cli/command_line.h"
 
 namespace {
 
@@ -16,9 +16,7 @@ using testing::IsEmpty;
 using testing::Not;
 
 std::string Output(const std::vector<std::string>& arguments) {
-    std::vector<const char*> argv{"kemffdc"};
-    for (const std::string& argument : arguments) argv.push_back(argument.c_str());
-    const Parsed parsed = Kemffdc::ParseOptions(static_cast<int>(argv.size()), argv.data());
+    const Parsed parsed = Parse(arguments);
     EXPECT_EQ(parsed.exitCode, 0);
     EXPECT_THAT(parsed.err, IsEmpty());
     return parsed.out;

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cli/CommandLine.h"
-
 #include <gmock/gmock.h>
 
 #include <map>
@@ -9,6 +7,7 @@
 
 #include "cli/Channels.h"
 #include "cli/Commands.h"
+#include "cli/command_line.h"
 #include "cli/redfish/Options.h"
 
 namespace {
@@ -21,18 +20,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
-
-Parsed Parse(const std::vector<std::string>& arguments) {
-    std::vector<const char*> argv{"kemffdc"};
-    for (const std::string& argument : arguments) argv.push_back(argument.c_str());
-    return Kemffdc::ParseOptions(static_cast<int>(argv.size()), argv.data());
-}
-
-Options Accepted(const std::vector<std::string>& arguments) {
-    const Parsed parsed = Parse(arguments);
-    EXPECT_TRUE(parsed.options.has_value()) << parsed.err;
-    return parsed.options.value_or(Options());
-}
 
 TEST(ParseOptions, CollectWithTheLeastThereIsHasTheDefaults) {
     const Options options = Accepted({"collect", "--via", "redfish", "192.0.2.10"});

@@ -4,8 +4,8 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
-#include "cli/CommandLine.h"
 #include "cli/cim/Options.h"
+#include "cli/command_line.h"
 #include "cli/ipmi/Options.h"
 #include "cli/redfish/Options.h"
 #include "support/TempFolder.h"
@@ -37,15 +37,10 @@ protected:
     void System(const std::string& text) { m_folder.Write("system.conf", text); }
 
     Parsed Parse(const std::vector<std::string>& arguments) const {
-        std::vector<const char*> argv{"kemffdc"};
-        for (const std::string& argument : arguments) argv.push_back(argument.c_str());
-        return Kemffdc::ParseOptions(static_cast<int>(argv.size()), argv.data(), m_surroundings);
+        return ::Parse(arguments, m_surroundings);
     }
-
     Options Accepted(const std::vector<std::string>& arguments) const {
-        const Parsed parsed = Parse(arguments);
-        EXPECT_TRUE(parsed.options.has_value()) << parsed.err;
-        return parsed.options.value_or(Options());
+        return ::Accepted(arguments, m_surroundings);
     }
 
     TempFolder m_folder;

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "cli/CommandLine.h"
 #include "cli/cim/Options.h"
 #include "cli/cim/Preflight.h"
+#include "cli/command_line.h"
 
 namespace {
 
@@ -17,22 +17,10 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-Parsed Parse(const std::vector<std::string>& arguments) {
-    std::vector<const char*> argv{"kemffdc"};
-    for (const std::string& argument : arguments) argv.push_back(argument.c_str());
-    return Kemffdc::ParseOptions(static_cast<int>(argv.size()), argv.data());
-}
-
 std::vector<std::string> Collect(std::vector<std::string> more) {
     const std::vector<std::string> begin{"collect", "--via", "cim", "192.0.2.10"};
     more.insert(more.begin(), begin.begin(), begin.end());
     return more;
-}
-
-Options Accepted(const std::vector<std::string>& arguments) {
-    const Parsed parsed = Parse(arguments);
-    EXPECT_TRUE(parsed.options.has_value()) << parsed.err;
-    return parsed.options.value_or(Options());
 }
 
 TEST(ParseCimOptions, CollectWithTheLeastThereIsSpeaksTlsToTheMachine) {

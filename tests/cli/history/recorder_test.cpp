@@ -101,14 +101,14 @@ TEST_F(RecorderTest, WritesWhatItHears) {
 TEST_F(RecorderTest, FollowsAFileFromItsBeginningToItsPlace) {
     Begin();
     recorder.SetBmcPath("/download/a.tgz");
-    recorder.Started("/work/bmc7_a.tgz");
+    recorder.Started("/archives/.part/bmc7_a.tgz");
     EXPECT_EQ(Archives().at(0).name, "a.tgz") << "as the BMC calls it";
-    recorder.PartBegun({"/work/bmc7_a.tgz", 0, 77, "\"v1\""});
-    EXPECT_EQ(Archives().at(0).partial, "/work/bmc7_a.tgz.varnex-part");
+    recorder.PartBegun({"/archives/.part/bmc7_a.tgz", 0, 77, "\"v1\""});
+    EXPECT_EQ(Archives().at(0).partial, "/archives/.part/bmc7_a.tgz.varnex-part");
     EXPECT_EQ(Archives().at(0).validator, "\"v1\"");
     EXPECT_EQ(Archives().at(0).expected, 77U);
-    recorder.Completed({"/work/bmc7_a.tgz", 77, "sum", 0, 0, 0});
-    recorder.Ended("/work/bmc7_a.tgz", {});
+    recorder.Completed({"/archives/.part/bmc7_a.tgz", 77, "sum", 0, 0, 0});
+    recorder.Ended("/archives/.part/bmc7_a.tgz", {});
     Deliver({{"/out/bmc7_a-2.tgz", 77, "sum", false, "is cut"}});
     ASSERT_THAT(Archives(), SizeIs(1));
     const ArchiveRow row = Archives()[0];
@@ -122,9 +122,9 @@ TEST_F(RecorderTest, FollowsAFileFromItsBeginningToItsPlace) {
 
 TEST_F(RecorderTest, AFileThatFailsKeepsItsPart) {
     Begin();
-    recorder.Started("/work/a.tgz");
-    recorder.PartBegun({"/work/a.tgz", 0, 77, "\"v1\""});
-    recorder.Ended("/work/a.tgz", std::make_error_code(std::errc::connection_reset));
+    recorder.Started("/archives/.part/a.tgz");
+    recorder.PartBegun({"/archives/.part/a.tgz", 0, 77, "\"v1\""});
+    recorder.Ended("/archives/.part/a.tgz", std::make_error_code(std::errc::connection_reset));
     const ArchiveRow row = Archives().at(0);
     EXPECT_EQ(row.detail, "Connection reset by peer");
     EXPECT_NE(row.endedAt, "");
@@ -134,7 +134,8 @@ TEST_F(RecorderTest, AFileThatFailsKeepsItsPart) {
 
 TEST_F(RecorderTest, FilesOfOneContentAreToldApartByTheirNames) {
     Begin();
-    for (const char* path : {"/work/x/a.log", "/work/x/b.log", "/work/x/c.log"})
+    for (const char* path :
+         {"/archives/.part/x/a.log", "/archives/.part/x/b.log", "/archives/.part/x/c.log"})
         Arrive(path, "same");
     Deliver({{"/out/x/c.log", 5, "same", {}, ""},
              {"/out/x/a.log", 5, "same", {}, ""},
@@ -157,7 +158,7 @@ TEST_F(RecorderTest, WithoutAHistoryNothingHappensAndOneReasonIsGiven) {
     EXPECT_THAT(recorder.TakeTrouble(), HasSubstr("is not a folder"));
     EXPECT_EQ(recorder.TakeTrouble(), "");
     recorder.StepBegun("preflight");
-    Arrive("/work/a", "sum");
+    Arrive("/archives/.part/a", "sum");
     End({});
     EXPECT_EQ(recorder.TakeTrouble(), "");
 }

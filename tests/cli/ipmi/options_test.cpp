@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/CommandLine.h"
+#include "cli/command_line.h"
 #include "cli/ipmi/Options.h"
 
 namespace {
@@ -14,18 +14,6 @@ using Kemffdc::Parsed;
 using Kemffdc::Ipmi::Own;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-Parsed Parse(const std::vector<std::string>& arguments) {
-    std::vector<const char*> argv{"kemffdc"};
-    for (const std::string& argument : arguments) argv.push_back(argument.c_str());
-    return Kemffdc::ParseOptions(static_cast<int>(argv.size()), argv.data());
-}
-
-Options Accepted(const std::vector<std::string>& arguments) {
-    const Parsed parsed = Parse(arguments);
-    EXPECT_TRUE(parsed.options.has_value()) << parsed.err;
-    return parsed.options.value_or(Options());
-}
 
 TEST(ParseIpmiOptions, CollectOverTheLanHasItsDefaults) {
     const Options options = Accepted({"collect", "--via", "ipmi", "192.0.2.10"});
