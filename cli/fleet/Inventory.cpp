@@ -1,0 +1,401 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/fleet/Inventory.h"
+
+#include <yaml-cpp/yaml.h>
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+#include <sstream>
+
+#include "Ipmanip.h"
+#include "cli/Nearest.h"
+#include "cli/config/TextFile.h"
+#include "cli/fleet/Csv.h"
+#include "cli/fleet/HostRange.h"
+#include "cli/terminal/Text.h"
+
+namespace Kemffdc::Fleet {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t kMaxBytes = std::size_t{16} << 20;
+constexpr std::size_t kMaxFaults = 20;  // that are told; the others are counted
+constexpr std::size_t kMaxName = 200;   // bytes; a folder gets that name
+
+const std::vector<std::string> kHostMembers{"address", "credential", "group"};
+
+std::vector<std::string> WordsIn(const std::string& text) {
+    std::istringstream stream(text);
+    std::vector<std::string> words;
+    for (std::string word; stream >> word;) words.push_back(word);
+    return words;
+}
+
+// What is wrong in the list, in the order of its lines.
+class Faults {
+public:
+    explicit Faults(const std::string& path) : m_path(path) {}
+
+    void Add(int line, const std::string& text) {
+        if (++m_count > kMaxFaults) return;
+        m_text += (m_text.empty() ? "" : "\n") + m_path + ":" + std::to_string(line) + ": " + text;
+    }
+
+    Outcome Told() const {
+        if (m_count == 0) return {};
+        const std::size_t more = m_count - std::min(m_count, kMaxFaults);
+        return Failure(kUsage,
+                       more == 0 ? m_text : m_text + "\nand " + std::to_string(more) + " more.");
+    }
+
+private:
+    const std::string& m_path;
+    std::string m_text;
+    std::size_t m_count = 0;
+};
+
+bool IsNameByte(char c) {
+    return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '.' || c == '-' || c == '_' ||
+           c == ':' || c == '%' || static_cast<unsigned char>(c) >= 0x80;
+}
+
+// A name becomes that of a folder, and an address a word of a command line.
+std::string WhatIsWrongWith(const std::string& name) {
+    if (name.empty() || name.size() > kMaxName) return "is empty or longer than 200 bytes";
+    if (!std::all_of(name.begin(), name.end(), IsNameByte)) {
+        return "holds other bytes than letters, digits, \".\", \"-\", \"_\" and \":\"";
+    }
+    return name[0] == '-' || name[0] == '.' ? "begins with a dash or a dot" : "";
+}
+
+// Collects hosts, each name and each BMC once.
+class Collector {
+public:
+    Collector(Inventory& inventory, Faults& faults) : m_inventory(inventory), m_faults(faults) {}
+
+    // A row: `host` with a range for its name, and an empty one or a range for its address.
+    void Add(const Host& host) {
+        std::vector<std::string> names;
+        std::vector<std::string> addresses;
+        if (!Expand("name", host.name, host.line, names)) return;
+        const std::string& address = host.address.empty() ? host.name : host.address;
+        if (!Expand("address", address, host.line, addresses)) return;
+        if (names.size() != addresses.size()) {
+            m_faults.Add(host.line, "name: \"" + host.name + "\" is " +
+                                        std::to_string(names.size()) + " hosts, its address " +
+                                        std::to_string(addresses.size()) + ".");
+            return;
+        }
+        for (std::size_t i = 0; i < names.size(); ++i) {
+            Host one = host;
+            one.name = names[i];
+            one.address = addresses[i];
+            if (m_inventory.hosts.size() == kMaxHosts) return TooMany(host.line);
+            if (IsNew(one)) m_inventory.hosts.push_back(std::move(one));
+        }
+    }
+
+private:
+    bool Expand(const char* what, const std::string& text, int line,
+                std::vector<std::string>& found) {
+        std::string error;
+        if (!ExpandHosts(text, found, error)) {
+            m_faults.Add(line, std::string(what) + ": " + error + ".");
+            return false;
+        }
+        for (const std::string& one : found) {
+            const std::string wrong = WhatIsWrongWith(one);
+            if (wrong.empty()) continue;
+            m_faults.Add(line, std::string(what) + ": \"" + one + "\" " + wrong + ".");
+            return false;
+        }
+        return true;
+    }
+
+    void TooMany(int line) {
+        m_faults.Add(line, "more than " + std::to_string(kMaxHosts) + " hosts.");
+    }
+
+    bool IsNew(const Host& host) {
+        const auto [known, isNew] = m_names.emplace(host.name, host.line);
+        if (!isNew) {
+            m_faults.Add(host.line, "name: \"" + host.name + "\" stands in line " +
+                                        std::to_string(known->second) + " already.");
+            return false;
+        }
+        const auto port = host.settings.find("port");
+        const std::string bmc =
+            host.address + " " + (port == host.settings.end() ? "" : port->second.words.front());
+        const auto [other, isNewBmc] = m_bmcs.emplace(bmc, &*known);
+        if (isNewBmc) return true;
+        m_faults.Add(host.line, "address: \"" + host.address + "\" is the BMC of \"" +
+                                    other->second->first + "\" in line " +
+                                    std::to_string(other->second->second) + ".");
+        return false;
+    }
+
+    Inventory& m_inventory;
+    Faults& m_faults;
+    std::map<std::string, int> m_names;  // with their lines
+    std::map<std::string, const std::pair<const std::string, int>*> m_bmcs;
+};
+
+// The rows of a spreadsheet as hosts.
+class Table {
+public:
+    Table(const std::vector<Config::Member>& members, Inventory& inventory, Faults& faults)
+        : m_members(members),
+          m_inventory(inventory),
+          m_faults(faults),
+          m_collector(inventory, faults) {}
+
+    void Read(const std::vector<CsvRow>& rows) {
+        if (rows.empty()) {
+            m_faults.Add(1, "no row: the first one names the columns, name, address, via ...");
+            return;
+        }
+        ReadHead(rows.front());
+        for (std::size_t i = 1; i < rows.size(); ++i) ReadRow(rows[i]);
+    }
+
+private:
+    void ReadHead(const CsvRow& row) {
+        for (const std::string& column : row.fields) {
+            const bool twice = !column.empty() && std::find(m_columns.begin(), m_columns.end(),
+                                                            column) != m_columns.end();
+            if (twice) m_faults.Add(row.line, "column \"" + column + "\" stands there twice.");
+            m_columns.push_back(column);
+            if (column.empty() || IsKnown(column)) continue;
+            m_inventory.notes.push_back(m_inventory.path + ":" + std::to_string(row.line) +
+                                        ": column \"" + Clean(column, kMaxName) +
+                                        "\" is not known and is passed over." +
+                                        DidYouMean(column, Known()));
+        }
+        if (std::find(m_columns.begin(), m_columns.end(), "name") == m_columns.end()) {
+            m_faults.Add(row.line, "there is no column \"name\".");
+        }
+    }
+
+    std::vector<std::string> Known() const {
+        std::vector<std::string> known = kHostMembers;
+        known.emplace_back("name");
+        for (const Config::Member& member : m_members) known.push_back(member.name);
+        return known;
+    }
+
+    bool IsKnown(const std::string& column) const {
+        const std::vector<std::string> known = Known();
+        return std::find(known.begin(), known.end(), column) != known.end();
+    }
+
+    void ReadRow(const CsvRow& row) {
+        if (row.fields.size() > m_columns.size()) {
+            m_faults.Add(row.line, std::to_string(row.fields.size()) + " fields, and " +
+                                       std::to_string(m_columns.size()) + " columns.");
+            return;
+        }
+        Host host;
+        host.line = row.line;
+        bool good = true;
+        for (std::size_t i = 0; i < row.fields.size(); ++i) {
+            good = Take(m_columns[i], row.fields[i], host) && good;
+        }
+        if (good) m_collector.Add(host);
+    }
+
+    bool Take(const std::string& column, const std::string& text, Host& host) {
+        if (column == "name") host.name = text;
+        if (column == "address") host.address = text;
+        if (column == "credential") host.credential = text;
+        if (column == "group") host.groups = WordsIn(text);
+        const auto member =
+            std::find_if(m_members.begin(), m_members.end(),
+                         [&column](const Config::Member& known) { return known.name == column; });
+        if (member == m_members.end() || text.empty()) return true;
+        Config::Value value;
+        value.line = host.line;
+        value.words = member->command ? WordsIn(text) : std::vector<std::string>{text};
+        const std::string fault = member->check ? member->check(value.words) : "";
+        if (!fault.empty()) m_faults.Add(host.line, column + fault);
+        host.settings[column] = value;
+        return fault.empty();
+    }
+
+    const std::vector<Config::Member>& m_members;
+    Inventory& m_inventory;
+    Faults& m_faults;
+    Collector m_collector;
+    std::vector<std::string> m_columns;
+};
+
+// Walks the tree that the YAML library has read. Throws Config::Fault.
+class Walker {
+public:
+    Walker(const std::string& home, const std::vector<Config::Member>& members,
+           Inventory& inventory, Faults& faults)
+        : m_reader(home, members), m_inventory(inventory), m_collector(inventory, faults) {}
+
+    void Walk(const YAML::Node& root) {
+        std::vector<std::string> seen;
+        YAML::Node groups;
+        YAML::Node hosts;
+        for (const auto& entry : Config::MapOf(root, "The inventory")) {
+            const std::string key = Config::KeyOf(entry.first, "", seen);
+            if (key == "defaults") {
+                ReadShared(entry.second, key, m_defaults);
+            } else if (key == "groups") {
+                groups.reset(entry.second);
+            } else if (key == "hosts") {
+                hosts.reset(entry.second);
+            } else if (key == "credentials") {
+                m_inventory.credentials = Word(entry.second, key);
+            } else {
+                throw Config::Fault{
+                    Config::LineOf(entry.first),
+                    key + ": unknown member." +
+                        DidYouMean(key, {"defaults", "groups", "hosts", "credentials"})};
+            }
+        }
+        if (!groups.IsNull()) WalkGroups(groups);
+        if (!hosts.IsNull()) WalkHosts(hosts, "hosts", m_defaults);
+    }
+
+private:
+    static std::string Word(const YAML::Node& node, const std::string& name) {
+        if (node.IsScalar() && !node.Scalar().empty()) return node.Scalar();
+        throw Config::Fault{Config::LineOf(node), name + " is one word."};
+    }
+
+    // Members of hosts and of kemffdc.conf, over what `host` has already.
+    void ReadShared(const YAML::Node& map, const std::string& name, Host& host,
+                    const std::vector<std::string>& others = kHostMembers) {
+        for (const auto& [member, value] : m_reader.Read(map, name, name, others)) {
+            host.settings[member] = value;
+        }
+        if (!map.IsMap()) return;
+        for (const auto& entry : map) {
+            const std::string key = entry.first.Scalar();
+            if (key == "address") host.address = Word(entry.second, name + "." + key);
+            if (key == "credential") host.credential = Word(entry.second, name + "." + key);
+            if (key == "group") {
+                for (const std::string& word : WordsIn(Word(entry.second, name + "." + key))) {
+                    host.groups.push_back(word);
+                }
+            }
+        }
+    }
+
+    void WalkGroups(const YAML::Node& groups) {
+        std::vector<std::string> seen;
+        for (const auto& entry : Config::MapOf(groups, "groups")) {
+            const std::string group = Config::KeyOf(entry.first, "groups", seen);
+            Host shared = m_defaults;
+            shared.groups.push_back(group);
+            std::vector<std::string> others = kHostMembers;
+            others.emplace_back("hosts");
+            const std::string name = "groups." + group;
+            ReadShared(entry.second, name, shared, others);
+            if (!entry.second.IsMap()) continue;
+            const YAML::Node hosts = entry.second["hosts"];
+            if (hosts.IsDefined() && !hosts.IsNull()) WalkHosts(hosts, name + ".hosts", shared);
+        }
+    }
+
+    void WalkHosts(const YAML::Node& hosts, const std::string& name, const Host& shared) {
+        if (hosts.IsScalar()) return AddHost(hosts, YAML::Node(), name, shared);
+        if (hosts.IsSequence()) {
+            for (const YAML::Node& one : hosts) AddHost(one, YAML::Node(), name, shared);
+            return;
+        }
+        std::vector<std::string> seen;
+        for (const auto& entry : Config::MapOf(hosts, name)) {
+            Config::KeyOf(entry.first, name, seen);
+            AddHost(entry.first, entry.second, name, shared);
+        }
+    }
+
+    void AddHost(const YAML::Node& node, const YAML::Node& members, const std::string& name,
+                 const Host& shared) {
+        Host host = shared;
+        host.name = Word(node, "a name in " + name);
+        host.line = Config::LineOf(node);
+        if (!members.IsNull()) ReadShared(members, name + "." + host.name, host);
+        m_collector.Add(host);
+    }
+
+    const Config::MemberReader m_reader;
+    Inventory& m_inventory;
+    Collector m_collector;
+    Host m_defaults;
+};
+
+bool EndsWith(const std::string& text, const std::string& end) {
+    return text.size() >= end.size() &&
+           text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+// As a path of its own: an inventory means it from its own folder.
+std::string FullPath(const std::string& path, const std::string& inventory,
+                     const std::string& home) {
+    if (path.rfind("~/", 0) == 0 && !home.empty()) return home + path.substr(1);
+    return fs::absolute(fs::path(inventory).parent_path() / path).lexically_normal().string();
+}
+
+void ReadTable(const std::string& text, const std::vector<Config::Member>& members,
+               Inventory& inventory, Faults& faults) {
+    std::vector<CsvRow> rows;
+    int line = 0;
+    std::string error;
+    if (ReadCsv(text, rows, line, error)) {
+        Table(members, inventory, faults).Read(rows);
+    } else {
+        faults.Add(line, error + ".");
+    }
+}
+
+}  // namespace
+
+Outcome ReadInventory(const std::string& path, const std::string& home,
+                      const std::vector<Config::Member>& members, Inventory& inventory) {
+    Config::TextFile file;
+    file.what = "inventory";
+    file.path = path;
+    const Outcome outcome = Config::ReadTextFile(kMaxBytes, file);
+    if (!outcome.Ok()) return outcome;
+    if (!file.exists) return file.Unusable("does not exist.");
+    inventory.path = path;
+    Faults faults(inventory.path);
+    if (EndsWith(path, ".csv")) {
+        ReadTable(file.text, members, inventory, faults);
+    } else {
+        const std::string fault = Config::ParseYaml(path, file.text, [&](const YAML::Node& root) {
+            Walker(home, members, inventory, faults).Walk(root);
+        });
+        if (!fault.empty()) return Failure(kUsage, fault);
+    }
+    const Outcome told = faults.Told();
+    if (!told.Ok()) return told;
+    if (inventory.hosts.empty()) return Failure(kUsage, path + ":1: there is no host in it.");
+    if (!inventory.credentials.empty()) {
+        inventory.credentials = FullPath(inventory.credentials, path, home);
+    }
+    return {};
+}
+
+Outcome HostsOf(const std::string& expression, Inventory& inventory) {
+    Host host;
+    std::vector<std::string> names;
+    std::string error;
+    if (!ExpandHosts(expression, names, error)) return Failure(kUsage, "--hosts: " + error + ".");
+    for (const std::string& one : names) {
+        const std::string wrong = WhatIsWrongWith(one);
+        if (!wrong.empty()) return Failure(kUsage, "--hosts: \"" + one + "\" " + wrong + ".");
+        host.name = host.address = one;
+        inventory.hosts.push_back(host);
+    }
+    return {};
+}
+
+}  // namespace Kemffdc::Fleet

@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef KEMFFDC_FLEET_INVENTORY_H
+#define KEMFFDC_FLEET_INVENTORY_H
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "cli/ExitCodes.h"
+#include "cli/config/Members.h"
+
+namespace Kemffdc::Fleet {
+
+// One BMC, as the list of them says.
+struct Host {
+    std::string name;     // of its own; of its folder in a run, and in every report
+    std::string address;  // what is connected to: a name or an address, IPv6 without brackets
+    std::vector<std::string> groups;
+    std::string credential;  // its name in the file of credentials; empty: none
+    std::map<std::string, Config::Value> settings;  // members of kemffdc.conf, with their lines
+    int line = 0;                                   // of the inventory; 0: from --hosts
+};
+
+// A list of BMCs. Names and addresses are fit for a command line and for a folder's name.
+struct Inventory {
+    std::string path;                // empty: from --hosts
+    std::string credentials;         // file that the inventory names; absolute, or empty
+    std::vector<Host> hosts;         // in the order of the file
+    std::vector<std::string> notes;  // what an operator should know, whole sentences
+};
+
+// Reads a file of YAML, or of CSV where its name ends in .csv. Blocks on the disk alone.
+//
+// CSV: the first row names the columns: name, address, group, credential, and any member of
+// kemffdc.conf (via, port, user, node, cipher_suite, mode, export.uri ...). A group's names are
+// separated by blanks. Columns of another name are passed over, and told in `notes`.
+//
+// YAML: `defaults:` with members, `groups:` with a map for each group, which holds members and
+// `hosts:`, and `hosts:` for BMCs that are in no group. Hosts are an expression (HostRange.h), a
+// list of these, or a map from expressions to members. A BMC's own members count before those of
+// its group, and these before the defaults. `credentials:` names the file of credentials.
+//
+// A name, and with it an address, can be a range of hosts. All rows are checked; what is wrong is
+// told line by line, "FILE:LINE: what", as kUsage. kLocalFile: the file cannot be read.
+Outcome ReadInventory(const std::string& path, const std::string& home,
+                      const std::vector<Config::Member>& members, Inventory& inventory);
+
+// The same for an expression on the command line.
+Outcome HostsOf(const std::string& expression, Inventory& inventory);
+
+}  // namespace Kemffdc::Fleet
+
+#endif
