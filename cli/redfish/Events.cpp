@@ -123,18 +123,27 @@ void Events::Add(Event event) {
 Listener::Listener(Progress& progress, Hooks hooks)
     : m_progress(progress), m_hooks(std::move(hooks)) {
     Varnex::AddLogSink(this);
+    Varnex::AddSleepWatcher(this);
 }
 
-Listener::~Listener() { Varnex::RemoveLogSink(this); }
+Listener::~Listener() {
+    Varnex::RemoveSleepWatcher(this);
+    Varnex::RemoveLogSink(this);
+}
+
+// Not before the pause: a lot can happen in it.
+void Listener::SleepEnded() {
+    if (m_repeats.exchange(false) && m_hooks.beforeRequest) m_hooks.beforeRequest();
+}
 
 void Listener::Receive(const Varnex::LogRecord& record) {
     try {
         std::optional<Event> event = ReadEvent(record);
         if (!event) return;
         const EventKind kind = event->kind;
-        const bool willAsk = kind == EventKind::kAsking || kind == EventKind::kStarting;
-        if (willAsk && m_hooks.beforeRequest) m_hooks.beforeRequest();
+        m_repeats = kind == EventKind::kStarting;
         if (kind == EventKind::kAsking) {
+            if (m_hooks.beforeRequest) m_hooks.beforeRequest();
             ++m_asked;
             return;
         }

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "LogSink.h"
+#include "SleepWatcher.h"
 
 namespace Kemffdc {
 class Progress;
@@ -81,7 +82,7 @@ const char* TaskStateText(EventKind kind);
 // What somebody else does while the library works. Each may be null, and is called on the thread
 // that does the work.
 struct Hooks {
-    // Before each GET, and before the pause after which a request is repeated.
+    // Before each GET, and before a request is repeated.
     std::function<void()> beforeRequest;
     // The library has asked for the task, which goes on; it will ask again after the interval.
     std::function<void()> taskGoesOn;
@@ -89,12 +90,13 @@ struct Hooks {
 };
 
 // Listens to the library while it works: keeps what was found, in order, and shows the BMC's state.
-class Listener : public Varnex::LogSink {
+class Listener : public Varnex::LogSink, public Varnex::SleepWatcher {
 public:
     explicit Listener(Progress& progress, Hooks hooks = {});
     ~Listener() override;
 
     void Receive(const Varnex::LogRecord& record) override;
+    void SleepEnded() override;
 
     // What was found since the last call.
     Events Take();
@@ -109,7 +111,8 @@ private:
     Progress& m_progress;
     const Hooks m_hooks;
     std::atomic<int> m_asked{0};
-    bool m_started = false;  // it has answered something else than 503
+    std::atomic<bool> m_repeats{false};  // the library pauses, and sends the same request again
+    bool m_started = false;              // it has answered something else than 503
     std::mutex m_lock;
     Events m_events;
 };

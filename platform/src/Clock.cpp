@@ -3,7 +3,16 @@
 
 #include <cerrno>
 
+#include "Listeners.h"
+#include "SleepWatcher.h"
+
 namespace {
+
+// Never destroyed: threads may sleep until the process is gone.
+Listeners<Varnex::SleepWatcher>& Watchers() {
+    static auto& watchers = *new Listeners<Varnex::SleepWatcher>;
+    return watchers;
+}
 
 timespec ToTimespec(std::chrono::nanoseconds sinceStart) {
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(sinceStart);
@@ -34,6 +43,7 @@ void Clock::SleepUntil(Monotonic deadline) {
     const timespec until = ToTimespec(deadline.time_since_epoch());
     while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {
     }
+    Watchers().Tell([](Varnex::SleepWatcher& watcher) { watcher.SleepEnded(); });
 }
 
 std::tm Clock::LocalTime() {
@@ -43,3 +53,7 @@ std::tm Clock::LocalTime() {
     localtime_r(&now, &broken);
     return broken;
 }
+
+void Varnex::AddSleepWatcher(SleepWatcher* watcher) { Watchers().Add(watcher); }
+
+void Varnex::RemoveSleepWatcher(SleepWatcher* watcher) { Watchers().Remove(watcher); }

@@ -113,12 +113,16 @@ class Bmc:
 
     def wait_for(self, path, seconds=20.0):
         """Until a request for a path that holds this text has come in."""
+        self.wait_for_request(lambda request: path in request["path"], f"for {path}", seconds)
+
+    def wait_for_request(self, wanted, name, seconds=20.0):
+        """Until a request has come in of which `wanted` is true."""
         end = time.monotonic() + seconds * SLOWNESS
         while time.monotonic() < end:
-            if any(path in request["path"] for request in self.requests()):
+            if any(wanted(request) for request in self.requests()):
                 return
             time.sleep(0.02)
-        raise AssertionError(f"no request for {path} came in")
+        raise AssertionError(f"no request {name} came in")
 
     def stop(self):
         self.process.stdin.close()

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <thread>
 
+#include "SleepWatcher.h"
 #include "gtest/gtest.h"
 
 namespace {
@@ -111,6 +112,52 @@ TEST(ClockLocalTime, IsTheTimeOfTheTimeZoneThatIsSetNow) {
             << zone;
         EXPECT_EQ(std::string(zone) == "UTC0" ? 0 : 19800, local.tm_gmtoff) << zone;
     }
+}
+
+// Counts pauses, and makes one itself in each.
+class Counting : public Varnex::SleepWatcher {
+public:
+    Counting() { Varnex::AddSleepWatcher(this); }
+    ~Counting() override { Varnex::RemoveSleepWatcher(this); }
+    Counting(const Counting&) = delete;
+    Counting& operator=(const Counting&) = delete;
+
+    void SleepEnded() override {
+        ++count;
+        endedAt = Clock::Now();
+        Clock::SleepFor(milliseconds(1));
+    }
+
+    int count = 0;
+    Clock::Monotonic endedAt;
+};
+
+TEST(SleepWatcher, IsToldWhenAPauseIsOverAndNotOfItsOwn) {
+    Counting watcher;
+    const Clock::Monotonic deadline = Clock::Now() + milliseconds(20);
+
+    Clock::SleepUntil(deadline);
+    EXPECT_EQ(watcher.count, 1);
+    EXPECT_GE(watcher.endedAt, deadline);
+    Clock::SleepFor(milliseconds(1));
+    EXPECT_EQ(watcher.count, 2);
+}
+
+TEST(SleepWatcher, IsNotToldWhereNobodySleeps) {
+    const Counting watcher;
+
+    Clock::SleepFor(milliseconds(0));
+
+    EXPECT_EQ(watcher.count, 0);
+}
+
+TEST(SleepWatcher, IsNotToldOnceItIsRemoved) {
+    Counting watcher;
+    Varnex::RemoveSleepWatcher(&watcher);
+
+    Clock::SleepFor(milliseconds(1));
+
+    EXPECT_EQ(watcher.count, 0);
 }
 
 }  // namespace

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <ostream>
 #include <sstream>
 
+#include "Clock.h"
 #include "Log.h"
 #include "cli/redfish/Events.h"
 #include "cli/terminal/Progress.h"
@@ -151,7 +153,10 @@ TEST_F(RedfishListenerTest, WhoeverWantsToKnowIsToldBeforeEachRequest) {
     Log(4, kClient, 1).Stream() << "Redfish GET action on URL: https://192.0.2.1:443/redfish/v1/";
     EXPECT_EQ(told, 1);
     Log(4, kClient, 1).Stream() << "curlCode: 0 | httpCode: 503 | body: a";
-    EXPECT_EQ(told, 2) << "the request will be repeated";
+    EXPECT_EQ(told, 1) << "a pause comes first";
+    Clock::SleepFor(std::chrono::milliseconds(1));
+    EXPECT_EQ(told, 2) << "the request is repeated now";
+    Clock::SleepFor(std::chrono::milliseconds(1));
     Log(4, kChannel, 1).Stream() << "curlCode: 0, httpCode: 404, body:\n";
     EXPECT_EQ(told, 2);
     for (const Event& event : listener.Take()) EXPECT_NE(event.kind, EventKind::kAsking);
