@@ -10,13 +10,11 @@
 #include <string>
 #include <vector>
 
-#include "shared/FileDescriptor.h"
-
-namespace SQLite {
-class Database;
-}
+#include "cli/history/LiveMarks.h"
 
 namespace Kemffdc::History {
+
+class Database;
 
 using Id = std::int64_t;  // from 1; 0: none
 
@@ -64,6 +62,10 @@ struct RunRow {
     std::string task;       // the task's URI on the BMC
     std::string taskState;  // as the BMC last told it
     std::string bmcPath;    // where the archive lies on the BMC
+    std::string operation;  // how the BMC gathers, where its channel knows several ways
+
+    Id fleet = 0;         // the fleet run that this one is an attempt of
+    int fleetNumber = 0;  // of the host in it, from 1
 };
 
 struct StepRow {
@@ -91,6 +93,7 @@ struct ArchiveRow {
     std::string sha256;         // lower-case hexadecimal
     std::optional<bool> whole;  // whether it unpacks to its end; none: not tried
     std::string detail;         // why it was not fetched, or does not unpack
+    std::string removedAt;      // UTC; by the tool itself; empty: still to be there
 };
 
 // The history: runs, their steps and their archives in an SQLite database, history.db in the state
@@ -102,8 +105,6 @@ struct ArchiveRow {
 // at a time.
 class Store {
 public:
-    static constexpr int kSchema = 1;  // kept as SQLite's user_version
-
     // Opens the history; makes folder and file, for this user alone, where they are missing.
     // Older schemas are brought up to date, newer ones and other programs' files are refused.
     // `hurry`: once it is true, nothing blocks for longer than 0.2 s; it outlives the object.
@@ -115,12 +116,14 @@ public:
 
     static bool Exists(const std::string& stateFolder);
 
-    // A run begins: as long as this process lives, IsLive() is true for it.
+    // A run begins: as long as this object lives, IsLive() is true for it. An attempt of a fleet
+    // run is the latest one of its host from now on.
     Id BeginRun(const RunRow& run);
     void EndRun(Id run, int exitCode, const std::string& outcome, const std::string& reason);
     void SetWay(Id run, const std::string& channel, std::uint16_t port);
     void SetBmc(Id run, const Bmc& bmc);
     void SetTask(Id run, const std::string& uri, const std::string& state);
+    void SetOperation(Id run, const std::string& operation);
     void SetBmcPath(Id run, const std::string& path);
 
     void BeginStep(Id run, const std::string& name);
@@ -132,6 +135,8 @@ public:
                     std::uint64_t expected);
     // Of `archive` path, size, sha256, whole and detail count; there is no partial file any more.
     void Deliver(Id id, const ArchiveRow& archive);
+    // The tool has removed what was delivered.
+    void NoteRemoved(Id archive);
     // It does not come any more; a partial file stays known.
     void FailArchive(Id archive, const std::string& detail);
 
@@ -140,27 +145,22 @@ public:
     std::vector<RunRow> Runs(const std::string& bmc, int limit) const;
     std::vector<StepRow> Steps(Id run) const;
     std::vector<ArchiveRow> Archives(Id run) const;
-    // Those with this path, the newest first.
+    // Those with this path that were not removed, the newest first.
     std::vector<ArchiveRow> ArchivesAt(const std::string& path) const;
     // Those that have not come whole, but in part.
     std::vector<ArchiveRow> Partials() const;
-    // All that were delivered; of one host, address or serial number if it is not empty.
+    // All that were delivered and not removed; of one host, address or serial number if it is not
+    // empty.
     std::vector<ArchiveRow> Delivered(const std::string& bmc) const;
 
     // Whether the process that began this run still works on it.
     bool IsLive(Id run) const;
 
 private:
-    void Open();
-    void BringUpToDate();
-    void Migrate(int from);
-    void LockRun(Id run);
+    friend class FleetJournal;  // over the same connection
 
-    std::string m_folder;
-    std::string m_path;
-    const std::atomic<bool>* m_hurry;
-    shared::FileDescriptor m_live;  // locked at the number of each run that this object has begun
-    std::unique_ptr<SQLite::Database> m_database;
+    const std::shared_ptr<Database> m_database;
+    LiveMarks m_live;  // the runs that this object has begun
 };
 
 }  // namespace Kemffdc::History

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "LogSink.h"
+#include "cli/history/Schema.h"
 #include "support/DiskFaults.h"
 #include "support/TempFolder.h"
 
@@ -108,7 +109,7 @@ TEST_F(StoreTest, IsMadeForThisUserAloneWithAWriteAheadLog) {
     EXPECT_EQ(Mode(folder + "/history.live"), 0600U);
     SQLite::Database database(file, SQLite::OPEN_READONLY);
     EXPECT_EQ(database.execAndGet("PRAGMA journal_mode").getString(), "wal");
-    EXPECT_EQ(database.execAndGet("PRAGMA user_version").getInt(), 1);
+    EXPECT_EQ(database.execAndGet("PRAGMA user_version").getInt(), 2);
 }
 
 TEST_F(StoreTest, KeepsAllThatIsKnownOfARun) {
@@ -240,6 +241,11 @@ TEST_F(StoreTest, KeepsArchivesFromTheirFirstByteToTheirPlace) {
     EXPECT_EQ(store.Delivered("").size(), 1U);
     EXPECT_EQ(store.Delivered("bmc7").size(), 1U);
     EXPECT_THAT(store.Delivered("bmc8"), IsEmpty());
+
+    store.NoteRemoved(id);
+    EXPECT_THAT(store.Delivered(""), IsEmpty());
+    EXPECT_THAT(store.ArchivesAt("/srv/ffdc/bmc7.tar.gz"), IsEmpty());
+    EXPECT_THAT(store.Archives(run).at(0).removedAt, MatchesRegex(kTime));
 }
 
 TEST_F(StoreTest, AFailedArchiveKeepsItsPartialFile) {
@@ -438,11 +444,35 @@ TEST_F(StoreTest, ADamagedDatabaseIsAnErrorAndNoCrash) {
 
 TEST_F(StoreTest, ANewerSchemaIsRefusedAndLeftAlone) {
     { Store(folder).BeginRun(RunOn("bmc7")); }
-    Execute("PRAGMA user_version = 2");
+    Execute("PRAGMA user_version = 3");
     const std::string before = Content(file);
     EXPECT_THAT(Error([&] { Store store(folder); }),
-                HasSubstr("was written by a newer kemffdc (schema 2, this one knows 1)"));
+                HasSubstr("was written by a newer kemffdc (schema 3, this one knows 2)"));
     EXPECT_EQ(Content(file), before);
+}
+
+// What release 1 of the history made, as far as the step to the next one meets it.
+TEST_F(StoreTest, AnOlderSchemaIsBroughtUpToDateAndKeepsItsRuns) {
+    ASSERT_EQ(mkdir(folder.c_str(), 0700), 0);
+    Execute(Kemffdc::History::kMigrations[0]);
+    Execute(
+        "INSERT INTO runs (command, tool_version, host, begun_at, task) VALUES ('collect', "
+        "'1.0.0', 'bmc7', '2026-01-31T23:59:58Z', '/tasks/1')");
+    Execute("PRAGMA user_version = 1");
+    {
+        Store store(folder);
+        EXPECT_EQ(store.FindRun(1)->task, "/tasks/1");
+        EXPECT_EQ(store.FindRun(1)->fleet, 0);
+        EXPECT_EQ(store.FindRun(1)->operation, "");
+        RunRow attempt = RunOn("bmc7");
+        attempt.operation = "diagnostic-data";
+        EXPECT_EQ(store.FindRun(store.BeginRun(attempt))->operation, "diagnostic-data");
+        store.SetOperation(2, "tree");
+        EXPECT_EQ(store.FindRun(2)->operation, "tree");
+    }
+    SQLite::Database database(file, SQLite::OPEN_READONLY);
+    EXPECT_EQ(database.execAndGet("PRAGMA user_version").getInt(), 2);
+    EXPECT_EQ(Integrity(), "ok");
 }
 
 TEST_F(StoreTest, AnotherProgramsDatabaseIsRefusedAndLeftAlone) {
