@@ -2,25 +2,23 @@
 #ifndef KEMFFDC_REPORT_EVENTS_H
 #define KEMFFDC_REPORT_EVENTS_H
 
-#include <boost/json/fwd.hpp>
 #include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <optional>
 #include <string>
 
+#include "cli/report/EventLines.h"
 #include "cli/report/Report.h"
-#include "cli/terminal/LineWriter.h"
 #include "cli/terminal/Progress.h"
 
 namespace Kemffdc {
 
-// What --events prints: a JSON line for each change while a run works, and its result as the last
-// one (docs/json.md). Lines are numbered, so that a reader that was too slow sees what it missed.
+// What --events prints: a line for each change while a run works, and its result as the last one.
 class Events : public ReportObserver, public ProgressObserver {
 public:
     // Constraints of `descriptor` and of the moment: see LineWriter.
-    explicit Events(int descriptor);
+    explicit Events(int descriptor) : m_lines(descriptor) {}
 
     void RunBegun(const RunRecord& run) override;
     void WayChosen(const std::string& channel, std::uint16_t port) override;
@@ -37,21 +35,16 @@ public:
     void BytesShown(std::uint64_t bytes, std::uint64_t expected) override;
     void LineShown(const std::string& line) override;
 
-    // The last line: the object of the whole run. False: nobody has read it. Blocks for half a
-    // minute at most where the reader takes nothing, and for as long as it reads.
+    // The last line: the object of the whole run. Blocks, and returns, as EventLines::Finish().
     bool End(const RunRecord& record);
 
 private:
     using Time = std::chrono::steady_clock::time_point;
 
-    void Tell(const char* event, const boost::json::object& members);
-
-    const Time m_start;
     std::mutex m_lock;
-    std::uint64_t m_number = 0;
     std::string m_step;  // of the report
     std::optional<Time> m_bytesTold;
-    LineWriter m_writer;
+    EventLines m_lines;
 };
 
 }  // namespace Kemffdc

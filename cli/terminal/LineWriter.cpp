@@ -41,7 +41,9 @@ struct LineWriter::State {
             if (lines.empty() || abandoned || failed) break;
             const std::string line = lines.front();
             DropOldest();
+            writing = true;
             failed = !WriteAll(line, hold);
+            writing = false;
         }
         done = true;
         changed.notify_all();
@@ -69,6 +71,7 @@ struct LineWriter::State {
     std::deque<std::string> lines;
     std::size_t waiting = 0;   // bytes in `lines`
     std::uint64_t pieces = 0;  // written so far
+    bool writing = false;      // a line that is not in `lines` any more
     bool last = false;         // no more lines will come
     bool abandoned = false;
     bool failed = false;
@@ -90,6 +93,11 @@ void LineWriter::Write(const std::string& line) {
     if (m_state->last || m_state->failed) return;
     m_state->Add(line);
     while (m_state->waiting > kMostWaiting && m_state->lines.size() > 1) m_state->DropOldest();
+}
+
+bool LineWriter::HasCaughtUp() const {
+    const std::lock_guard<std::mutex> hold(m_state->lock);
+    return m_state->lines.empty() && !m_state->writing && !m_state->failed;
 }
 
 bool LineWriter::Finish(const std::string& line, std::chrono::milliseconds patience) {

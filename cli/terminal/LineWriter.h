@@ -25,6 +25,10 @@ public:
     // `line` is without its end. Does not block.
     void Write(const std::string& line);
 
+    // Whether all lines have been taken: what would be out of date by the time it is written can
+    // wait for that. False for good once nobody reads any more.
+    bool HasCaughtUp() const;
+
     // Writes the last line; what comes later is not written. Waits for as long as the reader goes
     // on reading, at most `patience` from one piece (4 KiB) to the next. Returns whether this line
     // has been written.

@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/terminal/Text.h"
 
+#include <locale.h>
+
 #include <algorithm>
 #include <cstdio>
+#include <cwchar>
+#include <string_view>
 
 #include "LogSink.h"
 #include "shared/Utf8.h"
@@ -21,6 +25,45 @@ std::string LineEndsAsBlanks(std::string text) {
         if (c == '\n' || c == '\r' || c == '\t') c = ' ';
     }
     return text;
+}
+
+// Of UTF-8, whatever the process's locale is: wcwidth(3) knows no other characters than that one's.
+class Utf8Locale {
+public:
+    Utf8Locale() : m_before(uselocale(Utf8())) {}
+    ~Utf8Locale() { (void)uselocale(m_before); }
+    Utf8Locale(const Utf8Locale&) = delete;
+    Utf8Locale& operator=(const Utf8Locale&) = delete;
+
+private:
+    // 0 where the system has none: the process's own stays.
+    static locale_t Utf8() {
+        static const locale_t kUtf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+        return kUtf8;
+    }
+
+    const locale_t m_before;
+};
+
+struct Measure {
+    std::size_t bytes = 0;
+    std::size_t columns = 0;
+};
+
+// Of as many characters from the first on as take at most `limit` columns.
+Measure MeasureText(const std::string& text, std::size_t limit) {
+    const Utf8Locale utf8;
+    Measure measure;
+    while (measure.bytes < text.size()) {
+        const shared::Utf8Character next =
+            shared::FirstUtf8(std::string_view(text).substr(measure.bytes));
+        const int width = next.length == 0 ? 1 : wcwidth(static_cast<wchar_t>(next.code));
+        const auto columns = static_cast<std::size_t>(width < 0 ? 1 : width);
+        if (measure.columns + columns > limit) break;
+        measure.columns += columns;
+        measure.bytes += std::max<std::size_t>(next.length, 1);
+    }
+    return measure;
 }
 
 }  // namespace
@@ -53,6 +96,19 @@ std::string Clean(const std::string& text, std::size_t limit) {
     std::string clean = Varnex::MaskedForDisplay(open);
     if (clean.size() <= limit) return clean;
     return CutUtf8(clean, limit) + "...";
+}
+
+std::size_t ColumnsOf(const std::string& text) {
+    return MeasureText(text, std::string::npos).columns;
+}
+
+std::string CutToColumns(const std::string& text, std::size_t columns) {
+    return text.substr(0, MeasureText(text, columns).bytes);
+}
+
+std::string FitToColumns(const std::string& text, std::size_t columns) {
+    const Measure measure = MeasureText(text, columns);
+    return text.substr(0, measure.bytes) + std::string(columns - measure.columns, ' ');
 }
 
 std::string HumanBytes(std::uint64_t bytes) {

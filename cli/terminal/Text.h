@@ -21,6 +21,16 @@ bool HasControl(const std::string& text);
 // `text` cut to at most `bytes`, never inside a character.
 std::string CutUtf8(const std::string& text, std::size_t bytes);
 
+// The columns of a terminal that `text`, which is valid UTF-8 and free of control bytes, takes: two
+// for each wide character, none for one that combines with the one before it.
+std::size_t ColumnsOf(const std::string& text);
+
+// `text` cut to at most so many columns, never inside a character.
+std::string CutToColumns(const std::string& text, std::size_t columns);
+
+// The same, filled up with blanks to exactly so many.
+std::string FitToColumns(const std::string& text, std::size_t columns);
+
 // "512 B", "1.0 KiB", "12.4 MiB", "3.2 GiB".
 std::string HumanBytes(std::uint64_t bytes);
 

@@ -147,4 +147,25 @@ TEST(LineWriter, WaitsForALastLineThatIsReadSlowly) {
     EXPECT_TRUE(text == last + "\n") << text.size();
 }
 
+TEST(LineWriter, HasCaughtUpWhenTheLastPieceIsTaken) {
+    const Pipe pipe;
+    LineWriter writer(pipe.Writer());
+    EXPECT_TRUE(writer.HasCaughtUp());
+    writer.Write(std::string(300000, 'x') + "end");  // more than a pipe takes
+    while (!pipe.IsFull()) std::this_thread::sleep_for(1ms);
+    EXPECT_FALSE(writer.HasCaughtUp());
+    (void)pipe.ReadUntil("end\n");
+    for (int i = 0; i < 1000 && !writer.HasCaughtUp(); ++i) std::this_thread::sleep_for(5ms);
+    EXPECT_TRUE(writer.HasCaughtUp());
+}
+
+TEST(LineWriter, NeverCatchesUpWithAReaderThatIsGone) {
+    Pipe pipe;
+    LineWriter writer(pipe.Writer());
+    pipe.CloseReader();
+    writer.Write("one");
+    EXPECT_FALSE(writer.Finish("end", 10s));
+    EXPECT_FALSE(writer.HasCaughtUp());
+}
+
 }  // namespace

@@ -7,8 +7,11 @@ namespace {
 
 using namespace std::chrono_literals;
 using Kemffdc::Clean;
+using Kemffdc::ColumnsOf;
+using Kemffdc::CutToColumns;
 using Kemffdc::CutUtf8;
 using Kemffdc::Elapsed;
+using Kemffdc::FitToColumns;
 using Kemffdc::HumanBytes;
 using Kemffdc::ValidUtf8;
 using testing::HasSubstr;
@@ -80,6 +83,40 @@ TEST(Elapsed, GrowsAnHourWhenItNeedsOne) {
     EXPECT_EQ(Elapsed(59999ms), "0:59");
     EXPECT_EQ(Elapsed(754s), "12:34");
     EXPECT_EQ(Elapsed(3723s), "1:02:03");
+}
+
+struct WidthRow {
+    std::string text;
+    std::size_t columns;
+    const char* why;
+};
+
+TEST(ColumnsOf, CountsWhatATerminalShows) {
+    const WidthRow rows[] = {
+        {"", 0, "nothing"},
+        {"bmc001", 6, "ASCII"},
+        {"Grüße", 5, "two bytes each, one column"},
+        {"密码", 4, "wide characters"},
+        {"e\xCC\x81", 1, "an accent that combines"},
+        {"\xF0\x9F\x98\x80", 2, "beyond the basic plane"},
+        {"a\xFF", 2, "a byte that is no UTF-8 shows as one character"},
+    };
+    for (const WidthRow& row : rows) EXPECT_EQ(ColumnsOf(row.text), row.columns) << row.why;
+}
+
+TEST(CutToColumns, NeverCutsACharacter) {
+    EXPECT_EQ(CutToColumns("bmc001", 9), "bmc001");
+    EXPECT_EQ(CutToColumns("bmc001", 3), "bmc");
+    EXPECT_EQ(CutToColumns("密码", 3), "密");
+    EXPECT_EQ(CutToColumns("密码", 1), "");
+    EXPECT_EQ(CutToColumns("e\xCC\x81x", 1), "e\xCC\x81");
+}
+
+TEST(FitToColumns, FillsUpWithBlanks) {
+    EXPECT_EQ(FitToColumns("bmc", 5), "bmc  ");
+    EXPECT_EQ(FitToColumns("bmc001", 3), "bmc");
+    EXPECT_EQ(FitToColumns("密码", 3), "密 ");
+    EXPECT_EQ(FitToColumns("", 2), "  ");
 }
 
 }  // namespace
