@@ -14,6 +14,12 @@ std::string UtcText(std::time_t time) {
     return {text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts)};
 }
 
+std::time_t ReadUtc(const std::string& text) {
+    std::tm parts{};
+    const char* const end = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%SZ", &parts);
+    return end == nullptr || *end != '\0' ? 0 : timegm(&parts);
+}
+
 std::string UtcForNames(std::time_t time) {
     std::string text = UtcText(time);
     text.erase(

@@ -12,6 +12,9 @@ namespace Kemffdc {
 std::string UtcNow();
 std::string UtcText(std::time_t time);
 
+// The opposite; 0 where `text` is no such time.
+std::time_t ReadUtc(const std::string& text);
+
 // The same as names of files have it: "20260131T235958Z" (ISO 8601, basic format).
 std::string UtcForNames(std::time_t time);
 

@@ -19,16 +19,6 @@ namespace json = boost::json;
 constexpr std::uintmax_t kMaxRecord = std::uintmax_t{16} << 20;  // bytes
 constexpr std::size_t kMaxDigits = 18;
 
-std::string TextIn(const json::object& object, const char* member) {
-    const json::value* value = object.if_contains(member);
-    return value != nullptr && value->is_string() ? std::string(value->as_string()) : "";
-}
-
-std::int64_t NumberIn(const json::object& object, const char* member, std::int64_t otherwise) {
-    const json::value* value = object.if_contains(member);
-    return value != nullptr && value->is_int64() ? value->as_int64() : otherwise;
-}
-
 std::optional<json::object> ReadObject(const std::string& path) {
     std::error_code error;
     if (!fs::is_regular_file(path, error) || fs::file_size(path, error) > kMaxRecord) return {};

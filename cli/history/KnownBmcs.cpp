@@ -7,13 +7,13 @@
 
 #include <cctype>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iterator>
 #include <sstream>
 
 #include "cli/Utc.h"
+#include "cli/WholeFile.h"
 #include "cli/history/BmcName.h"
 #include "cli/history/FileLock.h"
 #include "cli/history/StateFolder.h"
@@ -139,19 +139,6 @@ Outcome Append(const std::string& path, const std::string& line) {
     return {};
 }
 
-Outcome Rewrite(const std::string& path, const std::string& text) {
-    const std::string fresh = path + ".new";
-    (void)unlink(fresh.c_str());  // of a run that was killed
-    const shared::FileDescriptor file(
-        open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-    const bool written = file.IsOpen() && WriteAtEnd(file.Get(), text) && fsync(file.Get()) == 0 &&
-                         std::rename(fresh.c_str(), path.c_str()) == 0;
-    if (written) return {};
-    Outcome outcome = Failure(kLocalFile, "Cannot write " + path + ": " + Why());
-    (void)unlink(fresh.c_str());
-    return outcome;
-}
-
 // Where the file system has no locks, the file is written without one.
 Outcome LockFor(const std::string& path, FileLock& lock) {
     if (lock.Take(path + ".lock") != FileLock::State::kTaken) return {};
@@ -219,7 +206,7 @@ Outcome KnownBmcs::Replace(const std::string& host, std::uint16_t port, const st
     for (const Line& line : lines) {
         if (line.bmc != bmc) text += line.text + "\n";
     }
-    return Rewrite(m_path, text + NewLine(bmc, sha256));
+    return WriteWholeFile(m_path, text + NewLine(bmc, sha256), kForOwner);
 }
 
 }  // namespace Kemffdc::History

@@ -89,6 +89,16 @@ json::value PortOrNull(std::uint16_t port) {
 
 json::value Seconds(double seconds) { return std::round(seconds * 1000) / 1000; }
 
+std::string TextIn(const json::object& object, const char* member) {
+    const json::value* value = object.if_contains(member);
+    return value != nullptr && value->is_string() ? std::string(value->as_string()) : "";
+}
+
+std::int64_t NumberIn(const json::object& object, const char* member, std::int64_t otherwise) {
+    const json::value* value = object.if_contains(member);
+    return value != nullptr && value->is_int64() ? value->as_int64() : otherwise;
+}
+
 json::object StepObject(const Step& step) {
     return {{"name", step.name},
             {"code", step.code},

@@ -31,6 +31,12 @@ boost::json::value TextOrNull(const std::string& text);  // null for what is not
 // To the millisecond.
 boost::json::value Seconds(double seconds);
 
+// The opposite, for objects that the tool has written: a member's text, empty where there is none;
+// its number, `otherwise` where there is none.
+std::string TextIn(const boost::json::object& object, const char* member);
+std::int64_t NumberIn(const boost::json::object& object, const char* member,
+                      std::int64_t otherwise);
+
 // A value on one line, without a line end. Numbers are plain decimals: no exponents.
 std::string JsonText(const boost::json::value& value);
 
