@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "cli/Commands.h"
+#include "cli/Completion.h"
 #include "cli/ExitCodes.h"
 #include "cli/Help.h"
 #include "cli/Nearest.h"
@@ -77,17 +78,6 @@ Words CommandNames() {
     return names;
 }
 
-// What the command knows on the line, by name.
-std::map<std::string, const Option*> OptionsOf(const CommandEntry& command) {
-    std::map<std::string, const Option*> options;
-    for (const OptionGroup* group : AllGroups(command)) {
-        for (const Option& option : group->options) {
-            if (option.OnLine() && TakesOption(command, option)) options[option.name] = &option;
-        }
-    }
-    return options;
-}
-
 Words NamesOf(const std::map<std::string, const Option*>& options) {
     Words names{"--help"};
     for (const auto& [name, option] : options) names.push_back(name);
@@ -98,7 +88,7 @@ Words NamesOf(const std::map<std::string, const Option*>& options) {
 Words CommandsWith(const std::string& option) {
     Words names;
     for (const CommandEntry& command : Commands()) {
-        if (OptionsOf(command).count(option) > 0) names.emplace_back(command.name);
+        if (LineOptions(command).count(option) > 0) names.emplace_back(command.name);
     }
     return names;
 }
@@ -154,7 +144,7 @@ std::string MissingValue(const Words& words, const std::map<std::string, const O
 
 // Takes the words behind a command apart. Returns what is wrong; empty: nothing is.
 std::string Split(const CommandEntry& command, const Words& words, Line& line) {
-    const std::map<std::string, const Option*> options = OptionsOf(command);
+    const std::map<std::string, const Option*> options = LineOptions(command);
     CLI::App app("", command.name);
     app.set_help_flag();
     app.allow_extras();
@@ -243,6 +233,7 @@ Parsed Parse(const Words& words, const Surroundings& surroundings) {
     if (first == "--version") return Answer("kemffdc " KEMFFDC_VERSION "\n");
     const Words rest(words.begin() + 1, words.end());
     if (first == "help") return AnswerHelp(rest);
+    if (first == "complete") return Answer(Printed(Complete(rest, surroundings)));
     const CommandEntry* command = FindCommand(first);
     return command == nullptr ? UnknownCommand(first) : ParseCommand(*command, rest, surroundings);
 }

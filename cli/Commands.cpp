@@ -162,4 +162,14 @@ bool TakesOption(const CommandEntry& command, const Option& option) {
     return !command.onBmc || command.use == Use::kGather || option.use == Use::kReach;
 }
 
+std::map<std::string, const Option*> LineOptions(const CommandEntry& command) {
+    std::map<std::string, const Option*> options;
+    for (const OptionGroup* group : AllGroups(command)) {
+        for (const Option& option : group->options) {
+            if (option.OnLine() && TakesOption(command, option)) options[option.name] = &option;
+        }
+    }
+    return options;
+}
+
 }  // namespace Kemffdc

@@ -3,6 +3,7 @@
 #define KEMFFDC_COMMANDS_H
 
 #include <iosfwd>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -52,6 +53,8 @@ OptionGroups OwnGroups(const CommandEntry& command);
 OptionGroups AllGroups(const CommandEntry& command);
 // Whether it is of the command's use.
 bool TakesOption(const CommandEntry& command, const Option& option);
+// What the command knows on the line, by name.
+std::map<std::string, const Option*> LineOptions(const CommandEntry& command);
 
 // `take` of commands whose argument is a BMC: its name or address, also in brackets, into
 // options.host.

@@ -24,9 +24,10 @@ struct Reading {
     // What is wrong with the text, as it follows the option's name (": \"x\" is no number ...",
     // " holds control bytes."); empty: it has been taken. It depends on nothing but the text.
     Take take;
-    Show show;                      // the value as `take` would read it; empty: there is none
-    bool path = false;              // kemffdc.conf: "~/" stands for the home folder
-    TakeWords takeWords = nullptr;  // instead of `take`: a program and its arguments
+    Show show;                            // the value as `take` would read it; empty: there is none
+    bool path = false;                    // kemffdc.conf: "~/" stands for the home folder
+    TakeWords takeWords = nullptr;        // instead of `take`: a program and its arguments
+    std::vector<std::string> words = {};  // all there are to take; empty: other texts
 };
 
 // Who may give an option.
@@ -196,7 +197,9 @@ Reading Choice(T Owner::*member, const std::vector<std::pair<std::string, T>>& w
                            }
                            return std::string();
                        }};
-    return Of(member, kind);
+    Reading reading = Of(member, kind);
+    for (const auto& [word, meant] : words) reading.words.push_back(word);
+    return reading;
 }
 
 // A program and its arguments; in kemffdc.conf alone. The arguments are not shown: somebody may

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <sstream>
 #include <utility>
 
 #include "cli/Channels.h"
@@ -293,6 +294,21 @@ Surroundings SurroundingsOfProcess() {
 Outcome Settle(const CommandEntry& command, const Line& line, const Surroundings& surroundings,
                Options& options) {
     return Settler(command, line, surroundings, options).Settle();
+}
+
+std::vector<std::string> HostsInFiles(const Surroundings& surroundings) {
+    std::vector<std::string> hosts;
+    for (const std::string& path : {surroundings.userFile, surroundings.systemFile}) {
+        Config::File file;
+        if (!Config::Read(path, surroundings.home, FileMembers(), file).Ok()) continue;
+        for (const Config::Section& section : file.sections) {
+            std::istringstream words(section.patterns);
+            for (std::string word; words >> word;) {
+                if (word.find_first_of("*?[") == std::string::npos) hosts.push_back(word);
+            }
+        }
+    }
+    return hosts;
 }
 
 }  // namespace Kemffdc

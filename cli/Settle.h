@@ -28,6 +28,10 @@ struct Surroundings {
 // Those of this process.
 Surroundings SurroundingsOfProcess();
 
+// The hosts that these files name by themselves and not by a pattern; of a file that is at fault
+// none.
+std::vector<std::string> HostsInFiles(const Surroundings& surroundings);
+
 // Fills `options` with what holds. Of each option the first counts that is said at all: on the
 // command line, in the environment, in the user's file, in the machine's; else it is so by default.
 // What only the files say, and what does not fit the command or the channel, is left out.
