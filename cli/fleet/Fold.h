@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef KEMFFDC_FLEET_FOLD_H
+#define KEMFFDC_FLEET_FOLD_H
+
+#include <string>
+#include <vector>
+
+#include "cli/fleet/Scene.h"
+
+namespace Kemffdc::Fleet {
+
+// What became of one host, for those who count.
+struct HostOutcome {
+    std::string host;     // its name
+    std::string outcome;  // a word of docs/json.md, "login-refused"
+};
+
+// Hosts that have the same outcome, in the order in which they were given.
+struct OutcomeGroup {
+    std::string outcome;
+    std::vector<std::string> hosts;
+};
+
+// The largest group first; of two that are alike, the one whose outcome came first.
+std::vector<OutcomeGroup> GroupByOutcome(const std::vector<HostOutcome>& hosts);
+
+// The outcome of a host of a run, also where it has none of its own: "not-tried" for one that
+// nobody has begun with, "not-ended" for one in the middle.
+std::string OutcomeOf(const SceneHost& host);
+
+// Whether it is one with which the run has got what it was for.
+bool IsGood(const std::string& outcome);
+
+// "41 wrong password: bmc[003,017-020]", fit for display. A list of hosts that fills screens is cut
+// and ends with "...": reports have all of it.
+std::string FoldedLine(const OutcomeGroup& group);
+
+}  // namespace Kemffdc::Fleet
+
+#endif

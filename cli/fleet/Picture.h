@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef KEMFFDC_FLEET_PICTURE_H
+#define KEMFFDC_FLEET_PICTURE_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "cli/fleet/Scene.h"
+
+namespace Kemffdc::Fleet {
+
+// A scene in words. All that came from a BMC is made fit for display.
+
+// Of a terminal.
+struct Size {
+    int columns = 80;
+    int rows = 24;
+};
+
+// The live table: how far the run is, how many hosts are where, and those that have been at work
+// for the longest time. Narrower than the terminal, and lower than it.
+std::vector<std::string> Table(const Scene& scene, std::uint64_t bytesPerSecond, Size size);
+
+// The same as one line of any length, without the hosts.
+std::string StateLine(const Scene& scene, std::uint64_t bytesPerSecond);
+
+// That one host has failed, and why.
+std::string FailureLine(const Scene& scene, const SceneHost& host);
+
+// "0:42", since the run began.
+std::string ElapsedText(const Scene& scene);
+
+// Hosts that have what the run was to bring them.
+std::size_t CountDone(const Scene& scene);
+std::uint64_t BytesOf(const Scene& scene);
+
+}  // namespace Kemffdc::Fleet
+
+#endif
