@@ -62,7 +62,8 @@ private:
                        m_run.limits,      m_run.arrivals, m_run.recorder, m_run.bmcGathers,
                        m_run.farewell};
         const Outcome outcome = (candidate.channel->*work)(chosen);
-        Note(candidate, outcome, std::chrono::duration<double>(Clock::now() - begin).count());
+        Note(candidate, outcome, std::chrono::duration<double>(Clock::now() - begin).count(),
+             m_run.report.Now().operation);
         return outcome;
     }
 
@@ -71,9 +72,10 @@ private:
                std::to_string(candidate.options.port);
     }
 
-    void Note(const Candidate& candidate, const Outcome& outcome, double seconds) {
+    void Note(const Candidate& candidate, const Outcome& outcome, double seconds,
+              const std::string& operation = "") {
         m_run.report.AddAttempt(
-            {candidate.channel->name, candidate.options.port, outcome, seconds});
+            {candidate.channel->name, candidate.options.port, outcome, seconds, operation});
         if (outcome.Ok()) return;
         m_told += (m_told.empty() ? "" : " ") + Named(candidate) + ": " + outcome.reason;
         m_reached = m_reached || candidate.outcome.Ok();

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/auto/Search.h"
 
+#include <algorithm>
 #include <chrono>
 #include <future>
+#include <map>
 
 #include "cli/OptionTable.h"
 #include "cli/cim/Channel.h"
@@ -46,24 +48,49 @@ Candidate Knocked(Candidate candidate) {
     return candidate;
 }
 
-// All of them at once. Those that have an outcome already are not asked.
-std::vector<Candidate> KnockAtAll(const std::vector<Candidate>& candidates) {
-    std::vector<std::future<Candidate>> asked;
-    for (const Candidate& candidate : candidates) {
-        const auto how = candidate.outcome.Ok() ? std::launch::async : std::launch::deferred;
-        asked.push_back(std::async(
-            how, [candidate] { return candidate.outcome.Ok() ? Knocked(candidate) : candidate; }));
+bool IsSameService(const Candidate& a, const Candidate& b) {
+    return a.channel->name == std::string(b.channel->name);
+}
+
+// Of a service that does not answer, or that no option fits, one candidate tells.
+std::vector<Candidate> WithoutRepetitions(const std::vector<Candidate>& candidates) {
+    std::vector<Candidate> kept;
+    for (auto one = candidates.begin(); one != candidates.end(); ++one) {
+        const auto same = [one](const Candidate& other) { return IsSameService(*one, other); };
+        const auto useful = [&same](const Candidate& other) {
+            return same(other) && other.outcome.Ok();
+        };
+        const bool told = std::any_of(candidates.begin(), one, same) ||
+                          std::any_of(candidates.begin(), candidates.end(), useful);
+        if (one->outcome.Ok() || !told) kept.push_back(*one);
     }
-    std::vector<Candidate> answered;
-    for (std::future<Candidate>& one : asked) answered.push_back(one.get());
-    return answered;
+    return kept;
+}
+
+// All services at once, each with one question. Candidates that have an outcome already need none.
+std::vector<Candidate> KnockAtAll(std::vector<Candidate> candidates) {
+    std::map<std::string, std::shared_future<Candidate>> asked;
+    for (const Candidate& candidate : candidates) {
+        const std::string name = candidate.channel->name;
+        if (!candidate.outcome.Ok() || asked.count(name) > 0) continue;
+        asked[name] =
+            std::async(std::launch::async, [candidate] { return Knocked(candidate); }).share();
+    }
+    for (Candidate& candidate : candidates) {
+        if (!candidate.outcome.Ok()) continue;
+        const Candidate& answer = asked[candidate.channel->name].get();
+        candidate.outcome = answer.outcome;
+        candidate.seconds = answer.seconds;
+    }
+    return WithoutRepetitions(candidates);
 }
 
 }  // namespace
 
 const std::vector<const Channel*>& Candidates() {
-    static const std::vector<const Channel*> candidates{&Redfish::kChannel, &Ipmi::kLanChannel,
-                                                        &Cim::kChannel};
+    static const std::vector<const Channel*> candidates{&Redfish::kOemChannel, &Ipmi::kLanChannel,
+                                                        &Cim::kChannel, &Redfish::kStandardChannel,
+                                                        &Redfish::kTreeChannel};
     return candidates;
 }
 
@@ -76,7 +103,7 @@ std::vector<Candidate> FindCandidates(const Options& options) {
 std::string OthersThatAnswer(const Channel& named, const Options& options) {
     std::vector<Candidate> candidates;
     for (const Channel* channel : Candidates()) {
-        if (channel == &named) continue;
+        if (channel->name == std::string(named.name)) continue;
         candidates.push_back(Settled(*channel, options));
         // Whether its other options fit is told when the operator takes it.
         candidates.back().outcome = {};

@@ -12,6 +12,8 @@
 namespace Kemffdc::Auto {
 
 // The channels that can be found by themselves, the one that is taken first at the beginning.
+// Archives of the BMC's own making come first, from whichever channel; one of Redfish's operations
+// is a candidate of its own.
 const std::vector<const Channel*>& Candidates();
 
 // A channel that may lead to the BMC.
@@ -24,8 +26,8 @@ struct Candidate {
 
 // Asks the services of all candidates at once which of them answer, with one request each that
 // needs no credentials. Candidates whose options do not fit are not asked: without an export URI
-// that is CIM, with one IPMI. Blocks for about five seconds at most, plus what the system takes to
-// resolve a name.
+// that is CIM, with one IPMI. A service that cannot be used is one candidate. Blocks for about five
+// seconds at most, plus what the system takes to resolve a name.
 std::vector<Candidate> FindCandidates(const Options& options);
 
 // "ipmi (port 623) and cim (port 5989) answer." for a BMC that does not answer on the channel that

@@ -39,6 +39,7 @@ History::RunRow RunOf(const json::object& object) {
     run.port = static_cast<std::uint16_t>(NumberIn(object, "port", 0));
     run.user = TextIn(object, "user");
     run.logKind = TextIn(object, "log_kind");
+    run.operation = TextIn(object, "operation");
     run.begunAt = TextIn(object, "started");
     run.endedAt = TextIn(object, "ended");
     run.exitCode = static_cast<int>(NumberIn(object, "exit_code", -1));
@@ -134,6 +135,7 @@ json::object RunRowObject(const History::RunRow& run, const std::string& state) 
             {"exit_code", run.exitCode < 0 ? json::value(nullptr) : json::value(run.exitCode)},
             {"reason", TextOrNull(run.reason)},
             {"log_kind", TextOrNull(run.logKind)},
+            {"operation", TextOrNull(run.operation)},
             {"task_uri", TextOrNull(run.task)},
             {"task_state", TextOrNull(run.taskState)},
             {"remote_path", TextOrNull(run.bmcPath)},

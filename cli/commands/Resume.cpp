@@ -60,6 +60,7 @@ void PutOnLine(const RunRow& run, Line& line) {
     line.options["--port"] = std::to_string(run.port);
     Say(line, "--user", run.user);
     Say(line, "--log", run.logKind);
+    Say(line, "--operation", run.operation.empty() ? "oem" : run.operation);
     Say(line, "--export-uri", run.exportUri);
     Say(line, "--output", run.output);
 }

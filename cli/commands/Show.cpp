@@ -127,6 +127,7 @@ void WriteRun(const Shown& shown, std::ostream& out) {
     Line(out, "UUID:      ", run.bmc.uuid);
     Line(out, "Model:     ", run.bmc.model);
     Line(out, "Firmware:  ", run.bmc.firmware);
+    Line(out, "Operation: ", run.operation);
     Line(out, "Task:      ",
          run.task.empty() || run.taskState.empty() ? run.task : run.task + ", " + run.taskState);
     Line(out, "On BMC:    ", run.bmcPath);

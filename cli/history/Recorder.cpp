@@ -79,6 +79,10 @@ void Recorder::WayChosen(const std::string& channel, std::uint16_t port) {
     Write([&] { m_store->SetWay(m_run, channel, port); });
 }
 
+void Recorder::OperationChosen(const std::string& operation, const std::string& /*why*/) {
+    Write([&] { m_store->SetOperation(m_run, operation); });
+}
+
 void Recorder::StepBegun(const std::string& name) {
     Write([&] { m_store->BeginStep(m_run, name); });
 }

@@ -43,6 +43,7 @@ public:
     std::string TakeTrouble();
 
     void WayChosen(const std::string& channel, std::uint16_t port) override;
+    void OperationChosen(const std::string& operation, const std::string& why) override;
     void StepBegun(const std::string& name) override;
     void StepEnded(const Step& step) override;
     void FactsChanged(const BmcFacts& facts) override;

@@ -11,34 +11,55 @@ namespace Kemffdc::Redfish {
 namespace {
 
 constexpr std::uint16_t kPort = 443;
+constexpr char kName[] = "redfish";
+constexpr char kBrief[] = "Redfish over HTTPS; the archive is downloaded, or left at a URI";
 
 OptionGroups Groups() {
-    return {&PortOptions(), &LoginOptions(),    &TlsOptions(),
+    return {&PortOptions(), &LoginOptions(),    &TlsOptions(),   &OperationOptions(),
             &OwnOptions(),  &DownloadOptions(), &ExportOptions()};
+}
+
+std::string CheckOperation(const Options& options) {
+    const Operation asked = Own(options).operation;
+    const bool sends = asked == Operation::kAuto || asked == Operation::kOem;
+    if (sends || options.exportUri.empty()) return "";
+    return std::string("--operation ") + NameOf(asked) +
+           " brings the data here; --export-uri goes with the OEM export alone.";
 }
 
 std::string Complete(Options& options) {
     if (options.port == 0) options.port = kPort;
     std::string fault = CheckTrust(options);
     if (fault.empty()) fault = CheckBasicUser(options);
-    return fault.empty() ? CheckExport(options) : fault;
+    if (fault.empty()) fault = CheckExport(options);
+    return fault.empty() ? CheckOperation(options) : fault;
+}
+
+// The same, where this operation alone is to be tried.
+template <Operation operation>
+std::string CompleteFor(Options& options) {
+    Operation& asked = options.own.Of<ChannelOptions>().operation;
+    if (asked != Operation::kAuto && asked != operation) {
+        return std::string("--operation ") + NameOf(asked) + " asks for another operation.";
+    }
+    asked = operation;
+    return Complete(options);
 }
 
 void Outline(const Options& options, Report& report) {
     report.SetLogKind(Own(options).miniLog ? "mini" : "full");
 }
 
+constexpr Channel ChannelThat(std::string (*complete)(Options& options)) {
+    return {kName, kBrief, Channel::Host::kRequired, Groups, complete, Outline, Knock, Collect,
+            Check, Resume};
+}
+
 }  // namespace
 
-const Channel kChannel{"redfish",
-                       "Redfish over HTTPS; the archive is downloaded, or left at a URI",
-                       Channel::Host::kRequired,
-                       Groups,
-                       Complete,
-                       Outline,
-                       Knock,
-                       Collect,
-                       Check,
-                       Resume};
+const Channel kChannel = ChannelThat(Complete);
+const Channel kOemChannel = ChannelThat(CompleteFor<Operation::kOem>);
+const Channel kStandardChannel = ChannelThat(CompleteFor<Operation::kStandard>);
+const Channel kTreeChannel = ChannelThat(CompleteFor<Operation::kTree>);
 
 }  // namespace Kemffdc::Redfish

@@ -24,6 +24,7 @@
 #include "cli/redfish/Sessions.h"
 #include "cli/redfish/Task.h"
 #include "cli/redfish/TaskWatch.h"
+#include "cli/redfish/tree/Collect.h"
 #include "cli/terminal/Text.h"
 
 namespace Kemffdc::Redfish {
@@ -45,19 +46,24 @@ public:
                                         if (m_watch) m_watch->TaskEnded();
                                     }}) {}
 
-    // Until the BMC can be asked for an export.
-    Outcome Reach() {
+    // Until it is known which operation the BMC is to be asked for.
+    Outcome Find() {
         bool starting = false;
         Outcome outcome = Look(starting);
-        if (outcome.Ok()) outcome = Start();
+        if (!outcome.Ok() || !starting) return outcome;
+        outcome = Start();
         // While the BMC was starting, nobody has looked at the credentials.
-        if (outcome.Ok() && starting) outcome = Look(starting);
-        if (outcome.Ok()) outcome = Connect();
-        return outcome;
+        return outcome.Ok() ? Look(starting) : outcome;
     }
 
-    // Why nothing can be exported by this BMC, where that is sure.
-    const std::string& Limit() const { return m_limit; }
+    // Until it can be asked for an export.
+    Outcome Reach() {
+        Outcome outcome = m_ffdc ? Outcome{} : Start();
+        return outcome.Ok() ? Connect() : outcome;
+    }
+
+    // Once found; the library's own where the BMC is starting still.
+    const Preflight& Found() const { return m_found; }
 
     Outcome CheckCertificate() { return m_guard.Check(); }
 
@@ -117,7 +123,7 @@ public:
             downloaded.error = watch.Error();
             downloaded.errorText = watch.ErrorText();
         }
-        downloaded.lowerCaseNames = m_lowerCaseNames;
+        downloaded.lowerCaseNames = m_found.lowerCaseNames;
         // After a signal the last word comes first.
         if (!m_run.interrupt.Raised()) m_run.farewell.Pay(kSessionSeconds);
         Outcome outcome =
@@ -129,18 +135,26 @@ public:
 private:
     Outcome Look(bool& starting) {
         m_run.Begin("preflight");
-        const Preflight found =
-            RunPreflight(m_run.options, m_run.trust, m_run.password, RequestSeconds(),
-                         m_run.options.command == Command::kCheck);
-        m_run.report.SetFacts(found.facts);
-        m_limit = found.limit;
-        m_lowerCaseNames = found.lowerCaseNames;
-        starting = found.state == Preflight::State::kStarting;
+        m_found = RunPreflight(m_run.options, m_run.trust, m_run.password, RequestSeconds(),
+                               m_run.options.command == Command::kCheck);
+        m_run.report.SetFacts(m_found.facts);
+        starting = m_found.state == Preflight::State::kStarting;
         if (starting) m_run.progress.State("BMC is starting (503)");
-        const bool failed = found.state == Preflight::State::kFailed;
-        return m_run.End(static_cast<int>(found.stage),
-                         failed ? Failure(kNotConnected, found.cause, found.reason) : Outcome{},
+        if (m_found.state == Preflight::State::kReady) TellOperation();
+        const bool failed = m_found.state == Preflight::State::kFailed;
+        return m_run.End(static_cast<int>(m_found.stage),
+                         failed ? Failure(kNotConnected, m_found.cause, m_found.reason) : Outcome{},
                          starting ? "BMC is starting (503)" : "");
+    }
+
+    // Who gets something else than usual is told while it is on its way.
+    void TellOperation() {
+        const Chosen& chosen = m_found.chosen;
+        const std::string name = NameOf(chosen.operation);
+        m_run.report.SetOperation(name, chosen.why);
+        if (chosen.operation != Operation::kOem) {
+            m_run.progress.Say("Operation " + name + " is taken: " + chosen.why + ".");
+        }
     }
 
     // The constructor asks for the BMC's version, and waits while the BMC is starting.
@@ -211,18 +225,14 @@ private:
     std::unique_ptr<Varnex::KEMFfdc> m_ffdc;
     std::optional<TaskWatch> m_watch;  // while the library waits for the task
     std::string m_taskUri;             // empty until the BMC has named it
-    std::string m_limit;
+    Preflight m_found;
     bool m_olderPaths = false;
-    bool m_lowerCaseNames = false;
 };
 
-}  // namespace
-
-Outcome Collect(Context& run) {
-    BmcRun redfish(run);
+// The OEM's operation, by the library.
+Outcome CollectOem(BmcRun& redfish, Context& run) {
     Outcome outcome = redfish.Reach();
-    if (!outcome.Ok()) return outcome;
-    outcome = redfish.CheckCertificate();
+    if (outcome.Ok()) outcome = redfish.CheckCertificate();
     if (outcome.Ok()) outcome = redfish.Export();
     if (!outcome.Ok()) return outcome;
     std::string path;
@@ -237,12 +247,28 @@ Outcome Collect(Context& run) {
     return {};
 }
 
+}  // namespace
+
+Outcome Collect(Context& run) {
+    Operation operation = Operation::kAuto;
+    {
+        BmcRun redfish(run);
+        const Outcome outcome = redfish.Find();
+        if (!outcome.Ok()) return outcome;
+        operation = redfish.Found().chosen.operation;
+        if (operation == Operation::kOem) return CollectOem(redfish, run);
+    }
+    return CollectTree(run);
+}
+
 Outcome Check(Context& run) {
     BmcRun redfish(run);
-    Outcome outcome = redfish.Reach();
+    Outcome outcome = redfish.Find();
+    const bool byLibrary = redfish.Found().chosen.operation == Operation::kOem;
+    if (outcome.Ok() && byLibrary) outcome = redfish.Reach();
     if (outcome.Ok()) outcome = redfish.CheckCertificate();
-    const bool limited = outcome.Ok() && !redfish.Limit().empty();
-    return limited ? Failure(kLimited, redfish.Limit()) : outcome;
+    const bool limited = outcome.Ok() && !redfish.Found().limit.empty();
+    return limited ? Failure(kLimited, redfish.Found().limit) : outcome;
 }
 
 }  // namespace Kemffdc::Redfish

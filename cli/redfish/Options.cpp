@@ -3,6 +3,20 @@
 
 namespace Kemffdc::Redfish {
 
+const OptionGroup& OperationOptions() {
+    static const OptionGroup group{
+        "Operation",
+        {{"--operation", "HOW",
+          "The BMC's own export (oem), the standard's action (standard), all that can be read "
+          "(tree), or the first of them that it has (auto)",
+          Choice(&ChannelOptions::operation, {{"auto", Operation::kAuto},
+                                              {"oem", Operation::kOem},
+                                              {"standard", Operation::kStandard},
+                                              {"tree", Operation::kTree}}),
+          Where::kAnyhow}}};
+    return group;
+}
+
 const OptionGroup& OwnOptions() {
     static const OptionGroup group{
         "Gathering",

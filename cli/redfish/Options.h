@@ -3,11 +3,13 @@
 #define KEMFFDC_REDFISH_OPTIONS_H
 
 #include "cli/OptionTable.h"
+#include "cli/redfish/Operation.h"
 
 namespace Kemffdc::Redfish {
 
 // What only this channel has.
 struct ChannelOptions {
+    Operation operation = Operation::kAuto;
     bool miniLog = false;  // the logs alone
     int tries = 120;       // questions for the task's state
     int interval = 5;      // seconds between them
@@ -16,6 +18,7 @@ struct ChannelOptions {
 inline const ChannelOptions& Own(const Options& options) { return Part<ChannelOptions>(options); }
 
 const OptionGroup& OwnOptions();
+const OptionGroup& OperationOptions();
 
 }  // namespace Kemffdc::Redfish
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "cli/redfish/Json.h"
+#include "cli/redfish/Options.h"
 #include "cli/redfish/Requests.h"
 #include "cli/redfish/Rights.h"
 
@@ -15,6 +16,8 @@ namespace {
 
 constexpr char kServiceRoot[] = "/redfish/v1/";
 constexpr char kManager[] = "/redfish/v1/Managers/1";
+constexpr char kNoAction[] =
+    "No log service of this BMC offers the standard's action (LogService.CollectDiagnosticData).";
 constexpr int kBesides = 10;  // seconds for each answer that a run can do without
 
 std::string Http(const Answer& answer) {
@@ -44,7 +47,7 @@ public:
         if (ReadRoot() && ReadManager()) {
             m_https.SetSeconds(std::min(m_seconds, kBesides));
             ReadSystem();
-            if (rights && m_result.limit.empty()) ReadRights();
+            Decide(rights);
         }
         m_result.facts.address = m_https.Address();
         m_result.facts.certificate = m_https.ShownCertificate();
@@ -98,7 +101,7 @@ private:
         if (!HasAnswer(answer)) return false;
         if (IsRefused(answer)) return Refused(answer);
         if (answer.httpCode == 404) {
-            Limit("The BMC has no /redfish/v1/Managers/1; it will refuse the export.");
+            m_noOem = "The BMC has no /redfish/v1/Managers/1; it will refuse the export.";
         } else if (!answer.IsSuccess()) {
             return Failing(answer);
         } else if (const auto manager = ReadObject(answer.body)) {
@@ -123,9 +126,16 @@ private:
         m_result.facts.uuid = LowerCase(TextMember(*system, "UUID"));
     }
 
-    void ReadRights() {
-        Limit(MissingOperation(m_https, m_login, m_manager));
-        if (m_result.limit.empty()) {
+    void Decide(bool rights) {
+        const Operation asked = Own(m_options).operation;
+        const bool toStore = !m_options.exportUri.empty();
+        Offer offer{m_noOem, kNoAction};
+        const bool looks = asked == Operation::kAuto || (asked == Operation::kOem && rights);
+        if (looks && m_noOem.empty()) offer.noOem = MissingOperation(m_https, m_login, m_manager);
+        m_result.chosen = Choose(asked, toStore, offer);
+        Limit(m_result.chosen.limit);
+        const bool changes = m_result.chosen.operation != Operation::kTree;
+        if (rights && changes && m_result.limit.empty()) {
             Limit(MissingPrivilege(m_https, m_login, m_options.user, m_root));
         }
     }
@@ -188,6 +198,7 @@ private:
     const Login m_login;
     boost::json::object m_root;
     boost::json::object m_manager;
+    std::string m_noOem;  // why the OEM's operation is missing, where that is sure already
     Preflight m_result;
 };
 

@@ -6,6 +6,7 @@
 
 #include "cli/Options.h"
 #include "cli/http/Transport.h"
+#include "cli/redfish/Operation.h"
 #include "cli/report/Report.h"
 #include "cli/terminal/Secret.h"
 
@@ -23,14 +24,16 @@ struct Preflight {
     std::string reason;          // what was wrong and what to do; kFailed alone
     Cause cause = Cause::kUnnamed;
     BmcFacts facts;
-    std::string limit;            // why nothing can be exported by it, where that is sure
+    Chosen chosen;                // kReady alone
+    std::string limit;            // why nothing can be gathered by it, where that is sure
     bool lowerCaseNames = false;  // of headers; the library finds no session token among such
 };
 
 // Resolves, connects, agrees on TLS, reads the service root, and with the credentials the manager
-// and the system that it manages. Takes at most `seconds` for each of the three or four requests.
-// `rights`: looks besides whether an export would be accepted (Rights.h), which else the export
-// itself tells.
+// and the system that it manages, and decides which operation is to be taken. Takes at most
+// `seconds` for each of the three or four requests, and looks for others than the OEM's operation
+// only where that is missing. `rights`: looks besides whether it would be accepted (Rights.h),
+// which else the operation itself tells.
 Preflight RunPreflight(const Options& options, const Trust& trust, const Secret& password,
                        int seconds, bool rights);
 

@@ -53,6 +53,7 @@ public:
     }
 
     Outcome Reach() {
+        m_run.report.SetOperation(NameOf(Operation::kOem), "the earlier run has begun with it");
         m_run.Begin("preflight");
         const Preflight found =
             RunPreflight(m_run.options, m_run.trust, m_run.password, RequestSeconds(), false);

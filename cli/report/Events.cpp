@@ -36,6 +36,10 @@ void Events::WayChosen(const std::string& channel, std::uint16_t port) {
     m_lines.Tell("way-chosen", {{"channel", channel}, {"port", PortOrNull(port)}});
 }
 
+void Events::OperationChosen(const std::string& operation, const std::string& why) {
+    Tell("operation-chosen", {{"operation", operation}, {"reason", TextOrNull(why)}});
+}
+
 void Events::AttemptEnded(const Attempt& attempt) {
     m_lines.Tell("attempt-ended", {{"attempt", AttemptObject(attempt)}});
 }

@@ -22,6 +22,7 @@ public:
 
     void RunBegun(const RunRecord& run) override;
     void WayChosen(const std::string& channel, std::uint16_t port) override;
+    void OperationChosen(const std::string& operation, const std::string& why) override;
     void AttemptEnded(const Attempt& attempt) override;
     void StepBegun(const std::string& name) override;
     void StepEnded(const Step& step) override;

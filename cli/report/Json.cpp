@@ -109,6 +109,7 @@ json::object StepObject(const Step& step) {
 json::object AttemptObject(const Attempt& attempt) {
     return {{"channel", attempt.channel},
             {"port", PortOrNull(attempt.port)},
+            {"operation", TextOrNull(attempt.operation)},
             {"outcome", OutcomeName(attempt.outcome)},
             {"reason", TextOrNull(attempt.outcome.reason)},
             {"seconds", Seconds(attempt.seconds)}};
@@ -165,6 +166,8 @@ json::object RunObject(const RunRecord& record) {
                      {"attempts", std::move(attempts)},
                      {"steps", std::move(steps)},
                      {"log_kind", TextOrNull(record.logKind)},
+                     {"operation", TextOrNull(record.operation)},
+                     {"operation_reason", TextOrNull(record.operationReason)},
                      {"task", TaskValue(record.task)},
                      {"path", TextOrNull(delivery.path)},
                      {"remote_path", TextOrNull(delivery.remotePath)},

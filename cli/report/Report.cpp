@@ -91,6 +91,8 @@ void Report::LeaveWayOpen() {
     m_record.channel.clear();
     m_record.port = 0;
     m_record.logKind.clear();
+    m_record.operation.clear();
+    m_record.operationReason.clear();
     m_record.part.reset();
 }
 
@@ -107,6 +109,16 @@ void Report::SetNumber(std::int64_t number) {
 void Report::SetLogKind(const std::string& kind) {
     const Guard hold(m_lock);
     m_record.logKind = kind;
+}
+
+void Report::SetOperation(const std::string& operation, const std::string& why) {
+    const std::string hidden = Hidden(why);
+    {
+        const Guard hold(m_lock);
+        m_record.operation = operation;
+        m_record.operationReason = hidden;
+    }
+    Tell(&ReportObserver::OperationChosen, operation, hidden);
 }
 
 void Report::Begin() {

@@ -26,6 +26,10 @@ public:
         (void)channel;
         (void)port;
     }
+    virtual void OperationChosen(const std::string& operation, const std::string& why) {
+        (void)operation;
+        (void)why;
+    }
     virtual void AttemptEnded(const Attempt& attempt) { (void)attempt; }
     virtual void StepBegun(const std::string& name) { (void)name; }
     virtual void StepEnded(const Step& step) { (void)step; }
@@ -53,6 +57,9 @@ public:
     void LeaveWayOpen();
     void SetNumber(std::int64_t number);  // of the run, in the history; before Begin()
     void SetLogKind(const std::string& kind);
+
+    // Which of the channel's operations the run takes, and why; the reason fit for display.
+    void SetOperation(const std::string& operation, const std::string& why);
 
     // Tells the observers what is known before the BMC is asked anything.
     void Begin();

@@ -28,6 +28,7 @@ struct Attempt {
     std::uint16_t port = 0;  // 0: the channel has none
     Outcome outcome;
     double seconds = 0;
+    std::string operation{};  // of the channel, where one was chosen
 };
 
 // A file that came from a BMC.
@@ -59,6 +60,8 @@ struct RunRecord {
     std::uint16_t port = 0;              // 0: the channel has none
     std::string user;                    // on the BMC; empty: nobody logs in
     std::string logKind;                 // "full" or "mini"; empty where there is one kind alone
+    std::string operation;               // Redfish: "oem" ...; empty until one is chosen
+    std::string operationReason;         // why that one
     std::string caFile;                  // that the certificate was checked against
     std::string started;                 // UTC, as UtcNow() gives it
     std::string ended;

@@ -71,6 +71,9 @@ void WriteFacts(const RunRecord& record, std::ostream& out) {
     Line(out, "Firmware:        ", facts.firmware);
     if (facts.certificate) WriteCertificate(record, out);
     Line(out, "Host key:        ", facts.hostKey);
+    if (!record.operation.empty()) {
+        out << "Operation:       " << record.operation << " (" << record.operationReason << ")\n";
+    }
     for (const std::string& note : facts.notes) out << "Note: " << note << "\n";
 }
 

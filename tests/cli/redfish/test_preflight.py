@@ -19,16 +19,49 @@ def scenario(name):
 
 def test_a_check_of_a_bmc_without_the_operation_ends_as_limited(start_bmc):
     bmc = start_bmc(scenario("no-export-action"))
-    ended = tool.run(tool.check(bmc, "--json"), password=bmc.password)
+    ended = tool.run(tool.check(bmc, "--operation", "oem", "--json"), password=bmc.password)
     assert (ended.code, ended.json["reason"]) == (10, NO_OPERATION)
     assert bmc.requests("POST") == []
 
 
 def test_a_collection_from_it_ends_before_anything_is_gathered(start_bmc, tmp_path):
     bmc = start_bmc(scenario("no-export-action"))
-    ended = tool.run(tool.collect(bmc, tmp_path), password=bmc.password)
+    ended = tool.run(tool.collect(bmc, tmp_path, "--operation", "oem"), password=bmc.password)
     assert ended.code == 4
     assert "This BMC has no such operation as the export of service data (HTTP 404" in ended.err
+
+
+def test_check_names_the_operation_and_the_reason(start_bmc):
+    with_export, without = start_bmc(), start_bmc(scenario("no-export-action"))
+    for bmc, arguments, operation, why in [
+            (with_export, [], "oem", "the BMC offers it"),
+            (with_export, ["--operation", "tree"], "tree", "--operation tree asks for it"),
+            (without, [], "tree", "the BMC has neither an OEM export nor the standard's action")]:
+        ended = tool.run(tool.check(bmc, *arguments, "--json"), password=bmc.password)
+        assert (ended.code, ended.json["operation"], ended.json["operation_reason"]) == (0, operation, why), ended.err
+        ended = tool.run(tool.check(bmc, *arguments), password=bmc.password)
+        assert f"Operation:       {operation} ({why})\n" in ended.out
+        assert bmc.requests("POST") == []
+
+
+def test_an_export_to_a_store_is_the_oems_alone(start_bmc, tmp_path):
+    bmc = start_bmc()
+    arguments = [*tool.check(bmc)[:-2], "--export-uri", "sftp://127.0.0.1/x"]
+    arguments = ["collect", *arguments[1:], "--password-file", "-", "--operation", "standard"]
+    ended = tool.run(arguments, password=bmc.password)
+    assert ended.code == 2
+    assert "--operation standard brings the data here; --export-uri goes with the OEM export alone." in ended.err
+    assert bmc.requests() == []
+
+
+def test_a_run_keeps_its_operation(bmc, state, tmp_path):
+    ended = tool.run(tool.collect(bmc, tmp_path / "out", "--events"), password=bmc.password)
+    assert ended.code == 0, ended.err
+    assert {"event": "operation-chosen", "operation": "oem", "reason": "the BMC offers it"}.items() <= next(
+        e for e in ended.events if e["event"] == "operation-chosen").items()
+    (run,) = tool.run(["history", "--json"]).json["runs"]
+    assert run["operation"] == "oem"
+    assert "Operation: oem" in tool.run(["show", "1"]).out
 
 
 def test_an_operation_that_is_not_listed_may_be_there_all_the_same(start_bmc, tmp_path):

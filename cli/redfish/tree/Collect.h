@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef KEMFFDC_REDFISH_TREE_COLLECT_H
+#define KEMFFDC_REDFISH_TREE_COLLECT_H
+
+#include "cli/ExitCodes.h"
+
+namespace Kemffdc {
+struct Context;
+}
+
+namespace Kemffdc::Redfish {
+
+// Everything that can be read of a Redfish service, as one archive. The preflight has been made:
+// the service answers, takes the credentials, and its facts stand in the report.
+Outcome CollectTree(Context& run);
+
+}  // namespace Kemffdc::Redfish
+
+#endif
