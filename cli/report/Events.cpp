@@ -37,7 +37,7 @@ void Events::WayChosen(const std::string& channel, std::uint16_t port) {
 }
 
 void Events::OperationChosen(const std::string& operation, const std::string& why) {
-    Tell("operation-chosen", {{"operation", operation}, {"reason", TextOrNull(why)}});
+    m_lines.Tell("operation-chosen", {{"operation", operation}, {"reason", TextOrNull(why)}});
 }
 
 void Events::AttemptEnded(const Attempt& attempt) {
