@@ -1,0 +1,76 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Fixtures of the Ansible collection's tests."""
+
+import json
+import os
+import select
+import subprocess
+
+import pytest
+
+import controller
+import tool
+
+
+def pytest_configure():
+    if not tool.TOOL or not os.access(tool.TOOL, os.X_OK):
+        raise pytest.UsageError("the environment variable KEMFFDC must name the tool to test")
+
+
+@pytest.fixture(scope="session")
+def collections(tmp_path_factory):
+    """A folder with the collection, built and installed as a user does it."""
+    folder = tmp_path_factory.mktemp("collections")
+    environment = {**tool.clean_environment(), "HOME": str(folder), "ANSIBLE_HOME": str(folder / "home")}
+
+    def galaxy(*arguments):
+        command = ["ansible-galaxy", "collection", *arguments]
+        done = subprocess.run(command, env=environment, capture_output=True, text=True, timeout=120,
+                              check=False)
+        assert done.returncode == 0, done.stderr
+
+    galaxy("build", str(controller.COLLECTION), "--output-path", str(folder))
+    package = next(folder.glob("varnex-ffdc-*.tar.gz"))
+    galaxy("install", str(package), "--offline", "--no-deps", "-p", str(folder / "installed"))
+    return folder / "installed"
+
+
+@pytest.fixture
+def ansible(tmp_path, collections):
+    """A controller of this test's own."""
+    (tmp_path / "controller").mkdir()
+    return controller.Controller(tmp_path / "controller", collections)
+
+
+@pytest.fixture
+def start_bmc():
+    """Starts emulated BMCs that end with the test."""
+    started = []
+
+    def start(scenario=None, *arguments):
+        started.append(tool.Bmc(scenario, arguments))
+        return started[-1]
+
+    yield start
+    for bmc in started:
+        bmc.stop()
+
+
+@pytest.fixture
+def start_fleet(tmp_path):
+    """Starts many emulated BMCs that end with the test; what they say when they are ready."""
+    started = []
+
+    def start(*arguments):
+        process = subprocess.Popen(
+            [controller.ROOT / "emulator" / "emulated-fleet", "--state-dir", tmp_path / "fleet", *arguments],
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE, env=tool.clean_environment(), text=True)
+        started.append(process)
+        assert select.select([process.stdout], [], [], 60)[0], "the emulated fleet is not ready in time"
+        return json.loads(process.stdout.readline())
+
+    yield start
+    for process in started:
+        process.stdin.close()
+        assert process.wait(timeout=60) == 0
+        process.stdout.close()

@@ -1,0 +1,81 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Ansible as an operator uses it: the collection built and installed, plays, and what came of them."""
+
+import json
+import os
+import pathlib
+import subprocess
+import sys
+
+ROOT = pathlib.Path(__file__).resolve().parents[3]
+HERE = pathlib.Path(__file__).resolve().parent
+COLLECTION = ROOT / "integrations" / "ansible"
+
+sys.path.insert(0, str(ROOT / "tests" / "cli"))
+
+import tool  # noqa: E402
+
+
+class Played:
+    """What came of a play: exit code, what was shown, and the results of tasks."""
+
+    def __init__(self, code, shown, results):
+        self.code = code
+        self.shown = shown
+        self.results = results
+
+    def of(self, task, host=None):
+        """The result of a task of this name; of one host where several have it."""
+        found = [r for r in self.results if r["task"] == task and host in (None, r["host"])]
+        assert len(found) == 1, f"{len(found)} results of {task}: {self.shown}"
+        return {**found[0]["result"], "status": found[0]["status"]}
+
+
+class Controller:
+    """The machine that ansible-playbook runs on; everything of it lies in a folder."""
+
+    def __init__(self, folder, collections):
+        self.folder = folder
+        self.collections = collections
+
+    def environment(self):
+        sanitizers = {k: v for k, v in os.environ.items() if k.endswith("SAN_OPTIONS")}
+        return {
+            **tool.clean_environment(), **sanitizers,
+            "HOME": str(self.folder),
+            "LC_ALL": "C.UTF-8",
+            "ANSIBLE_HOME": str(self.folder / "ansible"),
+            "ANSIBLE_LOCAL_TEMP": str(self.folder / "tmp"),
+            "ANSIBLE_REMOTE_TEMP": str(self.folder / "remote"),
+            "ANSIBLE_COLLECTIONS_PATH": str(self.collections),
+            "ANSIBLE_CALLBACK_PLUGINS": str(HERE / "callbacks"),
+            "ANSIBLE_CALLBACKS_ENABLED": "results",
+            "ANSIBLE_PYTHON_INTERPRETER": "/usr/bin/python3",
+            "ANSIBLE_NOCOLOR": "1",
+            "ANSIBLE_RETRY_FILES_ENABLED": "0",
+            "VARNEX_RESULTS": str(self.folder / "results"),
+        }
+
+    def command(self, plays, inventory, arguments):
+        """`plays` are written out, or the name of a playbook; `inventory` as its YAML holds it."""
+        (self.folder / "inventory.json").write_text(json.dumps({"all": inventory}), encoding="utf-8")
+        if not isinstance(plays, str):
+            (self.folder / "plays.json").write_text(json.dumps(plays), encoding="utf-8")
+            plays = str(self.folder / "plays.json")
+        return ["ansible-playbook", "-i", str(self.folder / "inventory.json"), *arguments, plays]
+
+    def play(self, plays, inventory, *arguments, seconds=120.0, environment=None):
+        results = self.folder / "results"
+        results.unlink(missing_ok=True)
+        ended = subprocess.run(
+            self.command(plays, inventory, arguments), cwd=self.folder, stdin=subprocess.DEVNULL,
+            env={**self.environment(), **(environment or {})}, capture_output=True, text=True,
+            timeout=seconds * tool.SLOWNESS, check=False)
+        lines = results.read_text(encoding="utf-8").splitlines() if results.exists() else []
+        return Played(ended.returncode, ended.stdout + ended.stderr, [json.loads(li) for li in lines])
+
+    def tasks(self, tasks, *arguments, **options):
+        """Plays tasks on this machine itself; a failed one does not end the play."""
+        inventory = {"hosts": {"station": {"ansible_connection": "local"}}}
+        play = {"hosts": "all", "gather_facts": False, "tasks": tasks, "ignore_errors": True}
+        return self.play([play], inventory, *arguments, **options)
