@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "cli/fleet/Estimate.h"
 #include "cli/terminal/Text.h"
@@ -19,11 +20,13 @@ constexpr std::size_t kStateColumns = 12;
 constexpr std::size_t kTimeColumns = 7;  // "1:02:03"
 constexpr std::size_t kRoomy = 60;       // columns from which on the table has wide gaps
 
-// What an operator tells apart, in the order of the count.
-constexpr std::array<const char*, 9> kWords{"done",         "failed",  "stopped",
-                                            "transferring", "waiting", "gathering",
-                                            "connecting",   "pausing", "queued"};
+// In the order in which they are counted.
+constexpr std::array<HostState, 11> kCounted{
+    HostState::kDone,     HostState::kFailed,    HostState::kStopped,   HostState::kTransferring,
+    HostState::kWaiting,  HostState::kGathering, HostState::kExporting, HostState::kReached,
+    HostState::kStarting, HostState::kPausing,   HostState::kQueued};
 
+// What an operator tells apart.
 // No `default:`, so that the compiler misses a state.
 const char* WordOf(HostState state) {
     switch (state) {
@@ -46,11 +49,16 @@ const char* WordOf(HostState state) {
 
 // "120 done", "3 failed" ...: of those words that some host has.
 std::vector<std::string> CountTexts(const Scene& scene) {
+    std::array<std::size_t, kCounted.size()> hosts{};  // by state
+    for (const SceneHost& host : scene.hosts) ++hosts.at(static_cast<std::size_t>(host.state));
+    std::vector<std::pair<std::string, std::size_t>> words;
+    for (const HostState state : kCounted) {
+        const std::string word = WordOf(state);
+        if (words.empty() || words.back().first != word) words.emplace_back(word, 0);
+        words.back().second += hosts.at(static_cast<std::size_t>(state));
+    }
     std::vector<std::string> texts;
-    for (const char* const word : kWords) {
-        const auto count = std::count_if(
-            scene.hosts.begin(), scene.hosts.end(),
-            [word](const SceneHost& host) { return WordOf(host.state) == std::string(word); });
+    for (const auto& [word, count] : words) {
         if (count > 0) texts.push_back(std::to_string(count) + " " + word);
     }
     return texts;
@@ -168,7 +176,8 @@ void AddSlowest(const Scene& scene, std::size_t most, std::size_t room,
 
 }  // namespace
 
-std::vector<std::string> Table(const Scene& scene, std::uint64_t bytesPerSecond, Size size) {
+std::vector<std::string> Table(const Scene& scene, std::uint64_t bytesPerSecond,
+                               TerminalSize size) {
     // The last column stays free: some terminals wrap when it is written.
     const auto room = static_cast<std::size_t>(std::max(size.columns - 1, 1));
     const auto height = static_cast<std::size_t>(std::max(size.rows - 2, 1));
@@ -192,7 +201,8 @@ std::string StateLine(const Scene& scene, std::uint64_t bytesPerSecond) {
     }
     const std::string transfer = TransferText(scene, bytesPerSecond);
     if (!transfer.empty()) line += "; " + transfer;
-    return line + "; " + TimeLeftText(TimeLeft(scene));
+    const bool works = scene.live && CountEnded(scene) < scene.hosts.size();
+    return works ? line + "; " + TimeLeftText(TimeLeft(scene)) : line;
 }
 
 std::string FailureLine(const Scene& scene, const SceneHost& host) {

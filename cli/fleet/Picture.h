@@ -7,20 +7,15 @@
 #include <vector>
 
 #include "cli/fleet/Scene.h"
+#include "cli/terminal/OwnTerminal.h"
 
 namespace Kemffdc::Fleet {
 
 // A scene in words. All that came from a BMC is made fit for display.
 
-// Of a terminal.
-struct Size {
-    int columns = 80;
-    int rows = 24;
-};
-
 // The live table: how far the run is, how many hosts are where, and those that have been at work
 // for the longest time. Narrower than the terminal, and lower than it.
-std::vector<std::string> Table(const Scene& scene, std::uint64_t bytesPerSecond, Size size);
+std::vector<std::string> Table(const Scene& scene, std::uint64_t bytesPerSecond, TerminalSize size);
 
 // The same as one line of any length, without the hosts.
 std::string StateLine(const Scene& scene, std::uint64_t bytesPerSecond);

@@ -1,15 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/terminal/Progress.h"
 
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <ostream>
 #include <utility>
 #include <vector>
 
 #include "cli/terminal/LockSoon.h"
+#include "cli/terminal/OwnTerminal.h"
 #include "cli/terminal/Text.h"
 
 namespace Kemffdc {
@@ -194,10 +192,6 @@ Moment Progress::Now() const {
     return moment;
 }
 
-int TerminalColumns() {
-    winsize size{};
-    if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return 80;
-    return size.ws_col;
-}
+int TerminalColumns() { return SizeOfTerminal().columns; }
 
 }  // namespace Kemffdc
