@@ -57,6 +57,8 @@ def check(line, kind):
 def kind_of(line):
     """A command whose result is no run has a definition of its own name."""
     value = json.loads(line)
+    if "states" in value:
+        return "fleet_run"
     own = value.get("command")
     return own if "steps" not in value and own in load()["$defs"] else "run"
 
@@ -72,7 +74,7 @@ def check_output(arguments, code, out):
     if "--events" not in asked or code == 2:
         assert len(lines) == 1, f"more than one line: {out!r}"
     for number, line in enumerate(lines[:-1], 1):
-        event = check(line, "event")
+        event = check(line, "fleet_event" if arguments[:1] == ["fleet"] else "event")
         assert event["number"] == number, line
     result = check(lines[-1], kind_of(lines[-1]))
     assert result.get("exit_code", code) == code, out
