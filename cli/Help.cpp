@@ -131,25 +131,11 @@ std::string DefaultOf(const Option& option) {
 }
 
 std::string OptionEntry(const Option& option) {
-    std::string name = option.name;
-    if (!option.IsFlag()) name += std::string(" ") + option.value;
-    std::string text = option.brief;
-    const std::string preset = DefaultOf(option);
-    if (!preset.empty()) text += " [" + preset + "]";
-    for (const char* variable : {option.variable, option.secretVariable}) {
-        if (*variable != '\0') text += std::string(" [environment: ") + variable + "]";
-    }
-    return Entry(name, text, kOptionColumn);
+    return Entry(OptionName(option), OptionMeaning(option), kOptionColumn);
 }
 
 std::string UsageLine(const CommandEntry& command) {
-    std::string line = std::string("kemffdc ") + command.name;
-    if (*command.argument != '\0') {
-        const bool required = command.takesArgument == CommandEntry::Argument::kRequired;
-        line += required ? std::string(" ") + command.argument
-                         : std::string(" [") + command.argument + "]";
-    }
-    return "Usage: " + line + " [OPTION ...]\n" + Wrapped(command.brief, 0, 0) + "\n";
+    return "Usage: " + Synopsis(command) + " [OPTION ...]\n" + Wrapped(command.brief, 0, 0) + "\n";
 }
 
 std::string ChannelEntries() {
@@ -160,14 +146,35 @@ std::string ChannelEntries() {
     return text;
 }
 
-// "Download (redfish, ipmi, kcs)"
-std::string Title(const OptionGroup& group) {
+}  // namespace
+
+std::string Synopsis(const CommandEntry& command) {
+    const std::string line = std::string("kemffdc ") + command.name;
+    if (*command.argument == '\0') return line;
+    const bool required = command.takesArgument == CommandEntry::Argument::kRequired;
+    const std::string argument = command.argument;
+    return line + " " + (required ? argument : "[" + argument + "]");
+}
+
+std::string OptionName(const Option& option) {
+    return option.name + (option.IsFlag() ? "" : std::string(" ") + option.value);
+}
+
+std::string OptionMeaning(const Option& option) {
+    std::string text = option.brief;
+    const std::string preset = DefaultOf(option);
+    if (!preset.empty()) text += " [" + preset + "]";
+    for (const char* variable : {option.variable, option.secretVariable}) {
+        if (*variable != '\0') text += std::string(" [environment: ") + variable + "]";
+    }
+    return text;
+}
+
+std::string GroupTitle(const OptionGroup& group) {
     const std::vector<std::string> takers = TakersOf(group);
     const bool all = takers.empty() || takers.size() == Channels().size();
     return std::string(group.title) + (all ? "" : " (" + Joined(takers, ", ") + ")");
 }
-
-}  // namespace
 
 std::string Help() {
     std::string text =
@@ -204,7 +211,7 @@ std::string LongHelp(const CommandEntry& command) {
         for (const Option& option : group->options) {
             if (option.OnLine() && TakesOption(command, option)) entries += OptionEntry(option);
         }
-        if (!entries.empty()) text += "\n" + Title(*group) + ":\n" + entries;
+        if (!entries.empty()) text += "\n" + GroupTitle(*group) + ":\n" + entries;
     }
     if (*command.examples != '\0') text += std::string("\nExamples:\n") + command.examples;
     return text + "\nMore: kemffdc help " + Listed(HelpTopics(), " or ") + ".\n";

@@ -15,6 +15,13 @@ std::string Help();                                  // kemffdc --help
 std::string ShortHelp(const CommandEntry& command);  // kemffdc COMMAND --help
 std::string LongHelp(const CommandEntry& command);   // kemffdc help COMMAND
 
+// The same in pieces, for the manual. "kemffdc collect HOST", "--port N", what stands behind that,
+// and "Download (redfish, ipmi, kcs)".
+std::string Synopsis(const CommandEntry& command);
+std::string OptionName(const Option& option);
+std::string OptionMeaning(const Option& option);
+std::string GroupTitle(const OptionGroup& group);
+
 // What else `kemffdc help` knows: "exit-codes" and others.
 std::vector<std::string> HelpTopics();
 std::string HelpOnTopic(const std::string& topic);  // empty for one that there is not
