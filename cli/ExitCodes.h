@@ -19,6 +19,8 @@ enum ExitCode : int {
     kLocalFile = 8,       // a file, folder or disk of this machine
     kIncomplete = 9,      // what came is kept, and files are missing or cannot be read
     kLimited = 10,        // reached, but nothing can be gathered this way; nothing was started
+    kFleetSome = 20,      // a fleet run: some of its BMCs ended with 0
+    kFleetNone = 21,      // none did
     kInterrupted = 130,   // Ctrl-C and the other signals that ask a process to end
 };
 

@@ -15,10 +15,12 @@ bool Guard::MayStart(std::size_t host, Time now) const {
     if (IsClosedFor(host)) return false;
     if (m_hosts[host].answer == Answer::kAccepted) return true;
     if (credential.accepted >= kTrialHosts) return true;
-    const auto asked =
+    const auto asked = static_cast<std::size_t>(
         std::count_if(credential.awaited.begin(), credential.awaited.end(),
-                      [now](const auto& waiting) { return !IsLate(waiting.second, now); });
-    return credential.accepted + static_cast<std::size_t>(asked) < kTrialHosts;
+                      [now](const auto& waiting) { return !IsLate(waiting.second, now); }));
+    // After a refusal nobody follows before the others have answered: it may be the first of many.
+    const std::size_t refused = asked > 0 ? credential.refused : 0;
+    return credential.accepted + asked + refused < kTrialHosts;
 }
 
 std::optional<Guard::Time> Guard::NextChange(Time now) const {

@@ -34,6 +34,9 @@ Meaning MeaningOf(ExitCode code) {
             return {"limited", false};
         case kInterrupted:
             return {"interrupted", true};
+        case kFleetSome:
+        case kFleetNone:  // no run of one BMC ends so
+            break;
     }
     return {"unknown", false};
 }

@@ -70,7 +70,12 @@ TEST(Guard, OneRefusalIsThatHostsAlone) {
 
     EXPECT_FALSE(guard.MayStart(0, kNow));
     EXPECT_FALSE(guard.IsClosedFor(1));
+    EXPECT_EQ(StartAll(guard, 3, 10, kNow), 0U) << "the others have not answered";
+    guard.Accepted(1);
+    guard.Accepted(2);
     EXPECT_EQ(StartAll(guard, 3, 10, kNow), 1U);
+    guard.Accepted(3);
+    EXPECT_EQ(StartAll(guard, 4, 10, kNow), 6U);
 }
 
 TEST(Guard, TheSecondRefusalClosesTheCredentialWhereNobodyHasTakenIt) {
