@@ -48,6 +48,8 @@ class Archive:
     file: Path
     size: int
     sha256: str
+    content_type: str = "application/gzip"
+    tells_digest: bool = False  # an answer with it has Repr-Digest (RFC 9530)
 
     @property
     def remote_path(self) -> str:

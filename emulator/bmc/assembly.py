@@ -122,7 +122,8 @@ class Bmc:
         later = _later_archives(
             self._plans, settings.download.replaced_after, self._folder / "later-archives")
         downloads = Downloads(archives, later, settings.download)
-        service = RedfishService(self._scenario, self._machine, archives, downloads)
+        service = RedfishService(
+            self._scenario, self._machine, archives, downloads, self._folder / "diagnostics")
         if self._doors.is_open("redfish"):
             context = None if self._plain else self._certificate.server_context()
             server = WebServer(service, Script(settings.answers), self._record)

@@ -404,7 +404,10 @@ def test_every_member_of_a_section_is_in_the_handbook(start: Starter) -> None:
     text = DOCUMENT.read_text()
     for scenario, prefix in (({"x": 1}, ""), ({"redfish": {"x": 1}}, "redfish."),
                              ({"redfish": {"download": {"x": 1}}}, "redfish.download."),
-                             ({"redfish": {"archive": {"x": 1}}}, "redfish.archive.")):
+                             ({"redfish": {"archive": {"x": 1}}}, "redfish.archive."),
+                             ({"redfish": {"diagnostics": {"x": 1}}}, "diagnostics."),
+                             ({"redfish": {"diagnostics": {"data": {"x": 1}}}}, "diagnostics."),
+                             ({"redfish": {"diagnostics": {"services": [{"x": 1}]}}}, "diagnostics.")):
         allowed = complaint(["--scenario", str(start.scenario_file(scenario))]).partition("allowed: ")[2].split(", ")
         for name in allowed:
             assert f"`{prefix}{name}`" in text or f"{prefix}{name}." in text or f"`{name}`" in text, prefix + name

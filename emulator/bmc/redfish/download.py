@@ -3,6 +3,7 @@
 
 from __future__ import annotations
 
+import base64
 import posixpath
 from email.utils import formatdate
 from typing import Mapping
@@ -50,14 +51,18 @@ class Downloads:
         is_replaced = after is not None and self._served >= after
         if method == "GET":
             self._served += 1
-        return self._later[archive.kind] if is_replaced else archive
+        return self._later.get(archive.kind, archive) if is_replaced else archive
 
     def _headers(self, archive: Archive) -> dict[str, str]:
         headers = {
-            "Content-Type": "application/gzip",
-            "Content-Disposition": f"attachment; filename*=UTF-8''{quote(archive.name)}",
+            "Content-Type": archive.content_type,
             "Accept-Ranges": "bytes" if self._settings.ranges else "none",
         }
+        if archive.name:
+            headers["Content-Disposition"] = f"attachment; filename*=UTF-8''{quote(archive.name)}"
+        if archive.tells_digest:
+            digest = base64.b64encode(bytes.fromhex(archive.sha256)).decode()
+            headers["Repr-Digest"] = f"sha-256=:{digest}:"
         if self._settings.etag != "none":
             weak = "W/" if self._settings.etag == "weak" else ""
             headers["ETag"] = f'{weak}"{archive.sha256[:32]}"'

@@ -4,25 +4,26 @@
 from __future__ import annotations
 
 import hashlib
-import json
+from pathlib import Path
 from typing import Any, Callable, Mapping
 
 from bmc.archive import FULL, MINI, Archive
 from bmc.http.bodies import BytesBody
 from bmc.http.messages import Reply, Request
 from bmc.machine import Machine, iso
+from bmc.redfish.diagnostics import Diagnostics, DiagnosticTask
 from bmc.redfish.download import Downloads
 from bmc.redfish.errors import RedfishError, error_for_status
 from bmc.redfish.sessions import Account, Session, Sessions
 from bmc.redfish.settings import RedfishSettings
 from bmc.redfish.tasks import ENDED, ExportTask, Walk
 from bmc.redfish.tree import (
-    COLLECTIONS, EXPORT, EXPORT_NAME, MANAGER_RESET, RESETS, ROOT, SESSIONS, Document, Tree, collection, resource,
+    COLLECTIONS, EXPORT, EXPORT_NAME, JSON, MANAGER_RESET, RESETS, ROOT, SESSIONS, Document, Tree, as_json,
+    collection, reply_with, request_object, resource,
 )
 from bmc.scenario import Scenario
 from bmc.upload import usable_uri
 
-_JSON = "application/json; charset=utf-8"
 _PUBLIC = ("/redfish", ROOT, ROOT + "/odata", ROOT + "/$metadata")
 _LARGEST_TASK_COUNT = 256
 _EXPORT_TYPES = {
@@ -43,8 +44,10 @@ class RedfishService:
     name = "redfish"
 
     def __init__(
-        self, scenario: Scenario, machine: Machine, archives: Mapping[str, Archive], downloads: Downloads
+        self, scenario: Scenario, machine: Machine, archives: Mapping[str, Archive], downloads: Downloads,
+        folder: Path,
     ) -> None:
+        """`folder`: for data that is made while the service runs."""
         settings: RedfishSettings = scenario.sections["redfish"]
         accounts = {user: Account(user, *rest) for user, rest in settings.accounts.items()}
         accounts = {scenario.user: Account(scenario.user, scenario.password, scenario.role), **accounts}
@@ -56,13 +59,14 @@ class RedfishService:
         self._can_export = settings.export_action != "missing"
         self._tasks: dict[str, ExportTask] = {}
         self._last_task = 0
+        self._diagnostics = Diagnostics(settings.diagnostics, downloads, folder, self._new_collection)
 
     # --- one request ------------------------------------------------------------------------
 
     async def answer(self, request: Request, wishes: Mapping[str, Any]) -> Reply:
         path = request.decoded_path.rstrip("/") or "/"
         try:
-            self._check_versions(request)
+            self._check_versions(request, path)
             self._check_access(request, path)
             reply = self._dispatch(request, path, wishes)
         except RedfishError as error:
@@ -74,13 +78,14 @@ class RedfishService:
     def empty_answer(self, request: Request, status: int) -> Reply:
         if status >= 400:
             return error_for_status(status, request.path, request.method)
-        return Reply(status, {"Content-Type": _JSON})
+        return Reply(status, {"Content-Type": JSON})
 
-    @staticmethod
-    def _check_versions(request: Request) -> None:
+    def _check_versions(self, request: Request, path: str) -> None:
         if (request.header("OData-Version") or "4.0").strip() != "4.0":
             raise RedfishError("HeaderInvalid", "OData-Version")
-        if any(part.startswith(("$", "%24")) for part in request.query.split("&")):
+        parts = request.query.replace("%24", "$").split("&")
+        known = "$skip=" if self._diagnostics.has_pages(path) else "?"  # no part begins with "?"
+        if any(part.startswith("$") and not part.startswith(known) for part in parts):
             raise RedfishError("QueryNotSupported")
 
     def _check_access(self, request: Request, path: str) -> None:
@@ -138,6 +143,9 @@ class RedfishService:
             return _reader(self._task_collection())
         if path.startswith(self._tree.tasks + "/"):
             return self._task_handlers(path[len(self._tree.tasks) + 1 :])
+        handlers = self._diagnostics.handlers(path)
+        if handlers is not None:
+            return handlers
         document = self._tree.documents.get(path)
         return None if document is None else _reader(document)
 
@@ -147,7 +155,7 @@ class RedfishService:
         return collection(SESSIONS, "Session", "Session Collection", self._sessions.all())
 
     def _log_in(self, request: Request, _: Mapping[str, Any]) -> Reply:
-        body = _json_object(request)
+        body = request_object(request)
         for name in ("UserName", "Password"):
             if name not in body:
                 raise RedfishError("PropertyMissing", name)
@@ -160,7 +168,7 @@ class RedfishService:
             raise RedfishError("AuthenticationRequired")
         session = self._sessions.open(body["UserName"])
         headers = {"X-Auth-Token": session.token, "Location": f"{SESSIONS}/{session.id}"}
-        return _json_reply(_session_document(session), 201, headers)
+        return reply_with(_session_document(session), 201, headers)
 
     def _session_handlers(self, id_: str) -> Mapping[str, Handler] | None:
         session = self._sessions.all().get(id_)
@@ -189,7 +197,7 @@ class RedfishService:
         """Of the host, which takes no time here, or of the BMC itself, which forgets sessions and tasks."""
         if self._account(request).role == "ReadOnly":
             raise RedfishError("InsufficientPrivilege")
-        wanted, action = _json_object(request).get("ResetType"), target.rpartition("/")[2]
+        wanted, action = request_object(request).get("ResetType"), target.rpartition("/")[2]
         if wanted is None:
             raise RedfishError("ActionParameterMissing", action, "ResetType")
         if wanted not in RESETS[target]:
@@ -221,12 +229,15 @@ class RedfishService:
         task = self._tasks[name]
         if request.method == "GET":
             task.advance()
+        self._diagnostics.settle()
         if task.is_gone:
             raise RedfishError("ResourceMissingAtURI", request.path)
         document = task.document(f"{self._tree.tasks}/{name}", wishes)
+        if monitor and isinstance(task, DiagnosticTask):
+            return self._diagnostics.monitor(task, document)
         self._announce(document, task.archive)
         unfinished = monitor and document.get("TaskState") not in ENDED
-        return _json_reply(document, 202 if unfinished else 200)
+        return reply_with(document, 202 if unfinished else 200)
 
     def _announce(self, document: Document, archive: Archive) -> None:
         """Whatever path a client was told, the archive is found there."""
@@ -237,23 +248,30 @@ class RedfishService:
     def _export(self, request: Request, wishes: Mapping[str, Any]) -> Reply:
         if self._account(request).role == "ReadOnly":
             raise RedfishError("InsufficientPrivilege")
-        body = _json_object(request)
+        body = request_object(request)
         _check_export(body)
         task = self._new_task(body["DataCollectionType"], wishes)
         if body.get("ExportURI"):
             task.upload_to(body["ExportURI"], body.get("Username", ""), body.get("Password", ""))
         uri = f"{self._tree.tasks}/{task.id}"
         headers = {"Location": uri + "/Monitor", "Retry-After": "5"}
-        return _json_reply(task.document(uri, wishes), 202, headers)
+        return reply_with(task.document(uri, wishes), 202, headers)
 
     def _new_task(self, kind: str, wishes: Mapping[str, Any]) -> ExportTask:
         """A task under the Id that the scenario wishes, so that it is also found under it."""
-        self._last_task += 1
         archive = self._archives[MINI if kind == "Mini-log" else FULL]
-        wished = wishes.get("id")
-        id_ = str(self._last_task) if wished is None else wished
         path = wishes.get("path", archive.remote_path)
-        task = ExportTask(id_, kind, archive, self._walk, path)
+        return self._keep(lambda id_: ExportTask(id_, kind, archive, self._walk, path), wishes.get("id"))
+
+    def _new_collection(self, make: Callable[[Any, Walk], DiagnosticTask]) -> tuple[DiagnosticTask, str]:
+        """A task of the standard's action, and where it is found."""
+        task = self._keep(lambda id_: make(id_, self._walk))
+        return task, f"{self._tree.tasks}/{task.id}"
+
+    def _keep(self, make: Callable[[Any], ExportTask], wished: Any = None) -> ExportTask:
+        self._last_task += 1
+        id_ = str(self._last_task) if wished is None else wished
+        task = make(id_)
         while len(self._tasks) >= _LARGEST_TASK_COUNT:
             del self._tasks[next(iter(self._tasks))]
         self._tasks[str(id_).rstrip("/")] = task
@@ -264,7 +282,7 @@ def _reader(document: Document) -> dict[str, Handler]:
     """GET of a document that is as it is, with its ETag."""
 
     def read(request: Request, _: Mapping[str, Any]) -> Reply:
-        reply = _json_reply(document)
+        reply = reply_with(document)
         tag = _tag(document)
         if tag in (request.header("If-None-Match") or ""):
             return Reply(304, {"ETag": tag})
@@ -274,18 +292,8 @@ def _reader(document: Document) -> dict[str, Handler]:
     return {"GET": read}
 
 
-def _json_reply(
-    document: Document, status: int = 200, headers: Mapping[str, str] | None = None
-) -> Reply:
-    return Reply(status, {"Content-Type": _JSON, **(headers or {})}, BytesBody(_json(document)))
-
-
-def _json(document: Document) -> bytes:
-    return json.dumps(document, separators=(",", ":")).encode()
-
-
 def _tag(document: Document) -> str:
-    return f'"{hashlib.sha256(_json(document)).hexdigest()[:32]}"'
+    return f'"{hashlib.sha256(as_json(document)).hexdigest()[:32]}"'
 
 
 def _xml_reply(text: str) -> Reply:
@@ -297,16 +305,6 @@ def _session_document(session: Session) -> Document:
         f"{SESSIONS}/{session.id}", "Session", "1_5_0", "User Session",
         UserName=session.user, Password=None, SessionType="Redfish", CreatedTime=iso(session.created),
     )
-
-
-def _json_object(request: Request) -> dict[str, Any]:
-    try:
-        body = json.loads(request.body.decode("utf-8"))
-    except (ValueError, RecursionError):
-        raise RedfishError("MalformedJSON") from None
-    if not isinstance(body, dict):
-        raise RedfishError("UnrecognizedRequestBody")
-    return body
 
 
 def _check_export(body: Mapping[str, Any]) -> None:

@@ -8,6 +8,7 @@ from typing import Any, Mapping, Sequence
 
 from bmc.archive import LARGEST
 from bmc.http.script import Answer, read_answers
+from bmc.redfish.diagnostic_settings import DiagnosticSettings, read_diagnostics
 from bmc.redfish.steps import TaskStep, check_state, read_steps
 from bmc.scenario import ROLES, Checker
 
@@ -17,7 +18,7 @@ EXPORT_ACTIONS = ("offered", "unlisted", "missing")
 ETAGS = ("strong", "weak", "none")
 _MEMBERS = (
     "version", "archive", "task_states", "task_step_seconds", "export_action", "accounts", "sessions",
-    "download", "answers",
+    "download", "diagnostics", "answers",
 )
 _LONGEST = 86400  # seconds
 _MANY = 1 << 31
@@ -67,6 +68,7 @@ class RedfishSettings:
     accounts: Mapping[str, tuple[str, str]] = field(default_factory=dict)  # password and role by name
     sessions: SessionSettings = SessionSettings()
     download: DownloadSettings = DownloadSettings()
+    diagnostics: DiagnosticSettings = DiagnosticSettings()
     answers: Mapping[str, Sequence[Answer]] = field(default_factory=dict)
 
     @property
@@ -95,6 +97,7 @@ def read_redfish(check: Checker, value: Any) -> RedfishSettings:
         accounts=_read_accounts(check, entry.get("accounts")),
         sessions=_read_sessions(check, entry.get("sessions")),
         download=_read_download(check, entry.get("download")),
+        diagnostics=read_diagnostics(check, entry.get("diagnostics")),
         answers=answers,
     )
 

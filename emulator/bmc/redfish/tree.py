@@ -3,10 +3,14 @@
 
 from __future__ import annotations
 
+import json
 from typing import Any, Iterable, Mapping
 
+from bmc.http.bodies import BytesBody
+from bmc.http.messages import Reply, Request
 from bmc.machine import Machine, iso
 from bmc.redfish import registries
+from bmc.redfish.errors import RedfishError
 from bmc.redfish.sessions import Account
 from bmc.redfish.settings import RedfishSettings
 from bmc.scenario import ROLES
@@ -25,6 +29,7 @@ RESETS = {  # what a reset leaves the host's power at, by the action's target an
     },
     MANAGER_RESET: {"GracefulRestart": None, "ForceRestart": None},
 }
+JSON = "application/json; charset=utf-8"
 COLLECTIONS = ("ProcessorDump", "Mini-log")
 
 _OK = {"State": "Enabled", "Health": "OK"}
@@ -66,6 +71,25 @@ def resource(path: str, type_: str, version: str, name: str, **members: Any) -> 
     }
 
 
+def reply_with(document: Document, status: int = 200, headers: Mapping[str, str] | None = None) -> Reply:
+    return Reply(status, {"Content-Type": JSON, **(headers or {})}, BytesBody(as_json(document)))
+
+
+def as_json(document: Document) -> bytes:
+    return json.dumps(document, separators=(",", ":")).encode()
+
+
+def request_object(request: Request) -> Document:
+    """The body of a request, which is to be a JSON object."""
+    try:
+        body = json.loads(request.body.decode("utf-8"))
+    except (ValueError, RecursionError):
+        raise RedfishError("MalformedJSON") from None
+    if not isinstance(body, dict):
+        raise RedfishError("UnrecognizedRequestBody")
+    return body
+
+
 def _told(**members: str | None) -> Document:
     """Members of which the BMC may know nothing; those are left out."""
     return {name: value for name, value in members.items() if value is not None}
@@ -85,7 +109,7 @@ class Tree:
         self._documents: dict[str, Document] = {}
         for part in (
             self._root(), self._systems(), self._chassis(), self._managers(), self._event_log(),
-            self._services(), self._accounts(accounts), self._registries(),
+            self._services(), self._accounts(accounts), self._registries(), self._log_services(),
         ):
             self._add(part)
 
@@ -282,6 +306,18 @@ class Tree:
         yield {**listed, "Members": entries}
         yield from entries
 
+    def _log_services(self) -> Iterable[Document]:
+        """The services that collect diagnostic data belong into the collections; who serves them is another."""
+        services = self._settings.diagnostics.services
+        for below in ("Managers", "Systems", "Chassis"):
+            members = [service.id for service in services if service.below == below]
+            if not members:
+                continue
+            top = f"{ROOT}/{below}/1/LogServices"
+            self._documents[f"{ROOT}/{below}/1"]["LogServices"] = link(top)
+            before = ["EventLog"] if below == "Managers" else []
+            yield collection(top, "LogService", "Log Services", before + members)
+
     def _services(self) -> Iterable[Document]:
         yield resource(
             ROOT + "/SessionService", "SessionService", "1_1_8", "Session Service",
@@ -352,6 +388,8 @@ class Tree:
         """The CSDL document: references to the schemas of all types in use."""
         types = {d["@odata.type"][1:].rpartition(".")[0] for d in self._documents.values()}
         types |= {"Task.v1_7_0", "Session.v1_5_0", "TaskCollection", "SessionCollection"}
+        if self._settings.diagnostics.services:
+            types |= {"LogService.v1_4_0", "LogEntry.v1_11_0", "LogEntryCollection", "ActionInfo.v1_3_0"}
         lines = ['<?xml version="1.0" encoding="UTF-8"?>']
         lines.append('<edmx:Edmx xmlns:edmx="http://docs.oasis-open.org/odata/ns/edmx" Version="4.0">')
         for family in sorted({name.split(".")[0] for name in types}):
