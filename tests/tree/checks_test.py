@@ -7,7 +7,9 @@ import subprocess
 import pytest
 
 TOOLS = pathlib.Path(__file__).resolve().parents[2] / "tools"
-LICENCE = "// SPDX-License-Identifier: Apache-2.0\n"
+TAG = "SPDX-License-Identifier"
+SPDX = f"{TAG}: Apache-2.0"
+LICENCE = f"// {SPDX}\n"
 
 
 def run(check, tree):
@@ -36,7 +38,7 @@ def tree(tmp_path):
     write(tmp_path, "cli/redfish/Flow.h", LICENCE + '#include "cli/Context.h"\n')
     write(tmp_path, "cli/redfish/Channel.cpp", LICENCE + 'const Channel kChannel{"redfish",\n')
     write(tmp_path, "emulator/bmc.py",
-          "# SPDX-License-Identifier: Apache-2.0\nimport json\nimport aiohttp\n")
+          f"# {SPDX}\nimport json\nimport aiohttp\n")
     return tmp_path
 
 
