@@ -28,16 +28,6 @@ Parsed Answer(const std::string& text) {
     return parsed;
 }
 
-// The object of a run that has never begun.
-std::string FaultObject(const Outcome& outcome, const std::string& command) {
-    RunRecord record;
-    record.command = command;
-    record.started = UtcNow();
-    record.ended = record.started;
-    record.outcome = outcome;
-    return JsonText(RunObject(record)) + "\n";
-}
-
 // `command` is empty where none is known.
 Parsed Fault(const Outcome& outcome, const std::string& command) {
     Outcome clean = outcome;
@@ -45,7 +35,7 @@ Parsed Fault(const Outcome& outcome, const std::string& command) {
     Parsed parsed;
     parsed.exitCode = clean.code;
     parsed.err = "kemffdc: " + clean.reason + "\n";
-    parsed.out = FaultObject(clean, command);
+    parsed.out = JsonText(FaultObject(clean, command)) + "\n";
     return parsed;
 }
 

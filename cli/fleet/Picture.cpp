@@ -94,10 +94,11 @@ std::vector<std::string> HeadingTexts(const Scene& scene) {
 }
 
 // "4.2 GiB, 45.2 MiB/s"; empty before anything has come.
-std::string TransferText(const Scene& scene, std::uint64_t bytesPerSecond) {
+std::string TransferText(const Scene& scene, Rate bytesPerSecond) {
     const std::uint64_t bytes = BytesOf(scene);
     if (bytes == 0) return "";
-    return HumanBytes(bytes) + ", " + HumanBytes(bytesPerSecond) + "/s";
+    const std::string rate = bytesPerSecond ? ", " + HumanBytes(*bytesPerSecond) + "/s" : "";
+    return HumanBytes(bytes) + rate;
 }
 
 std::string Percent(std::size_t part, std::size_t whole) {
@@ -105,7 +106,7 @@ std::string Percent(std::size_t part, std::size_t whole) {
 }
 
 // "[####------]  30 %  4.2 GiB, 45.2 MiB/s"; without the bar where there is no room for it.
-std::string BarLine(const Scene& scene, std::uint64_t bytesPerSecond, std::size_t room) {
+std::string BarLine(const Scene& scene, Rate bytesPerSecond, std::size_t room) {
     const std::size_t ended = CountEnded(scene);
     const std::string transfer = TransferText(scene, bytesPerSecond);
     std::string text = Percent(ended, scene.hosts.size());
@@ -176,8 +177,7 @@ void AddSlowest(const Scene& scene, std::size_t most, std::size_t room,
 
 }  // namespace
 
-std::vector<std::string> Table(const Scene& scene, std::uint64_t bytesPerSecond,
-                               TerminalSize size) {
+std::vector<std::string> Table(const Scene& scene, Rate bytesPerSecond, TerminalSize size) {
     // The last column stays free: some terminals wrap when it is written.
     const auto room = static_cast<std::size_t>(std::max(size.columns - 1, 1));
     const auto height = static_cast<std::size_t>(std::max(size.rows - 2, 1));
@@ -192,7 +192,7 @@ std::vector<std::string> Table(const Scene& scene, std::uint64_t bytesPerSecond,
     return lines;
 }
 
-std::string StateLine(const Scene& scene, std::uint64_t bytesPerSecond) {
+std::string StateLine(const Scene& scene, Rate bytesPerSecond) {
     std::string line = ElapsedText(scene) + "  " + std::to_string(scene.hosts.size()) + " hosts: ";
     const char* between = "";
     for (const std::string& text : CountTexts(scene)) {

@@ -3,6 +3,7 @@
 #define KEMFFDC_FLEET_PICTURE_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,12 +14,14 @@ namespace Kemffdc::Fleet {
 
 // A scene in words. All that came from a BMC is made fit for display.
 
+using Rate = std::optional<std::uint64_t>;  // bytes a second; none: not known
+
 // The live table: how far the run is, how many hosts are where, and those that have been at work
 // for the longest time. Narrower than the terminal, and lower than it.
-std::vector<std::string> Table(const Scene& scene, std::uint64_t bytesPerSecond, TerminalSize size);
+std::vector<std::string> Table(const Scene& scene, Rate bytesPerSecond, TerminalSize size);
 
 // The same as one line of any length, without the hosts.
-std::string StateLine(const Scene& scene, std::uint64_t bytesPerSecond);
+std::string StateLine(const Scene& scene, Rate bytesPerSecond);
 
 // That one host has failed, and why.
 std::string FailureLine(const Scene& scene, const SceneHost& host);

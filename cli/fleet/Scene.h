@@ -53,6 +53,8 @@ public:
     virtual void Changed(const Scene& scene, std::size_t host) = 0;  // any change of one host
     virtual void Tick(const Scene& scene) = 0;                       // four times a second
     virtual void Noted(const std::string& sentence) = 0;             // guard, limits, signals
+    // `exitCode`: -1 where the run was killed, as somebody else sees it. May block until it is
+    // read.
     virtual void Ended(const Scene& scene, int exitCode) = 0;
 };
 

@@ -55,7 +55,7 @@ json::array HostsOf(const Scene& scene) {
 
 }  // namespace
 
-json::object SceneObject(const Scene& scene, std::optional<int> exitCode) {
+json::object SceneObject(const Scene& scene, int exitCode) {
     return {{"schema", kJsonSchema},
             {"version", KEMFFDC_VERSION},
             {"command", "fleet " + scene.command},
@@ -64,8 +64,8 @@ json::object SceneObject(const Scene& scene, std::optional<int> exitCode) {
             {"started", TimeOrNull(scene.begun)},
             {"time", TimeOrNull(scene.now)},
             {"live", scene.live},
-            {"exit_code", exitCode ? json::value(*exitCode) : nullptr},
-            {"reason", exitCode ? TextOrNull(ReasonOf(scene, *exitCode)) : nullptr},
+            {"exit_code", exitCode >= 0 ? json::value(exitCode) : nullptr},
+            {"reason", TextOrNull(ReasonOf(scene, exitCode))},
             {"resume", TextOrNull(ResumeCommand(scene))},
             {"states", StatesOf(scene)},
             {"outcomes", OutcomesOf(scene)},

@@ -3,7 +3,6 @@
 #define KEMFFDC_FLEET_SCENEJSON_H
 
 #include <boost/json.hpp>
-#include <optional>
 
 #include "cli/fleet/Scene.h"
 
@@ -12,7 +11,8 @@ namespace Kemffdc::Fleet {
 // A fleet run at a moment as JSON (docs/json.md). Its reports tell more of each host: these objects
 // are for who looks on.
 
-boost::json::object SceneObject(const Scene& scene, std::optional<int> exitCode);
+// `exitCode`: -1 for a run that has not ended, or was killed.
+boost::json::object SceneObject(const Scene& scene, int exitCode);
 boost::json::object SceneHostObject(const SceneHost& host);
 
 }  // namespace Kemffdc::Fleet

@@ -39,8 +39,9 @@ std::string Further(const Scene& scene) {
 }  // namespace
 
 void WriteSummary(const Scene& scene, std::ostream& out) {
-    out << "Run " << scene.fleet << " (" << scene.command << "): " << Counted(scene) << " in "
-        << ElapsedText(scene);
+    const char* const killed = scene.ended || scene.live ? "" : " was killed";
+    out << "Run " << scene.fleet << " (" << scene.command << ")" << killed << ": " << Counted(scene)
+        << " in " << ElapsedText(scene);
     if (BytesOf(scene) > 0) out << ", " << HumanBytes(BytesOf(scene));
     out << ".\n";
     for (const OutcomeGroup& group : GroupByOutcome(HostOutcomes(scene))) {

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <utility>
 
+#include "cli/Utc.h"
 #include "cli/terminal/Text.h"
 
 namespace Kemffdc {
@@ -97,6 +98,15 @@ std::string TextIn(const json::object& object, const char* member) {
 std::int64_t NumberIn(const json::object& object, const char* member, std::int64_t otherwise) {
     const json::value* value = object.if_contains(member);
     return value != nullptr && value->is_int64() ? value->as_int64() : otherwise;
+}
+
+json::object FaultObject(const Outcome& outcome, const std::string& command) {
+    RunRecord record;
+    record.command = command;
+    record.started = UtcNow();
+    record.ended = record.started;
+    record.outcome = outcome;
+    return RunObject(record);
 }
 
 json::object StepObject(const Step& step) {

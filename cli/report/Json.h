@@ -16,6 +16,8 @@ namespace Kemffdc {
 constexpr int kJsonSchema = 1;
 
 boost::json::object RunObject(const RunRecord& record);
+// That of a run that has never begun; `command` may be empty.
+boost::json::object FaultObject(const Outcome& outcome, const std::string& command);
 
 // Parts of it, for other objects.
 boost::json::object StepObject(const Step& step);

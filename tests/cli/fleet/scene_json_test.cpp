@@ -62,7 +62,7 @@ TEST(SceneObject, CountsAndFolds) {
 
 TEST(SceneObject, OfARunAtWorkHasNoExitCode) {
     const Scene scene = RunOf(30);
-    EXPECT_THAT(JsonText(SceneObject(scene, std::nullopt)),
+    EXPECT_THAT(JsonText(SceneObject(scene, -1)),
                 HasSubstr(R"("live":true,"exit_code":null,"reason":null,"resume":null)"));
 }
 
