@@ -5,6 +5,7 @@ import json
 import os
 import pathlib
 import signal
+import subprocess
 import time
 
 import pytest
@@ -12,8 +13,8 @@ import pytest
 import tool
 
 QUICK = {"redfish": {"task_step_seconds": 0.05}}
-SLOW = {"redfish": {"task_step_seconds": 0.8}}
-SLOWER = {"redfish": {"task_step_seconds": 1.5}}
+# Long enough to be in the middle of, while a play starts.
+SLOW = {"redfish": {"task_step_seconds": 0.75 + 0.4 * tool.SLOWNESS}}
 
 
 @pytest.fixture
@@ -117,7 +118,7 @@ def test_a_failure_carries_the_tools_reason(ansible, station, start_bmc):
     played = ansible.tasks([
         task("refused", "collect", station, reach(bmc), {"password": "mistaken"}),
         task("closed", "collect", station, closed),
-        task("limited", "check", station, reach(limited)),
+        task("limited", "check", station, reach(limited), {"operation": "oem"}),
         task("usage", "check", station, reach(bmc), {"cipher_suite": 3}),
         task("no password", "check", station, {k: v for k, v in reach(bmc).items() if k != "password"}),
     ])
@@ -159,8 +160,15 @@ def start_by_hand(station, bmc):
     arguments = tool.collect(bmc, station["output"], "--state-dir", station["state_dir"], "--json")
     arguments[arguments.index("--interval") + 1] = "1"
     first = tool.Running(arguments, bmc.password)
-    bmc.wait_for("/Tasks/")
+    end = time.monotonic() + 20 * tool.SLOWNESS
+    while not any(run["task_uri"] for run in runs_of(station)):
+        assert time.monotonic() < end, "the run has started no task"
     return first
+
+
+def runs_of(station):
+    command = [tool.TOOL, "history", "--state-dir", station["state_dir"], "--json"]
+    return json.loads(subprocess.run(command, capture_output=True, timeout=60, check=True).stdout)["runs"]
 
 
 def kill(run):
@@ -181,9 +189,9 @@ def test_an_interrupted_run_is_gone_on_with(ansible, station, start_bmc):
 
 
 def test_a_task_that_is_gone_does_not_end_the_matter(ansible, station, start_bmc):
-    bmc = start_bmc({"redfish": {"task_states": ["New", {"gone": True}], "task_step_seconds": 0.8}})
+    bmc = start_bmc({"redfish": {**SLOW["redfish"], "task_states": ["New", {"gone": True}]}})
     kill(start_by_hand(station, bmc))
-    time.sleep(1)
+    time.sleep(SLOW["redfish"]["task_step_seconds"])
 
     second = ansible.tasks([
         task("second", "collect", station, reach(bmc), {"interval": 0})]).of("second")
@@ -193,7 +201,7 @@ def test_a_task_that_is_gone_does_not_end_the_matter(ansible, station, start_bmc
 
 
 def test_what_another_run_brings_is_waited_for_and_taken(ansible, station, start_bmc):
-    bmc = start_bmc(SLOWER)
+    bmc = start_bmc(SLOW)
     first = start_by_hand(station, bmc)
 
     played = ansible.tasks([
