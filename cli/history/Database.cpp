@@ -30,10 +30,13 @@ int WaitForAnother(void* hurryOfDatabase, int pauses) {
     return 1;
 }
 
-// SQLite would make it for everybody to read.
+// SQLite would make it for everybody to read. One that exists is never opened here: closing it
+// again would take away the locks that this process's other connections hold (POSIX record locks),
+// and another process that ends would then remove the log they write to.
 void MakePrivateFile(const std::string& path) {
-    const shared::FileDescriptor file(open(path.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, 0600));
-    if (!file.IsOpen()) {
+    const shared::FileDescriptor file(
+        open(path.c_str(), O_RDONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (!file.IsOpen() && errno != EEXIST) {
         throw StoreError("The history " + path + " cannot be opened: " + std::strerror(errno) +
                          ".");
     }

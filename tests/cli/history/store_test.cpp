@@ -353,6 +353,27 @@ TEST_F(StoreTest, AKilledProcessLosesNothingThatItHasWritten) {
     }
 }
 
+TEST_F(StoreTest, ASecondStoreOfAProcessTakesNothingFromTheFirst) {
+    int turn[2];
+    ASSERT_EQ(pipe(turn), 0);
+    // Forked before the database is open: SQLite's notes on an open one do not bear being copied.
+    const pid_t other = Process([&] {
+        char word = 0;
+        return read(turn[0], &word, 1) == 1 && Numbers("bmc7").size() == 1;
+    });
+    Store store(folder);
+    store.BeginRun(RunOn("bmc7"));
+    EXPECT_EQ(Numbers("bmc7").size(), 1U);
+
+    ASSERT_EQ(write(turn[1], "", 1), 1);
+    EXPECT_EQ(Ended(other), 0);
+
+    // The other one was not the last to go, so the log that this one writes to is there.
+    EXPECT_EQ(access((file + "-wal").c_str(), F_OK), 0);
+    close(turn[0]);
+    close(turn[1]);
+}
+
 TEST_F(StoreTest, ProcessesMakeAndWriteItSideBySide) {
     constexpr int kProcesses = 6;
     constexpr int kRuns = 30;
