@@ -31,7 +31,7 @@ struct Context {
     Report& report;
     OutputFolder& folder;  // open where something is to be downloaded
     Interrupt& interrupt;
-    const Limits& limits;
+    Limits& limits;
     Arrivals& arrivals;
     History::Recorder& recorder;
     std::atomic<bool>& bmcGathers;  // a run that ends now leaves the BMC at work

@@ -51,6 +51,9 @@ public:
 
     bool IsCut() const { return m_cut; }
 
+    // All of it; nothing where it is cut.
+    std::string Whole() const { return m_cut ? "" : m_head + m_tail; }
+
     // Whole lines from the beginning on, and up to the end; the same ones where nothing is cut.
     std::vector<std::string> First() const {
         std::vector<std::string> lines = Lines(m_cut ? m_head : m_head + m_tail);
@@ -136,6 +139,7 @@ public:
     // The entry that was entered last is over.
     void Finish() {
         if (m_manifest) m_contents.manifests.push_back(ManifestOf(m_name, m_ends));
+        if (m_manifest && m_name == kTreeManifest) m_contents.tree = ReadManifest(m_ends.Whole());
         if (m_events) m_contents.events.push_back(EventsOf(m_name, m_ends));
         m_manifest = m_events = false;
         m_ends = {};

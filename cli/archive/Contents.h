@@ -2,10 +2,12 @@
 #ifndef KEMFFDC_ARCHIVE_CONTENTS_H
 #define KEMFFDC_ARCHIVE_CONTENTS_H
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "cli/archive/Reader.h"
+#include "cli/archive/TreeManifest.h"
 
 namespace Kemffdc::Archives {
 
@@ -18,10 +20,11 @@ struct Excerpt {
 
 // What somebody wants to see of an archive without unpacking it.
 struct Contents {
-    Reading reading;                 // the rest holds what came before any trouble
-    std::vector<Entry> entries;      // the first 10,000; reading.files counts all
-    std::vector<Excerpt> manifests;  // the beginning of each file that is named so
-    std::vector<Excerpt> events;     // the newest lines of each event log, the newest one last
+    Reading reading;                   // the rest holds what came before any trouble
+    std::vector<Entry> entries;        // the first 10,000; reading.files counts all
+    std::vector<Excerpt> manifests;    // the beginning of each file that is named so
+    std::vector<Excerpt> events;       // the newest lines of each event log, the newest one last
+    std::optional<TreeManifest> tree;  // nothing where it is no tree that the tool has read
 };
 
 // Reads a whole archive, or a file that is none as if it were all that is in one; a file that has

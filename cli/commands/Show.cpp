@@ -148,6 +148,14 @@ void WriteExcerpt(const Archives::Excerpt& excerpt, const char* what, std::ostre
     for (const std::string& line : excerpt.lines) out << "  " << Clean(line) << "\n";
 }
 
+void WriteTree(const Archives::TreeManifest& tree, std::ostream& out) {
+    out << "Kind:      Redfish tree, read by kemffdc " << Clean(tree.version)
+        << ": no archive of the BMC's own making\n"
+        << "Read:      " << Archives::TreeWords(tree.counts) << "\n";
+    for (const std::string& limit : tree.counts.limits)
+        out << "Note:      " << Clean(limit) << "\n";
+}
+
 void WriteFile(const ShownFile& file, std::ostream& out) {
     const Archives::Contents& contents = file.contents;
     const Archives::Reading& reading = contents.reading;
@@ -157,6 +165,7 @@ void WriteFile(const ShownFile& file, std::ostream& out) {
         << HumanBytes(reading.bytes) << " unpacked"
         << (reading.Ok() ? ", read to the end" : "; NOT READ TO ITS END: it " + reading.reason)
         << "\n";
+    if (contents.tree) WriteTree(*contents.tree, out);
     std::size_t shown = 0;
     for (const Archives::Entry& entry : contents.entries) {
         if (entry.kind == Archives::Entry::Kind::kFolder) continue;
@@ -201,6 +210,11 @@ json::array ExcerptsOf(const std::vector<Archives::Excerpt>& excerpts) {
     return array;
 }
 
+json::value TreeValue(const std::optional<Archives::TreeManifest>& tree) {
+    if (!tree) return nullptr;
+    return Archives::TreeObject(tree->counts);
+}
+
 json::object FileObject(const ShownFile& file) {
     const Archives::Contents& contents = file.contents;
     json::array entries;
@@ -208,10 +222,15 @@ json::object FileObject(const ShownFile& file) {
         entries.push_back(json::object{
             {"name", TextValue(entry.name)}, {"kind", KindName(entry.kind)}, {"size", entry.size}});
     }
-    return {{"path", TextValue(file.path)},         {"size", file.size},
-            {"readable", contents.reading.Ok()},    {"reason", TextOrNull(contents.reading.reason)},
-            {"files", contents.reading.files},      {"unpacked", contents.reading.bytes},
-            {"entries", std::move(entries)},        {"manifests", ExcerptsOf(contents.manifests)},
+    return {{"path", TextValue(file.path)},
+            {"size", file.size},
+            {"readable", contents.reading.Ok()},
+            {"reason", TextOrNull(contents.reading.reason)},
+            {"files", contents.reading.files},
+            {"unpacked", contents.reading.bytes},
+            {"entries", std::move(entries)},
+            {"tree", TreeValue(contents.tree)},
+            {"manifests", ExcerptsOf(contents.manifests)},
             {"events", ExcerptsOf(contents.events)}};
 }
 

@@ -281,7 +281,9 @@ Answer Transport::Perform(const Request& request, const std::string& url, long m
         code == CURLE_WRITE_ERROR && reception.IsEnough() && !reception.IsEndless();
     if (code != CURLE_OK && !endedByUs) {
         if (code == CURLE_PEER_FAILED_VERIFICATION) NoteUntrusted();
-        return Explained(code, reception);
+        Answer failed = Explained(code, reception);
+        failed.tooLong = code == CURLE_WRITE_ERROR && !reception.IsEndless();
+        return failed;
     }
     Answer& answer = reception.answer;
     answer.lowerCaseNames = !answer.headers.empty() && !reception.upperCase;

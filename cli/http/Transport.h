@@ -54,6 +54,7 @@ inline Cause CauseOf(Stage stage) {
 struct Answer {
     Stage failedAt = Stage::kDone;  // of the transport; an HTTP error is an answer
     std::string reason;             // what was wrong and what to do, where there is no answer
+    bool tooLong = false;           // there is one, and it was not taken: ServiceKind::maxBody
     long httpCode = 0;
     std::map<std::string, std::string> headers;  // names in lower case; the first of a name
     std::string body;

@@ -11,7 +11,6 @@ namespace {
 
 namespace json = boost::json;
 
-constexpr std::size_t kMaxBody = std::size_t{1024} * 1024;
 constexpr std::size_t kMaxDepth = 512;
 constexpr char kRedfish[] = "/redfish/";
 
@@ -67,8 +66,8 @@ std::vector<std::string> LinksMember(const json::object& object, const char* nam
     return links;
 }
 
-std::optional<json::object> ReadObject(const std::string& text) {
-    if (text.size() > kMaxBody) return std::nullopt;
+std::optional<json::object> ReadObject(const std::string& text, std::size_t maxBytes) {
+    if (text.size() > maxBytes) return std::nullopt;
     json::parse_options options;
     options.max_depth = kMaxDepth;
     options.allow_invalid_utf8 = true;  // cleaned before it is shown

@@ -3,6 +3,7 @@
 #define KEMFFDC_REDFISH_JSON_H
 
 #include <boost/json.hpp>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -10,8 +11,9 @@
 namespace Kemffdc::Redfish {
 
 // A BMC's answer as a JSON object. Nothing when it is not one, nests deeper than 512 levels or is
-// longer than 1 MiB.
-std::optional<boost::json::object> ReadObject(const std::string& text);
+// longer than `maxBytes`.
+std::optional<boost::json::object> ReadObject(const std::string& text,
+                                              std::size_t maxBytes = std::size_t{1024} * 1024);
 
 // A member's string or number as text, fit for display; empty where there is none.
 std::string TextMember(const boost::json::object& object, const char* name);

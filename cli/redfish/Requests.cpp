@@ -20,4 +20,11 @@ const ServiceKind kRedfishService = {
     "Check that --port is the port of the BMC's web service.",
 };
 
+const ServiceKind kTreeService = [] {
+    ServiceKind kind = kRedfishService;
+    kind.maxBody = std::size_t{4} * 1024 * 1024;
+    kind.tooLong = "the 4 MiB that are taken of one resource";
+    return kind;
+}();
+
 }  // namespace Kemffdc::Redfish

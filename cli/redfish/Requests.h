@@ -10,6 +10,9 @@ namespace Kemffdc::Redfish {
 // proxies hold.
 extern const ServiceKind kRedfishService;
 
+// The same, asked for whole pages of resources: answers of up to 4 MiB.
+extern const ServiceKind kTreeService;
+
 }  // namespace Kemffdc::Redfish
 
 #endif

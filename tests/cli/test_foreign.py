@@ -7,6 +7,7 @@ import http.client
 import json
 import pathlib
 import ssl
+import tarfile
 
 import pytest
 
@@ -46,12 +47,20 @@ def over_ipmi(command, port, *arguments):
 # --- Redfish ------------------------------------------------------------------------------------
 
 
-def test_a_check_says_that_it_cannot_export(redfish):
+def test_a_check_says_that_a_tree_can_be_had(redfish):
     """Its service root asks for an account with 400 instead of 401, and it has no manager of the usual name."""
     ended = tool.run(over_redfish("check", redfish, "--json"), password=foreign.REDFISH_PASSWORD)
 
+    assert ended.code == 0, ended.err
+    assert ended.json["bmc"]["service_version"] == "1.6.0"
+    assert ended.json["operation"] == "tree"
+
+
+def test_a_check_says_that_it_cannot_export(redfish):
+    ended = tool.run(over_redfish("check", redfish, "--operation", "oem", "--json"), password=foreign.REDFISH_PASSWORD)
+
     assert ended.code == 10, ended.err
-    assert '"1.6.0"' in ended.out
+    assert "no /redfish/v1/Managers/1" in ended.json["reason"]
 
 
 def test_a_wrong_password_is_told_in_its_own_words(redfish):
@@ -61,13 +70,28 @@ def test_a_wrong_password_is_told_in_its_own_words(redfish):
     assert "(HTTP 401: unauthorised)" in ended.err
 
 
-def test_a_collection_ends_before_a_file_is_made(redfish, tmp_path):
-    ended = tool.run(over_redfish("collect", redfish, "--output", str(tmp_path / "out")),
+def test_an_export_ends_before_a_file_is_made(redfish, tmp_path):
+    ended = tool.run(over_redfish("collect", redfish, "--operation", "oem", "--output", str(tmp_path / "out")),
                      password=foreign.REDFISH_PASSWORD)
 
     assert ended.code == 4
     assert "no such operation" in ended.err
     assert tool.files_in(tmp_path / "out") == []
+
+
+def test_its_tree_is_read_with_user_and_password(redfish, tmp_path):
+    """It has no sessions, and its root leads to the update service alone."""
+    ended = tool.run(over_redfish("collect", redfish, "--output", str(tmp_path / "out"), "--json"),
+                     password=foreign.REDFISH_PASSWORD)
+
+    assert ended.code == 0, ended.err
+    with tarfile.open(ended.json["path"]) as archive:
+        names = archive.getnames()
+        inventory = json.load(archive.extractfile("redfish/v1/UpdateService/FirmwareInventory/index.json"))
+    for member in inventory["Members"]:
+        assert member["@odata.id"].strip("/") + "/index.json" in names
+    assert ended.json["tree"]["resources"] == len(names) - 2
+    assert ended.json["tree"]["unread"] == 0
 
 
 def foreign_task(port, polls):
@@ -124,13 +148,13 @@ def test_a_stranger_is_remembered_and_another_in_his_place_gets_no_password(cert
 
     first, again, other, accepted = (check(certificates[0]), check(certificates[0]), check(certificates[1]),
                                      check(certificates[1], "--accept-new-certificate"))
-    assert [ended.code for ended in (first, again, other, accepted)] == [10, 10, 3, 10]
+    assert [ended.code for ended in (first, again, other, accepted)] == [0, 0, 3, 0]
     assert [ended.json["bmc"]["certificate"]["trust"] for ended in (first, again, other, accepted)] == [
         "first-use", "known", None, "replaced"]
     assert "The password was not sent." in other.json["reason"]
 
 
-@pytest.mark.parametrize("shown, code", [(0, 10), (1, 3)])
+@pytest.mark.parametrize("shown, code", [(0, 0), (1, 3)])
 def test_a_stranger_is_known_by_his_fingerprint_alone(certificates, shown, code):
     with foreign.redfish_service(certificates[shown], tool.clean_environment()) as port:
         arguments = over_redfish("check", port, "--fingerprint", f"SHA256:{sha256_of(certificates[0])}")
@@ -183,16 +207,17 @@ def search(folder, *arguments):
     return ended, [(attempt["channel"], attempt["outcome"]) for attempt in ended.json["attempts"]]
 
 
-def test_a_search_among_strangers_tells_what_each_of_them_lacks(certificates, tmp_path):
+def test_a_search_among_strangers_ends_with_a_tree_and_tells_what_each_of_them_lacks(certificates, tmp_path):
     (tmp_path / "ipmi").mkdir()
     with foreign.redfish_service(certificates[0], tool.clean_environment(), 443), \
             foreign.ipmi_bmc(tmp_path / "ipmi", tool.clean_environment(), 623):
         ended, attempts = search(tmp_path)
 
-    assert ended.code == 10
-    assert attempts == [("redfish", "limited"), ("ipmi", "unsupported"), ("cim", "unsupported")]
-    assert "redfish, port 443: The BMC has no /redfish/v1/Managers/1" in ended.json["reason"]
-    assert "the BMC does not offer cipher suite 17. Try --cipher-suite 3." in ended.json["reason"]
+    assert (ended.code, ended.json["channel"], ended.json["operation"]) == (0, "redfish", "tree"), ended.err
+    assert attempts[:3] == [("redfish", "limited"), ("ipmi", "unsupported"), ("cim", "unsupported")]
+    reasons = [attempt["reason"] for attempt in ended.json["attempts"]]
+    assert "The BMC has no /redfish/v1/Managers/1" in reasons[0]
+    assert "the BMC does not offer cipher suite 17. Try --cipher-suite 3." in reasons[1]
 
 
 def test_a_strangers_redfish_does_not_keep_from_a_bmc_that_gathers(certificates, start_bmc, tmp_path):
