@@ -5,6 +5,7 @@
 
 #include "cli/auto/Channel.h"
 #include "cli/cim/Channel.h"
+#include "cli/history/BmcName.h"
 #include "cli/ipmi/Channel.h"
 #include "cli/redfish/Channel.h"
 
@@ -30,6 +31,17 @@ std::vector<std::string> ChannelNames() {
     std::vector<std::string> names;
     for (const Channel* channel : Channels()) names.emplace_back(channel->name);
     return names;
+}
+
+std::string BmcOf(const Options& options) {
+    if (options.host.empty() || options.port == 0) return "this machine";
+    for (const Channel* channel : Channels()) {
+        Options usual = options;
+        usual.port = 0;
+        (void)channel->complete(usual);
+        if (usual.port == options.port) return History::SameHost(options.host);
+    }
+    return History::SameBmc(options.host, options.port);
 }
 
 std::vector<std::string> TakersOf(const OptionGroup& group) {

@@ -18,6 +18,11 @@ std::vector<std::string> ChannelNames();
 // The channels that take the group; the default one takes what the others take.
 std::vector<std::string> TakersOf(const OptionGroup& group);
 
+// The BMC's name, the same for every run on it, whatever way it takes: its host alone, where the
+// port is one that BMCs have by themselves. Another port may lead to another machine behind the
+// same address.
+std::string BmcOf(const Options& options);
+
 // The channel of a run that names none.
 const Channel* DefaultChannel();
 

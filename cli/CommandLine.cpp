@@ -11,6 +11,7 @@
 #include "cli/ExitCodes.h"
 #include "cli/Help.h"
 #include "cli/Nearest.h"
+#include "cli/SettleFleet.h"
 #include "cli/Utc.h"
 #include "cli/report/Json.h"
 #include "cli/terminal/Text.h"
@@ -62,10 +63,24 @@ bool ByFile(const Outcome& outcome, const Surroundings& surroundings) {
 
 bool IsHelp(const std::string& word) { return word == "--help" || word == "-h"; }
 
-Words CommandNames() {
+// "collect" ... and "fleet"; behind `family` the second words: "hosts" ...
+Words CommandNames(const std::string& family = "") {
     Words names;
-    for (const CommandEntry& command : Commands()) names.emplace_back(command.name);
+    for (const CommandEntry& command : Commands()) {
+        const std::string name = command.name;
+        const std::size_t blank = name.find(' ');
+        if (family != FamilyOf(command) && !family.empty()) continue;
+        const std::string word = family.empty() ? name.substr(0, blank) : name.substr(blank + 1);
+        if (std::find(names.begin(), names.end(), word) == names.end()) names.push_back(word);
+    }
     return names;
+}
+
+// Of "fleet", as it stands in front of two-word commands.
+bool IsFamily(const std::string& word) {
+    return std::any_of(Commands().begin(), Commands().end(), [&word](const CommandEntry& command) {
+        return !word.empty() && FamilyOf(command) == word;
+    });
 }
 
 Words NamesOf(const std::map<std::string, const Option*>& options) {
@@ -74,36 +89,40 @@ Words NamesOf(const std::map<std::string, const Option*>& options) {
     return names;
 }
 
-// The commands that know the option.
-Words CommandsWith(const std::string& option) {
-    Words names;
+// The commands that know the option: of this family, and where it is of none of these, all.
+Words CommandsWith(const std::string& option, const std::string& family) {
+    Words near;
+    Words far;
     for (const CommandEntry& command : Commands()) {
-        if (LineOptions(command).count(option) > 0) names.emplace_back(command.name);
+        if (LineOptions(command).count(option) == 0) continue;
+        (FamilyOf(command) == family ? near : far).emplace_back(command.name);
     }
-    return names;
+    return near.empty() ? far : near;
 }
 
-std::string UnknownOption(const std::string& name, const Words& known) {
+std::string UnknownOption(const std::string& name, const CommandEntry& command,
+                          const Words& known) {
     if (name.rfind("--pass", 0) == 0 || name == "-p") {
         return "Unknown option: " + name +
                ". A password is never given on the command line, where other users of this machine "
                "could read it: use --password-file, or see 'kemffdc help passwords'.";
     }
-    const Words commands = CommandsWith(name);
+    const Words commands = CommandsWith(name, FamilyOf(command));
     if (!commands.empty()) return name + " is an option of kemffdc " + Listed(commands) + ".";
     return "Unknown option: " + name + "." + DidYouMean(name, known);
 }
 
 // Names the option alone: what stands beside it may be a password that somebody has tried to give
 // on the command line.
-std::string UnknownWord(const Words& words, const std::map<std::string, const Option*>& options) {
+std::string UnknownWord(const CommandEntry& command, const Words& words,
+                        const std::map<std::string, const Option*>& options) {
     for (std::size_t i = 0; i < words.size() && words[i] != "--"; ++i) {
         const std::string& word = words[i];
         if (word.size() < 2 || word[0] != '-') continue;
         const bool isLong = word[1] == '-';
         const std::string name = isLong ? word.substr(0, word.find('=')) : word.substr(0, 2);
         const auto option = options.find(name);
-        if (option == options.end()) return UnknownOption(name, NamesOf(options));
+        if (option == options.end()) return UnknownOption(name, command, NamesOf(options));
         if (!option->second->IsFlag() && name == word) ++i;  // what follows is its value
     }
     return "";
@@ -139,12 +158,15 @@ std::string Split(const CommandEntry& command, const Words& words, Line& line) {
     app.set_help_flag();
     app.allow_extras();
     for (const auto& [name, option] : options) {
-        CLI::Option* added = option->IsFlag() ? app.add_flag(name) : app.add_option(name);
+        if (name == option->letter) continue;
+        std::string names = name;
+        if (*option->letter != '\0') names.append(",").append(option->letter);
+        CLI::Option* added = option->IsFlag() ? app.add_flag(names) : app.add_option(names);
         added->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     }
     const bool takesArgument = *command.argument != '\0';
     if (takesArgument) app.add_option(command.argument);
-    std::string fault = UnknownWord(words, options);
+    std::string fault = UnknownWord(command, words, options);
     if (fault.empty()) fault = MissingValue(words, options);
     if (!fault.empty()) return fault;
 
@@ -159,6 +181,7 @@ std::string Split(const CommandEntry& command, const Words& words, Line& line) {
     if (!rest.empty()) return TooMany(command);
 
     for (const auto& [name, option] : options) {
+        if (name == option->letter) continue;
         const CLI::results_t& given = app.get_option(name)->results();
         if (given.empty()) continue;
         if (given.size() > 1 && !option->IsFlag()) return name + " is given twice.";
@@ -174,7 +197,7 @@ Parsed UnknownCommand(const std::string& word) {
     if (word.empty() || word[0] != '-') {
         return UsageError("Unknown command: " + word + "." + DidYouMean(word, CommandNames()));
     }
-    const Words commands = CommandsWith(word.substr(0, word.find('=')));
+    const Words commands = CommandsWith(word.substr(0, word.find('=')), "");
     if (commands.empty())
         return UsageError("Unknown option: " + word.substr(0, word.find('=')) + ".");
     return UsageError("Options stand behind the command: kemffdc " + commands.front() + " " +
@@ -192,7 +215,11 @@ Parsed ParseCommand(const CommandEntry& command, const Words& words,
     if (!fault.empty()) return UsageError(fault, command.name);
     Outcome settled;
     if (command.recall != nullptr && line.argument) settled = command.recall(line, options);
-    if (settled.Ok()) settled = Settle(command, line, surroundings, options);
+    if (settled.Ok()) {
+        settled = command.on == CommandEntry::On::kFleet
+                      ? SettleFleet(command, line, surroundings, options)
+                      : Settle(command, line, surroundings, options);
+    }
     if (!settled.Ok()) {
         return ByFile(settled, surroundings) ? Fault(settled, command.name)
                                              : UsageError(settled.reason, command.name);
@@ -202,9 +229,34 @@ Parsed ParseCommand(const CommandEntry& command, const Words& words,
     return parsed;
 }
 
+// "fleet hosts ...".
+Parsed ParseFamily(const std::string& family, const Words& words,
+                   const Surroundings& surroundings) {
+    const Words names = CommandNames(family);
+    if (words.empty()) {
+        return UsageError(
+            "A command is missing: kemffdc " + family + " " + Listed(names, " or ") + ".", family);
+    }
+    const std::string& second = words.front();
+    if (IsHelp(second)) return Answer(FamilyHelp(family));
+    const CommandEntry* command = FindCommand(family + " " + second);
+    if (command != nullptr) {
+        return ParseCommand(*command, Words(words.begin() + 1, words.end()), surroundings);
+    }
+    if (!second.empty() && second[0] == '-') {
+        return UsageError("Options stand behind the command: kemffdc " + family + " " +
+                              names.front() + " " + second.substr(0, second.find('=')) + " ...",
+                          family);
+    }
+    return UsageError("Unknown command: " + family + " " + second + "." + DidYouMean(second, names),
+                      family);
+}
+
 Parsed AnswerHelp(const Words& topics) {
     if (topics.empty()) return Answer(Help());
-    const CommandEntry* command = FindCommand(topics.front());
+    if (IsFamily(topics.front()) && topics.size() == 1) return Answer(FamilyHelp(topics.front()));
+    const CommandEntry* command =
+        FindCommand(IsFamily(topics.front()) ? topics[0] + " " + topics[1] : topics.front());
     if (command != nullptr) return Answer(LongHelp(*command));
     const std::string text = HelpOnTopic(topics.front());
     if (!text.empty()) return Answer(text);
@@ -224,6 +276,7 @@ Parsed Parse(const Words& words, const Surroundings& surroundings) {
     const Words rest(words.begin() + 1, words.end());
     if (first == "help") return AnswerHelp(rest);
     if (first == "complete") return Answer(Printed(Complete(rest, surroundings)));
+    if (IsFamily(first)) return ParseFamily(first, rest, surroundings);
     const CommandEntry* command = FindCommand(first);
     return command == nullptr ? UnknownCommand(first) : ParseCommand(*command, rest, surroundings);
 }

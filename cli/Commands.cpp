@@ -9,10 +9,12 @@
 #include "cli/CommonOptions.h"
 #include "cli/Run.h"
 #include "cli/commands/Config.h"
+#include "cli/commands/FleetHosts.h"
 #include "cli/commands/History.h"
 #include "cli/commands/Resume.h"
 #include "cli/commands/Show.h"
 #include "cli/commands/Verify.h"
+#include "cli/fleet/Options.h"
 #include "cli/terminal/Text.h"
 #include "shared/HostName.h"
 
@@ -76,6 +78,18 @@ constexpr char kResumeExamples[] =
     "      Waits for the task that run 17 has started, and fetches its archive.\n"
     "      BMC, user and folder are those of that run.\n";
 
+constexpr char kFleetHostsExamples[] =
+    "  kemffdc fleet hosts rack.csv\n"
+    "      All BMCs of the spreadsheet, each with its settings and where they stand.\n"
+    "  kemffdc fleet hosts fleet.yaml -g rack3 --exclude 'bmc[017-020]' --json\n"
+    "      Those of one group but four, as JSON.\n"
+    "  kemffdc fleet hosts --hosts '10.0.[1-4].[1-8]' --shard 2/4 --via ipmi\n"
+    "      A quarter of 32 addresses, without a file.\n";
+
+OptionGroups OfInventory() {
+    return {&Fleet::SelectionOptions(), &StateOptions(), &ResultOptions()};
+}
+
 OptionGroups OnBmc() { return {&RunOptions(), &StateOptions(), &ResultOptions()}; }
 
 bool IsHostByte(char c) {
@@ -102,24 +116,29 @@ std::string TakeHost(const std::string& text, Options& options) {
 
 const std::vector<CommandEntry>& Commands() {
     using Argument = CommandEntry::Argument;
+    using On = CommandEntry::On;
     static const std::vector<CommandEntry> commands{
         {Command::kCollect, "collect", "Gather the service data and fetch it", "HOST",
-         Argument::kRequired, TakeHost, true, Use::kGather, OnBmc, Run, kCollectExamples},
+         Argument::kRequired, TakeHost, On::kBmc, Use::kGather, OnBmc, Run, kCollectExamples},
         {Command::kCheck, "check", "See whether the BMC can be used; gathers nothing", "HOST",
-         Argument::kRequired, TakeHost, true, Use::kReach, OnBmc, Run, kCheckExamples},
+         Argument::kRequired, TakeHost, On::kBmc, Use::kReach, OnBmc, Run, kCheckExamples},
         {Command::kResume, "resume", "Go on with a Redfish run that did not get its archive", "RUN",
-         Argument::kRequired, TakeHost, true, Use::kGather, OnBmc, Run, kResumeExamples, RecallRun},
+         Argument::kRequired, TakeHost, On::kBmc, Use::kGather, OnBmc, Run, kResumeExamples,
+         RecallRun},
         {Command::kConfig, "config", "Show which settings hold for a BMC, and from where", "HOST",
-         Argument::kOptional, TakeHost, true, Use::kGather, OnBmc, ShowConfig, kConfigExamples},
+         Argument::kOptional, TakeHost, On::kBmc, Use::kGather, OnBmc, ShowConfig, kConfigExamples},
         {Command::kHistory, "history", "List the runs, the newest first", "HOST",
-         Argument::kOptional, TakeSubject, false, Use::kReach, InHistory, ShowHistory,
+         Argument::kOptional, TakeSubject, On::kRecord, Use::kReach, InHistory, ShowHistory,
          kHistoryExamples},
         {Command::kShow, "show", "Show what is inside of an archive, and where it is from",
-         "ARCHIVE|RUN", Argument::kRequired, TakeSubject, false, Use::kReach, OnArchives,
+         "ARCHIVE|RUN", Argument::kRequired, TakeSubject, On::kRecord, Use::kReach, OnArchives,
          ShowArchive, kShowExamples},
         {Command::kVerify, "verify", "Compare archives with their recorded sums",
-         "ARCHIVE|RUN|HOST", Argument::kOptional, TakeSubject, false, Use::kReach, OnArchives,
+         "ARCHIVE|RUN|HOST", Argument::kOptional, TakeSubject, On::kRecord, Use::kReach, OnArchives,
          VerifyArchives, kVerifyExamples},
+        {Command::kFleetHosts, "fleet hosts", "Show the BMCs of an inventory and their settings",
+         "FILE", Argument::kOptional, Fleet::TakeInventory, On::kFleet, Use::kGather, OfInventory,
+         ShowFleetHosts, kFleetHostsExamples},
     };
     return commands;
 }
@@ -131,21 +150,33 @@ const CommandEntry* FindCommand(const std::string& name) {
     return nullptr;
 }
 
+std::string FamilyOf(const CommandEntry& command) {
+    const std::string name = command.name;
+    const std::size_t blank = name.find(' ');
+    return blank == std::string::npos ? "" : name.substr(0, blank);
+}
+
 const CommandEntry& EntryOf(Command command) {
     return *std::find_if(Commands().begin(), Commands().end(),
                          [command](const CommandEntry& entry) { return entry.command == command; });
 }
 
+bool IsOnOneBmc(const CommandEntry& command) {
+    return command.on == CommandEntry::On::kBmc || command.on == CommandEntry::On::kMember;
+}
+
 OptionGroups OwnGroups(const CommandEntry& command) {
     OptionGroups groups = command.options();
-    if (command.onBmc) groups.insert(groups.begin(), &ViaOptions());
+    if (IsOnOneBmc(command)) groups.insert(groups.begin(), &ViaOptions());
     return groups;
 }
 
 OptionGroups AllGroups(const CommandEntry& command) {
     OptionGroups groups = command.options();
-    if (!command.onBmc) return groups;
-    OptionGroups all{&ViaOptions()};
+    if (command.on == CommandEntry::On::kRecord) return groups;
+    const bool fleet = command.on == CommandEntry::On::kFleet;
+    OptionGroups all = fleet ? groups : OptionGroups();
+    all.push_back(&ViaOptions());
     for (const bool shared : {true, false}) {
         for (const Channel* channel : Channels()) {
             for (const OptionGroup* group : channel->options()) {
@@ -154,19 +185,27 @@ OptionGroups AllGroups(const CommandEntry& command) {
             }
         }
     }
-    all.insert(all.end(), groups.begin(), groups.end());
+    if (fleet) {
+        all.push_back(&RunOptions());
+    } else {
+        all.insert(all.end(), groups.begin(), groups.end());
+    }
     return all;
 }
 
 bool TakesOption(const CommandEntry& command, const Option& option) {
-    return !command.onBmc || command.use == Use::kGather || option.use == Use::kReach;
+    if (command.on == CommandEntry::On::kRecord) return true;
+    if (command.on != CommandEntry::On::kBmc && option.single) return false;
+    return command.use == Use::kGather || option.use == Use::kReach;
 }
 
 std::map<std::string, const Option*> LineOptions(const CommandEntry& command) {
     std::map<std::string, const Option*> options;
     for (const OptionGroup* group : AllGroups(command)) {
         for (const Option& option : group->options) {
-            if (option.OnLine() && TakesOption(command, option)) options[option.name] = &option;
+            if (!option.OnLine() || !TakesOption(command, option)) continue;
+            options[option.name] = &option;
+            if (*option.letter != '\0') options[option.letter] = &option;
         }
     }
     return options;

@@ -18,8 +18,16 @@ namespace Kemffdc {
 struct CommandEntry {
     enum class Argument { kNone, kOptional, kRequired };
 
+    // What it works on. Commands on BMCs take --via and the options of channels too.
+    enum class On {
+        kBmc,     // one: its channel decides on HOST
+        kFleet,   // many: those options count for each that they fit (SettleFleet.h)
+        kMember,  // one of these
+        kRecord,  // what earlier runs have left
+    };
+
     Command command;
-    const char* name;
+    const char* name;   // "collect"; of two words where it is about fleets: "fleet hosts"
     const char* brief;  // for help
 
     const char* argument;    // its name in help, "HOST"; empty: there is none
@@ -27,9 +35,8 @@ struct CommandEntry {
     // What is wrong with the text, as it follows the argument's name; empty: it has been taken.
     std::string (*take)(const std::string& text, Options& options);
 
-    // A command on a BMC takes --via and the options of its channel too, which decides on HOST.
-    bool onBmc;
-    Use use;                    // kGather: all those options; kReach: only those of that use
+    On on;
+    Use use;                    // kGather: all options of BMCs; kReach: only those of that use
     OptionGroups (*options)();  // the others
 
     // Blocks for as long as the work takes; returns the exit code. Results go to `out`, progress
@@ -46,6 +53,10 @@ struct CommandEntry {
 const std::vector<CommandEntry>& Commands();               // in the order of help
 const CommandEntry* FindCommand(const std::string& name);  // null for a name that no command has
 const CommandEntry& EntryOf(Command command);
+// The first word of a name of two; empty for a name of one.
+std::string FamilyOf(const CommandEntry& command);
+
+bool IsOnOneBmc(const CommandEntry& command);
 
 // The options of the command whatever the channel is, and those that it has with any channel: each
 // group once, in the order of help.
@@ -53,7 +64,7 @@ OptionGroups OwnGroups(const CommandEntry& command);
 OptionGroups AllGroups(const CommandEntry& command);
 // Whether it is of the command's use.
 bool TakesOption(const CommandEntry& command, const Option& option);
-// What the command knows on the line, by name.
+// What the command knows on the line, by name and by letter.
 std::map<std::string, const Option*> LineOptions(const CommandEntry& command);
 
 // `take` of commands whose argument is a BMC: its name or address, also in brackets, into

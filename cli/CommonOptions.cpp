@@ -139,7 +139,7 @@ const OptionGroup& DownloadOptions() {
     static const OptionGroup group{
         "Download",
         {{"--output", "DIR", "Folder for the archive; made if its parent exists",
-          Path(&Options::output), Where::kAnyhow, Use::kReach, true},
+          Path(&Options::output), Where::kAnyhow, Use::kReach, true, "", "", "", true},
          {"--name-template", "TEXT", "Name of the archive, of {host}, {serial}, {utc} and {name}",
           NameTemplate(), Where::kAnyhow, Use::kGather},
          {"--max-size", "SIZE", "Download no more than this in all, 500M or 16G; 0 is no limit",
@@ -155,15 +155,17 @@ const OptionGroup& RunOptions() {
         {{"--deadline", "TIME", "End the run after this time, 90s, 45m or 2h; 0 is never",
           Time(&Options::deadline), Where::kAnyhow, Use::kReach, true},
          {"--events", "", "Print a JSON line for each change, and the result as the last one",
-          Flag(&Options::events), Where::kLine},
+          Flag(&Options::events), Where::kLine, Use::kReach, false, "", "", "", true},
          {"--wait", "", "Wait while another run is at work on the same BMC", Flag(&Options::wait),
           Where::kAnyhow, Use::kGather},
          {"--no-proxy", "", "Ignore the environment's proxies", Flag(&Options::noProxy),
           Where::kAnyhow},
          {"--log-level", "N", "Write the library's log: 0 nothing, 1 errors ... 4 everything",
-          Number(&Options::logLevel, 0, 4), Where::kLine, Use::kReach, false, "VARNEX_LOG_LEVEL"},
+          Number(&Options::logLevel, 0, 4), Where::kLine, Use::kReach, false, "VARNEX_LOG_LEVEL",
+          "", "", true},
          {"--log-file", "FILE", "File for that log instead of standard error; level 4 then",
-          Path(&Options::logFile), Where::kLine, Use::kReach, false, "VARNEX_LOG_FILE"}}};
+          Path(&Options::logFile), Where::kLine, Use::kReach, false, "VARNEX_LOG_FILE", "", "",
+          true}}};
     return group;
 }
 

@@ -158,7 +158,7 @@ private:
     // Where --via says which: those of other channels are refused.
     static bool IsOfChannel(const Option& option, const Before& before) {
         const Channel* channel = FindChannel(before.via);
-        if (!before.command->onBmc || channel == nullptr) return true;
+        if (!IsOnOneBmc(*before.command) || channel == nullptr) return true;
         return Holds(channel->options(), option.name) ||
                Holds(OwnGroups(*before.command), option.name);
     }

@@ -12,6 +12,18 @@ constexpr std::size_t kColumns = 80;
 constexpr std::size_t kOptionColumn = 24;  // where the explanation of an option begins
 constexpr std::size_t kNameColumn = 12;    // that of a channel
 
+constexpr char kFleetBrief[] = "Many BMCs at once, out of an inventory";
+constexpr char kInventories[] =
+    "\n"
+    "An inventory is a spreadsheet as CSV, with a column \"name\" and others: address,\n"
+    "group, credential, and settings by their names in kemffdc.conf; or YAML:\n"
+    "  credentials: accounts.yaml\n"
+    "  defaults: {via: redfish, credential: lab}\n"
+    "  groups:\n"
+    "    rack3:\n"
+    "      hosts: bmc[001-040].example\n"
+    "Both, and the file of credentials: docs/fleet.md\n";
+
 struct Topic {
     const char* name;
     const char* text;
@@ -157,7 +169,9 @@ std::string Synopsis(const CommandEntry& command) {
 }
 
 std::string OptionName(const Option& option) {
-    return option.name + (option.IsFlag() ? "" : std::string(" ") + option.value);
+    const std::string letter = option.letter;
+    return (letter.empty() ? "" : letter + ", ") + option.name +
+           (option.IsFlag() ? "" : std::string(" ") + option.value);
 }
 
 std::string OptionMeaning(const Option& option) {
@@ -183,8 +197,9 @@ std::string Help() {
         "\n"
         "Commands:\n";
     for (const CommandEntry& command : Commands()) {
-        text += Entry(command.name, command.brief, kNameColumn);
+        if (FamilyOf(command).empty()) text += Entry(command.name, command.brief, kNameColumn);
     }
+    text += Entry("fleet", kFleetBrief, kNameColumn);
     text += Entry("help", "Help on a command, " + Listed(HelpTopics(), " or "), kNameColumn);
     text += "\nChannels (--via):\n" + ChannelEntries();
     return text +
@@ -193,19 +208,32 @@ std::string Help() {
            "Files and variables that set options: kemffdc help configuration\n";
 }
 
+std::string FamilyHelp(const std::string& family) {
+    std::string text =
+        "Usage: kemffdc " + family + " COMMAND [OPTION ...]\n" + kFleetBrief + "\n\nCommands:\n";
+    for (const CommandEntry& command : Commands()) {
+        if (FamilyOf(command) != family) continue;
+        text +=
+            Entry(std::string(command.name).substr(family.size() + 1), command.brief, kNameColumn);
+    }
+    return text + kInventories + "\nOptions of a command: kemffdc help " + family + " COMMAND\n";
+}
+
 std::string ShortHelp(const CommandEntry& command) {
     std::string text = UsageLine(command) + "\nThe usual options:\n";
-    for (const OptionGroup* group : AllGroups(command)) {
+    const bool fleet = command.on == CommandEntry::On::kFleet;
+    for (const OptionGroup* group : fleet ? OwnGroups(command) : AllGroups(command)) {
         for (const Option& option : group->options) {
             if (option.usual && TakesOption(command, option)) text += OptionEntry(option);
         }
     }
+    if (fleet) text += "\nOptions of kemffdc collect count for each BMC that they fit.\n";
     return text + "\nAll options, and examples: kemffdc help " + command.name + "\n";
 }
 
 std::string LongHelp(const CommandEntry& command) {
     std::string text = UsageLine(command);
-    if (command.onBmc) text += "\nChannels (--via):\n" + ChannelEntries();
+    if (command.on != CommandEntry::On::kRecord) text += "\nChannels (--via):\n" + ChannelEntries();
     for (const OptionGroup* group : AllGroups(command)) {
         std::string entries;
         for (const Option& option : group->options) {

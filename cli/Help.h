@@ -13,6 +13,7 @@ namespace Kemffdc {
 // longer than 80 columns, and the two short ones fit a screen of 24 lines.
 std::string Help();                                  // kemffdc --help
 std::string ShortHelp(const CommandEntry& command);  // kemffdc COMMAND --help
+std::string FamilyHelp(const std::string& family);   // kemffdc fleet --help, kemffdc help fleet
 std::string LongHelp(const CommandEntry& command);   // kemffdc help COMMAND
 
 // The same in pieces, for the manual. "kemffdc collect HOST", "--port N", what stands behind that,

@@ -57,6 +57,8 @@ struct Option {
     const char* secretVariable = "";  // of the environment, that stands for it: holds the password
     const char* oneOf = "";           // of those with the same word the one counts that is said
                                       // nearest to the command line; empty: it has no rivals
+    bool single = false;              // of a run on one BMC: a fleet has its own, or none
+    const char* letter = "";          // the same in short, "-g"; empty: there is none
 
     bool IsFlag() const { return *value == '\0'; }
     bool OnLine() const { return where != Where::kFile; }

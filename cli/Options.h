@@ -14,16 +14,38 @@
 
 namespace Kemffdc {
 
-enum class Command { kCollect, kCheck, kConfig, kHistory, kShow, kVerify, kResume };
+enum class Command {
+    kCollect,
+    kCheck,
+    kConfig,
+    kHistory,
+    kShow,
+    kVerify,
+    kResume,
+    kFleetHosts,
+};
 
 // Who has said what holds. The higher one counts.
-enum class Origin { kDefault, kSystemFile, kUserFile, kEnvironment, kCommandLine };
+enum class Origin {
+    kDefault,
+    kSystemFile,
+    kUserFile,
+    kEnvironment,
+    kInventory,  // of a fleet, and the credentials that it names
+    kCommandLine,
+};
 
 // One option as somebody has set it.
 struct Setting {
     Origin origin = Origin::kDefault;
     std::string place;    // "/etc/kemffdc/kemffdc.conf:12", the variable, or the option
-    std::string section;  // of the file: "defaults" or the pattern
+    std::string section;  // of the file: "defaults", the pattern, the group; may be empty
+};
+
+// What somebody has said of one option.
+struct Said {
+    Setting setting;
+    std::vector<std::string> words;  // none: a password that stands in the environment
 };
 
 // One option with the value that holds in the end, as text.

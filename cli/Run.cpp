@@ -6,13 +6,13 @@
 
 #include <algorithm>
 #include <atomic>
-#include <boost/algorithm/string/replace.hpp>
 #include <chrono>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <memory>
 #include <new>
+#include <optional>
 #include <ostream>
 #include <set>
 
@@ -24,9 +24,9 @@
 #include "cli/CommonOptions.h"
 #include "cli/Context.h"
 #include "cli/Limits.h"
+#include "cli/Passwords.h"
 #include "cli/auto/Search.h"
 #include "cli/history/BmcLock.h"
-#include "cli/history/BmcName.h"
 #include "cli/history/Recorder.h"
 #include "cli/history/StateFolder.h"
 #include "cli/http/CaFile.h"
@@ -47,7 +47,6 @@ namespace {
 constexpr std::chrono::milliseconds kGoodbye{200};  // for the BMC to hear that its session ends
 constexpr std::chrono::seconds kFarewell{2};        // for what a channel owes it besides
 
-constexpr std::chrono::seconds kLongestCommand{120};  // a person may have to type into it
 constexpr std::size_t kLongNote = 1000;
 
 constexpr int kFileLevel = 4;  // who asks for a file wants to read it all
@@ -75,56 +74,14 @@ void ForgetProxies() {
     }
 }
 
-// The words of a password command for this BMC: "{host}" and "{user}" stand for its own.
-std::vector<std::string> Filled(std::vector<std::string> words, const std::string& host,
-                                const std::string& user) {
-    for (std::string& word : words) {
-        boost::algorithm::replace_all(word, "{host}", host);
-        boost::algorithm::replace_all(word, "{user}", user);
-    }
-    return words;
-}
-
-std::chrono::milliseconds CommandLimit(const Options& options) {
-    const std::chrono::seconds deadline(options.deadline);
-    return options.deadline == 0 ? kLongestCommand : std::min(kLongestCommand, deadline);
-}
-
 // Nothing may prompt or read a password that is not needed.
 Outcome ReadPasswords(const Options& options, Secret& password, Secret& exportPassword) {
-    if (!options.needsPassword) return {};
-    const std::string host = options.host.empty() ? "localhost" : options.host;
-    const std::chrono::milliseconds limit = CommandLimit(options);
-    Outcome outcome =
-        ReadSecret({options.passwordFile, "KEMFFDC_PASSWORD",
-                    "Password of " + options.user + " on " +
-                        (options.host.empty() ? "this machine's BMC" : options.host) + ": ",
-                    "--password-file", Filled(options.passwordCommand, host, options.user), limit},
-                   password);
+    const std::optional<SecretSource> login = PasswordSource(options);
+    Outcome outcome = login ? ReadSecret(*login, password) : Outcome{};
     // A BMC that has its task already has the other password too.
-    const bool exports = !options.exportUri.empty() && options.command != Command::kResume;
-    if (!outcome.Ok() || !exports) return outcome;
-    const bool wanted = !options.exportUser.empty() || !options.exportPasswordFile.empty() ||
-                        !options.exportPasswordCommand.empty();
-    if (!wanted) return {};
-    return ReadSecret(
-        {options.exportPasswordFile, "KEMFFDC_EXPORT_PASSWORD",
-         "Password of " + options.exportUser + " on the file store: ", "--export-password-file",
-         Filled(options.exportPasswordCommand, host, options.exportUser), limit},
-        exportPassword);
-}
-
-// The same for every run on a BMC, whatever way it takes: its host alone, where the port is one
-// that BMCs have by themselves. Another port may lead to another machine behind the same address.
-std::string NameForLock(const Options& options) {
-    if (options.host.empty() || options.port == 0) return "this machine";
-    for (const Channel* channel : Channels()) {
-        Options usual = options;
-        usual.port = 0;
-        (void)channel->complete(usual);
-        if (usual.port == options.port) return History::SameHost(options.host);
-    }
-    return History::SameBmc(options.host, options.port);
+    if (!outcome.Ok() || options.command == Command::kResume) return outcome;
+    const std::optional<SecretSource> store = ExportPasswordSource(options);
+    return store ? ReadSecret(*store, exportPassword) : outcome;
 }
 
 // What is known of a run when it begins.
@@ -254,8 +211,8 @@ private:
                 m_progress.Say("Waiting for another run on this BMC (" + holder + ").");
             },
             [this] { return m_interrupt.Raised(); }};
-        Outcome outcome = m_lock.Take(m_stateFolder, NameForLock(m_options),
-                                      m_options.wait ? &patience : nullptr);
+        Outcome outcome =
+            m_lock.Take(m_stateFolder, BmcOf(m_options), m_options.wait ? &patience : nullptr);
         Note(m_lock.Trouble());
         return outcome;
     }

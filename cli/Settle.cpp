@@ -9,7 +9,6 @@
 #include "cli/Channels.h"
 #include "cli/CommonOptions.h"
 #include "cli/UserFolders.h"
-#include "cli/config/ConfigFile.h"
 
 namespace Kemffdc {
 namespace {
@@ -20,19 +19,6 @@ Outcome Usage(const std::string& text) { return Failure(kUsage, text); }
 
 std::string CheckVia(const std::string& via) {
     return FindChannel(via) != nullptr ? "" : NoneOf(via, ChannelNames());
-}
-
-// Every option that kemffdc.conf may hold, whichever command knows it, by its member.
-std::map<std::string, const Option*> FileOptions() {
-    std::map<std::string, const Option*> options;
-    for (const CommandEntry& command : Commands()) {
-        for (const OptionGroup* group : AllGroups(command)) {
-            for (const Option& option : group->options) {
-                if (!option.Member().empty()) options[option.Member()] = &option;
-            }
-        }
-    }
-    return options;
 }
 
 Config::Member MemberOf(const Option& option) {
@@ -59,32 +45,36 @@ std::vector<Config::Member> FileMembers() {
 // One command's options, as they are settled.
 class Settler {
 public:
-    Settler(const CommandEntry& command, const Line& line, const Surroundings& surroundings,
-            Options& options)
-        : m_command(command), m_line(line), m_surroundings(surroundings), m_options(options) {}
+    Settler(const CommandEntry& command, const Line& line, const Sources& sources, Options& options)
+        : m_command(command),
+          m_line(line),
+          m_sources(sources),
+          m_options(options),
+          m_groups(command.on == On::kFleet ? OwnGroups(command) : AllGroups(command)) {}
 
     // The order is that of an operator's reading: first what cannot stand there at all.
     Outcome Settle() {
         m_options.command = m_command.command;
-        Outcome outcome = RefuseEmpty();
-        if (outcome.Ok()) outcome = TakeArgument();
-        if (outcome.Ok()) outcome = ReadFiles();
-        if (outcome.Ok() && m_command.onBmc) outcome = FindWay();
+        Outcome outcome = TakeLine();
+        if (outcome.Ok()) HoldFiles();
+        if (outcome.Ok() && IsOnOneBmc(m_command)) outcome = FindWay();
         if (outcome.Ok()) outcome = RefuseForeign();
         if (outcome.Ok()) outcome = CheckArgument();
         if (outcome.Ok()) outcome = TakeOptions();
         if (outcome.Ok()) outcome = CheckForm();
         if (outcome.Ok() && m_channel != nullptr) outcome = Complete();
-        if (m_command.command == Command::kConfig) ListHeld();
+        if (m_command.command == Command::kConfig) m_options.held = HeldBy(m_command, m_options);
         return outcome;
     }
 
+    // What can be said of the command line by itself.
+    Outcome TakeLine() {
+        const Outcome outcome = RefuseEmpty();
+        return outcome.Ok() ? TakeArgument() : outcome;
+    }
+
 private:
-    // What one option is set to, where it counts most.
-    struct Found {
-        Setting setting;
-        std::vector<std::string> words;  // none: a password that stands in the environment
-    };
+    using On = CommandEntry::On;
 
     // No option means anything by an empty text; where one stands, a variable was not set.
     Outcome RefuseEmpty() const {
@@ -108,18 +98,12 @@ private:
                     : Outcome{};
     }
 
-    Outcome ReadFiles() {
-        const std::vector<Config::Member> members = FileMembers();
-        for (const auto& [origin, path] :
-             {std::pair(Origin::kUserFile, m_surroundings.userFile),
-              std::pair(Origin::kSystemFile, m_surroundings.systemFile)}) {
-            Config::File file;
-            Outcome outcome = Config::Read(path, m_surroundings.home, members, file);
-            if (!outcome.Ok()) return outcome;
-            if (!path.empty()) m_options.configFiles.push_back({path, file.exists});
-            m_files.push_back({origin, path, Config::Holding(file, members, m_options.host)});
+    void HoldFiles() {
+        for (const auto& [origin, file] : m_sources.files) {
+            m_options.configFiles.push_back({file.path, file.exists});
+            m_files.push_back(
+                {origin, file.path, Config::Holding(file, m_sources.members, m_options.host)});
         }
-        return {};
     }
 
     Outcome FindWay() {
@@ -134,8 +118,9 @@ private:
         return {};
     }
 
-    // Who gives an option expects something of it.
+    // Who gives an option expects something of it. Those of a fleet's BMCs are judged with them.
     Outcome RefuseForeign() const {
+        if (m_command.on == On::kFleet) return {};
         for (const auto& [name, text] : m_line.options) {
             if (Fits(name)) continue;
             std::vector<std::string> takers;
@@ -164,7 +149,7 @@ private:
     }
 
     Outcome TakeOptions() {
-        for (const OptionGroup* group : AllGroups(m_command)) {
+        for (const OptionGroup* group : m_groups) {
             for (const Option& option : group->options) {
                 Outcome outcome = Take(option);
                 if (!outcome.Ok()) return outcome;
@@ -174,7 +159,7 @@ private:
     }
 
     Outcome Take(const Option& option) {
-        const std::optional<Found> found = Find(option);
+        const std::optional<Said> found = Find(option);
         if (!found || IsOutdone(option, found->setting.origin)) return {};
         if (!TakesOption(m_command, option) || !Fits(option.name)) {
             m_options.ignored[option.name] = found->setting;
@@ -192,35 +177,38 @@ private:
         return option.reading.take(words.front(), m_options);
     }
 
-    std::optional<Found> Find(const Option& option) const {
+    std::optional<Said> Find(const Option& option) const {
         const auto given = m_line.options.find(option.name);
         if (given != m_line.options.end()) {
-            return Found{{Origin::kCommandLine, option.name, ""}, {given->second}};
+            return Said{{Origin::kCommandLine, option.name, ""}, {given->second}};
         }
+        const auto ofFleet = m_sources.inventory.find(option.name);
+        if (ofFleet != m_sources.inventory.end()) return ofFleet->second;
         for (const char* variable : {option.variable, option.secretVariable}) {
-            const char* text = *variable == '\0' ? nullptr : m_surroundings.variable(variable);
+            const char* text = *variable == '\0' ? nullptr : m_sources.from.variable(variable);
             if (text == nullptr || *text == '\0') continue;
-            Found found{{Origin::kEnvironment, variable, ""}, {}};
+            Said found{{Origin::kEnvironment, variable, ""}, {}};
             if (variable == option.variable) found.words.emplace_back(text);
             return found;
         }
         for (const FileValues& file : m_files) {
             const auto value = file.values.find(option.Member());
             if (value == file.values.end()) continue;
-            return Found{{file.origin, file.path + ":" + std::to_string(value->second.line),
-                          value->second.section},
-                         value->second.words};
+            return Said{{file.origin, file.path + ":" + std::to_string(value->second.line),
+                         value->second.section},
+                        value->second.words};
         }
         return std::nullopt;
     }
 
     // Whether a rival is said nearer to the command line. In one file only one of them is left.
     bool IsOutdone(const Option& option, Origin origin) const {
-        for (const OptionGroup* group : AllGroups(m_command)) {
+        const std::string word = option.oneOf;
+        if (word.empty()) return false;
+        for (const OptionGroup* group : m_groups) {
             for (const Option& other : group->options) {
-                const std::string word = option.oneOf;
-                if (word.empty() || word != other.oneOf || &option == &other) continue;
-                const std::optional<Found> found = Find(other);
+                if (word != other.oneOf || &option == &other) continue;
+                const std::optional<Said> found = Find(other);
                 if (!found || (other.IsFlag() && found->words.front() == "false")) continue;
                 if (found->setting.origin > origin) return true;
             }
@@ -248,23 +236,6 @@ private:
         return {};
     }
 
-    void ListHeld() {
-        for (const OptionGroup* group : AllGroups(m_command)) {
-            for (const Option& option : group->options) {
-                const auto set = m_options.settings.find(option.name);
-                const auto ignored = m_options.ignored.find(option.name);
-                if (ignored != m_options.ignored.end()) {
-                    m_options.held.push_back({option.Label(), "", ignored->second, true});
-                } else if (set != m_options.settings.end()) {
-                    m_options.held.push_back(
-                        {option.Label(), option.reading.show(m_options), set->second});
-                } else if (option.where != Where::kLine && Fits(option.name)) {
-                    m_options.held.push_back({option.Label(), option.reading.show(m_options), {}});
-                }
-            }
-        }
-    }
-
     struct FileValues {
         Origin origin;
         std::string path;
@@ -273,8 +244,9 @@ private:
 
     const CommandEntry& m_command;
     const Line& m_line;
-    const Surroundings& m_surroundings;
+    const Sources& m_sources;
     Options& m_options;
+    const OptionGroups m_groups;
     std::vector<FileValues> m_files;     // what counts more first
     const Channel* m_channel = nullptr;  // null until it is found, and where the command has none
 };
@@ -291,9 +263,68 @@ Surroundings SurroundingsOfProcess() {
     return surroundings;
 }
 
+// Every option that kemffdc.conf may hold, whichever command knows it, by its member.
+std::map<std::string, const Option*> FileOptions() {
+    std::map<std::string, const Option*> options;
+    for (const CommandEntry& command : Commands()) {
+        for (const OptionGroup* group : AllGroups(command)) {
+            for (const Option& option : group->options) {
+                if (!option.Member().empty()) options[option.Member()] = &option;
+            }
+        }
+    }
+    return options;
+}
+
+Outcome ReadSources(const Surroundings& surroundings, Sources& sources) {
+    sources.from = surroundings;
+    sources.members = FileMembers();
+    for (const auto& [origin, path] : {std::pair(Origin::kUserFile, surroundings.userFile),
+                                       std::pair(Origin::kSystemFile, surroundings.systemFile)}) {
+        if (path.empty()) continue;
+        Config::File file;
+        Outcome outcome = Config::Read(path, surroundings.home, sources.members, file);
+        if (!outcome.Ok()) return outcome;
+        sources.files.emplace_back(origin, std::move(file));
+    }
+    return {};
+}
+
+std::vector<HeldSetting> HeldBy(const CommandEntry& command, const Options& options) {
+    OptionGroups fitting = OwnGroups(command);
+    const Channel* channel = FindChannel(options.via);
+    const OptionGroups ofChannel = channel == nullptr ? OptionGroups() : channel->options();
+    fitting.insert(fitting.end(), ofChannel.begin(), ofChannel.end());
+    std::vector<HeldSetting> held;
+    for (const OptionGroup* group : AllGroups(command)) {
+        for (const Option& option : group->options) {
+            const auto set = options.settings.find(option.name);
+            const auto ignored = options.ignored.find(option.name);
+            if (ignored != options.ignored.end()) {
+                held.push_back({option.Label(), "", ignored->second, true});
+            } else if (set != options.settings.end()) {
+                held.push_back({option.Label(), option.reading.show(options), set->second});
+            } else if (option.where != Where::kLine && TakesOption(command, option) &&
+                       Holds(fitting, option.name)) {
+                held.push_back({option.Label(), option.reading.show(options), {}});
+            }
+        }
+    }
+    return held;
+}
+
 Outcome Settle(const CommandEntry& command, const Line& line, const Surroundings& surroundings,
                Options& options) {
-    return Settler(command, line, surroundings, options).Settle();
+    Sources sources;
+    Options scratch;
+    Outcome outcome = Settler(command, line, sources, scratch).TakeLine();
+    if (outcome.Ok()) outcome = ReadSources(surroundings, sources);
+    return outcome.Ok() ? Settle(command, line, sources, options) : outcome;
+}
+
+Outcome Settle(const CommandEntry& command, const Line& line, const Sources& sources,
+               Options& options) {
+    return Settler(command, line, sources, options).Settle();
 }
 
 std::vector<std::string> HostsInFiles(const Surroundings& surroundings) {

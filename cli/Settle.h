@@ -6,11 +6,13 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cli/Commands.h"
 #include "cli/ExitCodes.h"
 #include "cli/Line.h"
+#include "cli/config/ConfigFile.h"
 
 namespace Kemffdc {
 
@@ -32,6 +34,25 @@ Surroundings SurroundingsOfProcess();
 // none.
 std::vector<std::string> HostsInFiles(const Surroundings& surroundings);
 
+// The same places, read: for many BMCs at once.
+struct Sources {
+    Surroundings from;
+    std::vector<Config::Member> members;                 // what kemffdc.conf may hold
+    std::vector<std::pair<Origin, Config::File>> files;  // what counts more first
+    // What is said of a BMC as one of a fleet, by the option's name: between command line and
+    // environment. Of it, too, what does not fit is left out.
+    std::map<std::string, Said> inventory;
+};
+
+// Fails as Settle() does. Blocks on the disk.
+Outcome ReadSources(const Surroundings& surroundings, Sources& sources);
+
+// Every option that kemffdc.conf may hold, whichever command knows it, by its member.
+std::map<std::string, const Option*> FileOptions();
+
+// Every option that a run on the BMC has: what holds, who has said so, and what was left out.
+std::vector<HeldSetting> HeldBy(const CommandEntry& command, const Options& options);
+
 // Fills `options` with what holds. Of each option the first counts that is said at all: on the
 // command line, in the environment, in the user's file, in the machine's; else it is so by default.
 // What only the files say, and what does not fit the command or the channel, is left out.
@@ -39,6 +60,9 @@ std::vector<std::string> HostsInFiles(const Surroundings& surroundings);
 // failure is a whole sentence for the operator; where a file is at fault it begins with
 // "FILE:LINE:". kLocalFile: a file cannot be read. kUsage: all others.
 Outcome Settle(const CommandEntry& command, const Line& line, const Surroundings& surroundings,
+               Options& options);
+// The same by what has been read.
+Outcome Settle(const CommandEntry& command, const Line& line, const Sources& sources,
                Options& options);
 
 }  // namespace Kemffdc

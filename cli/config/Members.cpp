@@ -131,9 +131,7 @@ void MemberReader::ReadBelow(const YAML::Node& map, const std::string& below,
         Value value;
         value.line = line;
         value.section = section;
-        value.words = WordsOf(*member, entry.second, line, shown);
-        const std::string fault = member->check ? member->check(value.words) : "";
-        if (!fault.empty()) throw Fault{line, shown + fault};
+        value.words = Checked(*member, WordsOf(*member, entry.second, line, shown), line, shown);
         values.emplace_back(member->name, value);
     }
 }
@@ -164,12 +162,18 @@ std::vector<std::string> MemberReader::WordsOf(const Member& member, const YAML:
                                   "ARGUMENT, ...]."};
         }
         for (const YAML::Node& word : node) words.push_back(WordOf(word, line, shown));
-        if (words.empty() || words.front().empty()) throw Fault{line, shown + " is empty."};
     } else {
         words.push_back(WordOf(node, line, shown));
-        if (words.front().empty()) throw Fault{line, shown + " is empty."};
-        if (member.path) words.front() = FullPath(words.front(), line, shown);
     }
+    return words;
+}
+
+std::vector<std::string> MemberReader::Checked(const Member& member, std::vector<std::string> words,
+                                               int line, const std::string& shown) const {
+    if (words.empty() || words.front().empty()) throw Fault{line, shown + " is empty."};
+    if (member.path) words.front() = FullPath(words.front(), line, shown);
+    const std::string fault = member.check ? member.check(words) : "";
+    if (!fault.empty()) throw Fault{line, shown + fault};
     return words;
 }
 

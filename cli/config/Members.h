@@ -64,6 +64,13 @@ public:
     Values Read(const YAML::Node& map, const std::string& name, const std::string& section,
                 const std::vector<std::string>& others = {}) const;
 
+    // The words of a member as they count: paths are whole. Throws where they are no good.
+    std::vector<std::string> Checked(const Member& member, std::vector<std::string> words, int line,
+                                     const std::string& shown) const;
+
+    // Throws where two rivals stand side by side in what faults call `name`.
+    void RefuseRivals(const std::string& name, const Values& values) const;
+
     // Whether it is a member, or stands above some ("export").
     bool Knows(const std::string& key) const { return Find(key) != nullptr || IsGroup(key); }
 
@@ -76,7 +83,6 @@ private:
     std::vector<std::string> WordsOf(const Member& member, const YAML::Node& node, int line,
                                      const std::string& shown) const;
     std::string FullPath(const std::string& path, int line, const std::string& shown) const;
-    void RefuseRivals(const std::string& name, const Values& values) const;
     const Member* Find(const std::string& name) const;
     bool IsGroup(const std::string& key) const;
 

@@ -12,6 +12,7 @@
 namespace Kemffdc::Config {
 namespace {
 
+constexpr mode_t kOthers = S_IRWXG | S_IRWXO;
 constexpr mode_t kOthersWrite = S_IWGRP | S_IWOTH;
 
 Outcome Unreadable(const TextFile& file) {
@@ -53,6 +54,17 @@ Outcome RefuseForeignFile(const TextFile& file, const std::string& so) {
     if ((file.status.st_mode & kOthersWrite) != 0) {
         return file.Unusable("can be written by others, " + so +
                              ". Take that right away: chmod go-w " + file.path);
+    }
+    return {};
+}
+
+Outcome RefuseSharedFile(const TextFile& file) {
+    if (file.status.st_uid != 0 && file.status.st_uid != geteuid()) {
+        return file.Unusable("belongs to another user.");
+    }
+    if ((file.status.st_mode & kOthers) != 0) {
+        return file.Unusable("can be read or written by others. Take that right away: chmod go= " +
+                             file.path);
     }
     return {};
 }

@@ -31,6 +31,9 @@ Outcome ReadTextFile(std::size_t most, TextFile& file);
 // "so its password_command is not run".
 Outcome RefuseForeignFile(const TextFile& file, const std::string& so);
 
+// Refuses a file that somebody else but this user and root could read or have written.
+Outcome RefuseSharedFile(const TextFile& file);
+
 }  // namespace Kemffdc::Config
 
 #endif

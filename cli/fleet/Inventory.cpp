@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
+#include <functional>
 #include <sstream>
+#include <unordered_map>
 
 #include "Ipmanip.h"
 #include "cli/Nearest.h"
@@ -21,8 +23,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::size_t kMaxBytes = std::size_t{16} << 20;
-constexpr std::size_t kMaxFaults = 20;  // that are told; the others are counted
-constexpr std::size_t kMaxName = 200;   // bytes; a folder gets that name
+constexpr std::size_t kMaxName = 200;  // bytes; a folder gets that name
 
 const std::vector<std::string> kHostMembers{"address", "credential", "group"};
 
@@ -33,28 +34,10 @@ std::vector<std::string> WordsIn(const std::string& text) {
     return words;
 }
 
-// What is wrong in the list, in the order of its lines.
-class Faults {
-public:
-    explicit Faults(const std::string& path) : m_path(path) {}
-
-    void Add(int line, const std::string& text) {
-        if (++m_count > kMaxFaults) return;
-        m_text += (m_text.empty() ? "" : "\n") + m_path + ":" + std::to_string(line) + ": " + text;
-    }
-
-    Outcome Told() const {
-        if (m_count == 0) return {};
-        const std::size_t more = m_count - std::min(m_count, kMaxFaults);
-        return Failure(kUsage,
-                       more == 0 ? m_text : m_text + "\nand " + std::to_string(more) + " more.");
-    }
-
-private:
-    const std::string& m_path;
-    std::string m_text;
-    std::size_t m_count = 0;
-};
+bool EndsWith(const std::string& text, const std::string& end) {
+    return text.size() >= end.size() &&
+           text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
 
 bool IsNameByte(char c) {
     return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '.' || c == '-' || c == '_' ||
@@ -70,7 +53,7 @@ std::string WhatIsWrongWith(const std::string& name) {
     return name[0] == '-' || name[0] == '.' ? "begins with a dash or a dot" : "";
 }
 
-// Collects hosts, each name and each BMC once.
+// Collects hosts, each name once.
 class Collector {
 public:
     Collector(Inventory& inventory, Faults& faults) : m_inventory(inventory), m_faults(faults) {}
@@ -123,30 +106,22 @@ private:
         if (!isNew) {
             m_faults.Add(host.line, "name: \"" + host.name + "\" stands in line " +
                                         std::to_string(known->second) + " already.");
-            return false;
         }
-        const auto port = host.settings.find("port");
-        const std::string bmc =
-            host.address + " " + (port == host.settings.end() ? "" : port->second.words.front());
-        const auto [other, isNewBmc] = m_bmcs.emplace(bmc, &*known);
-        if (isNewBmc) return true;
-        m_faults.Add(host.line, "address: \"" + host.address + "\" is the BMC of \"" +
-                                    other->second->first + "\" in line " +
-                                    std::to_string(other->second->second) + ".");
-        return false;
+        return isNew;
     }
 
     Inventory& m_inventory;
     Faults& m_faults;
-    std::map<std::string, int> m_names;  // with their lines
-    std::map<std::string, const std::pair<const std::string, int>*> m_bmcs;
+    std::unordered_map<std::string, int> m_names;  // with their lines
 };
 
 // The rows of a spreadsheet as hosts.
 class Table {
 public:
-    Table(const std::vector<Config::Member>& members, Inventory& inventory, Faults& faults)
-        : m_members(members),
+    Table(const std::string& home, const std::vector<Config::Member>& members, Inventory& inventory,
+          Faults& faults)
+        : m_reader(home, members),
+          m_members(members),
           m_inventory(inventory),
           m_faults(faults),
           m_collector(inventory, faults) {}
@@ -163,14 +138,19 @@ public:
 private:
     void ReadHead(const CsvRow& row) {
         for (const std::string& column : row.fields) {
+            const std::string shown = "column \"" + Clean(column, kMaxName) + "\"";
             const bool twice = !column.empty() && std::find(m_columns.begin(), m_columns.end(),
                                                             column) != m_columns.end();
-            if (twice) m_faults.Add(row.line, "column \"" + column + "\" stands there twice.");
+            if (twice) m_faults.Add(row.line, shown + " stands there twice.");
+            if (EndsWith(column, "password")) {
+                m_faults.Add(row.line, shown +
+                                           ": a password does not belong in this file. Name a "
+                                           "credential in its place.");
+            }
             m_columns.push_back(column);
             if (column.empty() || IsKnown(column)) continue;
-            m_inventory.notes.push_back(m_inventory.path + ":" + std::to_string(row.line) +
-                                        ": column \"" + Clean(column, kMaxName) +
-                                        "\" is not known and is passed over." +
+            m_inventory.notes.push_back(m_inventory.path + ":" + std::to_string(row.line) + ": " +
+                                        shown + " is not known and is passed over." +
                                         DidYouMean(column, Known()));
         }
         if (std::find(m_columns.begin(), m_columns.end(), "name") == m_columns.end()) {
@@ -198,14 +178,21 @@ private:
         }
         Host host;
         host.line = row.line;
-        bool good = true;
-        for (std::size_t i = 0; i < row.fields.size(); ++i) {
-            good = Take(m_columns[i], row.fields[i], host) && good;
+        try {
+            for (std::size_t i = 0; i < row.fields.size(); ++i) {
+                Take(m_columns[i], row.fields[i], host);
+            }
+            m_reader.RefuseRivals("The row", {host.settings.begin(), host.settings.end()});
+        } catch (const Config::Fault& fault) {
+            m_faults.Add(fault.line, fault.text);
+            return;
         }
-        if (good) m_collector.Add(host);
+        m_collector.Add(host);
     }
 
-    bool Take(const std::string& column, const std::string& text, Host& host) {
+    // Throws Config::Fault.
+    void Take(const std::string& column, const std::string& text, Host& host) {
+        if (HasControl(text)) throw Config::Fault{host.line, column + " holds control bytes."};
         if (column == "name") host.name = text;
         if (column == "address") host.address = text;
         if (column == "credential") host.credential = text;
@@ -213,16 +200,14 @@ private:
         const auto member =
             std::find_if(m_members.begin(), m_members.end(),
                          [&column](const Config::Member& known) { return known.name == column; });
-        if (member == m_members.end() || text.empty()) return true;
+        if (member == m_members.end() || text.empty()) return;
         Config::Value value;
         value.line = host.line;
-        value.words = member->command ? WordsIn(text) : std::vector<std::string>{text};
-        const std::string fault = member->check ? member->check(value.words) : "";
-        if (!fault.empty()) m_faults.Add(host.line, column + fault);
+        value.words = m_reader.Checked(*member, {text}, host.line, column);
         host.settings[column] = value;
-        return fault.empty();
     }
 
+    const Config::MemberReader m_reader;
     const std::vector<Config::Member>& m_members;
     Inventory& m_inventory;
     Faults& m_faults;
@@ -230,12 +215,17 @@ private:
     std::vector<std::string> m_columns;
 };
 
-// Walks the tree that the YAML library has read. Throws Config::Fault.
+// Walks the tree that the YAML library has read. Throws Config::Fault where nothing below a place
+// can be understood; what is wrong with one group or one BMC goes to `faults`.
 class Walker {
 public:
     Walker(const std::string& home, const std::vector<Config::Member>& members,
            Inventory& inventory, Faults& faults)
-        : m_reader(home, members), m_inventory(inventory), m_collector(inventory, faults) {}
+        : m_reader(home, members),
+          m_members(members),
+          m_inventory(inventory),
+          m_faults(faults),
+          m_collector(inventory, faults) {}
 
     void Walk(const YAML::Node& root) {
         std::vector<std::string> seen;
@@ -272,6 +262,9 @@ private:
     void ReadShared(const YAML::Node& map, const std::string& name, Host& host,
                     const std::vector<std::string>& others = kHostMembers) {
         for (const auto& [member, value] : m_reader.Read(map, name, name, others)) {
+            for (const std::string& rival : Config::RivalsOf(member, m_members)) {
+                host.settings.erase(rival);
+            }
             host.settings[member] = value;
         }
         if (!map.IsMap()) return;
@@ -291,28 +284,44 @@ private:
         std::vector<std::string> seen;
         for (const auto& entry : Config::MapOf(groups, "groups")) {
             const std::string group = Config::KeyOf(entry.first, "groups", seen);
-            Host shared = m_defaults;
-            shared.groups.push_back(group);
-            std::vector<std::string> others = kHostMembers;
-            others.emplace_back("hosts");
-            const std::string name = "groups." + group;
-            ReadShared(entry.second, name, shared, others);
-            if (!entry.second.IsMap()) continue;
-            const YAML::Node hosts = entry.second["hosts"];
-            if (hosts.IsDefined() && !hosts.IsNull()) WalkHosts(hosts, name + ".hosts", shared);
+            Noting([&] { WalkGroup(group, entry.second); });
+        }
+    }
+
+    void WalkGroup(const std::string& group, const YAML::Node& members) {
+        Host shared = m_defaults;
+        shared.groups.push_back(group);
+        std::vector<std::string> others = kHostMembers;
+        others.emplace_back("hosts");
+        const std::string name = "groups." + group;
+        Noting([&] { ReadShared(members, name, shared, others); });
+        if (!members.IsMap()) return;
+        const YAML::Node hosts = members["hosts"];
+        if (hosts.IsDefined() && !hosts.IsNull()) WalkHosts(hosts, name + ".hosts", shared);
+    }
+
+    void Noting(const std::function<void()>& read) {
+        try {
+            read();
+        } catch (const Config::Fault& fault) {
+            m_faults.Add(fault.line, fault.text);
         }
     }
 
     void WalkHosts(const YAML::Node& hosts, const std::string& name, const Host& shared) {
         if (hosts.IsScalar()) return AddHost(hosts, YAML::Node(), name, shared);
         if (hosts.IsSequence()) {
-            for (const YAML::Node& one : hosts) AddHost(one, YAML::Node(), name, shared);
+            for (const YAML::Node& one : hosts) {
+                Noting([&] { AddHost(one, YAML::Node(), name, shared); });
+            }
             return;
         }
         std::vector<std::string> seen;
         for (const auto& entry : Config::MapOf(hosts, name)) {
-            Config::KeyOf(entry.first, name, seen);
-            AddHost(entry.first, entry.second, name, shared);
+            Noting([&] {
+                Config::KeyOf(entry.first, name, seen);
+                AddHost(entry.first, entry.second, name, shared);
+            });
         }
     }
 
@@ -326,15 +335,12 @@ private:
     }
 
     const Config::MemberReader m_reader;
+    const std::vector<Config::Member>& m_members;
     Inventory& m_inventory;
+    Faults& m_faults;
     Collector m_collector;
     Host m_defaults;
 };
-
-bool EndsWith(const std::string& text, const std::string& end) {
-    return text.size() >= end.size() &&
-           text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
 
 // As a path of its own: an inventory means it from its own folder.
 std::string FullPath(const std::string& path, const std::string& inventory,
@@ -343,13 +349,13 @@ std::string FullPath(const std::string& path, const std::string& inventory,
     return fs::absolute(fs::path(inventory).parent_path() / path).lexically_normal().string();
 }
 
-void ReadTable(const std::string& text, const std::vector<Config::Member>& members,
-               Inventory& inventory, Faults& faults) {
+void ReadTable(const std::string& text, const std::string& home,
+               const std::vector<Config::Member>& members, Inventory& inventory, Faults& faults) {
     std::vector<CsvRow> rows;
     int line = 0;
     std::string error;
     if (ReadCsv(text, rows, line, error)) {
-        Table(members, inventory, faults).Read(rows);
+        Table(home, members, inventory, faults).Read(rows);
     } else {
         faults.Add(line, error + ".");
     }
@@ -358,7 +364,8 @@ void ReadTable(const std::string& text, const std::vector<Config::Member>& membe
 }  // namespace
 
 Outcome ReadInventory(const std::string& path, const std::string& home,
-                      const std::vector<Config::Member>& members, Inventory& inventory) {
+                      const std::vector<Config::Member>& members, Inventory& inventory,
+                      Faults& faults) {
     Config::TextFile file;
     file.what = "inventory";
     file.path = path;
@@ -366,36 +373,35 @@ Outcome ReadInventory(const std::string& path, const std::string& home,
     if (!outcome.Ok()) return outcome;
     if (!file.exists) return file.Unusable("does not exist.");
     inventory.path = path;
-    Faults faults(inventory.path);
     if (EndsWith(path, ".csv")) {
-        ReadTable(file.text, members, inventory, faults);
+        ReadTable(file.text, home, members, inventory, faults);
     } else {
         const std::string fault = Config::ParseYaml(path, file.text, [&](const YAML::Node& root) {
             Walker(home, members, inventory, faults).Walk(root);
         });
         if (!fault.empty()) return Failure(kUsage, fault);
     }
-    const Outcome told = faults.Told();
-    if (!told.Ok()) return told;
-    if (inventory.hosts.empty()) return Failure(kUsage, path + ":1: there is no host in it.");
+    if (inventory.hosts.empty() && faults.None()) faults.Add(1, "there is no host in it.");
     if (!inventory.credentials.empty()) {
         inventory.credentials = FullPath(inventory.credentials, path, home);
     }
     return {};
 }
 
-Outcome HostsOf(const std::string& expression, Inventory& inventory) {
+void HostsOf(const std::string& expression, Inventory& inventory, Faults& faults) {
     Host host;
     std::vector<std::string> names;
     std::string error;
-    if (!ExpandHosts(expression, names, error)) return Failure(kUsage, "--hosts: " + error + ".");
+    if (!ExpandHosts(expression, names, error)) return faults.Add(0, "--hosts: " + error + ".");
     for (const std::string& one : names) {
         const std::string wrong = WhatIsWrongWith(one);
-        if (!wrong.empty()) return Failure(kUsage, "--hosts: \"" + one + "\" " + wrong + ".");
+        if (!wrong.empty()) {
+            faults.Add(0, "--hosts: \"" + one + "\" " + wrong + ".");
+            continue;
+        }
         host.name = host.address = one;
         inventory.hosts.push_back(host);
     }
-    return {};
 }
 
 }  // namespace Kemffdc::Fleet

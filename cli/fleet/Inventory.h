@@ -8,6 +8,7 @@
 
 #include "cli/ExitCodes.h"
 #include "cli/config/Members.h"
+#include "cli/fleet/Faults.h"
 
 namespace Kemffdc::Fleet {
 
@@ -40,13 +41,17 @@ struct Inventory {
 // list of these, or a map from expressions to members. A BMC's own members count before those of
 // its group, and these before the defaults. `credentials:` names the file of credentials.
 //
-// A name, and with it an address, can be a range of hosts. All rows are checked; what is wrong is
-// told line by line, "FILE:LINE: what", as kUsage. kLocalFile: the file cannot be read.
+// A name, and with it an address, can be a range of hosts. Paths begin with / or "~/", for which
+// `home` stands; that of the credentials can be relative to the inventory's folder.
+//
+// All rows are checked: those with something wrong are left out of `inventory`, and told in
+// `faults`. kLocalFile: the file cannot be read; kUsage: it is no YAML, "FILE:LINE: what".
 Outcome ReadInventory(const std::string& path, const std::string& home,
-                      const std::vector<Config::Member>& members, Inventory& inventory);
+                      const std::vector<Config::Member>& members, Inventory& inventory,
+                      Faults& faults);
 
 // The same for an expression on the command line.
-Outcome HostsOf(const std::string& expression, Inventory& inventory);
+void HostsOf(const std::string& expression, Inventory& inventory, Faults& faults);
 
 }  // namespace Kemffdc::Fleet
 

@@ -39,22 +39,46 @@ void ExpectScreen(const std::string& text) {
     ExpectColumns(text);
 }
 
+// The words of a command's name, then these.
+std::vector<std::string> Typed(const Kemffdc::CommandEntry& command,
+                               const std::vector<std::string>& rest) {
+    std::istringstream name(command.name);
+    std::vector<std::string> words;
+    for (std::string word; name >> word;) words.push_back(word);
+    words.insert(words.end(), rest.begin(), rest.end());
+    return words;
+}
+
 TEST(Help, FitsAScreenAndNamesCommandsChannelsAndTopics) {
     const std::string help = Output({"--help"});
     ExpectScreen(help);
     EXPECT_EQ(Output({"-h"}), help);
     EXPECT_EQ(Output({"help"}), help);
-    for (const auto& command : Kemffdc::Commands()) EXPECT_THAT(help, HasSubstr(command.name));
+    for (const auto& command : Kemffdc::Commands()) {
+        const std::string family = FamilyOf(command);
+        EXPECT_THAT(help, HasSubstr(family.empty() ? command.name : "\n  " + family + " "));
+    }
     for (const auto& channel : Kemffdc::ChannelNames()) EXPECT_THAT(help, HasSubstr(channel));
     for (const auto& topic : Kemffdc::HelpTopics()) EXPECT_THAT(help, HasSubstr(topic));
 }
 
 TEST(Help, OfACommandFitsAScreenAndPointsToTheRest) {
     for (const auto& command : Kemffdc::Commands()) {
-        const std::string help = Output({command.name, "--help"});
+        const std::string help = Output(Typed(command, {"--help"}));
         ExpectScreen(help);
         EXPECT_THAT(help, HasSubstr(std::string("kemffdc help ") + command.name));
-        EXPECT_EQ(Output({command.name, "host", "--no-such-option", "-h"}), help);
+        EXPECT_EQ(Output(Typed(command, {"host", "--no-such-option", "-h"})), help);
+    }
+}
+
+TEST(Help, OfAFamilyNamesItsCommands) {
+    const std::string help = Output({"fleet", "--help"});
+    ExpectScreen(help);
+    EXPECT_EQ(Output({"help", "fleet"}), help);
+    for (const auto& command : Kemffdc::Commands()) {
+        if (FamilyOf(command) != "fleet") continue;
+        const std::string second = std::string(command.name).substr(std::string("fleet ").size());
+        EXPECT_THAT(help, HasSubstr("\n  " + second + " "));
     }
 }
 
@@ -72,12 +96,16 @@ int EntriesOf(const std::string& name, const std::string& help) {
 
 TEST(Help, OnACommandHoldsEveryOptionOnceWithWhatHoldsWithoutIt) {
     for (const auto& command : Kemffdc::Commands()) {
-        const std::string help = Output({"help", command.name});
+        std::vector<std::string> words = Typed(command, {});
+        words.insert(words.begin(), "help");
+        const std::string help = Output(words);
         ExpectColumns(help);
         for (const Kemffdc::OptionGroup* group : AllGroups(command)) {
             for (const Kemffdc::Option& option : group->options) {
                 const bool offered = option.OnLine() && TakesOption(command, option);
-                EXPECT_EQ(EntriesOf(option.name, help), offered ? 1 : 0)
+                const std::string letter = option.letter;
+                const std::string name = (letter.empty() ? "" : letter + ", ") + option.name;
+                EXPECT_EQ(EntriesOf(name, help), offered ? 1 : 0)
                     << command.name << " " << option.name;
             }
         }

@@ -273,7 +273,7 @@ TEST(ParseOptions, WhatCannotBeMeantEndsWithTwoAndSaysWhy) {
 TEST(ParseOptions, WhatIsUnknownIsToldFirstWithWhatWasMeant) {
     const UsageRow rows[] = {
         {{},
-         "A command is missing: collect, check, resume, config, history, show or verify.\nTry 'kemffdc --help'.\n"},
+         "A command is missing: collect, check, resume, config, history, show, verify or fleet.\nTry 'kemffdc --help'.\n"},
         {{"gather", "--via", "redfish", "bmc"},
          "Unknown command: gather.\nTry 'kemffdc --help'.\n"},
         {{"colect", "bmc"}, "Unknown command: colect. Did you mean collect?\n"},

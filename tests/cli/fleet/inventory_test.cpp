@@ -15,6 +15,7 @@ using Kemffdc::kLocalFile;
 using Kemffdc::kUsage;
 using Kemffdc::Outcome;
 using Kemffdc::Config::Member;
+using Kemffdc::Fleet::Faults;
 using Kemffdc::Fleet::Host;
 using Kemffdc::Fleet::HostsOf;
 using Kemffdc::Fleet::Inventory;
@@ -33,7 +34,9 @@ protected:
     Outcome Read(const std::string& name, const std::string& text) {
         path = folder.Path() + "/" + name;
         std::ofstream(path) << text;
-        return ReadInventory(path, "/home/olga", members, inventory);
+        Faults faults;
+        const Outcome outcome = ReadInventory(path, "/home/olga", members, inventory, faults);
+        return outcome.Ok() ? faults.Told(path) : outcome;
     }
 
     // What is wrong, with "F" for the file's name.
@@ -64,6 +67,8 @@ protected:
     const TempFolder folder;
     const std::vector<Member> members{{"via", false, false, "", CheckVia},
                                       {"port", false, false, "", nullptr},
+                                      {"ca_file", true, false, "trust", nullptr},
+                                      {"fingerprint", false, false, "trust", nullptr},
                                       {"export.uri", false, false, "", nullptr}};
     std::string path;
     Inventory inventory;
@@ -101,7 +106,6 @@ TEST_F(ReadInventoryTest, AllRowsAreCheckedBeforeAnythingStarts) {
     EXPECT_EQ(
         "F:2: via: \"redfihs\" is none of redfish and ipmi.\n"
         "F:4: name: \"bmc3\" stands in line 3 already.\n"
-        "F:5: address: \"bmc3\" is the BMC of \"bmc3\" in line 3.\n"
         "F:6: name: \"bmc[1-\" has a bracket without its partner.\n"
         "F:7: name: \"bmc[1-2]\" is 2 hosts, its address 3.\n"
         "F:8: 5 fields, and 3 columns.\n"
@@ -111,7 +115,7 @@ TEST_F(ReadInventoryTest, AllRowsAreCheckedBeforeAnythingStarts) {
                "bmc1,redfihs,\n"
                "bmc3,,\n"
                "bmc3,,10.0.0.3\n"
-               "bmc5,,bmc3\n"
+               "bmc5,,\n"
                "bmc[1-,,\n"
                "bmc[1-2],,10.0.0.[1-3]\n"
                "a,b,c,d,e\n"
@@ -180,23 +184,72 @@ TEST_F(ReadInventoryTest, WhatIsWrongInGroupsIsNamedWithItsLine) {
     }
 }
 
+TEST_F(ReadInventoryTest, AllGroupsAndHostsAreCheckedBeforeAnythingStarts) {
+    EXPECT_EQ(
+        "F:2: groups.a.via: \"tcp\" is none of redfish and ipmi.\n"
+        "F:3: groups.b.hosts.x.port is empty.\n"
+        "F:4: name: \"y[\" has a bracket without its partner.",
+        WhyNot("fleet.yaml",
+               "groups:\n"
+               "  a: {via: tcp, hosts: w}\n"
+               "  b: {hosts: {x: {port: ''}, z: }}\n"
+               "hosts: ['y[', q]\n"));
+}
+
+TEST_F(ReadInventoryTest, ARivalOfAHostTakesThePlaceOfItsGroups) {
+    EXPECT_EQ("", Read("fleet.yaml",
+                       "defaults: {ca_file: /ca}\n"
+                       "hosts: {a: {fingerprint: AB}, b: }\n")
+                      .reason);
+
+    EXPECT_THAT(Hosts(), ElementsAre("a@a fingerprint=AB", "b@b ca_file=/ca"));
+    EXPECT_THAT(WhyNot("rack.csv", "name,ca_file,fingerprint\nc,/ca,AB\n"),
+                HasSubstr("F:2: The row: of ca_file and fingerprint only one can stand"));
+}
+
+TEST_F(ReadInventoryTest, PathsAreWholeOnesAndTheHomeFolderIsKnown) {
+    EXPECT_EQ("", Read("rack.csv", "name,ca_file\na,~/ca.pem\nb,/ca.pem\n").reason);
+
+    EXPECT_THAT(Hosts(), ElementsAre("a@a ca_file=/home/olga/ca.pem", "b@b ca_file=/ca.pem"));
+    EXPECT_EQ("F:2: ca_file is no absolute path, and does not begin with ~/.",
+              WhyNot("other.csv", "name,ca_file\nc,ca.pem\n"));
+}
+
+TEST_F(ReadInventoryTest, APasswordHasNoPlaceInASpreadsheet) {
+    EXPECT_THAT(WhyNot("rack.csv", "name,BMC password\na,secret7\n"),
+                testing::AllOf(HasSubstr("F:1: column \"BMC password\": a password does not"),
+                               testing::Not(HasSubstr("secret7"))));
+}
+
 TEST_F(ReadInventoryTest, AFileThatIsNotThereIsOne) {
-    const Outcome outcome = ReadInventory(folder.Path() + "/x.yaml", "", members, inventory);
+    Faults faults;
+    const Outcome outcome =
+        ReadInventory(folder.Path() + "/x.yaml", "", members, inventory, faults);
 
     EXPECT_EQ(kLocalFile, outcome.code);
     EXPECT_EQ("The inventory " + folder.Path() + "/x.yaml does not exist.", outcome.reason);
 }
 
+// What is wrong with it.
+std::string WhyNoHosts(const std::string& expression) {
+    Inventory inventory;
+    Faults faults;
+    HostsOf(expression, inventory, faults);
+    return faults.Told("").reason;
+}
+
 TEST(HostsOf, AnExpressionOnTheCommandLineIsAnInventoryToo) {
     Inventory inventory;
+    Faults faults;
 
-    EXPECT_TRUE(HostsOf("bmc[1-2],10.0.0.7", inventory).Ok());
+    HostsOf("bmc[1-2],10.0.0.7", inventory, faults);
 
     std::vector<std::string> names;
     for (const Host& host : inventory.hosts) names.push_back(host.name + "@" + host.address);
     EXPECT_THAT(names, ElementsAre("bmc1@bmc1", "bmc2@bmc2", "10.0.0.7@10.0.0.7"));
-    EXPECT_EQ("--hosts: \"9-1\" counts nothing.", HostsOf("bmc[9-1]", inventory).reason);
-    EXPECT_EQ("--hosts: \"-x\" begins with a dash or a dot.", HostsOf("-x", inventory).reason);
+    EXPECT_TRUE(faults.None());
+    EXPECT_EQ("--hosts: \"9-1\" counts nothing.", WhyNoHosts("bmc[9-1]"));
+    EXPECT_EQ("--hosts: \"-x\" begins with a dash or a dot.", WhyNoHosts("-x"));
 }
 
 }  // namespace
