@@ -252,18 +252,31 @@ Parsed ParseFamily(const std::string& family, const Words& words,
                       family);
 }
 
+Parsed NoHelp(const std::string& topic, const std::string& word, const Words& known) {
+    return UsageError("No help on \"" + topic + "\"; there is some on " + Listed(known) + "." +
+                      DidYouMean(word, known));
+}
+
+// `topics` begin with "fleet".
+Parsed AnswerFamilyHelp(const Words& topics) {
+    const std::string& family = topics.front();
+    if (topics.size() == 1) return Answer(FamilyHelp(family));
+    const std::string name = family + " " + topics[1];
+    const CommandEntry* command = FindCommand(name);
+    return command == nullptr ? NoHelp(name, topics[1], CommandNames(family))
+                              : Answer(LongHelp(*command));
+}
+
 Parsed AnswerHelp(const Words& topics) {
     if (topics.empty()) return Answer(Help());
-    if (IsFamily(topics.front()) && topics.size() == 1) return Answer(FamilyHelp(topics.front()));
-    const CommandEntry* command =
-        FindCommand(IsFamily(topics.front()) ? topics[0] + " " + topics[1] : topics.front());
+    if (IsFamily(topics.front())) return AnswerFamilyHelp(topics);
+    const CommandEntry* command = FindCommand(topics.front());
     if (command != nullptr) return Answer(LongHelp(*command));
     const std::string text = HelpOnTopic(topics.front());
     if (!text.empty()) return Answer(text);
     Words known = CommandNames();
     for (const std::string& topic : HelpTopics()) known.push_back(topic);
-    return UsageError("No help on \"" + topics.front() + "\"; there is some on " + Listed(known) +
-                      "." + DidYouMean(topics.front(), known));
+    return NoHelp(topics.front(), topics.front(), known);
 }
 
 Parsed Parse(const Words& words, const Surroundings& surroundings) {

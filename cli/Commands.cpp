@@ -90,6 +90,20 @@ OptionGroups OfInventory() {
     return {&Fleet::SelectionOptions(), &StateOptions(), &ResultOptions()};
 }
 
+// --via, then what channels share, then what each has alone.
+OptionGroups GroupsOfChannels() {
+    OptionGroups all{&ViaOptions()};
+    for (const bool shared : {true, false}) {
+        for (const Channel* channel : Channels()) {
+            for (const OptionGroup* group : channel->options()) {
+                const bool isNew = std::find(all.begin(), all.end(), group) == all.end();
+                if (isNew && (TakersOf(*group).size() > 1) == shared) all.push_back(group);
+            }
+        }
+    }
+    return all;
+}
+
 OptionGroups OnBmc() { return {&RunOptions(), &StateOptions(), &ResultOptions()}; }
 
 bool IsHostByte(char c) {
@@ -174,23 +188,11 @@ OptionGroups OwnGroups(const CommandEntry& command) {
 OptionGroups AllGroups(const CommandEntry& command) {
     OptionGroups groups = command.options();
     if (command.on == CommandEntry::On::kRecord) return groups;
+    static const OptionGroups ofChannels = GroupsOfChannels();
     const bool fleet = command.on == CommandEntry::On::kFleet;
-    OptionGroups all = fleet ? groups : OptionGroups();
-    all.push_back(&ViaOptions());
-    for (const bool shared : {true, false}) {
-        for (const Channel* channel : Channels()) {
-            for (const OptionGroup* group : channel->options()) {
-                const bool isNew = std::find(all.begin(), all.end(), group) == all.end();
-                if (isNew && (TakersOf(*group).size() > 1) == shared) all.push_back(group);
-            }
-        }
-    }
-    if (fleet) {
-        all.push_back(&RunOptions());
-    } else {
-        all.insert(all.end(), groups.begin(), groups.end());
-    }
-    return all;
+    groups.insert(fleet ? groups.end() : groups.begin(), ofChannels.begin(), ofChannels.end());
+    if (fleet) groups.push_back(&RunOptions());
+    return groups;
 }
 
 bool TakesOption(const CommandEntry& command, const Option& option) {

@@ -50,7 +50,8 @@ public:
           m_line(line),
           m_sources(sources),
           m_options(options),
-          m_groups(command.on == On::kFleet ? OwnGroups(command) : AllGroups(command)) {}
+          m_groups(command.on == On::kFleet ? OwnGroups(command) : AllGroups(command)),
+          m_fitting(OwnGroups(command)) {}
 
     // The order is that of an operator's reading: first what cannot stand there at all.
     Outcome Settle() {
@@ -115,6 +116,8 @@ private:
         m_channel = via.empty() ? DefaultChannel() : FindChannel(via);
         if (m_channel == nullptr) return Usage("--via" + NoneOf(via, ChannelNames()));
         m_options.via = m_channel->name;
+        const OptionGroups groups = m_channel->options();
+        m_fitting.insert(m_fitting.end(), groups.begin(), groups.end());
         return {};
     }
 
@@ -133,10 +136,7 @@ private:
         return {};
     }
 
-    bool Fits(const std::string& name) const {
-        return Holds(OwnGroups(m_command), name) ||
-               (m_channel != nullptr && Holds(m_channel->options(), name));
-    }
+    bool Fits(const std::string& name) const { return Holds(m_fitting, name); }
 
     Outcome CheckArgument() const {
         const std::string name = m_command.argument;
@@ -246,7 +246,8 @@ private:
     const Line& m_line;
     const Sources& m_sources;
     Options& m_options;
-    const OptionGroups m_groups;
+    const OptionGroups m_groups;         // whose options are settled
+    OptionGroups m_fitting;              // of these the command's own, then the channel's too
     std::vector<FileValues> m_files;     // what counts more first
     const Channel* m_channel = nullptr;  // null until it is found, and where the command has none
 };

@@ -23,7 +23,7 @@ using Fleet::Plan;
 using Fleet::PlannedHost;
 
 constexpr std::size_t kColumns = 80;
-constexpr std::size_t kLongLine = 1000;
+constexpr std::size_t kPlaceGrows = 16;
 constexpr std::size_t kWidest = 32;  // of a column of names
 
 // The names of the hosts in each group, and those in none behind "".
@@ -136,11 +136,18 @@ std::vector<Alike> AlikeOnes(const Plan& plan) {
     return all;
 }
 
+// "rack.csv:[2-41]", or the first one and how many follow.
+std::string Folded(const std::vector<std::string>& places) {
+    const std::string folded = Fleet::FoldHosts(places);
+    if (folded.size() <= places.front().size() + kPlaceGrows) return folded;
+    return places.front() + " and " + std::to_string(places.size() - 1) + " more";
+}
+
 void WriteAlike(Alike& alike, std::ostream& out) {
     out << "\n" << Wrapped(Fleet::FoldHosts(alike.names), 0) << "\n";
     if (alike.held.empty()) out << "  (nothing is set)\n";
     for (std::size_t i = 0; i < alike.held.size(); ++i) {
-        alike.held[i].setting.place = Clean(Fleet::FoldHosts(alike.places[i]), kLongLine);
+        alike.held[i].setting.place = Folded(alike.places[i]);
     }
     WriteSettings(alike.held, out);
     WriteIgnored(alike.held, out);
