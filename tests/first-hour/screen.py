@@ -1,9 +1,10 @@
 # SPDX-License-Identifier: Apache-2.0
-"""A terminal of 80x24 with a shell on it, and what a person in front of it sees."""
+"""A terminal with a shell on it, and what a person in front of it sees."""
 
 import codecs
 import fcntl
 import os
+import pathlib
 import pty
 import re
 import select
@@ -43,18 +44,18 @@ class _Screen(pyte.HistoryScreen):
     def linefeed(self):
         if self._in_text:
             # Beyond the last column: it goes with the line wherever that goes, and is never shown.
-            self.buffer[self.cursor.y][COLUMNS] = self.cursor.attrs
+            self.buffer[self.cursor.y][self.columns] = self.cursor.attrs
         super().linefeed()
 
 
 class Terminal:
     """A shell with nobody's settings. Ended with stop()."""
 
-    def __init__(self, folder, environment, slowness=1.0):
+    def __init__(self, folder, environment, slowness=1.0, columns=COLUMNS, lines=LINES):
         settings = folder / "shellrc"
         settings.write_text(_SHELL, encoding="ascii")
         self._slowness = slowness
-        self._screen = _Screen(COLUMNS, LINES, history=_REMEMBERED)
+        self._screen = _Screen(columns, lines, history=_REMEMBERED)
         self._stream = pyte.Stream(self._screen)
         self._decoder = codecs.getincrementaldecoder("utf-8")("replace")
         self._prompts = 0
@@ -62,8 +63,8 @@ class Terminal:
         if self._shell == 0:
             os.chdir(folder / "home")
             os.execve("/bin/bash", ["bash", "--noprofile", "--rcfile", str(settings), "-i"],
-                      {**environment, "TERM": "xterm", "COLUMNS": str(COLUMNS), "LINES": str(LINES)})
-        _set_size(self._descriptor)
+                      {"TERM": "xterm", **environment, "COLUMNS": str(columns), "LINES": str(lines)})
+        _set_size(self._descriptor, columns, lines)
         self.wait_for_prompt(20)
 
     def lines(self):
@@ -71,16 +72,22 @@ class Terminal:
 
         A line that the terminal broke is one.
         """
+        columns = self._screen.columns
         rows = [*self._screen.history.top, *(self._screen.buffer[y] for y in range(self._screen.cursor.y + 1))]
         lines, is_continued = [], False
         for row in rows:
-            text = "".join(row[x].data for x in range(COLUMNS))
+            text = "".join(row[x].data for x in range(columns))
             if is_continued:
                 lines[-1] += text
             else:
                 lines.append(text)
-            is_continued = COLUMNS in row
+            is_continued = columns in row
         return [line.rstrip() for line in lines]
+
+    def resize(self, columns, lines):
+        """The window is drawn to another size."""
+        self._screen.resize(lines, columns)
+        _set_size(self._descriptor, columns, lines)
 
     def type(self, text):
         os.write(self._descriptor, text.encode())
@@ -88,18 +95,19 @@ class Terminal:
     def wait_for_prompt(self, seconds):
         """Until the shell waits for the next command."""
         wanted = str(self._prompts + 1)
-        self._read_until(lambda: self._screen.title == wanted, seconds, "the shell's prompt")
+        self.wait_until(lambda: self._screen.title == wanted, seconds, "the shell's prompt")
         self._prompts += 1
 
     def wait_for_question(self, text, seconds):
         """Until the cursor stands behind the text, which is all of its line."""
-        self._read_until(lambda: self.lines()[-1] == text, seconds, repr(text))
+        self.wait_until(lambda: self.lines()[-1] == text, seconds, repr(text))
 
     def wait_for(self, text, seconds, begin):
         """Until the text stands on the screen, in a line from number `begin` on."""
-        self._read_until(lambda: text in "\n".join(self.lines()[begin:]), seconds, repr(text))
+        self.wait_until(lambda: text in "\n".join(self.lines()[begin:]), seconds, repr(text))
 
-    def _read_until(self, seen, seconds, what):
+    def wait_until(self, seen, seconds, what):
+        """Until the function `seen` says so."""
         end = time.monotonic() + seconds * self._slowness
         while not seen():
             left = end - time.monotonic()
@@ -117,6 +125,15 @@ class Terminal:
         self._stream.feed(re.sub(r"\x1b\[[<=>][0-9;]*[a-zA-Z]", "", self._decoder.decode(data)))
         return bool(data)
 
+    def shows_cursor(self):
+        return not self._screen.cursor.hidden
+
+    def kill(self):
+        """What the shell runs, so that it cannot do anything about it."""
+        children = pathlib.Path(f"/proc/{self._shell}/task/{self._shell}/children")
+        for child in children.read_text(encoding="ascii").split():
+            os.kill(int(child), signal.SIGKILL)
+
     def stop(self):
         """Ends the shell and what it runs."""
         os.close(self._descriptor)
@@ -124,5 +141,5 @@ class Terminal:
         os.waitpid(self._shell, 0)
 
 
-def _set_size(descriptor):
-    fcntl.ioctl(descriptor, termios.TIOCSWINSZ, struct.pack("HHHH", LINES, COLUMNS, 0, 0))
+def _set_size(descriptor, columns, lines):
+    fcntl.ioctl(descriptor, termios.TIOCSWINSZ, struct.pack("HHHH", lines, columns, 0, 0))
