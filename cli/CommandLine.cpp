@@ -12,7 +12,6 @@
 #include "cli/Help.h"
 #include "cli/Nearest.h"
 #include "cli/SettleFleet.h"
-#include "cli/Utc.h"
 #include "cli/report/Json.h"
 #include "cli/terminal/Text.h"
 

@@ -10,6 +10,7 @@
 #include "cli/Run.h"
 #include "cli/commands/Config.h"
 #include "cli/commands/FleetHosts.h"
+#include "cli/commands/FleetStatus.h"
 #include "cli/commands/History.h"
 #include "cli/commands/Resume.h"
 #include "cli/commands/Show.h"
@@ -86,6 +87,14 @@ constexpr char kFleetHostsExamples[] =
     "  kemffdc fleet hosts --hosts '10.0.[1-4].[1-8]' --shard 2/4 --via ipmi\n"
     "      A quarter of 32 addresses, without a file.\n";
 
+constexpr char kFleetStatusExamples[] =
+    "  kemffdc fleet status\n"
+    "      Where the newest fleet run is; also after it, and after it was killed.\n"
+    "  kemffdc fleet status 12 --watch\n"
+    "      Run 12 as it works, until it ends.\n";
+
+OptionGroups InJournal() { return {&WatchOptions(), &StateOptions(), &ResultOptions()}; }
+
 OptionGroups OfInventory() {
     return {&Fleet::SelectionOptions(), &StateOptions(), &ResultOptions()};
 }
@@ -153,6 +162,9 @@ const std::vector<CommandEntry>& Commands() {
         {Command::kFleetHosts, "fleet hosts", "Show the BMCs of an inventory and their settings",
          "FILE", Argument::kOptional, Fleet::TakeInventory, On::kFleet, Use::kGather, OfInventory,
          ShowFleetHosts, kFleetHostsExamples},
+        {Command::kFleetStatus, "fleet status", "Show where a fleet run is, or what became of it",
+         "RUN", Argument::kOptional, TakeSubject, On::kRecord, Use::kReach, InJournal,
+         ShowFleetStatus, kFleetStatusExamples},
     };
     return commands;
 }

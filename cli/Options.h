@@ -23,6 +23,7 @@ enum class Command {
     kVerify,
     kResume,
     kFleetHosts,
+    kFleetStatus,
 };
 
 // Who has said what holds. The higher one counts.

@@ -37,13 +37,6 @@ std::optional<History::FleetRunRow> Find(const std::string& subject,
 
 }  // namespace
 
-std::string TakeFleetRun(const std::string& text, Options& options) {
-    if (text.empty()) return " is empty.";
-    if (HasControl(text)) return " holds control bytes.";
-    options.subject = text;
-    return "";
-}
-
 Outcome FindFleetRun(const Options& options, const History::FleetJournal& journal,
                      History::FleetRunRow& run) {
     const std::optional<History::FleetRunRow> found = Find(options.subject, journal);

@@ -10,12 +10,8 @@
 
 namespace Kemffdc {
 
-// `take` of commands whose argument is a fleet run, into options.subject: its number in the history
-// or its folder.
-std::string TakeFleetRun(const std::string& text, Options& options);
-
-// The fleet run that options.subject stands for; the newest one where it is empty. kLocalFile where
-// there is none. Throws StoreError.
+// The fleet run that options.subject stands for, its number in the history or its folder; the
+// newest one where it is empty. kLocalFile where there is none. Throws StoreError.
 Outcome FindFleetRun(const Options& options, const History::FleetJournal& journal,
                      History::FleetRunRow& run);
 

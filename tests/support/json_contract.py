@@ -77,7 +77,8 @@ def check_output(arguments, code, out):
         event = check(line, "fleet_event" if arguments[:1] == ["fleet"] else "event")
         assert event["number"] == number, line
     result = check(lines[-1], kind_of(lines[-1]))
-    assert result.get("exit_code", code) == code, out
+    # A run that somebody else looks at has its own exit code.
+    assert arguments[:2] == ["fleet", "status"] or result.get("exit_code", code) == code, out
 
 
 def check_records(folder):

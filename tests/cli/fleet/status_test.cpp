@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "cli/commands/FleetRecorded.h"
 #include "cli/history/FleetJournal.h"
 #include "support/TempFolder.h"
 
@@ -17,7 +16,6 @@ namespace {
 using Kemffdc::Options;
 using Kemffdc::Part;
 using Kemffdc::ShowFleetStatus;
-using Kemffdc::TakeFleetRun;
 using Kemffdc::History::FleetHostRow;
 using Kemffdc::History::FleetJournal;
 using Kemffdc::History::FleetRunRow;
@@ -123,15 +121,6 @@ TEST_F(FleetStatus, WatchingSaysThatTheRunWasKilled) {
     EXPECT_THAT(told.out, HasSubstr("kemffdc fleet resume 1"));
     EXPECT_EQ(told.err,
               "kemffdc: Nobody works on this run any more: it was killed. [exit code 8]\n");
-}
-
-TEST(TakeFleetRun, TakesANumberOrAFolder) {
-    Options options;
-    EXPECT_EQ(TakeFleetRun("12", options), "");
-    EXPECT_EQ(options.subject, "12");
-    EXPECT_EQ(TakeFleetRun("/srv/ffdc/run", options), "");
-    EXPECT_EQ(TakeFleetRun("", options), " is empty.");
-    EXPECT_EQ(TakeFleetRun("\x1b", options), " holds control bytes.");
 }
 
 }  // namespace
