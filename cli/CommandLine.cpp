@@ -295,6 +295,8 @@ Parsed Parse(const Words& words, const Surroundings& surroundings) {
 
 }  // namespace
 
+Parsed FaultOf(const Outcome& outcome) { return Fault(outcome, ""); }
+
 Parsed ParseOptions(int argc, const char* const* argv, const Surroundings& surroundings) {
     const Words words(argv + 1, argv + std::max(argc, 1));
     Parsed parsed = Parse(words, surroundings);

@@ -22,6 +22,9 @@ struct Parsed {
 // network library.
 Parsed ParseOptions(int argc, const char* const* argv, const Surroundings& surroundings = {});
 
+// How a run ends that cannot begin: the text, and the object for standard output.
+Parsed FaultOf(const Outcome& outcome);
+
 }  // namespace Kemffdc
 
 #endif

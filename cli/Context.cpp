@@ -14,6 +14,19 @@ std::string Context::NameFor(const std::string& bmcPath) const {
                         UtcForNames(std::time(nullptr)), bmcPath});
 }
 
+Outcome Context::AwaitTurn() {
+    if (turns != nullptr) {
+        report.Reach(Milestone::kWaiting);
+        report.WantTurn();
+        interrupt.HoldDeadline();
+        turns->Wait([this] { return interrupt.Raised(); });
+        interrupt.ReleaseDeadline();
+    }
+    if (interrupt.Raised()) return Failure(kInterrupted, "Interrupted.");
+    report.Reach(Milestone::kTransferring);
+    return {};
+}
+
 void Context::Examine(DeliveredFile& file) {
     const std::optional<Archives::Reading> reading = arrivals.Reading(file.path);
     if (!reading) return;

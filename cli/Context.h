@@ -12,6 +12,7 @@
 #include "cli/Farewell.h"
 #include "cli/Limits.h"
 #include "cli/Options.h"
+#include "cli/TurnGate.h"
 #include "cli/history/Recorder.h"
 #include "cli/http/Trust.h"
 #include "cli/report/Report.h"
@@ -36,6 +37,11 @@ struct Context {
     History::Recorder& recorder;
     std::atomic<bool>& bmcGathers;  // a run that ends now leaves the BMC at work
     Farewell& farewell;             // paid at the latest when the process ends
+    TurnGate* turns;                // null: downloads take no turns
+
+    // Before the BMC is asked for an archive: blocks until it is this run's turn, and from then on
+    // it transfers; or until the run is to stop.
+    Outcome AwaitTurn();
 
     // Announces a step to progress and report.
     void Begin(const std::string& step) {

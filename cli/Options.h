@@ -83,12 +83,24 @@ private:
     std::map<std::type_index, std::any> m_parts;
 };
 
+// Of which fleet run a run is an attempt, and what earlier ones have left.
+struct FleetAttempt {
+    std::int64_t fleet = 0;
+    int number = 0;  // of the host in it, from 1
+
+    std::string archive;  // path of one that has been brought already; empty: none, as the next two
+    std::uint64_t size = 0;
+    std::string sha256;
+    std::string note;  // for the report; empty: there is nothing to say
+};
+
 // What the operator asked for. Holds no password: only where passwords come from.
 struct Options {
     Command command = Command::kCollect;
     std::int64_t resumes = 0;  // resume: number of the run, in the history
-    std::string via;           // name of a channel (Channels.h)
-    std::string host;          // name or address, IPv6 without brackets; empty: this machine's BMC
+    std::optional<FleetAttempt> attempt;
+    std::string via;   // name of a channel (Channels.h)
+    std::string host;  // name or address, IPv6 without brackets; empty: this machine's BMC
     bool ipv6 = false;
     std::uint16_t port = 0;
     std::string user = "admin";

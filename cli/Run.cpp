@@ -15,6 +15,7 @@
 #include <optional>
 #include <ostream>
 #include <set>
+#include <utility>
 
 #include "IpmiSessions.h"
 #include "LogSink.h"
@@ -91,6 +92,10 @@ History::RunRow RowOf(const Options& options, const RunRecord& record) {
     run.command = record.command;
     run.continues = options.resumes;
     run.toolVersion = KEMFFDC_VERSION;
+    if (options.attempt) {
+        run.fleet = options.attempt->fleet;
+        run.fleetNumber = options.attempt->number;
+    }
     run.channel = record.channel;
     run.host = record.host;
     run.port = record.port;
@@ -127,16 +132,22 @@ private:
 // One run, from the first signal that could interrupt it to its report.
 class Conductor {
 public:
-    Conductor(const Options& options, std::ostream& out, std::ostream& err, bool live)
+    // `given`: null: the options say where passwords come from.
+    Conductor(const Options& options, std::optional<GivenPasswords> given, TurnGate* turns,
+              std::ostream& out, std::ostream& err, bool live)
         : m_options(options),
           m_channel(*FindChannel(options.via)),
+          m_turns(turns),
           m_out(out),
           m_err(err),
+          m_given(std::move(given)),
           m_report(options),
           m_limits(options.maxSize, options.keepFree),
           m_interrupt(std::chrono::seconds(options.deadline),
                       {[this] { TellStopped(); }, [this] { CleanUp(); }}),
-          m_events(options.events ? std::make_unique<Events>(STDOUT_FILENO) : nullptr),
+          m_events(options.events
+                       ? std::make_unique<Events>(STDOUT_FILENO, m_options.attempt.has_value())
+                       : nullptr),
           m_arrivals([this] { return m_interrupt.Raised(); }),
           m_progress(err, live, TerminalColumns, m_events.get()),
           m_trustTeller(m_report, m_progress),
@@ -168,7 +179,7 @@ private:
     Outcome Work() {
         // Who is to be refused shall not be asked for a password, and who waits is asked before.
         Outcome outcome = m_options.wait ? Outcome{} : LockBmc();
-        if (outcome.Ok()) outcome = ReadPasswords(m_options, m_password, m_exportPassword);
+        if (outcome.Ok()) outcome = TakePasswords();
         if (outcome.Ok() && m_options.wait) outcome = LockBmc();
         if (!outcome.Ok()) return outcome;
         // A BMC may send back what it was sent.
@@ -176,17 +187,21 @@ private:
         Varnex::HideInLog(m_exportPassword.Reveal(), m_options.exportUser);
 
         const bool checks = m_options.command == Command::kCheck;
-        if (!checks) BeginHistory();
+        if (!checks || m_options.attempt) BeginHistory();
         m_report.Begin();
+        if (m_options.attempt && !m_options.attempt->note.empty()) {
+            m_report.AddNote(m_options.attempt->note);
+        }
 
         const bool downloads =
             m_options.exportUri.empty() && Holds(m_channel.options(), "--output");
         if (downloads) outcome = PrepareFolder();
         if (!outcome.Ok() && !checks) return outcome;
+        if (m_options.attempt && FindDelivered(*m_options.attempt)) return {};
 
         Context context{m_options,  m_trust,      m_password,  m_exportPassword, m_progress,
                         m_report,   m_folder,     m_interrupt, m_limits,         m_arrivals,
-                        m_recorder, m_bmcGathers, m_farewell};
+                        m_recorder, m_bmcGathers, m_farewell,  m_turns};
         if (m_options.command == Command::kResume) return m_channel.resume(context);
         if (!checks) return NameOthers(m_channel.collect(context));
         const Outcome checked = NameOthers(m_channel.check(context));
@@ -201,6 +216,29 @@ private:
         const std::string others = Auto::OthersThatAnswer(m_channel, m_options);
         if (!others.empty()) outcome.reason += " But there " + others + " Take it with --via.";
         return outcome;
+    }
+
+    Outcome TakePasswords() {
+        if (!m_given) return ReadPasswords(m_options, m_password, m_exportPassword);
+        m_password = std::move(m_given->password);
+        m_exportPassword = std::move(m_given->exportPassword);
+        const bool missing = m_options.needsPassword && m_password.Empty();
+        return missing ? Failure(kUsage, Cause::kNoPassword, "There is no password.") : Outcome{};
+    }
+
+    // What an earlier attempt has brought, and had no time to tell.
+    bool FindDelivered(const FleetAttempt& attempt) {
+        if (attempt.archive.empty()) return false;
+        m_report.BeginStep("verify");
+        Delivery delivery;
+        delivery.path = attempt.archive;
+        const Outcome outcome = Measure(
+            delivery.path, [this] { return m_interrupt.Raised(); }, delivery.size, delivery.sha256);
+        const bool same =
+            outcome.Ok() && delivery.size == attempt.size && delivery.sha256 == attempt.sha256;
+        m_report.EndStep(same ? 0 : 1, same ? "an earlier attempt has brought it" : outcome.reason);
+        if (same) m_report.SetDelivery(delivery);
+        return same;
     }
 
     // check gathers nothing: it may run at any time.
@@ -291,7 +329,7 @@ private:
         // Disk and size are the limits of what may lie here.
         const bool room = outcome.code != kLocalFile && outcome.cause != Cause::kTooLarge;
         if (!CanGoOn(outcome.code) || !room) m_folder.KeepParts(false);
-        if (CanGoOn(outcome.code)) {
+        if (CanGoOn(outcome.code) && !m_options.attempt) {
             outcome.reason += " This run can be continued: kemffdc resume " +
                               std::to_string(m_recorder.Number()) + StateOption();
         }
@@ -338,17 +376,26 @@ private:
     void Keep(const RunRecord& record) {
         m_recorder.End(record);
         Note(m_recorder.TakeTrouble());
-        if (record.delivery.path.empty()) return;
+        if (record.delivery.path.empty() || HasRecord(record.delivery.path)) return;
         Note(m_folder.DeliverRecord(record.delivery.path, JsonText(RunObject(record)) + "\n")
                  .reason);
     }
 
+    // Of what an earlier attempt has delivered.
+    bool HasRecord(const std::string& path) const {
+        std::error_code ignored;
+        return m_options.attempt && m_options.attempt->archive == path &&
+               std::filesystem::exists(RecordPath(path), ignored);
+    }
+
     const Options& m_options;
     const Channel& m_channel;
+    TurnGate* const m_turns;
     const std::string m_stateFolder = History::StateFolder(m_options.stateDir);
     std::ostream& m_out;
     std::ostream& m_err;
     // Before the secrets' users, and destroyed after them.
+    std::optional<GivenPasswords> m_given;
     Secret m_password;
     Secret m_exportPassword;
     Report m_report;
@@ -367,16 +414,27 @@ private:
     const Trust m_trust = m_judge.AsTrust();
 };
 
-}  // namespace
-
-int Run(const Options& options, std::ostream& out, std::ostream& err) {
+int Conduct(const Options& options, std::optional<GivenPasswords> given, TurnGate* turns,
+            std::ostream& out, std::ostream& err) {
     AnnounceCaFile(options.caFile);
     if (options.noProxy) ForgetProxies();
     bool logOnTerminal = false;
     Outcome setUp = SetUpLog(options, logOnTerminal);
-    Conductor conductor(options, out, err, options.liveProgress && !logOnTerminal);
+    Conductor conductor(options, std::move(given), turns, out, err,
+                        options.liveProgress && !logOnTerminal);
     curl_global_init(CURL_GLOBAL_DEFAULT);
     return conductor.Conduct(setUp);
+}
+
+}  // namespace
+
+int Run(const Options& options, std::ostream& out, std::ostream& err) {
+    return Conduct(options, std::nullopt, nullptr, out, err);
+}
+
+int RunAttempt(const Options& options, GivenPasswords passwords, TurnGate* turns, std::ostream& out,
+               std::ostream& err) {
+    return Conduct(options, std::move(passwords), turns, out, err);
 }
 
 }  // namespace Kemffdc

@@ -5,6 +5,8 @@
 #include <iosfwd>
 
 #include "cli/Options.h"
+#include "cli/TurnGate.h"
+#include "cli/terminal/Secret.h"
 
 namespace Kemffdc {
 
@@ -15,6 +17,17 @@ namespace Kemffdc {
 // passwords, and with noProxy those that name proxies, are removed from its environment; the
 // library's log is set up.
 int Run(const Options& options, std::ostream& out, std::ostream& err);
+
+// Passwords that are there already; empty: none.
+struct GivenPasswords {
+    Secret password;        // of options.user, on the BMC
+    Secret exportPassword;  // of options.exportUser, on the file store
+};
+
+// The same as an attempt of a fleet run (options.attempt), where nobody is asked for a password.
+// `turns`: what a download waits for; null: for nothing. It outlives the call.
+int RunAttempt(const Options& options, GivenPasswords passwords, TurnGate* turns, std::ostream& out,
+               std::ostream& err);
 
 }  // namespace Kemffdc
 

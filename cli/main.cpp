@@ -12,6 +12,7 @@
 #include "cli/CommandLine.h"
 #include "cli/Commands.h"
 #include "cli/ExitCodes.h"
+#include "cli/Worker.h"
 
 namespace {
 
@@ -41,6 +42,12 @@ bool IsLiveTerminal() {
            std::strcmp(kind, "dumb") != 0;
 }
 
+void PrepareProcess() {
+    (void)std::signal(SIGPIPE, SIG_IGN);
+    (void)std::signal(SIGXFSZ, SIG_IGN);  // a file that grows too large is an error like others
+    ForbidCoreDumps();
+}
+
 // What could not be written was not said: the caller has to know.
 int Ended(int code) {
     std::cout.flush();
@@ -53,15 +60,17 @@ int Ended(int code) {
 
 int main(int argc, char** argv) {
     HoldStandardStreams();
+    if (argc == 2 && std::strcmp(argv[1], "fleet-worker") == 0) {
+        PrepareProcess();
+        return Ended(Kemffdc::RunWorker());
+    }
     Kemffdc::Parsed parsed = Kemffdc::ParseOptions(argc, argv, Kemffdc::SurroundingsOfProcess());
     if (!parsed.options) {
         std::cout << parsed.out;
         std::cerr << parsed.err;
         return Ended(parsed.exitCode);
     }
-    (void)std::signal(SIGPIPE, SIG_IGN);
-    (void)std::signal(SIGXFSZ, SIG_IGN);  // a file that grows too large is an error like others
-    ForbidCoreDumps();
+    PrepareProcess();
     parsed.options->liveProgress = IsLiveTerminal();
     const auto& command = Kemffdc::EntryOf(parsed.options->command);
     return Ended(command.run(*parsed.options, std::cout, std::cerr));

@@ -60,7 +60,7 @@ private:
         Context chosen{candidate.options, m_run.trust,    m_run.password, m_run.exportPassword,
                        m_run.progress,    m_run.report,   m_run.folder,   m_run.interrupt,
                        m_run.limits,      m_run.arrivals, m_run.recorder, m_run.bmcGathers,
-                       m_run.farewell};
+                       m_run.farewell,    m_run.turns};
         const Outcome outcome = (candidate.channel->*work)(chosen);
         Note(candidate, outcome, std::chrono::duration<double>(Clock::now() - begin).count(),
              m_run.report.Now().operation);

@@ -148,7 +148,10 @@ std::string ObjectProgress(const RunEvents& events) {
 
 Listener::Listener(Progress& progress, Report& report, std::atomic<bool>& bmcGathers,
                    std::function<void()> beforeRequest)
-    : m_progress(progress), m_bmcGathers(bmcGathers), m_beforeRequest(std::move(beforeRequest)) {
+    : m_progress(progress),
+      m_report(report),
+      m_bmcGathers(bmcGathers),
+      m_beforeRequest(std::move(beforeRequest)) {
     report.SetPart(m_list);
     Varnex::AddLogSink(this);
 }
@@ -166,6 +169,7 @@ void Listener::Receive(const Varnex::LogRecord& record) {
         const bool changed = m_tracker.Take(*event, std::chrono::steady_clock::now());
         const std::vector<ExportedObject>& objects = m_tracker.Events().objects;
         m_bmcGathers = !objects.empty() && objects.back().state == ExportedObject::State::kRunning;
+        if (m_bmcGathers) m_report.Reach(Milestone::kGathering);
         // The object before it has ended well.
         if (m_tracker.Events().objects.size() > before && before > 0) {
             m_list->Set(before - 1, m_tracker.Events().objects[before - 1]);

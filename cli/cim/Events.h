@@ -105,6 +105,7 @@ private:
     void Show(const Event& event, bool changed);
 
     Progress& m_progress;
+    Report& m_report;
     const std::shared_ptr<ObjectList> m_list = std::make_shared<ObjectList>();
     std::atomic<bool>& m_bmcGathers;
     const std::function<void()> m_beforeRequest;

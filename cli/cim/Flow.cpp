@@ -47,6 +47,7 @@ public:
         Outcome outcome = Look(look);
         if (outcome.Ok()) outcome = m_guard.Check();
         if (outcome.Ok()) outcome = Connect();
+        if (outcome.Ok()) m_run.report.Reach(Milestone::kReached);
         return outcome;
     }
 
@@ -54,6 +55,7 @@ public:
     Outcome Limited() const { return m_limit.empty() ? Outcome{} : Failure(kLimited, m_limit); }
 
     Outcome Export() {
+        m_run.report.Reach(Milestone::kExporting);
         m_run.Begin("export");
         m_run.progress.Say("The BMC itself uploads its archives to " +
                            Clean(m_run.options.exportUri) + "; none comes to this machine.");

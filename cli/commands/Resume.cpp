@@ -41,7 +41,7 @@ Outcome CannotGoOn(const Store& store, const RunRow& run) {
     }
     if (run.exitCode == kDone) return Usage(name + " has ended well.");
     if (store.IsLive(run.id)) return Usage(name + " is still at work.");
-    if (run.task.empty()) {
+    if (run.task.empty() && store.AskedAt(run.id).empty()) {
         return Usage(name +
                      " has started no task on the BMC: there is nothing to go on with. Use "
                      "kemffdc collect.");

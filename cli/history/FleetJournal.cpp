@@ -103,16 +103,17 @@ bool IsNews(SQLite::Database& connection, Id fleet, int number, HostState state,
 
 void AddState(SQLite::Database& connection, Id fleet, int number, HostState state,
               const std::string& detail) {
-    if (!IsNews(connection, fleet, number, state, detail)) return;
     const double now = Now();
-    SQLite::Statement insert(connection,
-                             "INSERT INTO fleet_states (fleet, number, at, state, detail) VALUES "
-                             "(?, ?, ?, ?, ?)");
-    Values(insert).Number(fleet).Number(number).Seconds(now).Word(NameOf(state)).Text(detail);
-    insert.exec();
+    if (IsNews(connection, fleet, number, state, detail)) {
+        SQLite::Statement insert(connection,
+                                 "INSERT INTO fleet_states (fleet, number, at, state, detail) "
+                                 "VALUES (?, ?, ?, ?, ?)");
+        Values(insert).Number(fleet).Number(number).Seconds(now).Word(NameOf(state)).Text(detail);
+        insert.exec();
+    }
     SQLite::Statement update(connection,
-                             "UPDATE fleet_hosts SET state = ?, changed_at = ? WHERE fleet = ? AND "
-                             "number = ?");
+                             "UPDATE fleet_hosts SET state = ?1, changed_at = ?2 WHERE fleet = ?3 "
+                             "AND number = ?4 AND state <> ?1");
     Values(update).Word(NameOf(state)).Seconds(now).Number(fleet).Number(number);
     update.exec();
 }

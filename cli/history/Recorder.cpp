@@ -37,6 +37,9 @@ void Recorder::Begin(const std::string& stateFolder, const RunRow& run) {
         try {
             m_store = std::make_unique<Store>(stateFolder, &m_hurry);
             m_run = m_store->BeginRun(run);
+            m_fleet = run.fleet;
+            m_fleetNumber = run.fleetNumber;
+            if (m_fleet != 0) m_journal = std::make_unique<FleetJournal>(*m_store);
         } catch (const std::exception& failure) {
             m_broken = true;
             m_trouble = failure.what();
@@ -64,10 +67,20 @@ void Recorder::End(const RunRecord& record) {
     try {
         // Also after trouble, which may be over: how a run ended is worth another try.
         m_store->EndRun(m_run, record.outcome.code, OutcomeName(record), record.outcome.reason);
+        EndInFleet(record);
     } catch (const std::exception& failure) {
         if (!m_broken) m_trouble = failure.what();
         m_broken = true;
     }
+}
+
+void Recorder::EndInFleet(const RunRecord& record) {
+    if (!m_journal) return;
+    const Outcome& outcome = record.outcome;
+    const bool stopped = outcome.code == kInterrupted;
+    const HostState end = stopped ? HostState::kStopped : HostState::kFailed;
+    m_journal->EndHost(m_fleet, m_fleetNumber, outcome.Ok() ? HostState::kDone : end, outcome.code,
+                       OutcomeName(record), outcome.reason);
 }
 
 std::string Recorder::TakeTrouble() {
@@ -96,7 +109,11 @@ void Recorder::FactsChanged(const BmcFacts& facts) {
 }
 
 void Recorder::TaskChanged(const Task& task) {
-    Write([&] { m_store->SetTask(m_run, task.uri, task.state); });
+    Write([&] {
+        if (task.uri == m_task.uri && task.state == m_task.state) return;
+        m_store->SetTask(m_run, task.uri, task.state);
+        m_task = task;
+    });
 }
 
 void Recorder::SetBmcPath(const std::string& path) {
@@ -142,7 +159,23 @@ void Recorder::Ended(const std::string& localPath, const std::error_code& error)
 void Recorder::DeliveryChanged(const Delivery& delivery) {
     Write([&] {
         for (const DeliveredFile& file : delivery.files) Deliver(file);
+        if (m_journal) DeliverToFleet(delivery);
     });
+}
+
+void Recorder::MilestoneReached(Milestone milestone, const std::string& detail) {
+    Write([&] {
+        const auto state = HostStateNamed(NameOf(milestone));
+        if (m_journal && state) m_journal->SetState(m_fleet, m_fleetNumber, *state, detail);
+    });
+}
+
+void Recorder::DeliverToFleet(const Delivery& delivery) {
+    if (!delivery.exportUri.empty()) {
+        m_journal->SetExported(m_fleet, m_fleetNumber, delivery.exportUri);
+    }
+    if (delivery.path.empty()) return;
+    m_journal->SetArchive(m_fleet, m_fleetNumber, delivery.path, delivery.size, delivery.sha256);
 }
 
 void Recorder::Deliver(const DeliveredFile& file) {

@@ -9,14 +9,16 @@
 #include <string>
 
 #include "Transfer.h"
+#include "cli/history/FleetJournal.h"
 #include "cli/history/Store.h"
 #include "cli/report/Report.h"
 
 namespace Kemffdc::History {
 
 // Writes one run into the history as it happens: its steps, its task, and each file from the moment
-// on that its download begins. No run fails because of its history: after the first trouble nothing
-// is written any more, and Trouble() says why. Any thread; nothing throws.
+// on that its download begins. An attempt of a fleet run is written into the fleet's journal too.
+// No run fails because of its history: after the first trouble nothing is written any more, and
+// Trouble() says why. Any thread; nothing throws.
 class Recorder : public ReportObserver, public Varnex::TransferWatcher {
 public:
     Recorder() = default;
@@ -36,7 +38,8 @@ public:
     // From now on nothing waits for another process. Does not wait itself.
     void Hurry() { m_hurry = true; }
 
-    // The run has ended. Gives up where another thread is stuck inside this object.
+    // The run has ended; an attempt of a fleet run has ended for its host. Gives up where another
+    // thread is stuck inside this object.
     void End(const RunRecord& record);
 
     // Why the history is not written any more; empty where it is, and after the first call.
@@ -49,6 +52,7 @@ public:
     void FactsChanged(const BmcFacts& facts) override;
     void TaskChanged(const Task& task) override;
     void DeliveryChanged(const Delivery& delivery) override;
+    void MilestoneReached(Milestone milestone, const std::string& detail) override;
 
     void Started(const std::string& localPath) override;
     void PartBegun(const Varnex::PartialFile& part) override;
@@ -65,14 +69,20 @@ private:
     template <class Work>
     void Write(const Work& work) noexcept;
     void Deliver(const DeliveredFile& file);
+    void DeliverToFleet(const Delivery& delivery);
+    void EndInFleet(const RunRecord& record);
     Id RowOf(const DeliveredFile& file);
 
     std::atomic<bool> m_hurry{false};
     std::atomic<Id> m_run{0};
     std::mutex m_lock;  // of all below
     std::unique_ptr<Store> m_store;
+    std::unique_ptr<FleetJournal> m_journal;  // null: it is no attempt of a fleet run
+    Id m_fleet = 0;
+    int m_fleetNumber = 0;
     bool m_broken = false;
     std::string m_trouble;
+    Task m_task;  // as it was written last
     std::string m_bmcPath;
     std::map<std::string, Coming> m_files;  // by local path; those that are not delivered yet
 };

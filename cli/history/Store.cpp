@@ -281,6 +281,17 @@ std::vector<StepRow> Store::Steps(Id run) const {
     });
 }
 
+// By the names of the steps that ask, over Redfish and CIM the first, over IPMI the second.
+std::string Store::AskedAt(Id run) const {
+    return m_database->Do([&](SQLite::Database& connection) {
+        SQLite::Statement query(connection,
+                                "SELECT begun_at FROM steps WHERE run = ? AND name IN ('export', "
+                                "'collect') ORDER BY number DESC LIMIT 1");
+        Values(query).Number(run);
+        return query.executeStep() ? Row(query).Text() : std::string();
+    });
+}
+
 std::vector<ArchiveRow> Store::Archives(Id run) const {
     return m_database->Do([&](SQLite::Database& connection) {
         SQLite::Statement query(connection, std::string("SELECT ") + kArchiveColumns +

@@ -144,6 +144,9 @@ public:
     // The newest first, at most `limit`; of one host, address or serial number if it is not empty.
     std::vector<RunRow> Runs(const std::string& bmc, int limit) const;
     std::vector<StepRow> Steps(Id run) const;
+    // When the run set out to ask its BMC to gather, whether the request has left or not: UTC;
+    // empty: it did not get so far.
+    std::string AskedAt(Id run) const;
     std::vector<ArchiveRow> Archives(Id run) const;
     // Those with this path that were not removed, the newest first.
     std::vector<ArchiveRow> ArchivesAt(const std::string& path) const;

@@ -47,6 +47,7 @@ public:
 
     void LogMessage(const std::string& message) override {
         if (message != ".") {
+            m_run.report.Reach(Milestone::kGathering);
             m_run.progress.Step("gather");
             return;
         }
@@ -60,6 +61,26 @@ public:
 private:
     Context& m_run;
     int m_waited = 0;  // seconds
+};
+
+// Waits for the run's turn when the library has done with gathering and asks for the BMC's files:
+// before it opens a session with their service, which would not wait with it.
+class FileGate : public Varnex::TransferWatcher {
+public:
+    explicit FileGate(Context& run) : m_run(run) { Varnex::AddTransferWatcher(this); }
+    ~FileGate() override { Varnex::RemoveTransferWatcher(this); }
+    FileGate(const FileGate&) = delete;
+    FileGate& operator=(const FileGate&) = delete;
+
+    void ListingStarted(const std::string&) override {
+        if (!m_passed) (void)m_run.AwaitTurn();  // a run that is to stop is ended by another thread
+        m_passed = true;
+    }
+    bool Progress(const Varnex::TransferProgress&) override { return true; }
+
+private:
+    Context& m_run;
+    bool m_passed = false;
 };
 
 void ExplainSkipped(std::vector<RemoteFile>& files, int mode) {
@@ -86,6 +107,7 @@ public:
     Outcome Reach() {
         Outcome outcome = IsInBand(m_run) ? FindFileService() : Outcome{};
         if (outcome.Ok()) outcome = Connect();
+        if (outcome.Ok()) m_run.report.Reach(Milestone::kReached);
         return outcome;
     }
 
@@ -121,8 +143,9 @@ public:
     }
 
     Outcome Collect() {
+        m_run.report.Reach(Milestone::kExporting);
         m_run.Begin("collect");
-        const int code = m_ffdc.Apply();
+        const int code = Apply();
         RunEvents events = m_listener.Events();
         SetFacts(events);
         Outcome outcome = m_run.End(code, DiagnoseCollect(code, events, m_run.options));
@@ -134,6 +157,11 @@ public:
     }
 
 private:
+    int Apply() {
+        const FileGate gate(m_run);
+        return m_ffdc.Apply();
+    }
+
     void SetFacts(const RunEvents& events) {
         BmcFacts facts = m_facts;
         facts.address = events.address;

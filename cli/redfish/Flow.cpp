@@ -68,6 +68,7 @@ public:
     Outcome CheckCertificate() { return m_guard.Check(); }
 
     Outcome Export() {
+        m_run.report.Reach(Milestone::kExporting);
         m_run.Begin("export");
         m_listener.Take();
         int code = -1;
@@ -183,6 +184,7 @@ private:
     void NameTask(const Event* answer) {
         if (answer != nullptr) m_taskUri = TaskUri(answer->text, m_olderPaths);
         if (!m_taskUri.empty()) m_run.report.SetTask({m_taskUri, "", "", {}, {}});
+        m_run.report.Reach(Milestone::kGathering, m_taskUri);
     }
 
     void WatchTask() {
@@ -233,10 +235,12 @@ private:
 Outcome CollectOem(BmcRun& redfish, Context& run) {
     Outcome outcome = redfish.Reach();
     if (outcome.Ok()) outcome = redfish.CheckCertificate();
+    if (outcome.Ok()) run.report.Reach(Milestone::kReached);
     if (outcome.Ok()) outcome = redfish.Export();
     if (!outcome.Ok()) return outcome;
     std::string path;
     outcome = redfish.Wait(path);
+    if (outcome.Ok() && run.options.exportUri.empty()) outcome = run.AwaitTurn();
     if (outcome.Ok()) outcome = redfish.CheckCertificate();
     if (!outcome.Ok()) return outcome;
 
@@ -258,7 +262,9 @@ Outcome Collect(Context& run) {
         operation = redfish.Found().chosen.operation;
         if (operation == Operation::kOem) return CollectOem(redfish, run);
     }
-    return CollectTree(run);
+    run.report.Reach(Milestone::kReached);
+    const Outcome turn = run.AwaitTurn();
+    return turn.Ok() ? CollectTree(run) : turn;
 }
 
 Outcome Check(Context& run) {
@@ -267,6 +273,7 @@ Outcome Check(Context& run) {
     const bool byLibrary = redfish.Found().chosen.operation == Operation::kOem;
     if (outcome.Ok() && byLibrary) outcome = redfish.Reach();
     if (outcome.Ok()) outcome = redfish.CheckCertificate();
+    if (outcome.Ok()) run.report.Reach(Milestone::kReached);
     const bool limited = outcome.Ok() && !redfish.Found().limit.empty();
     return limited ? Failure(kLimited, redfish.Found().limit) : outcome;
 }

@@ -14,6 +14,7 @@
 #include "cli/Context.h"
 #include "cli/history/StateFolder.h"
 #include "cli/history/Store.h"
+#include "cli/redfish/Adoption.h"
 #include "cli/redfish/Diagnosis.h"
 #include "cli/redfish/Fetching.h"
 #include "cli/redfish/Flow.h"
@@ -27,7 +28,8 @@
 namespace Kemffdc::Redfish {
 namespace {
 
-constexpr int kMaxFailures = 3;  // as the library
+constexpr int kMaxFailures = 3;    // as the library
+constexpr std::time_t kNear = 60;  // seconds, of two requests
 
 using HeaderLines = curlcpp::option_traits<std::list<std::string>, CURLOPT_HTTPHEADER>;
 
@@ -45,6 +47,7 @@ public:
             const History::Store store(History::StateFolder(m_run.options.stateDir));
             const auto earlier = store.FindRun(m_run.options.resumes);
             if (earlier) m_taskUri = earlier->task;
+            if (earlier && m_taskUri.empty()) RecallIntent(store, *earlier);
             RecallPart(store);
         } catch (const History::StoreError& error) {
             return Failure(kLocalFile, error.what());
@@ -58,9 +61,10 @@ public:
         const Preflight found =
             RunPreflight(m_run.options, m_run.trust, m_run.password, RequestSeconds(), false);
         m_run.report.SetFacts(found.facts);
+        if (found.state == Preflight::State::kReady) m_run.report.Reach(Milestone::kReached);
         Outcome outcome;
         if (found.state == Preflight::State::kFailed) {
-            outcome = Failure(kNotConnected, found.reason);
+            outcome = Failure(kNotConnected, found.cause, found.reason);
         } else if (found.state == Preflight::State::kStarting) {
             outcome = Failure(kNotConnected, Cause::kStarting,
                               "The BMC is still starting (503). Try again later.");
@@ -68,8 +72,22 @@ public:
         return m_run.End(static_cast<int>(found.stage), outcome);
     }
 
+    // The run was ended before it knew its task: this one looks for it. False: the BMC has none.
+    bool Adopt() {
+        if (!m_taskUri.empty()) return true;
+        m_run.Begin("adopt");
+        Transport transport(EndpointOf(m_run.options), m_run.trust, kRedfishService,
+                            RequestSeconds());
+        m_taskUri = FindExport(transport, m_login, m_intent).uri;
+        if (!m_taskUri.empty()) m_run.report.SetTask({m_taskUri, "", "", {}, {}});
+        (void)m_run.End(m_taskUri.empty() ? 1 : 0, {},
+                        m_taskUri.empty() ? "the BMC has no task of it" : m_taskUri);
+        return !m_taskUri.empty();
+    }
+
     // Until the task is completed: `path` is where the archive lies on the BMC.
     Outcome Wait(std::string& path) {
+        m_run.report.Reach(Milestone::kGathering, m_taskUri);
         m_run.Begin("gather");
         m_run.bmcGathers = true;
         Transport transport(EndpointOf(m_run.options), m_run.trust, kRedfishService,
@@ -92,7 +110,8 @@ public:
     Outcome Download(const std::string& path) {
         const std::string name = m_run.NameFor(Varnex::WithoutHiddenSecrets(path));
         m_run.recorder.SetBmcPath(Varnex::WithoutHiddenSecrets(path));
-        Outcome outcome = m_guard.Check();
+        Outcome outcome = m_run.AwaitTurn();
+        if (outcome.Ok()) outcome = m_guard.Check();
         if (!outcome.Ok()) return outcome;
         m_run.Begin("download");
         Secret token;
@@ -105,6 +124,20 @@ public:
     }
 
 private:
+    void RecallIntent(const History::Store& store, const History::RunRow& earlier) {
+        constexpr int kManyRuns = 50;
+        const auto asked = [&store](History::Id run) {
+            return ReadIsoTime(store.AskedAt(run)).value_or(0);
+        };
+        m_intent.at = asked(earlier.id);
+        m_intent.miniLog = Own(m_run.options).miniLog;
+        // A BMC that was reset counts its tasks from the beginning: older ones tell nothing.
+        for (const History::RunRow& run : store.Runs(earlier.host, kManyRuns)) {
+            const bool near = asked(run.id) >= m_intent.at - kNear;
+            if (near && !run.task.empty()) m_intent.known.insert(run.task);
+        }
+    }
+
     // What has come of the archive already: in that run, or in one that it went on with.
     void RecallPart(const History::Store& store) {
         constexpr int kLongestChain = 100;
@@ -209,10 +242,21 @@ private:
     CertificateGuard m_guard;
     const Login m_login;
     std::string m_taskUri;
-    std::string m_part;  // file that an earlier run has kept; empty: none
+    ExportIntent m_intent;  // of a run that knew no task
+    std::string m_part;     // file that an earlier run has kept; empty: none
     std::string m_validator;
     std::optional<Task> m_task;  // as the BMC last showed it
 };
+
+// The request has not come through: an attempt of a fleet run makes another one, and who has named
+// a run is told.
+Outcome WithoutTask(Context& run) {
+    if (run.interrupt.Raised()) return Failure(kInterrupted, "Interrupted.");
+    if (run.options.attempt) return Collect(run);
+    return Failure(kExportRefused,
+                   "The BMC has no task of that run: its request did not get through, or the BMC "
+                   "has forgotten it. Use kemffdc collect.");
+}
 
 }  // namespace
 
@@ -220,6 +264,7 @@ Outcome Resume(Context& run) {
     ResumedRun resumed(run);
     Outcome outcome = resumed.Recall();
     if (outcome.Ok()) outcome = resumed.Reach();
+    if (outcome.Ok() && !resumed.Adopt()) return WithoutTask(run);
     std::string path;
     if (outcome.Ok()) outcome = resumed.Wait(path);
     if (!outcome.Ok()) return outcome;

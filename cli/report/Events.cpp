@@ -72,6 +72,13 @@ void Events::DeliveryChanged(const Delivery& delivery) {
                   {"export_uri", TextOrNull(delivery.exportUri)}});
 }
 
+void Events::MilestoneReached(Milestone milestone, const std::string& detail) {
+    if (!m_milestones) return;
+    m_lines.Tell("host-state", {{"state", NameOf(milestone)}, {"detail", TextOrNull(detail)}});
+}
+
+void Events::TurnWanted() { m_lines.Tell("turn", {}); }
+
 // A step of the report may show several of its own: "download, file 2 of 5".
 void Events::StepShown(const std::string& step) {
     {

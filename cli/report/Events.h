@@ -18,7 +18,9 @@ namespace Kemffdc {
 class Events : public ReportObserver, public ProgressObserver {
 public:
     // Constraints of `descriptor` and of the moment: see LineWriter.
-    explicit Events(int descriptor) : m_lines(descriptor) {}
+    // `milestones`: whether those of the run are told too, for the conductor of a fleet.
+    explicit Events(int descriptor, bool milestones = false)
+        : m_milestones(milestones), m_lines(descriptor) {}
 
     void RunBegun(const RunRecord& run) override;
     void WayChosen(const std::string& channel, std::uint16_t port) override;
@@ -29,6 +31,8 @@ public:
     void FactsChanged(const BmcFacts& facts) override;
     void TaskChanged(const Task& task) override;
     void DeliveryChanged(const Delivery& delivery) override;
+    void MilestoneReached(Milestone milestone, const std::string& detail) override;
+    void TurnWanted() override;
 
     void StepShown(const std::string& step) override;
     void StateShown(const std::string& state) override;
@@ -42,6 +46,7 @@ public:
 private:
     using Time = std::chrono::steady_clock::time_point;
 
+    const bool m_milestones;
     std::mutex m_lock;
     std::string m_step;  // of the report
     std::optional<Time> m_bytesTold;

@@ -208,6 +208,17 @@ void Report::SetDelivery(const Delivery& delivery) {
     Tell(&ReportObserver::DeliveryChanged, hidden);
 }
 
+void Report::Reach(Milestone milestone, const std::string& detail) {
+    {
+        const Guard hold(m_lock);
+        if (m_milestone == milestone) return;
+        m_milestone = milestone;
+    }
+    Tell(&ReportObserver::MilestoneReached, milestone, Hidden(detail));
+}
+
+void Report::WantTurn() { Tell(&ReportObserver::TurnWanted); }
+
 RunRecord Report::Now() {
     const Guard hold(m_lock);
     return m_record;

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "cli/Options.h"
+#include "cli/report/Milestone.h"
 #include "cli/report/RunRecord.h"
 
 namespace Kemffdc {
@@ -36,6 +37,11 @@ public:
     virtual void FactsChanged(const BmcFacts& facts) { (void)facts; }
     virtual void TaskChanged(const Task& task) { (void)task; }
     virtual void DeliveryChanged(const Delivery& delivery) { (void)delivery; }
+    virtual void MilestoneReached(Milestone milestone, const std::string& detail) {
+        (void)milestone;
+        (void)detail;
+    }
+    virtual void TurnWanted() {}
 };
 
 // Gathers what there is to tell about a run while it works, free of the secrets that were named to
@@ -73,6 +79,10 @@ public:
     void SetTrust(CertificateTrust trust);      // in the certificate of facts that come later
     void SetTask(const Task& task);
     void SetDelivery(const Delivery& delivery);
+    // Nothing is told of one that is repeated. `detail`: of kGathering the task's URI.
+    void Reach(Milestone milestone, const std::string& detail = "");
+    // The run asks for its turn, and waits.
+    void WantTurn();
 
     // All of it so far.
     RunRecord Now();
@@ -95,6 +105,7 @@ private:
     RunRecord m_record;
     std::vector<std::string> m_notes;  // that were added
     CertificateTrust m_trust = CertificateTrust::kNobody;
+    std::optional<Milestone> m_milestone;
     std::string m_open;  // name of the step that has not ended
     std::chrono::steady_clock::time_point m_openSince;
 };

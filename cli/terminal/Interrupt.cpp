@@ -108,6 +108,22 @@ Outcome Interrupt::Demanded() const {
     return m_demanded;
 }
 
+void Interrupt::HoldDeadline() {
+    m_heldSince = steady_clock::now();
+    m_held = true;
+}
+
+void Interrupt::ReleaseDeadline() {
+    m_heldFor = m_heldFor.load() + (steady_clock::now() - m_heldSince);
+    m_held = false;
+}
+
+// While it is held it is always a moment away.
+Interrupt::Time Interrupt::End() const {
+    const Time end = m_start + m_deadline + m_heldFor.load();
+    return m_held ? std::max(end, steady_clock::now() + milliseconds(kMomentMs)) : end;
+}
+
 void Interrupt::ClaimEnding() {
     if (m_claimedByRun) return;
     while (m_claimed.exchange(true)) pause();  // the other thread ends the process
@@ -127,12 +143,12 @@ ExitCode Interrupt::WaitForCause() const {
     for (;;) {
         const bool bounded = m_deadline.count() > 0;
         pollfd events[] = {{m_stop, POLLIN, 0}, {m_signals, POLLIN, 0}, {m_demand, POLLIN, 0}};
-        poll(events, 3, bounded ? MillisecondsUntil(m_start + m_deadline) : kForever);
+        poll(events, 3, bounded ? MillisecondsUntil(End()) : kForever);
         if (events[0].revents != 0) return kDone;
         if (events[2].revents != 0) return Demanded().code;
         signalfd_siginfo info;
         if (read(m_signals, &info, sizeof info) != sizeof info) {
-            if (bounded && steady_clock::now() >= m_start + m_deadline) return kNotFinished;
+            if (bounded && steady_clock::now() >= End()) return kNotFinished;
         } else if (info.ssi_signo == SIGTSTP) {
             LendTerminal();
             StopHere();

@@ -49,6 +49,10 @@ public:
     // That of Stop(); no failure where nobody has called it.
     Outcome Demanded() const;
 
+    // Time that passes in between does not count against the deadline. One thread, in turns.
+    void HoldDeadline();
+    void ReleaseDeadline();
+
     // With which the process ends once Raised(): kInterrupted for a signal, kNotFinished for the
     // deadline, else that of Stop().
     ExitCode Code() const { return m_code; }
@@ -64,6 +68,7 @@ private:
     using Time = std::chrono::steady_clock::time_point;
 
     void Listen();
+    Time End() const;               // the deadline, as far as it is known
     ExitCode WaitForCause() const;  // kDone: the object is being destroyed
     void EndProcess();
 
@@ -72,6 +77,9 @@ private:
     const Ends m_ends;
     mutable std::mutex m_demandedLock;
     Outcome m_demanded;
+    std::atomic<bool> m_held{false};
+    std::atomic<Time::duration> m_heldFor{Time::duration::zero()};
+    Time m_heldSince;
     std::atomic<ExitCode> m_code{kDone};
     std::atomic<bool> m_claimed{false};  // by whoever tells the ending
     std::atomic<bool> m_claimedByRun{false};

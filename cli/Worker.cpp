@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/Worker.h"
+
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <iostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "cli/Channels.h"
+#include "cli/CommandLine.h"
+#include "cli/Run.h"
+#include "cli/fleet/Assignment.h"
+#include "cli/fleet/ConductorPipe.h"
+#include "cli/fleet/Earlier.h"
+#include "cli/history/StateFolder.h"
+
+namespace Kemffdc {
+namespace {
+
+// Nothing but what the conductor has settled counts: neither files nor variables.
+Parsed Parse(std::vector<std::string> arguments) {
+    const bool collects = !arguments.empty() && arguments.front() == "collect";
+    const bool checks = !arguments.empty() && arguments.front() == "check";
+    if (!collects && !checks) {
+        return FaultOf(Failure(kUsage, "Assignment: the first argument is no collect or check."));
+    }
+    const bool told = std::find(arguments.begin(), arguments.end(), "--events") != arguments.end();
+    if (!told) arguments.insert(arguments.begin() + 1, "--events");
+    std::vector<const char*> words{"kemffdc"};
+    for (const std::string& argument : arguments) words.push_back(argument.c_str());
+    return ParseOptions(static_cast<int>(words.size()), words.data());
+}
+
+// The BMC has a task of that run, or may have one: it is gone on with over the same way.
+Outcome GoOnWith(const History::RunRow& run, Options& options) {
+    const Channel* channel = FindChannel(run.channel);
+    if (channel == nullptr || channel->resume == nullptr) return {};
+    options.command = Command::kResume;
+    options.resumes = run.id;
+    options.via = run.channel;
+    options.port = run.port;
+    const std::string fault = channel->complete(options);
+    return fault.empty() ? Outcome{} : Failure(kUsage, fault);
+}
+
+// Without a history there is nothing to find, and the run itself says so.
+Outcome LookBack(Options& options) {
+    const std::string folder = History::StateFolder(options.stateDir);
+    if (options.command == Command::kCheck || folder.empty()) return {};
+    if (!History::Store::Exists(folder)) return {};
+    try {
+        const Fleet::Earlier earlier = Fleet::LookBack(
+            History::Store(folder), options.attempt->fleet, options.attempt->number);
+        options.attempt->archive = earlier.archive;
+        options.attempt->size = earlier.size;
+        options.attempt->sha256 = earlier.sha256;
+        options.attempt->note = earlier.note;
+        return earlier.run.id == 0 ? Outcome{} : GoOnWith(earlier.run, options);
+    } catch (const History::StoreError& error) {
+        // Whether the BMC gathers already is not known: it must not be made to do so twice.
+        return Failure(kLocalFile, error.what());
+    }
+}
+
+int End(const Parsed& parsed) {
+    std::cout << parsed.out << std::flush;
+    return parsed.exitCode;
+}
+
+}  // namespace
+
+int RunWorker() {
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    Fleet::Assignment assignment;
+    Outcome outcome = Fleet::ReadAssignment(STDIN_FILENO, assignment);
+    if (!outcome.Ok()) return End(FaultOf(outcome));
+    // The kernel tells of a death from the call above on; of an earlier one it has told nobody.
+    const bool orphaned = assignment.conductor != 0 && getppid() != assignment.conductor;
+    if (orphaned) return kInterrupted;
+    Parsed parsed = Parse(std::move(assignment.arguments));
+    if (!parsed.options) return End(parsed);
+    Options& options = *parsed.options;
+    options.attempt.emplace();
+    options.attempt->fleet = assignment.fleet;
+    options.attempt->number = assignment.number;
+    outcome = LookBack(options);
+    if (!outcome.Ok()) return End(FaultOf(outcome));
+
+    Fleet::ConductorPipe conductor(STDIN_FILENO);
+    std::ostream nobody(nullptr);
+    GivenPasswords passwords{std::move(assignment.password), std::move(assignment.exportPassword)};
+    return RunAttempt(options, std::move(passwords), assignment.gate ? &conductor : nullptr,
+                      std::cout, nobody);
+}
+
+}  // namespace Kemffdc

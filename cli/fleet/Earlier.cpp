@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/fleet/Earlier.h"
+
+#include <optional>
+#include <vector>
+
+#include "cli/ExitCodes.h"
+
+namespace Kemffdc::Fleet {
+namespace {
+
+using History::RunRow;
+using History::Store;
+
+bool CanBeGoneOnWith(const RunRow& run) { return run.channel == "redfish"; }
+
+// A run whose task has come to nothing, or whose archive is no good.
+bool IsSpent(const RunRow& run) {
+    return run.exitCode == kDone || run.exitCode == kTaskFailed || run.exitCode == kIncomplete;
+}
+
+// Its archive, as far as nothing is known to be wrong with it. A folder of files has no sum.
+bool IsWhole(const Store& store, const History::FleetHostRow& host) {
+    if (host.archive.empty() || host.sha256.empty()) return false;
+    const std::vector<History::ArchiveRow> rows = store.ArchivesAt(host.archive);
+    return !rows.empty() && rows.front().sha256 == host.sha256 && rows.front().whole.value_or(true);
+}
+
+std::string GathersAgain(const RunRow& run) {
+    return "An earlier attempt had made the BMC gather (run " + std::to_string(run.id) +
+           "); over " + run.channel + " nobody can go on with that, so it gathers again.";
+}
+
+}  // namespace
+
+Earlier LookBack(const Store& store, History::Id fleet, int number) {
+    const History::FleetJournal journal(store);
+    Earlier earlier;
+    const std::optional<History::FleetHostRow> host = journal.Host(fleet, number);
+    if (host && IsWhole(store, *host)) {
+        earlier.archive = host->archive;
+        earlier.size = host->size;
+        earlier.sha256 = host->sha256;
+        return earlier;
+    }
+    for (const RunRow& run : journal.Attempts(fleet, number)) {
+        if (IsSpent(run)) break;
+        // One that did not get so far leaves what was before.
+        if (run.task.empty() && store.AskedAt(run.id).empty()) continue;
+        if (CanBeGoneOnWith(run)) {
+            earlier.run = run;
+        } else {
+            earlier.note = GathersAgain(run);
+        }
+        break;
+    }
+    return earlier;
+}
+
+}  // namespace Kemffdc::Fleet
