@@ -23,6 +23,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::size_t kMaxBytes = std::size_t{16} << 20;
+constexpr std::size_t kMaxColumns = 1000;
 constexpr std::size_t kMaxName = 200;  // bytes; a folder gets that name
 
 const std::vector<std::string> kHostMembers{"address", "credential", "group"};
@@ -62,7 +63,7 @@ public:
     void Add(const Host& host) {
         std::vector<std::string> names;
         std::vector<std::string> addresses;
-        if (!Expand("name", host.name, host.line, names)) return;
+        if (m_inventory.tooLong || !Expand("name", host.name, host.line, names)) return;
         const std::string& address = host.address.empty() ? host.name : host.address;
         if (!Expand("address", address, host.line, addresses)) return;
         if (names.size() != addresses.size()) {
@@ -71,11 +72,12 @@ public:
                                         std::to_string(addresses.size()) + ".");
             return;
         }
+        m_named += names.size();
+        if (m_named > kMaxHosts) return TooMany(host.line);
         for (std::size_t i = 0; i < names.size(); ++i) {
             Host one = host;
             one.name = names[i];
             one.address = addresses[i];
-            if (m_inventory.hosts.size() == kMaxHosts) return TooMany(host.line);
             if (IsNew(one)) m_inventory.hosts.push_back(std::move(one));
         }
     }
@@ -98,6 +100,7 @@ private:
     }
 
     void TooMany(int line) {
+        m_inventory.tooLong = true;
         m_faults.Add(line, "more than " + std::to_string(kMaxHosts) + " hosts.");
     }
 
@@ -113,6 +116,7 @@ private:
     Inventory& m_inventory;
     Faults& m_faults;
     std::unordered_map<std::string, int> m_names;  // with their lines
+    std::size_t m_named = 0;                       // also those that stood there already
 };
 
 // The rows of a spreadsheet as hosts.
@@ -131,31 +135,41 @@ public:
             m_faults.Add(1, "no row: the first one names the columns, name, address, via ...");
             return;
         }
-        ReadHead(rows.front());
-        for (std::size_t i = 1; i < rows.size(); ++i) ReadRow(rows[i]);
+        if (!ReadHead(rows.front())) return;
+        for (std::size_t i = 1; i < rows.size() && !m_inventory.tooLong; ++i) ReadRow(rows[i]);
     }
 
 private:
-    void ReadHead(const CsvRow& row) {
-        for (const std::string& column : row.fields) {
-            const std::string shown = "column \"" + Clean(column, kMaxName) + "\"";
-            const bool twice = !column.empty() && std::find(m_columns.begin(), m_columns.end(),
-                                                            column) != m_columns.end();
-            if (twice) m_faults.Add(row.line, shown + " stands there twice.");
-            if (EndsWith(column, "password")) {
-                m_faults.Add(row.line, shown +
-                                           ": a password does not belong in this file. Name a "
-                                           "credential in its place.");
-            }
-            m_columns.push_back(column);
-            if (column.empty() || IsKnown(column)) continue;
-            m_inventory.notes.push_back(m_inventory.path + ":" + std::to_string(row.line) + ": " +
-                                        shown + " is not known and is passed over." +
-                                        DidYouMean(column, Known()));
+    // Whether rows can be read by it.
+    bool ReadHead(const CsvRow& row) {
+        if (row.fields.size() > kMaxColumns) {
+            m_faults.Add(row.line, "more than " + std::to_string(kMaxColumns) + " columns.");
+            return false;
         }
-        if (std::find(m_columns.begin(), m_columns.end(), "name") == m_columns.end()) {
-            m_faults.Add(row.line, "there is no column \"name\".");
+        for (const std::string& column : row.fields) ReadColumn(row.line, column);
+        const bool named = IsColumn("name");
+        if (!named) m_faults.Add(row.line, "there is no column \"name\".");
+        return named;
+    }
+
+    void ReadColumn(int line, const std::string& column) {
+        const std::string shown = "column \"" + Clean(column, kMaxName) + "\"";
+        const bool twice = !column.empty() && IsColumn(column);
+        if (twice) m_faults.Add(line, shown + " stands there twice.");
+        if (EndsWith(column, "password")) {
+            m_faults.Add(line, shown +
+                                   ": a password does not belong in this file. Name a "
+                                   "credential in its place.");
         }
+        m_columns.push_back(column);
+        if (column.empty() || IsKnown(column)) return;
+        m_inventory.notes.push_back(m_inventory.path + ":" + std::to_string(line) + ": " + shown +
+                                    " is not known and is passed over." +
+                                    DidYouMean(column, Known()));
+    }
+
+    bool IsColumn(const std::string& column) const {
+        return std::find(m_columns.begin(), m_columns.end(), column) != m_columns.end();
     }
 
     std::vector<std::string> Known() const {
@@ -192,7 +206,9 @@ private:
 
     // Throws Config::Fault.
     void Take(const std::string& column, const std::string& text, Host& host) {
-        if (HasControl(text)) throw Config::Fault{host.line, column + " holds control bytes."};
+        if (HasControl(text) && IsKnown(column)) {
+            throw Config::Fault{host.line, column + " holds control bytes."};
+        }
         if (column == "name") host.name = text;
         if (column == "address") host.address = text;
         if (column == "credential") host.credential = text;

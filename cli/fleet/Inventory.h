@@ -27,6 +27,7 @@ struct Inventory {
     std::string path;                // empty: from --hosts
     std::string credentials;         // file that the inventory names; absolute, or empty
     std::vector<Host> hosts;         // in the order of the file
+    bool tooLong = false;            // there are more, and a fault says so
     std::vector<std::string> notes;  // what an operator should know, whole sentences
 };
 

@@ -82,6 +82,7 @@ public:
 
     Outcome Make() {
         Outcome outcome = ReadList();
+        if (outcome.Ok() && m_inventory.tooLong) outcome = m_faults.Told(m_inventory.path);
         if (outcome.Ok()) outcome = ReadNamedAccounts();
         Selection selection(m_options);
         if (outcome.Ok()) outcome = selection.Read(m_inventory);

@@ -59,7 +59,7 @@ def kind_of(line):
     value = json.loads(line)
     if "states" in value:
         return "fleet_run"
-    own = value.get("command")
+    own = (value.get("command") or "").replace(" ", "_")
     return own if "steps" not in value and own in load()["$defs"] else "run"
 
 
