@@ -37,7 +37,7 @@
 #include "cli/report/Report.h"
 #include "cli/report/Words.h"
 #include "cli/terminal/Interrupt.h"
-#include "cli/terminal/PasswordCommand.h"
+#include "cli/terminal/Program.h"
 #include "cli/terminal/Progress.h"
 #include "cli/terminal/Secret.h"
 #include "cli/terminal/Text.h"
@@ -318,7 +318,7 @@ private:
     }
 
     void CleanUp() {
-        KillPasswordCommand();
+        KillProgram();
         Varnex::CloseIpmiSessions(kGoodbye);
         m_folder.Discard();
         m_farewell.Pay(kFarewell);

@@ -74,6 +74,18 @@ FleetHostRow ReadHost(const SQLite::Statement& statement) {
     return host;
 }
 
+FleetArchiveRow ReadFleetArchive(const SQLite::Statement& statement) {
+    Row row(statement);
+    FleetArchiveRow archive;
+    archive.fleet = row.Number();
+    archive.number = row.Int();
+    archive.name = row.Text();
+    archive.host = row.Text();
+    archive.exitCode = row.Int(-1);
+    archive.file = ReadArchive(row);
+    return archive;
+}
+
 void InsertHost(SQLite::Statement& insert, Id fleet, int number, const FleetHostRow& host) {
     insert.reset();
     insert.clearBindings();
@@ -289,6 +301,22 @@ std::vector<RunRow> FleetJournal::Attempts(Id fleet, int number) const {
         std::vector<RunRow> runs;
         while (query.executeStep()) runs.push_back(ReadRun(query));
         return runs;
+    });
+}
+
+std::vector<FleetArchiveRow> FleetJournal::Archives(Id fleet) const {
+    return m_database->Do([&](SQLite::Database& connection) {
+        SQLite::Statement query(
+            connection,
+            std::string("SELECT h.fleet, h.number, h.name, h.host, runs.exit_code, ") +
+                kArchiveColumns +
+                " FROM archives JOIN runs ON runs.id = archives.run JOIN fleet_hosts AS h ON "
+                "h.fleet = runs.fleet AND h.number = runs.fleet_number WHERE path IS NOT NULL AND "
+                "(?1 = 0 OR h.fleet = ?1) ORDER BY archives.id DESC");
+        Values(query).Number(fleet);
+        std::vector<FleetArchiveRow> archives;
+        while (query.executeStep()) archives.push_back(ReadFleetArchive(query));
+        return archives;
     });
 }
 

@@ -66,6 +66,16 @@ struct FleetStateRow {
     std::string detail;  // of kGathering the task; a sentence of the ends and of kPausing
 };
 
+// A file that an attempt of a host has brought.
+struct FleetArchiveRow {
+    Id fleet = 0;
+    int number = 0;    // of the host
+    std::string name;  // of the host, as the next
+    std::string host;
+    int exitCode = -1;  // of the attempt: not 0 where files were missing
+    ArchiveRow file;
+};
+
 // The journal of fleet runs, in the database of the history: written by the conductor and by its
 // workers as things happen; status, report and resume read nothing else.
 //
@@ -104,6 +114,9 @@ public:
     std::vector<FleetStateRow> States(Id fleet) const;  // the timeline, the oldest first
     // The attempts of a host: their runs, the newest first.
     std::vector<RunRow> Attempts(Id fleet, int number) const;
+
+    // What hosts of one fleet run have brought, or of all (0): the newest first, removed ones too.
+    std::vector<FleetArchiveRow> Archives(Id fleet = 0) const;
 
     // Whether a conductor works on it.
     bool IsLive(Id fleet) const;

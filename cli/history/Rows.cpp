@@ -40,4 +40,27 @@ RunRow ReadRun(const SQLite::Statement& statement) {
     return run;
 }
 
+const char kArchiveColumns[] =
+    "archives.id, archives.run, archives.name, archives.begun_at, archives.ended_at, partial, "
+    "validator, expected, path, archives.size, archives.sha256, whole, detail, removed_at";
+
+ArchiveRow ReadArchive(Row& row) {
+    ArchiveRow archive;
+    archive.id = row.Number();
+    archive.run = row.Number();
+    archive.name = row.Text();
+    archive.begunAt = row.Text();
+    archive.endedAt = row.Text();
+    archive.partial = row.Text();
+    archive.validator = row.Text();
+    archive.expected = row.Bytes();
+    archive.path = row.Text();
+    archive.size = row.Bytes();
+    archive.sha256 = row.Text();
+    archive.whole = row.MaybeTrue();
+    archive.detail = row.Text();
+    archive.removedAt = row.Text();
+    return archive;
+}
+
 }  // namespace Kemffdc::History

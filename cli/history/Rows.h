@@ -82,6 +82,10 @@ private:
 extern const char kRunColumns[];
 RunRow ReadRun(const SQLite::Statement& statement);
 
+// Of the table archives, for ReadArchive(), which reads them from where the row is.
+extern const char kArchiveColumns[];
+ArchiveRow ReadArchive(Row& row);
+
 }  // namespace Kemffdc::History
 
 #endif

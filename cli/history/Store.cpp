@@ -12,34 +12,14 @@
 namespace Kemffdc::History {
 namespace {
 
-constexpr char kArchiveColumns[] =
-    "archives.id, run, name, archives.begun_at, archives.ended_at, partial, validator, expected, "
-    "path, size, sha256, whole, detail, removed_at";
 constexpr char kOfBmc[] = "(?1 IS NULL OR host = ?1 OR address = ?1 OR serial = ?2)";
-
-ArchiveRow ReadArchive(const SQLite::Statement& statement) {
-    Row row(statement);
-    ArchiveRow archive;
-    archive.id = row.Number();
-    archive.run = row.Number();
-    archive.name = row.Text();
-    archive.begunAt = row.Text();
-    archive.endedAt = row.Text();
-    archive.partial = row.Text();
-    archive.validator = row.Text();
-    archive.expected = row.Bytes();
-    archive.path = row.Text();
-    archive.size = row.Bytes();
-    archive.sha256 = row.Text();
-    archive.whole = row.MaybeTrue();
-    archive.detail = row.Text();
-    archive.removedAt = row.Text();
-    return archive;
-}
 
 std::vector<ArchiveRow> ReadArchives(SQLite::Statement& query) {
     std::vector<ArchiveRow> archives;
-    while (query.executeStep()) archives.push_back(ReadArchive(query));
+    while (query.executeStep()) {
+        Row row(query);
+        archives.push_back(ReadArchive(row));
+    }
     return archives;
 }
 

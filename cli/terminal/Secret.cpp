@@ -11,7 +11,7 @@
 #include <mutex>
 #include <utility>
 
-#include "cli/terminal/PasswordCommand.h"
+#include "cli/terminal/Program.h"
 
 namespace Kemffdc {
 namespace {
@@ -123,7 +123,7 @@ Outcome FromPrompt(const SecretSource& source, Secret& secret) {
 Outcome FromCommand(const SecretSource& source, Secret& secret) {
     const std::string origin = "the password command " + source.command.front();
     std::string bytes;
-    const std::string why = RunPasswordCommand(source.command, kMaxSecret + 1, source.limit, bytes);
+    const std::string why = TakeOutput(source.command, kMaxSecret + 1, source.limit, bytes);
     const Secret printed(std::move(bytes));
     if (!why.empty()) return Failure(kLocalFile, "T" + origin.substr(1) + why);
     std::string line = printed.Reveal().substr(0, printed.Reveal().find('\n'));

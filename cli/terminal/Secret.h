@@ -36,7 +36,7 @@ struct SecretSource {
     const char* variable;  // its value is overwritten in place, so /proc/PID/environ loses it too
     std::string prompt;    // shown on the terminal
     const char* option;    // for texts: "--password-file"
-    std::vector<std::string> command;    // between variable and prompt (PasswordCommand.h)
+    std::vector<std::string> command;    // between variable and prompt (Program.h)
     std::chrono::milliseconds limit{0};  // for the command
 };
 

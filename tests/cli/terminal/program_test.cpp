@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cli/terminal/PasswordCommand.h"
+#include "cli/terminal/Program.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -14,15 +14,16 @@ namespace {
 
 using namespace std::chrono_literals;
 using Kemffdc::Outcome;
-using Kemffdc::RunPasswordCommand;
+using Kemffdc::RunProgram;
 using Kemffdc::Secret;
+using Kemffdc::TakeOutput;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 using Clock = std::chrono::steady_clock;
 
 std::string Take(const std::vector<std::string>& words, std::string& printed) {
-    return RunPasswordCommand(words, 100, 10s, printed);
+    return TakeOutput(words, 100, 10s, printed);
 }
 
 std::string Printed(const std::vector<std::string>& words) {
@@ -31,17 +32,17 @@ std::string Printed(const std::vector<std::string>& words) {
     return printed;
 }
 
-TEST(RunPasswordCommand, TakesWhatTheProgramPrintsAsItIs) {
+TEST(TakeOutput, TakesWhatTheProgramPrintsAsItIs) {
     EXPECT_EQ(Printed({"printf", "%s", "  a b \n"}), "  a b \n");
     EXPECT_EQ(Printed({"true"}), "");
     EXPECT_EQ(Printed({"/bin/echo", "x"}), "x\n");
 }
 
-TEST(RunPasswordCommand, NoShellTakesPart) {
+TEST(TakeOutput, NoShellTakesPart) {
     EXPECT_EQ(Printed({"printf", "%s", "$HOME `id` ; * > x"}), "$HOME `id` ; * > x");
 }
 
-TEST(RunPasswordCommand, TheProgramHasNothingToRead) {
+TEST(TakeOutput, TheProgramHasNothingToRead) {
     std::array<int, 2> ends{-1, -1};
     ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
     ASSERT_EQ(write(ends[1], "of the tool", 11), 11);
@@ -54,7 +55,7 @@ TEST(RunPasswordCommand, TheProgramHasNothingToRead) {
     close(ends[0]);
 }
 
-TEST(RunPasswordCommand, TheProgramSeesNoPasswordVariable) {
+TEST(TakeOutput, TheProgramSeesNoPasswordVariable) {
     setenv("KEMFFDC_PASSWORD", "hunter2", 1);
     setenv("KEMFFDC_EXPORT_PASSWORD", "hunter3", 1);
     setenv("KEMFFDC_OTHER", "seen", 1);
@@ -62,7 +63,7 @@ TEST(RunPasswordCommand, TheProgramSeesNoPasswordVariable) {
 }
 
 // As in the tool, where these are blocked or ignored for its own sake.
-TEST(RunPasswordCommand, TheProgramCanBeEndedBySignals) {
+TEST(TakeOutput, TheProgramCanBeEndedBySignals) {
     sigset_t blocked;
     sigset_t before;
     sigemptyset(&blocked);
@@ -76,23 +77,23 @@ TEST(RunPasswordCommand, TheProgramCanBeEndedBySignals) {
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-TEST(RunPasswordCommand, AProgramThatFailsSaysHow) {
+TEST(TakeOutput, AProgramThatFailsSaysHow) {
     std::string printed;
     EXPECT_EQ(Take({"sh", "-c", "echo hunter2; exit 3"}, printed), " ended with exit code 3.");
     EXPECT_EQ(Take({"/no/such/program"}, printed), " cannot be run: No such file or directory.");
     EXPECT_EQ(Take({"/"}, printed), " cannot be run: Permission denied.");
 }
 
-TEST(RunPasswordCommand, AProgramThatHangsIsKilled) {
+TEST(TakeOutput, AProgramThatHangsIsKilled) {
     std::string printed;
     const Clock::time_point begin = Clock::now();
-    EXPECT_EQ(RunPasswordCommand({"sh", "-c", "echo $$; exec sleep 60"}, 100, 300ms, printed),
+    EXPECT_EQ(TakeOutput({"sh", "-c", "echo $$; exec sleep 60"}, 100, 300ms, printed),
               " has not ended within 1 s.");
     EXPECT_LT(Clock::now() - begin, 10s);
     EXPECT_NE(kill(std::stoi(printed), 0), 0) << "nothing is left of it";
 }
 
-TEST(RunPasswordCommand, AProgramThatPrintsWithoutEndIsKilled) {
+TEST(TakeOutput, AProgramThatPrintsWithoutEndIsKilled) {
     std::string printed;
     const Clock::time_point begin = Clock::now();
     EXPECT_EQ(Take({"yes"}, printed), " prints too much.");
@@ -101,7 +102,7 @@ TEST(RunPasswordCommand, AProgramThatPrintsWithoutEndIsKilled) {
     EXPECT_EQ(Printed({"printf", "%0100d", "0"}).size(), 100U);
 }
 
-TEST(RunPasswordCommand, WhatTheProgramLeavesRunningIsNotWaitedFor) {
+TEST(TakeOutput, WhatTheProgramLeavesRunningIsNotWaitedFor) {
     const Clock::time_point begin = Clock::now();
     EXPECT_EQ(Printed({"sh", "-c", "sleep 5 & echo x"}), "x\n");
     EXPECT_LT(Clock::now() - begin, 4s);
@@ -140,6 +141,30 @@ TEST_F(PasswordByCommand, ComesBehindTheEnvironment) {
     setenv("KEMFFDC_PASSWORD", "variable", 1);
     EXPECT_TRUE(Read({"echo", "command"}).Ok());
     EXPECT_EQ(m_secret.Reveal(), "variable");
+}
+
+TEST(RunProgram, SpeaksOnStandardError) {
+    TempFolder folder;
+    const int before = dup(STDERR_FILENO);
+    const int file = open((folder / "said").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
+    dup2(file, STDERR_FILENO);
+    const std::string why = RunProgram({"sh", "-c", "echo a; echo b >&2; cat"}, 10s);
+    dup2(before, STDERR_FILENO);
+    close(before);
+    close(file);
+    EXPECT_EQ(why, "");
+    EXPECT_EQ(Content(folder / "said"), "a\nb\n");
+}
+
+TEST(RunProgram, SaysHowItFailed) {
+    EXPECT_EQ(RunProgram({"false"}, 10s), " ended with exit code 1.");
+    EXPECT_THAT(RunProgram({"/no/such/program"}, 10s), StartsWith(" cannot be run: "));
+}
+
+TEST(RunProgram, IsKilledAtItsLimit) {
+    const Clock::time_point begun = Clock::now();
+    EXPECT_EQ(RunProgram({"sleep", "60"}, 200ms), " has not ended within 1 s.");
+    EXPECT_LT(Clock::now() - begun, 20s);
 }
 
 }  // namespace

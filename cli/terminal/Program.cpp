@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cli/terminal/PasswordCommand.h"
+#include "cli/terminal/Program.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -89,7 +89,7 @@ public:
         g_running = process;
     }
     ~Child() {
-        KillPasswordCommand();
+        KillProgram();
         (void)Reap();
     }
     Child(const Child&) = delete;
@@ -135,9 +135,10 @@ int Milliseconds(Clock::time_point until) {
     return static_cast<int>(std::clamp<std::int64_t>(left, 0, std::int64_t{3600} * 1000));
 }
 
-// Takes what the program prints until it ends. As Reap().
+// Takes what the program prints until it ends; nothing from a `pipe` of -1. As Reap().
 std::string Listen(Child& child, int pipe, std::size_t most, std::chrono::milliseconds limit,
                    std::string& printed) {
+    if (child.Handle() < 0) return std::string(" cannot be watched: ") + std::strerror(errno) + ".";
     const Clock::time_point until = Clock::now() + limit;
     std::array<pollfd, 2> waited{{{child.Handle(), POLLIN, 0}, {pipe, POLLIN, 0}}};
     while (true) {
@@ -156,13 +157,22 @@ std::string Listen(Child& child, int pipe, std::size_t most, std::chrono::millis
 
 }  // namespace
 
-void KillPasswordCommand() {
+void KillProgram() {
     std::lock_guard<std::mutex> hold(g_lock);
     if (g_running > 0) kill(g_running, SIGKILL);
 }
 
-std::string RunPasswordCommand(const std::vector<std::string>& words, std::size_t most,
-                               std::chrono::milliseconds limit, std::string& printed) {
+std::string RunProgram(const std::vector<std::string>& words, std::chrono::milliseconds limit) {
+    pid_t process = -1;
+    const int error = SpawnAttributes().Start(words, STDERR_FILENO, process);
+    if (error != 0) return std::string(" cannot be run: ") + std::strerror(error) + ".";
+    Child child(process);
+    std::string nothing;
+    return Listen(child, -1, 0, limit, nothing);
+}
+
+std::string TakeOutput(const std::vector<std::string>& words, std::size_t most,
+                       std::chrono::milliseconds limit, std::string& printed) {
     printed.clear();
     printed.reserve(most + 1);
     std::array<int, 2> ends{-1, -1};
@@ -176,8 +186,7 @@ std::string RunPasswordCommand(const std::vector<std::string>& words, std::size_
     const int error = SpawnAttributes().Start(words, input.Get(), process);
     if (error != 0) return std::string(" cannot be run: ") + std::strerror(error) + ".";
     Child child(process);
-    input = shared::FileDescriptor();
-    if (child.Handle() < 0) return std::string(" cannot be watched: ") + std::strerror(errno) + ".";
+    (void)input.Close();
     return Listen(child, output.Get(), most, limit, printed);
 }
 
