@@ -120,7 +120,7 @@ def member_name(path: MemberPath) -> str:
 
 def load(file: Path | None, readers: Mapping[str, SectionReader]) -> Scenario:
     """The scenario in `file`, or the default one where there is no file."""
-    data, lines = _parse(file) if file else ({}, {})
+    data, lines = parse(file) if file else ({}, {})
     return _read(Checker(file, lines), data, readers)
 
 
@@ -140,7 +140,7 @@ def _read(check: Checker, data: Any, readers: Mapping[str, SectionReader]) -> Sc
     )
 
 
-def _parse(file: Path) -> tuple[Any, dict[MemberPath, int]]:
+def parse(file: Path) -> tuple[Any, dict[MemberPath, int]]:
     """The data of a YAML file and the line of each of its members."""
     try:
         text = file.read_text(encoding="utf-8")

@@ -457,5 +457,5 @@ def test_ctrl_c_while_the_bmc_gathers_takes_the_live_line_off_the_terminal(start
 def test_every_table_of_faults_has_its_tests():
     readers = {
         re.search(r'^HEADING = "(.*)"$', file.read_text(encoding="utf-8"), re.MULTILINE)
-        for file in (tool.ROOT / "tests" / "cli").glob("test_*faults.py")}
+        for file in (tool.ROOT / "tests" / "cli").rglob("test_*.py")}
     assert sorted(found[1] for found in readers if found) == sorted(faults_table.headings())

@@ -60,12 +60,10 @@ public:
         : m_run(run), m_path(std::move(path)), m_writer(m_path) {}
 
     bool Take(const std::string& name, const std::string& content) override {
-        if (!m_writer.Add(name, content, std::time(nullptr))) return false;
-        m_run.progress.Bytes(m_writer.Bytes(), 0);
-        return m_run.limits.Progress({m_path, m_writer.Bytes(), 0});
+        return m_writer.Add(name, content, std::time(nullptr)) && IsWithinLimits();
     }
 
-    bool Close() { return m_writer.Close(); }
+    bool Close() { return m_writer.Close() && IsWithinLimits(); }
 
     // Why it takes nothing, where that is not a limit of the run's.
     Outcome Trouble() const {
@@ -75,6 +73,8 @@ public:
     }
 
 private:
+    bool IsWithinLimits() { return m_run.limits.Progress({m_path, m_writer.Bytes(), 0}); }
+
     Context& m_run;
     const std::string m_path;
     Archives::Writer m_writer;
@@ -218,7 +218,7 @@ private:
     Login m_login;
     Tree::PatientSource m_source;
     TreeCounts m_counts;
-    Clock::Monotonic m_told;
+    Clock::Monotonic m_told = Clock::Now();
 };
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <boost/json.hpp>
 #include <cctype>
+#include <vector>
 
 #include "LogSink.h"
 
@@ -64,6 +65,7 @@ public:
 
 private:
     void VisitMembers(json::object& object, bool secret) {
+        RenameMembers(object);
         const bool setting =
             std::any_of(std::begin(kSettingNames), std::end(kSettingNames),
                         [&object](const char* name) { return IsSecretName(TextOf(object, name)); });
@@ -74,6 +76,20 @@ private:
                 setting && std::find(std::begin(kSettingValues), std::end(kSettingValues), name) !=
                                std::end(kSettingValues);
             Visit(member.value(), secret || value || IsSecretName(name));
+        }
+    }
+
+    // A member may even be named so.
+    void RenameMembers(json::object& object) {
+        std::vector<std::string> names;
+        for (const json::key_value_pair& member : object) names.emplace_back(member.key());
+        for (const std::string& name : names) {
+            const std::string harmless = Varnex::WithoutHiddenSecrets(name);
+            if (harmless == name) continue;
+            json::value value = std::move(object.at(name));
+            object.erase(name);
+            object[harmless] = std::move(value);
+            ++m_count;
         }
     }
 

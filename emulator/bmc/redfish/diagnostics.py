@@ -17,10 +17,10 @@ from bmc.http.bodies import BytesBody
 from bmc.http.messages import Reply, Request
 from bmc.machine import FIXED_TIME, iso
 from bmc.redfish.diagnostic_settings import DataSettings, DiagnosticSettings, LogServiceSettings
+from bmc.redfish.documents import Document, collection, link, reply_with, request_object, resource
 from bmc.redfish.download import Downloads
 from bmc.redfish.errors import RedfishError, error_reply
 from bmc.redfish.tasks import ENDED, ExportTask, Walk
-from bmc.redfish.tree import Document, collection, link, reply_with, request_object, resource
 
 ACTION = "LogService.CollectDiagnosticData"
 _TYPES = ("Manager", "PreOS", "OS", "OEM", "CPER", "CPERSection")

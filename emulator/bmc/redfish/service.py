@@ -12,15 +12,13 @@ from bmc.http.bodies import BytesBody
 from bmc.http.messages import Reply, Request
 from bmc.machine import Machine, iso
 from bmc.redfish.diagnostics import Diagnostics, DiagnosticTask
+from bmc.redfish.documents import JSON, Document, as_json, collection, reply_with, request_object, resource
 from bmc.redfish.download import Downloads
 from bmc.redfish.errors import RedfishError, error_for_status
 from bmc.redfish.sessions import Account, Session, Sessions
 from bmc.redfish.settings import RedfishSettings
 from bmc.redfish.tasks import ENDED, ExportTask, Walk
-from bmc.redfish.tree import (
-    COLLECTIONS, EXPORT, EXPORT_NAME, JSON, MANAGER_RESET, RESETS, ROOT, SESSIONS, Document, Tree, as_json,
-    collection, reply_with, request_object, resource,
-)
+from bmc.redfish.tree import COLLECTIONS, EXPORT, EXPORT_NAME, MANAGER_RESET, RESETS, ROOT, SESSIONS, Tree
 from bmc.scenario import Scenario
 from bmc.upload import usable_uri
 
@@ -56,7 +54,7 @@ class RedfishService:
         self._walk = Walk(settings.task_steps, settings.task_step_seconds)
         self._tree = Tree(machine, settings, accounts)
         self._sessions = Sessions(accounts, settings.sessions)
-        self._can_export = settings.export_action != "missing"
+        self._can_export = settings.export_action != "missing" and settings.shape is None
         self._tasks: dict[str, ExportTask] = {}
         self._last_task = 0
         self._diagnostics = Diagnostics(settings.diagnostics, downloads, folder, self._new_collection)
@@ -84,9 +82,13 @@ class RedfishService:
         if (request.header("OData-Version") or "4.0").strip() != "4.0":
             raise RedfishError("HeaderInvalid", "OData-Version")
         parts = request.query.replace("%24", "$").split("&")
-        known = "$skip=" if self._diagnostics.has_pages(path) else "?"  # no part begins with "?"
-        if any(part.startswith("$") and not part.startswith(known) for part in parts):
+        if any(part.startswith("$") and not self._takes(path, part) for part in parts):
             raise RedfishError("QueryNotSupported")
+
+    def _takes(self, path: str, part: str) -> bool:
+        if self._tree.shape is not None and self._tree.shape.takes(path, part):
+            return True
+        return part.startswith("$skip=") and self._diagnostics.has_pages(path)
 
     def _check_access(self, request: Request, path: str) -> None:
         if path in _PUBLIC and request.method in ("GET", "HEAD"):
@@ -129,7 +131,7 @@ class RedfishService:
             return _reader(self._tree.odata())
         if path == ROOT + "/$metadata":
             return {"GET": lambda *_: _xml_reply(self._tree.metadata())}
-        if path in RESETS:
+        if path in RESETS and self._tree.shape is None:
             return {"POST": lambda request, _: self._reset(request, path)}
         if path == EXPORT and self._can_export:
             return {"POST": self._export}
@@ -144,6 +146,8 @@ class RedfishService:
         if path.startswith(self._tree.tasks + "/"):
             return self._task_handlers(path[len(self._tree.tasks) + 1 :])
         handlers = self._diagnostics.handlers(path)
+        if handlers is None and self._tree.shape is not None:
+            handlers = self._tree.shape.handlers(path)
         if handlers is not None:
             return handlers
         document = self._tree.documents.get(path)

@@ -9,6 +9,7 @@ from typing import Any, Mapping, Sequence
 from bmc.archive import LARGEST
 from bmc.http.script import Answer, read_answers
 from bmc.redfish.diagnostic_settings import DiagnosticSettings, read_diagnostics
+from bmc.redfish.shape_settings import ShapeSettings, read_shape
 from bmc.redfish.steps import TaskStep, check_state, read_steps
 from bmc.scenario import ROLES, Checker
 
@@ -18,7 +19,7 @@ EXPORT_ACTIONS = ("offered", "unlisted", "missing")
 ETAGS = ("strong", "weak", "none")
 _MEMBERS = (
     "version", "archive", "task_states", "task_step_seconds", "export_action", "accounts", "sessions",
-    "download", "diagnostics", "answers",
+    "download", "diagnostics", "shape", "answers",
 )
 _LONGEST = 86400  # seconds
 _MANY = 1 << 31
@@ -69,6 +70,7 @@ class RedfishSettings:
     sessions: SessionSettings = SessionSettings()
     download: DownloadSettings = DownloadSettings()
     diagnostics: DiagnosticSettings = DiagnosticSettings()
+    shape: ShapeSettings | None = None  # in place of the own systems, chassis and managers
     answers: Mapping[str, Sequence[Answer]] = field(default_factory=dict)
 
     @property
@@ -98,6 +100,7 @@ def read_redfish(check: Checker, value: Any) -> RedfishSettings:
         sessions=_read_sessions(check, entry.get("sessions")),
         download=_read_download(check, entry.get("download")),
         diagnostics=read_diagnostics(check, entry.get("diagnostics")),
+        shape=read_shape(check, entry.get("shape")),
         answers=answers,
     )
 

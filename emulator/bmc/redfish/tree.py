@@ -3,16 +3,14 @@
 
 from __future__ import annotations
 
-import json
 from typing import Any, Iterable, Mapping
 
-from bmc.http.bodies import BytesBody
-from bmc.http.messages import Reply, Request
 from bmc.machine import Machine, iso
 from bmc.redfish import registries
-from bmc.redfish.errors import RedfishError
+from bmc.redfish.documents import Document, collection, link, resource
 from bmc.redfish.sessions import Account
 from bmc.redfish.settings import RedfishSettings
+from bmc.redfish.shape import Shape
 from bmc.scenario import ROLES
 
 ROOT = "/redfish/v1"
@@ -29,7 +27,6 @@ RESETS = {  # what a reset leaves the host's power at, by the action's target an
     },
     MANAGER_RESET: {"GracefulRestart": None, "ForceRestart": None},
 }
-JSON = "application/json; charset=utf-8"
 COLLECTIONS = ("ProcessorDump", "Mini-log")
 
 _OK = {"State": "Enabled", "Health": "OK"}
@@ -40,54 +37,6 @@ _PRIVILEGES = {
     "Operator": ("Login", "ConfigureSelf", "ConfigureComponents"),
     "ReadOnly": ("Login", "ConfigureSelf"),
 }
-
-Document = dict[str, Any]
-
-
-def link(path: str) -> dict[str, str]:
-    return {"@odata.id": path}
-
-
-def collection(path: str, type_: str, name: str, members: Iterable[str]) -> Document:
-    """A collection resource with links to its members."""
-    links = [link(f"{path}/{member}") for member in members]
-    return {
-        "@odata.id": path,
-        "@odata.type": f"#{type_}Collection.{type_}Collection",
-        "Name": name,
-        "Members@odata.count": len(links),
-        "Members": links,
-    }
-
-
-def resource(path: str, type_: str, version: str, name: str, **members: Any) -> Document:
-    """A single resource; its Id is the last piece of its path unless told."""
-    return {
-        "@odata.id": path,
-        "@odata.type": f"#{type_}.v{version}.{type_}",
-        "Id": path.rpartition("/")[2],
-        "Name": name,
-        **members,
-    }
-
-
-def reply_with(document: Document, status: int = 200, headers: Mapping[str, str] | None = None) -> Reply:
-    return Reply(status, {"Content-Type": JSON, **(headers or {})}, BytesBody(as_json(document)))
-
-
-def as_json(document: Document) -> bytes:
-    return json.dumps(document, separators=(",", ":")).encode()
-
-
-def request_object(request: Request) -> Document:
-    """The body of a request, which is to be a JSON object."""
-    try:
-        body = json.loads(request.body.decode("utf-8"))
-    except (ValueError, RecursionError):
-        raise RedfishError("MalformedJSON") from None
-    if not isinstance(body, dict):
-        raise RedfishError("UnrecognizedRequestBody")
-    return body
 
 
 def _told(**members: str | None) -> Document:
@@ -107,10 +56,13 @@ class Tree:
         self.task_service = ROOT + ("/TaskService" if settings.has_task_service else "/Tasks")
         self.tasks = self.task_service + "/Tasks"
         self._documents: dict[str, Document] = {}
-        for part in (
-            self._root(), self._systems(), self._chassis(), self._managers(), self._event_log(),
-            self._services(), self._accounts(accounts), self._registries(), self._log_services(),
-        ):
+        self.shape = None if settings.shape is None else Shape(settings.shape, machine, ROOT)
+        if self.shape is None:
+            for part in (self._systems(), self._chassis(), self._managers(), self._event_log(), self._log_services()):
+                self._add(part)
+        else:
+            self._add(self.shape.documents.values())
+        for part in (self._root(), self._services(), self._accounts(accounts), self._registries()):
             self._add(part)
 
     @property
@@ -136,9 +88,7 @@ class Tree:
             ProtocolFeaturesSupported={
                 "ExcerptQuery": False, "FilterQuery": False, "OnlyMemberQuery": False, "SelectQuery": False,
             },
-            Systems=link(ROOT + "/Systems"),
-            Chassis=link(ROOT + "/Chassis"),
-            Managers=link(ROOT + "/Managers"),
+            **({name: link(f"{ROOT}/{name}") for name in ("Systems", "Chassis", "Managers")} if self.shape is None else {}),
             SessionService=link(ROOT + "/SessionService"),
             AccountService=link(ROOT + "/AccountService"),
             Tasks=link(self.task_service),
@@ -146,6 +96,9 @@ class Tree:
             Links={"Sessions": link(SESSIONS)},
         )
         root["Id"] = "RootService"
+        if self.shape is not None:
+            root.update(self.shape.root_members)
+            root["ProtocolFeaturesSupported"].update(self.shape.features)
         if self._settings.version is None:
             del root["RedfishVersion"]
         yield root

@@ -60,6 +60,8 @@ TEST(TreeMasking, TextsOfSuchMembersAndBelowThem) {
 TEST(TreeMasking, WhatTheToolItselfHasAsASecret) {
     Varnex::HideInLog("the-runs-own-secret");
     EXPECT_EQ(Masked(R"(["login with the-runs-own-secret"])"), R"(["login with **********"])");
+    EXPECT_EQ(Masked(R"({"the-runs-own-secret":1,"@odata.id":"/redfish/v1/A"})"),
+              R"({"@odata.id":"/redfish/v1/A","**********":1})");
 }
 
 TEST(TreeMasking, Counts) {
