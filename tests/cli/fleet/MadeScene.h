@@ -57,6 +57,31 @@ inline void AddMany(Scene& scene, int from, int to, HostState state, double sinc
     for (int i = from; i <= to; ++i) Add(scene, Numbered(i), state, since, begun);
 }
 
+constexpr std::uint64_t kBusyRate = 47395635;  // bytes a second
+
+// In the middle: something of everything.
+inline Scene Busy() {
+    Scene scene = RunOf(192);
+    AddMany(scene, 1, 120, HostState::kDone, 180, 20);
+    for (SceneHost& host : scene.hosts) host.bytes = 37 << 20;
+    AddMany(scene, 121, 123, HostState::kFailed, 4, 1);
+    AddMany(scene, 124, 131, HostState::kTransferring, 150, 70);
+    for (std::size_t i = 123; i < 131; ++i) {
+        scene.hosts[i].bytes = 13002342;
+        scene.hosts[i].expected = 104857600;
+    }
+    AddMany(scene, 132, 151, HostState::kWaiting, 150, 72);
+    AddMany(scene, 152, 290, HostState::kGathering, 90, 80);
+    for (std::size_t i = 151; i < 290; ++i) scene.hosts[i].percent = 85;
+    scene.hosts[151].begun = At(10);
+    scene.hosts[151].message = "Dumping processor 1.";
+    SceneHost& pausing = Add(scene, "bmc291", HostState::kPausing, 190, 4);
+    pausing.reason = "The BMC is busy with another gathering.";
+    AddMany(scene, 292, 300, HostState::kStarting, 190, 190);
+    AddMany(scene, 301, 400, HostState::kQueued);
+    return scene;
+}
+
 }  // namespace MadeScene
 
 #endif

@@ -18,34 +18,9 @@ using Kemffdc::Fleet::StateLine;
 using Kemffdc::Fleet::Table;
 using testing::ElementsAre;
 
-constexpr std::uint64_t kRate = 47395635;
-
-// In the middle: something of everything.
-Scene Busy() {
-    Scene scene = RunOf(192);
-    AddMany(scene, 1, 120, HostState::kDone, 180, 20);
-    for (SceneHost& host : scene.hosts) host.bytes = 37 << 20;
-    AddMany(scene, 121, 123, HostState::kFailed, 4, 1);
-    AddMany(scene, 124, 131, HostState::kTransferring, 150, 70);
-    for (std::size_t i = 123; i < 131; ++i) {
-        scene.hosts[i].bytes = 13002342;
-        scene.hosts[i].expected = 104857600;
-    }
-    AddMany(scene, 132, 151, HostState::kWaiting, 150, 72);
-    AddMany(scene, 152, 290, HostState::kGathering, 90, 80);
-    for (std::size_t i = 151; i < 290; ++i) scene.hosts[i].percent = 85;
-    scene.hosts[151].begun = At(10);
-    scene.hosts[151].message = "Dumping processor 1.";
-    SceneHost& pausing = Add(scene, "bmc291", HostState::kPausing, 190, 4);
-    pausing.reason = "The BMC is busy with another gathering.";
-    AddMany(scene, 292, 300, HostState::kStarting, 190, 190);
-    AddMany(scene, 301, 400, HostState::kQueued);
-    return scene;
-}
-
 TEST(Table, FillsHalfOfAScreenOf80x24) {
     EXPECT_THAT(
-        Table(Busy(), kRate, {80, 24}),
+        Table(Busy(), kBusyRate, {80, 24}),
         ElementsAre(
             "Run 12 (collect), 123 of 400 ended, 3:12, about 6 min left",
             "[###############-----------------------------------]  30 %, 4.4 GiB, 45.2 MiB/s",
@@ -63,7 +38,7 @@ TEST(Table, FillsHalfOfAScreenOf80x24) {
 }
 
 TEST(Table, BreaksItsLinesWhereThereAreFortyColumns) {
-    EXPECT_THAT(Table(Busy(), kRate, {40, 14}),
+    EXPECT_THAT(Table(Busy(), kBusyRate, {40, 14}),
                 ElementsAre("Run 12 (collect), 123 of 400 ended,",  //
                             "3:12, about 6 min left",               //
                             "[###-------]  30 %, 4.4 GiB, 45.2 MiB/s",
@@ -81,7 +56,7 @@ TEST(Table, HasEachThingOnOneLineOf200Columns) {
         "Dumping processor 1 of 2, which has ended with a fault of its memory "
         "controller; this takes a while.";
     EXPECT_THAT(
-        Table(scene, kRate, {200, 12}),
+        Table(scene, kBusyRate, {200, 12}),
         ElementsAre(
             "Run 12 (collect), 123 of 400 ended, 3:12, about 6 min left",
             "[##################------------------------------------------]  30 %, 4.4 GiB, "
@@ -139,7 +114,7 @@ TEST(Table, IsLowerAndNarrowerThanAnyTerminal) {
     const Scene scene = Busy();
     for (int columns = 1; columns <= 220; ++columns) {
         for (const int rows : {1, 2, 3, 5, 8, 24, 60}) {
-            const std::vector<std::string> lines = Table(scene, kRate, {columns, rows});
+            const std::vector<std::string> lines = Table(scene, kBusyRate, {columns, rows});
             EXPECT_LE(lines.size(), static_cast<std::size_t>(std::max(rows - 2, 1)));
             for (const std::string& line : lines) {
                 EXPECT_LE(ColumnsOf(line), static_cast<std::size_t>(std::max(columns - 1, 1)))
@@ -150,7 +125,7 @@ TEST(Table, IsLowerAndNarrowerThanAnyTerminal) {
 }
 
 TEST(StateLine, SaysTheSameOnOneLine) {
-    EXPECT_EQ(StateLine(Busy(), kRate),
+    EXPECT_EQ(StateLine(Busy(), kBusyRate),
               "3:12  400 hosts: 120 done, 3 failed, 8 transferring, 20 waiting, 139 gathering, "
               "9 connecting, 1 pausing, 100 queued; 4.4 GiB, 45.2 MiB/s; about 6 min left");
 }
