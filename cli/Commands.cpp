@@ -10,6 +10,7 @@
 #include "cli/Run.h"
 #include "cli/commands/Config.h"
 #include "cli/commands/FleetHosts.h"
+#include "cli/commands/FleetRun.h"
 #include "cli/commands/FleetStatus.h"
 #include "cli/commands/History.h"
 #include "cli/commands/Resume.h"
@@ -79,6 +80,24 @@ constexpr char kResumeExamples[] =
     "      Waits for the task that run 17 has started, and fetches its archive.\n"
     "      BMC, user and folder are those of that run.\n";
 
+constexpr char kFleetCollectExamples[] =
+    "  kemffdc fleet collect rack.csv --output /srv/ffdc\n"
+    "      All BMCs of the spreadsheet, each into a folder of its own.\n"
+    "  kemffdc fleet collect --hosts 'bmc[001-400].example' --gathering 400\n"
+    "      400 BMCs at once, without a file.\n"
+    "  kemffdc fleet collect fleet.yaml -g rack3 --run-deadline 1h --events | jq -c .\n"
+    "      Those of one group, for an hour at most, told to a program.\n";
+
+constexpr char kFleetCheckExamples[] =
+    "  kemffdc fleet check fleet.yaml --limit 'bmc0*'\n"
+    "      Could these be collected from? Nothing is gathered.\n";
+
+constexpr char kFleetResumeExamples[] =
+    "  kemffdc fleet resume\n"
+    "      Goes on with the newest run that has not ended well.\n"
+    "  kemffdc fleet resume 12 --credentials ~/bmc-accounts.yaml --transfers 2\n"
+    "      With run 12, by other credentials and more slowly.\n";
+
 constexpr char kFleetHostsExamples[] =
     "  kemffdc fleet hosts rack.csv\n"
     "      All BMCs of the spreadsheet, each with its settings and where they stand.\n"
@@ -94,6 +113,21 @@ constexpr char kFleetStatusExamples[] =
     "      Run 12 as it works, until it ends.\n";
 
 OptionGroups InJournal() { return {&WatchOptions(), &StateOptions(), &ResultOptions()}; }
+
+OptionGroups OfFleetRun() {
+    return {&Fleet::SelectionOptions(),
+            &Fleet::PaceOptions(),
+            &Fleet::FolderOptions(),
+            &Fleet::FinishOptions(),
+            &Fleet::EventsOptions(),
+            &StateOptions(),
+            &ResultOptions()};
+}
+
+OptionGroups OfResumedFleet() {
+    return {&Fleet::PasswordOptions(), &Fleet::PaceOptions(), &Fleet::FinishOptions(),
+            &Fleet::EventsOptions(),   &StateOptions(),       &ResultOptions()};
+}
 
 OptionGroups OfInventory() {
     return {&Fleet::SelectionOptions(), &StateOptions(), &ResultOptions()};
@@ -159,6 +193,15 @@ const std::vector<CommandEntry>& Commands() {
         {Command::kVerify, "verify", "Compare archives with their recorded sums",
          "ARCHIVE|RUN|HOST", Argument::kOptional, TakeSubject, On::kRecord, Use::kReach, OnArchives,
          VerifyArchives, kVerifyExamples},
+        {Command::kFleetCollect, "fleet collect", "Collect from all BMCs of an inventory", "FILE",
+         Argument::kOptional, Fleet::TakeInventory, On::kFleet, Use::kGather, OfFleetRun, RunFleet,
+         kFleetCollectExamples},
+        {Command::kFleetCheck, "fleet check", "See which BMCs of an inventory can be used", "FILE",
+         Argument::kOptional, Fleet::TakeInventory, On::kFleet, Use::kReach, OfFleetRun, RunFleet,
+         kFleetCheckExamples},
+        {Command::kFleetResume, "fleet resume", "Go on with a fleet run that has not ended well",
+         "RUN", Argument::kOptional, TakeSubject, On::kRecord, Use::kReach, OfResumedFleet,
+         ResumeFleet, kFleetResumeExamples},
         {Command::kFleetHosts, "fleet hosts", "Show the BMCs of an inventory and their settings",
          "FILE", Argument::kOptional, Fleet::TakeInventory, On::kFleet, Use::kGather, OfInventory,
          ShowFleetHosts, kFleetHostsExamples},

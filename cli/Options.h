@@ -22,6 +22,9 @@ enum class Command {
     kShow,
     kVerify,
     kResume,
+    kFleetCollect,
+    kFleetCheck,
+    kFleetResume,
     kFleetHosts,
     kFleetStatus,
 };

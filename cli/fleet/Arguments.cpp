@@ -27,10 +27,17 @@ Arguments FromJson(const std::string& text) {
     return arguments;
 }
 
+std::string ValueOf(const Arguments& arguments, const std::string& option) {
+    const std::string begin = option + "=";
+    const auto found = std::find_if(
+        arguments.begin(), arguments.end(),
+        [&begin](const std::string& argument) { return argument.rfind(begin, 0) == 0; });
+    return found == arguments.end() ? "" : found->substr(begin.size());
+}
+
 std::chrono::milliseconds PatienceOf(const Arguments& arguments) {
     std::int64_t seconds = Options().deadline;
-    const auto option = std::find(arguments.begin(), arguments.end(), "--deadline");
-    if (arguments.end() - option > 1) (void)kTime.take(*(option + 1), seconds);
+    (void)kTime.take(ValueOf(arguments, "--deadline"), seconds);
     return std::chrono::seconds(seconds);
 }
 

@@ -23,6 +23,7 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 using Why = Scheduler::Why;
 
+constexpr char kLoginRefused[] = "login-refused";
 constexpr milliseconds kTick{250};
 constexpr milliseconds kMomentToEnd{900};  // of a worker that has been asked to
 constexpr std::size_t kErrorShown = 300;   // bytes of what a crash has left
@@ -33,12 +34,13 @@ bool IsIgnored(int number) {
     return action.sa_handler == SIG_IGN;
 }
 
-std::vector<Scheduler::Host> ToSchedule(const std::vector<FleetHostRow>& rows) {
+std::vector<Scheduler::Host> ToSchedule(const Conductor::Job& job) {
     std::vector<Scheduler::Host> hosts;
-    hosts.reserve(rows.size());
-    for (const FleetHostRow& row : rows) {
-        hosts.push_back(
-            {row.credential, row.state == HostState::kDone, PatienceOf(FromJson(row.arguments))});
+    hosts.reserve(job.hosts.size());
+    for (std::size_t i = 0; i < job.hosts.size(); ++i) {
+        const FleetHostRow& row = job.hosts[i];
+        hosts.push_back({job.logins[i], row.state == HostState::kDone, row.outcome == kLoginRefused,
+                         PatienceOf(FromJson(row.arguments))});
     }
     return hosts;
 }
@@ -132,9 +134,10 @@ int Conductor::Run() {
     m_scene.begun = m_scene.now = std::chrono::system_clock::now();
     std::uniform_real_distribution<double> jitter(0, 1);
     m_scheduler =
-        std::make_unique<Scheduler>(m_job.pace, ToSchedule(m_job.hosts), steady_clock::now(),
+        std::make_unique<Scheduler>(m_job.pace, ToSchedule(m_job), steady_clock::now(),
                                     [this, jitter]() mutable { return jitter(m_random); });
     m_audience.Begun(m_scene);
+    Queue();
     ListenToSignals();
     Tick();
     Pulse();
@@ -143,6 +146,14 @@ int Conductor::Run() {
     m_scene.live = false;
     m_scene.ended = true;
     return ExitCode();
+}
+
+// Hosts of an earlier run that are tried again: who looks on sees where it goes on.
+void Conductor::Queue() {
+    for (const FleetHostRow& row : m_job.hosts) {
+        if (row.state == HostState::kDone || row.state == HostState::kQueued) continue;
+        WriteRow([&] { m_journal.SetState(m_job.run.id, row.number, HostState::kQueued); });
+    }
 }
 
 void Conductor::ListenToSignals() {
@@ -203,7 +214,7 @@ void Conductor::CarryOut(const Scheduler::Orders& orders) {
     }
     for (const std::size_t host : orders.go) m_work[host].process->Tell("go");
     for (const Scheduler::Stop& stop : orders.stop) {
-        if (stop.why == Why::kGuard) NoteClosed(m_job.hosts[stop.host].credential);
+        if (stop.why == Why::kGuard) NoteClosed(stop.host);
         if (!stop.atWork) EndByStop(stop.host, stop.why);
     }
     for (const std::size_t host : orders.start) Start(host);
@@ -327,7 +338,7 @@ void Conductor::Conclude(std::size_t host, const ResultTold& result, bool byWork
     const std::optional<Scheduler::Why> stopped = m_work[host].stopped;
     m_work[host].killAt.reset();
     const auto again =
-        m_scheduler->Ended(host, {result.outcome == "login-refused", result.retryable}, now);
+        m_scheduler->Ended(host, {result.outcome == kLoginRefused, result.retryable}, now);
     SceneHost& shown = m_scene.hosts[host];
     shown.outcome = result.outcome;
     shown.reason = result.reason;
@@ -380,13 +391,14 @@ void Conductor::Changed(std::size_t host) {
 
 void Conductor::Note(const std::string& sentence) { m_audience.Noted(sentence); }
 
-void Conductor::NoteClosed(const std::string& credential) {
-    if (!m_closed.insert(credential).second) return;
+void Conductor::NoteClosed(std::size_t host) {
+    if (!m_closed.insert(m_job.logins[host]).second) return;
+    const std::string& credential = m_job.hosts[host].credential;
     const std::string whose =
         credential.empty() ? "The user and password of the run" : "The credential " + credential;
-    Note(whose +
-         " has been refused twice and is used on no further host: accounts lock after a "
-         "few failures. Hosts where it was taken go on.");
+    Note(Clean(whose) +
+         " has been refused twice and is used on no further host: accounts lock "
+         "after a few failures. Hosts where it was taken go on.");
 }
 
 // A run goes on without its journal; what is not written is done again by a resume.

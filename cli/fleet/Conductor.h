@@ -31,6 +31,8 @@ public:
     struct Job {
         History::FleetRunRow run;                  // has begun, or goes on, in the journal
         std::vector<History::FleetHostRow> hosts;  // in the order of the plan
+        // Who logs in, for each host: equal where the same user and password do.
+        std::vector<std::string> logins;
         Scheduler::Pace pace;
         std::vector<std::string> worker;  // program and arguments
         // The line that the worker of a host is told first; it may hold passwords.
@@ -60,6 +62,7 @@ private:
         bool babbled = false;  // it has said what no worker says
     };
 
+    void Queue();
     void ListenToSignals();
     void Interrupted();
     void Tick();
@@ -87,7 +90,7 @@ private:
     void SetState(std::size_t host, History::HostState state);
     void Changed(std::size_t host);
     void Note(const std::string& sentence);
-    void NoteClosed(const std::string& credential);
+    void NoteClosed(std::size_t host);
     template <class Write>
     void WriteRow(const Write& write);
 
@@ -109,7 +112,7 @@ private:
     int m_interrupts = 0;
     bool m_pulseComes = false;
     bool m_journalFails = false;
-    std::set<std::string> m_closed;  // credentials that the audience has been told of
+    std::set<std::string> m_closed;  // logins that the audience has been told of
 };
 
 }  // namespace Kemffdc::Fleet

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "cli/CommonOptions.h"
 #include "cli/fleet/HostRange.h"
 #include "cli/terminal/Text.h"
 
@@ -75,6 +76,11 @@ Reading ShardText() {
     return reading;
 }
 
+Option Named(const OptionGroup& group, const std::string& name) {
+    return *std::find_if(group.options.begin(), group.options.end(),
+                         [&name](const Option& option) { return name == option.name; });
+}
+
 }  // namespace
 
 const OptionGroup& SelectionOptions() {
@@ -120,6 +126,22 @@ const OptionGroup& FolderOptions() {
         "Folder",
         {{"--output", "DIR", "Folder that the run's own folder is made in", Path(&Options::output),
           Where::kAnyhow, Use::kReach, true}}};
+    return group;
+}
+
+const OptionGroup& EventsOptions() {
+    static const OptionGroup group{
+        "Events",
+        {{"--events", "", "Print a JSON line for each change, and the result as the last one",
+          Flag(&Options::events)}}};
+    return group;
+}
+
+const OptionGroup& PasswordOptions() {
+    static const OptionGroup group{
+        "Passwords",
+        {Named(SelectionOptions(), "--credentials"), Named(LoginOptions(), "--password-file"),
+         Named(ExportOptions(), "--export-password-file")}};
     return group;
 }
 

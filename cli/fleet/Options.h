@@ -53,6 +53,8 @@ inline const FleetOptions& Own(const Options& options) { return Part<FleetOption
 const OptionGroup& SelectionOptions();  // which BMCs of the inventory
 const OptionGroup& PaceOptions();       // limits, tries and deadlines of a run
 const OptionGroup& FolderOptions();     // where runs lie
+const OptionGroup& EventsOptions();     // what a run prints while it works
+const OptionGroup& PasswordOptions();   // where a run that goes on finds passwords
 const OptionGroup& FinishOptions();     // what follows a run
 
 // `take` of commands whose argument is an inventory.

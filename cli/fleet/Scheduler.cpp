@@ -28,6 +28,7 @@ Scheduler::Scheduler(const Pace& pace, const std::vector<Host>& hosts, Time now,
       m_nextStart(now) {
     for (std::size_t host = 0; host < hosts.size(); ++host) {
         m_hosts[host].patience = hosts[host].patience;
+        m_hosts[host].doubtful = hosts[host].doubtful;
         if (hosts[host].done) m_hosts[host].phase = Phase::kEnded;
     }
 }
@@ -125,15 +126,19 @@ bool Scheduler::IsReady(std::size_t host, Time now) const {
     return due && m_guard.MayStart(host, now);
 }
 
-// Those that nobody has tried come first: a host that failed may fail again.
+// Those that nobody has tried come first: a host that failed may fail again. And those whose login
+// was refused come last: the guard may end the run there.
 std::optional<std::size_t> Scheduler::NextToStart(Time now) const {
-    std::optional<std::size_t> again;
-    for (std::size_t host = 0; host < m_hosts.size(); ++host) {
-        if (!IsReady(host, now)) continue;
-        if (m_hosts[host].phase == Phase::kQueued) return host;
-        if (!again) again = host;
+    std::optional<std::size_t> next;
+    int rank = 3;
+    for (std::size_t host = 0; host < m_hosts.size() && rank > 0; ++host) {
+        const HostState& state = m_hosts[host];
+        const int own = state.doubtful ? 2 : state.phase == Phase::kPausing ? 1 : 0;
+        if (own >= rank || !IsReady(host, now)) continue;
+        next = host;
+        rank = own;
     }
-    return again;
+    return next;
 }
 
 std::optional<Scheduler::Time> Scheduler::HostDeadline(const HostState& host) const {

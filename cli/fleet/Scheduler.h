@@ -33,9 +33,10 @@ public:
     };
 
     struct Host {
-        std::string credential;
-        bool done = false;     // by an earlier run: there is nothing to do
-        Duration patience{0};  // that its worker has for one try, by its own clock; 0: for ever
+        std::string credential;  // equal where the same user and password log in
+        bool done = false;       // by an earlier run: there is nothing to do
+        bool doubtful = false;   // its login was refused in an earlier run: it is tried last
+        Duration patience{0};    // that its worker has for one try, by its own clock; 0: for ever
     };
 
     enum class Why {
@@ -88,6 +89,7 @@ private:
 
     struct HostState {
         Phase phase = Phase::kQueued;
+        bool doubtful = false;
         Duration patience{0};
         int tries = 0;
         Time begun;     // its first try

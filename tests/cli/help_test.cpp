@@ -100,14 +100,17 @@ TEST(Help, OnACommandHoldsEveryOptionOnceWithWhatHoldsWithoutIt) {
         words.insert(words.begin(), "help");
         const std::string help = Output(words);
         ExpectColumns(help);
+        // A fleet has options of the same name as a run on one BMC, with another meaning.
+        std::map<std::string, bool> offered;
         for (const Kemffdc::OptionGroup* group : AllGroups(command)) {
             for (const Kemffdc::Option& option : group->options) {
-                const bool offered = option.OnLine() && TakesOption(command, option);
                 const std::string letter = option.letter;
                 const std::string name = (letter.empty() ? "" : letter + ", ") + option.name;
-                EXPECT_EQ(EntriesOf(name, help), offered ? 1 : 0)
-                    << command.name << " " << option.name;
+                offered[name] |= option.OnLine() && TakesOption(command, option);
             }
+        }
+        for (const auto& [name, isOffered] : offered) {
+            EXPECT_EQ(EntriesOf(name, help), isOffered ? 1 : 0) << command.name << " " << name;
         }
     }
     const std::string help = Output({"help", "collect"});

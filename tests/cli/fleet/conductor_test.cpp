@@ -101,6 +101,7 @@ protected:
         host.credential = credential.empty() ? "of " + host.name : credential;
         host.channel = "redfish";
         host.arguments = "[]";
+        job.logins.push_back(host.credential);
         job.hosts.push_back(host);
     }
 
@@ -332,10 +333,10 @@ TEST(Arguments, AreKeptAsJson) {
 TEST(Arguments, SayHowLongARunMayTake) {
     using Kemffdc::Fleet::PatienceOf;
 
-    EXPECT_EQ(PatienceOf({"collect", "--deadline", "45m", "10.0.0.1"}), std::chrono::minutes(45));
-    EXPECT_EQ(PatienceOf({"collect", "--deadline", "0", "10.0.0.1"}), seconds(0));
+    EXPECT_EQ(PatienceOf({"collect", "10.0.0.1", "--deadline=45m"}), std::chrono::minutes(45));
+    EXPECT_EQ(PatienceOf({"collect", "10.0.0.1", "--deadline=0"}), seconds(0));
     EXPECT_EQ(PatienceOf({"collect", "10.0.0.1"}), std::chrono::hours(2));
-    EXPECT_EQ(PatienceOf({"collect", "--deadline"}), std::chrono::hours(2));
+    EXPECT_EQ(PatienceOf({"collect", "10.0.0.1", "--deadline="}), std::chrono::hours(2));
 }
 
 }  // namespace

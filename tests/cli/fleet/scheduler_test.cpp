@@ -32,7 +32,7 @@ protected:
         m_hosts.clear();
         // Each with a credential of its own: the guard has nothing to say here.
         for (std::size_t host = 0; host < hosts; ++host) {
-            m_hosts.push_back({"credential " + std::to_string(host), false, Duration(0)});
+            m_hosts.push_back({"credential " + std::to_string(host)});
         }
     }
 
@@ -205,6 +205,17 @@ TEST_F(SchedulerTest, WhatAnEarlierRunHasDoneIsNotStarted) {
     EXPECT_EQ(starts.begin()->first, 1U);
     run.Ended(1, kDone, now);
     EXPECT_TRUE(run.HasEnded());
+}
+
+TEST_F(SchedulerTest, HostsThatHaveRefusedALoginComeLast) {
+    Plan(4);
+    m_hosts[0].doubtful = m_hosts[1].doubtful = true;
+    pace.startGap = milliseconds(10);
+    Begin();
+
+    const std::map<std::size_t, Duration> expected{
+        {2, milliseconds(0)}, {3, milliseconds(10)}, {0, milliseconds(20)}, {1, milliseconds(30)}};
+    EXPECT_EQ(StartsWithin(seconds(1)), expected);
 }
 
 TEST_F(SchedulerTest, AHostsDeadlineCoversAllItsTries) {
