@@ -3,9 +3,10 @@
 
 #include <fcntl.h>
 #include <sqlite3.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <thread>
 
@@ -17,18 +18,14 @@
 namespace Kemffdc::History {
 namespace {
 
-constexpr int kMark = 0x4B464643;  // SQLite's application_id: whose file it is
-constexpr auto kPause = std::chrono::milliseconds(10);
-constexpr int kMaxPauses = 500;
-constexpr int kMaxHurriedPauses = 20;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
 
-int WaitForAnother(void* hurryOfDatabase, int pauses) {
-    const auto* hurry = *static_cast<const std::atomic<bool>* const*>(hurryOfDatabase);
-    const bool hurried = hurry != nullptr && *hurry;
-    if (pauses >= (hurried ? kMaxHurriedPauses : kMaxPauses)) return 0;
-    std::this_thread::sleep_for(kPause);
-    return 1;
-}
+constexpr int kMark = 0x4B464643;  // SQLite's application_id: whose file it is
+constexpr milliseconds kPatience{15000};
+constexpr milliseconds kHurriedPatience{200};
+constexpr int kLongestPause = 80;  // milliseconds, as the next
+constexpr int kHurriedPause = 10;
 
 // SQLite would make it for everybody to read. One that exists is never opened here: closing it
 // again would take away the locks that this process's other connections hold (POSIX record locks),
@@ -54,7 +51,10 @@ void Migrate(SQLite::Database& connection, int from) {
 }  // namespace
 
 Database::Database(const std::string& stateFolder, const std::atomic<bool>* hurry)
-    : m_folder(stateFolder), m_path(stateFolder + "/history.db"), m_hurry(hurry) {
+    : m_folder(stateFolder),
+      m_path(stateFolder + "/history.db"),
+      m_hurry(hurry),
+      m_random(static_cast<unsigned>(getpid())) {
     const Outcome made = MakeStateFolder(stateFolder);
     if (!made.Ok()) throw StoreError(made.reason);
     MakePrivateFile(m_path);
@@ -66,8 +66,23 @@ Database::Database(const std::string& stateFolder, const std::atomic<bool>* hurr
     Do([this](SQLite::Database& connection) { Open(connection); });
 }
 
+// Most writers are done in a millisecond. Where there are many, it is their pauses that keep them
+// from spending their time on looking: they grow, and are not those of the others.
+int Database::WaitForAnother(void* database, int pauses) {
+    auto& self = *static_cast<Database*>(database);
+    const steady_clock::time_point now = steady_clock::now();
+    if (pauses == 0) self.m_waitsSince = now;
+    const bool hurried = self.m_hurry != nullptr && *self.m_hurry;
+    if (now - self.m_waitsSince >= (hurried ? kHurriedPatience : kPatience)) return 0;
+    const int longest =
+        std::min(hurried ? kHurriedPause : kLongestPause, 2 << std::min(pauses, 10));
+    const int pause = std::uniform_int_distribution<int>(1, longest)(self.m_random);
+    std::this_thread::sleep_for(milliseconds(pause));
+    return 1;
+}
+
 void Database::Open(SQLite::Database& connection) {
-    sqlite3_busy_handler(connection.getHandle(), WaitForAnother, &m_hurry);
+    sqlite3_busy_handler(connection.getHandle(), WaitForAnother, this);
     BringUpToDate(connection);
     // With a write-ahead log no write waits for the disk, and a killed process loses none; a power
     // failure may lose the newest ones, and harms nothing else.

@@ -5,7 +5,9 @@
 #include <SQLiteCpp/SQLiteCpp.h>
 
 #include <atomic>
+#include <chrono>
 #include <optional>
+#include <random>
 #include <string>
 
 #include "cli/history/Store.h"
@@ -51,12 +53,16 @@ public:
     }
 
 private:
+    static int WaitForAnother(void* database, int pauses);  // as sqlite3_busy_handler() wants it
+
     void Open(SQLite::Database& connection);
     void BringUpToDate(SQLite::Database& connection);
 
     const std::string m_folder;
     const std::string m_path;
     const std::atomic<bool>* m_hurry;
+    std::chrono::steady_clock::time_point m_waitsSince;
+    std::minstd_rand m_random;
     std::optional<SQLite::Database> m_connection;
 };
 

@@ -101,7 +101,7 @@ struct ArchiveRow {
 // what it wrote is there even when the process is killed right behind it. Secrets that were given
 // to Varnex::HideInLog are masked in every text.
 //
-// Operations throw StoreError, and block for at most 5 s while another process writes. One thread
+// Operations throw StoreError, and block for at most 15 s while others write. One thread
 // at a time.
 class Store {
 public:
