@@ -9,6 +9,7 @@
 #include <charconv>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 #include <utility>
 
@@ -132,6 +133,8 @@ struct Transport::Request {
     const std::vector<std::string>& headers;
     const Login& login;
 
+    bool HasNoBody() const { return std::strcmp(method, "HEAD") == 0; }  // its answer
+
     List HeaderLines() const {
         List lines;
         for (const std::string& line : headers) Append(lines, line);
@@ -218,6 +221,10 @@ Answer Transport::Get(const std::string& path, const Login& login) {
     return Send({"GET", path, nullptr, {}, login});
 }
 
+Answer Transport::Head(const std::string& path, const Login& login) {
+    return Send({"HEAD", path, nullptr, {}, login});
+}
+
 Answer Transport::Post(const std::string& path, const std::string& body,
                        const std::vector<std::string>& headers, const Login& login) {
     return Send({"POST", path, &body, headers, login});
@@ -267,6 +274,7 @@ Answer Transport::Perform(const Request& request, const std::string& url, long m
         curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE, static_cast<long>(request.body->size()));
     }
     curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, request.method);
+    if (request.HasNoBody()) curl_easy_setopt(easy, CURLOPT_NOBODY, 1L);
     if (m_stop != nullptr) {
         curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
         curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, OnProgress);

@@ -78,6 +78,7 @@ public:
 
     // `path` begins with a slash; header lines are whole ("Name: value").
     Answer Get(const std::string& path, const Login& login = {});
+    Answer Head(const std::string& path, const Login& login = {});
     Answer Post(const std::string& path, const std::string& body,
                 const std::vector<std::string>& headers, const Login& login = {});
     Answer Delete(const std::string& path, const Login& login);

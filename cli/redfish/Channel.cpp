@@ -19,6 +19,27 @@ OptionGroups Groups() {
             &OwnOptions(),  &DownloadOptions(), &ExportOptions()};
 }
 
+// What is said of the standard's action asks for it.
+void ImplyOperation(Options& options) {
+    ChannelOptions& own = options.own.Of<ChannelOptions>();
+    const bool standard = !own.diagnosticType.empty() || !own.oemType.empty() ||
+                          !own.logService.empty() || own.allTypes;
+    if (standard && own.operation == Operation::kAuto) own.operation = Operation::kStandard;
+}
+
+std::string CheckStandard(const Options& options) {
+    const ChannelOptions& own = Own(options);
+    if (!own.oemType.empty() && !own.diagnosticType.empty() && own.diagnosticType != "OEM") {
+        return "--oem-type goes with --diagnostic-type OEM alone.";
+    }
+    if (own.operation == Operation::kStandard || own.operation == Operation::kAuto) return "";
+    for (const char* name :
+         {"--diagnostic-type", "--oem-type", "--log-service", "--all-types", "--delete-after"}) {
+        if (options.IsOnLine(name)) return std::string(name) + " goes with --operation standard.";
+    }
+    return "";
+}
+
 std::string CheckOperation(const Options& options) {
     const Operation asked = Own(options).operation;
     const bool sends = asked == Operation::kAuto || asked == Operation::kOem;
@@ -29,15 +50,18 @@ std::string CheckOperation(const Options& options) {
 
 std::string Complete(Options& options) {
     if (options.port == 0) options.port = kPort;
+    ImplyOperation(options);
     std::string fault = CheckTrust(options);
     if (fault.empty()) fault = CheckBasicUser(options);
     if (fault.empty()) fault = CheckExport(options);
+    if (fault.empty()) fault = CheckStandard(options);
     return fault.empty() ? CheckOperation(options) : fault;
 }
 
 // The same, where this operation alone is to be tried.
 template <Operation operation>
 std::string CompleteFor(Options& options) {
+    ImplyOperation(options);
     Operation& asked = options.own.Of<ChannelOptions>().operation;
     if (asked != Operation::kAuto && asked != operation) {
         return std::string("--operation ") + NameOf(asked) + " asks for another operation.";

@@ -353,6 +353,11 @@ Outcome DiagnoseStart(const Events& events, std::chrono::seconds waited) {
     return DiagnoseAnswer(kStartAnswers, *failed);
 }
 
+Outcome DiagnoseStarting() {
+    return Failure(kNotConnected, Cause::kStarting,
+                   "The BMC is still starting (503). Try again later.");
+}
+
 Outcome DiagnoseConnect(int code, const Events& events) {
     const Event* probed = events.Last(EventKind::kProbed);
     if (probed == nullptr) {
@@ -369,8 +374,7 @@ Outcome DiagnoseConnect(int code, const Events& events) {
         return WrongCredentials(*probed);
     }
     if (probed->httpCode == 503) {
-        return Failure(kNotConnected, Cause::kStarting,
-                       "The BMC is still starting (503). Try again later.");
+        return DiagnoseStarting();
     }
     return {};
 }

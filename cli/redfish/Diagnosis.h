@@ -22,6 +22,9 @@ namespace Kemffdc::Redfish {
 // rest is in vain.
 Outcome DiagnoseStart(const Events& events, std::chrono::seconds waited);
 
+// Of a BMC that is asked by the tool alone, and has not got ready.
+Outcome DiagnoseStarting();
+
 Outcome DiagnoseConnect(int code, const Events& events);
 
 // `thrown`: text of the exception that left Apply; empty where none did.

@@ -4,9 +4,8 @@
 #include "cli/terminal/Text.h"
 
 namespace Kemffdc::Redfish {
-namespace {
 
-Outcome Delivered(Context& run, const DeliveredFile& file, const std::string& bmcPath) {
+Outcome TellDelivered(Context& run, const DeliveredFile& file, const std::string& bmcPath) {
     Delivery delivery;
     delivery.path = file.path;
     delivery.size = file.size;
@@ -16,8 +15,6 @@ Outcome Delivered(Context& run, const DeliveredFile& file, const std::string& bm
     run.report.SetDelivery(delivery);
     return DiagnoseDamage(file);
 }
-
-}  // namespace
 
 bool DownloadWatch::KeepsPart(const std::string&) { return m_run.recorder.Number() != 0; }
 
@@ -36,10 +33,7 @@ void DownloadWatch::Ended(const std::string&, const std::error_code& error) {
     m_errorText = error.message();
 }
 
-Outcome StoreArchive(Context& run, const std::string& name, const std::string& bmcPath) {
-    run.Begin("verify");
-    DeliveredFile file;
-    file.path = run.folder.WorkPath(name);
+Outcome MeasureArchive(Context& run, DeliveredFile& file) {
     Outcome outcome = run.arrivals.Measure(
         file.path, [&run] { return run.interrupt.Raised(); }, file.size, file.sha256);
     if (outcome.Ok() && file.size == 0) {
@@ -47,9 +41,16 @@ Outcome StoreArchive(Context& run, const std::string& name, const std::string& b
             Failure(kDownloadFailed, "The BMC's archive is empty (0 bytes). Run the tool again.");
     }
     if (outcome.Ok()) run.Examine(file);
-    if (run.interrupt.Raised()) outcome = Failure(kInterrupted, "Interrupted.");
+    return run.interrupt.Raised() ? Failure(kInterrupted, "Interrupted.") : outcome;
+}
+
+Outcome StoreArchive(Context& run, const std::string& name, const std::string& bmcPath) {
+    run.Begin("verify");
+    DeliveredFile file;
+    file.path = run.folder.WorkPath(name);
+    Outcome outcome = MeasureArchive(run, file);
     if (outcome.Ok()) outcome = run.Deliver(name, name, file.path);
-    if (outcome.Ok()) outcome = Delivered(run, file, bmcPath);
+    if (outcome.Ok()) outcome = TellDelivered(run, file, bmcPath);
     run.report.EndStep(outcome.code, outcome.reason);
     return outcome;
 }

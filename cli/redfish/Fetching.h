@@ -47,9 +47,15 @@ private:
     std::string m_errorText;
 };
 
+// Measures and examines the file at file.path. A file without bytes is a failure.
+Outcome MeasureArchive(Context& run, DeliveredFile& file);
+
 // Measures, examines and delivers what was downloaded as `name` into the working folder, as a step
 // of the run. `bmcPath`: where the BMC has it.
 Outcome StoreArchive(Context& run, const std::string& name, const std::string& bmcPath);
+
+// Tells that a file has been delivered; how its damage, if it has any, ends the run.
+Outcome TellDelivered(Context& run, const DeliveredFile& file, const std::string& bmcPath);
 
 }  // namespace Kemffdc::Redfish
 

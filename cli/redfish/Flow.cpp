@@ -24,6 +24,8 @@
 #include "cli/redfish/Sessions.h"
 #include "cli/redfish/Task.h"
 #include "cli/redfish/TaskWatch.h"
+#include "cli/redfish/standard/Collect.h"
+#include "cli/redfish/standard/Part.h"
 #include "cli/redfish/tree/Collect.h"
 #include "cli/terminal/Text.h"
 
@@ -53,7 +55,9 @@ public:
         if (!outcome.Ok() || !starting) return outcome;
         outcome = Start();
         // While the BMC was starting, nobody has looked at the credentials.
-        return outcome.Ok() ? Look(starting) : outcome;
+        if (outcome.Ok()) outcome = Look(starting);
+        const bool waits = m_found.chosen.operation == Operation::kOem;  // the library, once more
+        return outcome.Ok() && starting && !waits ? DiagnoseStarting() : outcome;
     }
 
     // Until it can be asked for an export.
@@ -254,15 +258,18 @@ Outcome CollectOem(BmcRun& redfish, Context& run) {
 }  // namespace
 
 Outcome Collect(Context& run) {
-    Operation operation = Operation::kAuto;
+    Preflight found;
     {
         BmcRun redfish(run);
         const Outcome outcome = redfish.Find();
         if (!outcome.Ok()) return outcome;
-        operation = redfish.Found().chosen.operation;
-        if (operation == Operation::kOem) return CollectOem(redfish, run);
+        found = redfish.Found();
+        if (found.chosen.operation == Operation::kOem) return CollectOem(redfish, run);
     }
     run.report.Reach(Milestone::kReached);
+    if (found.chosen.operation == Operation::kStandard) {
+        return CollectStandard(run, found.logServices);
+    }
     const Outcome turn = run.AwaitTurn();
     return turn.Ok() ? CollectTree(run) : turn;
 }
@@ -270,6 +277,9 @@ Outcome Collect(Context& run) {
 Outcome Check(Context& run) {
     BmcRun redfish(run);
     Outcome outcome = redfish.Find();
+    if (!redfish.Found().logServices.found.empty()) {
+        run.report.SetPart(std::make_shared<StandardPart>(redfish.Found().logServices));
+    }
     const bool byLibrary = redfish.Found().chosen.operation == Operation::kOem;
     if (outcome.Ok() && byLibrary) outcome = redfish.Reach();
     if (outcome.Ok()) outcome = redfish.CheckCertificate();

@@ -29,9 +29,7 @@ std::string ExtendedMessage(const json::object& error) {
 }
 
 std::string PathOf(const json::object& link) {
-    const json::value* value = link.if_contains("@odata.id");
-    const json::string* text = value == nullptr ? nullptr : value->if_string();
-    std::string path = text == nullptr ? "" : std::string(*text);
+    std::string path = RawMember(link, "@odata.id");
     return IsPlainPath(path) ? path : "";
 }
 
@@ -82,6 +80,22 @@ std::string TextMember(const json::object& object, const char* name) {
     if (value == nullptr) return "";
     if (const json::string* text = value->if_string()) return Clean(std::string(*text));
     return value->is_number() ? json::serialize(*value) : "";
+}
+
+std::string RawMember(const json::object& object, const char* name) {
+    const json::value* value = object.if_contains(name);
+    return value == nullptr || !value->is_string() ? "" : std::string(value->get_string());
+}
+
+std::optional<std::vector<std::string>> TextsMember(const json::object& object, const char* name) {
+    const json::value* value = object.if_contains(name);
+    const json::array* entries = value == nullptr ? nullptr : value->if_array();
+    if (entries == nullptr) return std::nullopt;
+    std::vector<std::string> texts;
+    for (const json::value& entry : *entries) {
+        if (entry.is_string()) texts.push_back(Clean(std::string(entry.get_string())));
+    }
+    return texts;
 }
 
 std::string BmcMessage(const std::string& body) {

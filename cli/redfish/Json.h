@@ -18,6 +18,13 @@ std::optional<boost::json::object> ReadObject(const std::string& text,
 // A member's string or number as text, fit for display; empty where there is none.
 std::string TextMember(const boost::json::object& object, const char* name);
 
+// A member's string as the BMC sent it, any bytes; empty where there is none.
+std::string RawMember(const boost::json::object& object, const char* name);
+
+// The strings of a member that is a list, fit for display; nothing where there is no list.
+std::optional<std::vector<std::string>> TextsMember(const boost::json::object& object,
+                                                    const char* name);
+
 // A member that is an object; null where there is none.
 const boost::json::object* ObjectMember(const boost::json::object& object, const char* name);
 

@@ -13,7 +13,18 @@ const OptionGroup& OperationOptions() {
                                               {"oem", Operation::kOem},
                                               {"standard", Operation::kStandard},
                                               {"tree", Operation::kTree}}),
-          Where::kAnyhow}}};
+          Where::kAnyhow},
+         {"--diagnostic-type", "TYPE",
+          "standard: the type of data to collect, Manager, PreOS, OS, OEM, CPER ...",
+          Text(&ChannelOptions::diagnosticType), Where::kAnyhow},
+         {"--oem-type", "NAME", "standard: the OEM's type of data to collect",
+          Text(&ChannelOptions::oemType), Where::kAnyhow},
+         {"--log-service", "PATH", "standard: the log service that is to collect",
+          Text(&ChannelOptions::logService), Where::kAnyhow},
+         {"--all-types", "", "standard: collect each type that is offered, one after the other",
+          Flag(&ChannelOptions::allTypes), Where::kAnyhow},
+         {"--delete-after", "", "standard: delete on the BMC what was fetched",
+          Flag(&ChannelOptions::deleteAfter), Where::kAnyhow, Use::kGather}}};
     return group;
 }
 

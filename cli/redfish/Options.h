@@ -10,6 +10,14 @@ namespace Kemffdc::Redfish {
 // What only this channel has.
 struct ChannelOptions {
     Operation operation = Operation::kAuto;
+
+    // Of the standard's action; empty: the tool chooses (standard/Selection.h).
+    std::string diagnosticType;
+    std::string oemType;
+    std::string logService;    // path of a log service
+    bool allTypes = false;     // each that is offered, one after the other
+    bool deleteAfter = false;  // what was fetched is deleted on the BMC
+
     bool miniLog = false;  // the logs alone
     int tries = 120;       // questions for the task's state
     int interval = 5;      // seconds between them

@@ -10,14 +10,13 @@
 #include "cli/redfish/Options.h"
 #include "cli/redfish/Requests.h"
 #include "cli/redfish/Rights.h"
+#include "cli/redfish/standard/Selection.h"
 
 namespace Kemffdc::Redfish {
 namespace {
 
 constexpr char kServiceRoot[] = "/redfish/v1/";
 constexpr char kManager[] = "/redfish/v1/Managers/1";
-constexpr char kNoAction[] =
-    "No log service of this BMC offers the standard's action (LogService.CollectDiagnosticData).";
 constexpr int kBesides = 10;  // seconds for each answer that a run can do without
 
 std::string Http(const Answer& answer) {
@@ -44,6 +43,7 @@ public:
           m_login(BasicLogin(options.user, password.Reveal())) {}
 
     Preflight Run(bool rights) {
+        m_result.chosen = Choose(Own(m_options).operation, false, {});  // until more is known
         if (ReadRoot() && ReadManager()) {
             m_https.SetSeconds(std::min(m_seconds, kBesides));
             ReadSystem();
@@ -129,15 +129,24 @@ private:
     void Decide(bool rights) {
         const Operation asked = Own(m_options).operation;
         const bool toStore = !m_options.exportUri.empty();
-        Offer offer{m_noOem, kNoAction};
+        Offer offer{m_noOem, ""};
         const bool looks = asked == Operation::kAuto || (asked == Operation::kOem && rights);
         if (looks && m_noOem.empty()) offer.noOem = MissingOperation(m_https, m_login, m_manager);
+        const bool others = asked == Operation::kAuto && !offer.noOem.empty() && !toStore;
+        if (others || asked == Operation::kStandard) offer.noStandard = MissingAction();
         m_result.chosen = Choose(asked, toStore, offer);
         Limit(m_result.chosen.limit);
         const bool changes = m_result.chosen.operation != Operation::kTree;
         if (rights && changes && m_result.limit.empty()) {
             Limit(MissingPrivilege(m_https, m_login, m_options.user, m_root));
         }
+    }
+
+    // Why there is nothing to collect by the standard's action; empty: there is.
+    std::string MissingAction() {
+        Walk walk([this](const std::string& path) { return m_https.Get(path, m_login); });
+        m_result.logServices = FindLogServices(walk, m_root);
+        return Select(m_result.logServices, Own(m_options)).fault;
     }
 
     void Limit(const std::string& reason) {

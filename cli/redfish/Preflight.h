@@ -7,6 +7,7 @@
 #include "cli/Options.h"
 #include "cli/http/Transport.h"
 #include "cli/redfish/Operation.h"
+#include "cli/redfish/standard/LogServices.h"
 #include "cli/report/Report.h"
 #include "cli/terminal/Secret.h"
 
@@ -25,6 +26,7 @@ struct Preflight {
     Cause cause = Cause::kUnnamed;
     BmcFacts facts;
     Chosen chosen;                // kReady alone
+    LogServices logServices;      // looked for where the OEM's operation is not the one
     std::string limit;            // why nothing can be gathered by it, where that is sure
     bool lowerCaseNames = false;  // of headers; the library finds no session token among such
 };

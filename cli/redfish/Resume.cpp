@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <chrono>
-#include <filesystem>
 #include <list>
 #include <memory>
 #include <optional>
@@ -16,13 +15,14 @@
 #include "cli/history/Store.h"
 #include "cli/redfish/Adoption.h"
 #include "cli/redfish/Diagnosis.h"
+#include "cli/redfish/Earlier.h"
 #include "cli/redfish/Fetching.h"
 #include "cli/redfish/Flow.h"
 #include "cli/redfish/Options.h"
-#include "cli/redfish/Preflight.h"
 #include "cli/redfish/Requests.h"
 #include "cli/redfish/Sessions.h"
 #include "cli/redfish/Task.h"
+#include "cli/redfish/standard/Collect.h"
 #include "file_client.h"
 
 namespace Kemffdc::Redfish {
@@ -33,8 +33,8 @@ constexpr std::time_t kNear = 60;  // seconds, of two requests
 
 using HeaderLines = curlcpp::option_traits<std::list<std::string>, CURLOPT_HTTPHEADER>;
 
-// The task of an earlier run, followed to its end by the tool's own requests: the library could
-// only begin a new one.
+// The OEM's task of an earlier run, followed to its end by the tool's own requests: the library
+// could only begin a new one.
 class ResumedRun {
 public:
     explicit ResumedRun(Context& run)
@@ -43,51 +43,31 @@ public:
           m_login(BasicLogin(run.options.user, run.password.Reveal())) {}
 
     Outcome Recall() {
-        try {
-            const History::Store store(History::StateFolder(m_run.options.stateDir));
-            const auto earlier = store.FindRun(m_run.options.resumes);
-            if (earlier) m_taskUri = earlier->task;
-            if (earlier && m_taskUri.empty()) RecallIntent(store, *earlier);
-            RecallPart(store);
-        } catch (const History::StoreError& error) {
-            return Failure(kLocalFile, error.what());
-        }
-        return {};
+        const Outcome outcome = Redfish::Recall(m_run, m_earlier);
+        return outcome.Ok() && m_earlier.task.empty() ? RecallIntent() : outcome;
     }
 
     Outcome Reach() {
-        m_run.report.SetOperation(NameOf(Operation::kOem), "the earlier run has begun with it");
-        m_run.Begin("preflight");
-        const Preflight found =
-            RunPreflight(m_run.options, m_run.trust, m_run.password, RequestSeconds(), false);
-        m_run.report.SetFacts(found.facts);
-        if (found.state == Preflight::State::kReady) m_run.report.Reach(Milestone::kReached);
-        Outcome outcome;
-        if (found.state == Preflight::State::kFailed) {
-            outcome = Failure(kNotConnected, found.cause, found.reason);
-        } else if (found.state == Preflight::State::kStarting) {
-            outcome = Failure(kNotConnected, Cause::kStarting,
-                              "The BMC is still starting (503). Try again later.");
-        }
-        return m_run.End(static_cast<int>(found.stage), outcome);
+        Preflight found;
+        return ReachAgain(m_run, Operation::kOem, found);
     }
 
     // The run was ended before it knew its task: this one looks for it. False: the BMC has none.
     bool Adopt() {
-        if (!m_taskUri.empty()) return true;
+        if (!m_earlier.task.empty()) return true;
         m_run.Begin("adopt");
         Transport transport(EndpointOf(m_run.options), m_run.trust, kRedfishService,
                             RequestSeconds());
-        m_taskUri = FindExport(transport, m_login, m_intent).uri;
-        if (!m_taskUri.empty()) m_run.report.SetTask({m_taskUri, "", "", {}, {}});
-        (void)m_run.End(m_taskUri.empty() ? 1 : 0, {},
-                        m_taskUri.empty() ? "the BMC has no task of it" : m_taskUri);
-        return !m_taskUri.empty();
+        m_earlier.task = FindExport(transport, m_login, m_intent).uri;
+        if (!m_earlier.task.empty()) m_run.report.SetTask({m_earlier.task, "", "", {}, {}});
+        (void)m_run.End(m_earlier.task.empty() ? 1 : 0, {},
+                        m_earlier.task.empty() ? "the BMC has no task of it" : m_earlier.task);
+        return !m_earlier.task.empty();
     }
 
     // Until the task is completed: `path` is where the archive lies on the BMC.
     Outcome Wait(std::string& path) {
-        m_run.report.Reach(Milestone::kGathering, m_taskUri);
+        m_run.report.Reach(Milestone::kGathering, m_earlier.task);
         m_run.Begin("gather");
         m_run.bmcGathers = true;
         Transport transport(EndpointOf(m_run.options), m_run.trust, kRedfishService,
@@ -124,43 +104,28 @@ public:
     }
 
 private:
-    void RecallIntent(const History::Store& store, const History::RunRow& earlier) {
+    Outcome RecallIntent() {
+        try {
+            const History::Store store(History::StateFolder(m_run.options.stateDir));
+            RecallIntent(store, m_run.options.resumes);
+        } catch (const History::StoreError& error) {
+            return Failure(kLocalFile, error.what());
+        }
+        return {};
+    }
+
+    void RecallIntent(const History::Store& store, History::Id earlier) {
         constexpr int kManyRuns = 50;
         const auto asked = [&store](History::Id run) {
             return ReadIsoTime(store.AskedAt(run)).value_or(0);
         };
-        m_intent.at = asked(earlier.id);
+        m_intent.at = asked(earlier);
         m_intent.miniLog = Own(m_run.options).miniLog;
         // A BMC that was reset counts its tasks from the beginning: older ones tell nothing.
-        for (const History::RunRow& run : store.Runs(earlier.host, kManyRuns)) {
+        for (const History::RunRow& run : store.Runs(m_earlier.host, kManyRuns)) {
             const bool near = asked(run.id) >= m_intent.at - kNear;
             if (near && !run.task.empty()) m_intent.known.insert(run.task);
         }
-    }
-
-    // What has come of the archive already: in that run, or in one that it went on with.
-    void RecallPart(const History::Store& store) {
-        constexpr int kLongestChain = 100;
-        History::Id run = m_run.options.resumes;
-        for (int link = 0; run != 0 && m_part.empty() && link < kLongestChain; ++link) {
-            for (const History::ArchiveRow& archive : store.Archives(run)) {
-                std::error_code ignored;
-                const bool usable = !archive.validator.empty() && !archive.partial.empty() &&
-                                    std::filesystem::exists(archive.partial, ignored);
-                if (!usable) continue;
-                m_part = archive.partial;
-                m_validator = archive.validator;
-            }
-            const auto row = store.FindRun(run);
-            run = row ? row->continues : 0;
-        }
-    }
-
-    // Into the working folder of this run.
-    std::string TakeOverPart(const std::string& name) {
-        const bool taken =
-            !m_part.empty() && m_run.folder.TakeOver(m_part, name + Varnex::kPartSuffix);
-        return taken ? m_validator : "";
     }
 
     Outcome NotFinished() const {
@@ -172,8 +137,8 @@ private:
     }
 
     Outcome Ask(Transport& transport, std::string& path, bool& completed, int& failures) {
-        const Answer answer = transport.Get(m_taskUri, m_login);
-        const auto task = answer.IsSuccess() ? ReadTask(m_taskUri, answer.body) : std::nullopt;
+        const Answer answer = transport.Get(m_earlier.task, m_login);
+        const auto task = answer.IsSuccess() ? ReadTask(m_earlier.task, answer.body) : std::nullopt;
         if (!task) {
             if (answer.httpCode == 503) m_run.progress.State("BMC is busy (503)");
             return ++failures < kMaxFailures ? Outcome{} : DiagnoseLostTask(answer);
@@ -229,7 +194,7 @@ private:
                           m_run.password.Reveal(), path);
             const HeaderLines headers({"Accept:application/json", "Content-Type:application/json",
                                        "X-Auth-Token:" + token.Reveal()});
-            const DownloadWatch watch(m_run, TakeOverPart(name));
+            const DownloadWatch watch(m_run, m_earlier.TakeOverPart(m_run, name));
             const std::error_code error =
                 file_client::download(uri, m_run.folder.WorkPath(name), headers);
             return DiagnoseDownload({error ? 2 : 0, error, watch.ErrorText()}, {});
@@ -241,10 +206,8 @@ private:
     Context& m_run;
     CertificateGuard m_guard;
     const Login m_login;
-    std::string m_taskUri;
-    ExportIntent m_intent;  // of a run that knew no task
-    std::string m_part;     // file that an earlier run has kept; empty: none
-    std::string m_validator;
+    Earlier m_earlier;
+    ExportIntent m_intent;       // of a run that knew no task
     std::optional<Task> m_task;  // as the BMC last showed it
 };
 
@@ -261,6 +224,7 @@ Outcome WithoutTask(Context& run) {
 }  // namespace
 
 Outcome Resume(Context& run) {
+    if (Own(run.options).operation == Operation::kStandard) return ResumeStandard(run);
     ResumedRun resumed(run);
     Outcome outcome = resumed.Recall();
     if (outcome.Ok()) outcome = resumed.Reach();

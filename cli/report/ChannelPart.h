@@ -18,6 +18,9 @@ public:
 
     // Tells the same as lines of words, below where the archive lies.
     virtual void Write(std::ostream& out) const = 0;
+
+    // Tells what was found on the BMC, below what check says of it.
+    virtual void WriteFound(std::ostream& out) const { (void)out; }
 };
 
 }  // namespace Kemffdc

@@ -92,6 +92,7 @@ void WriteWords(const RunRecord& record, std::ostream& out) {
     const bool reached = record.outcome.Ok() || record.outcome.code == kLimited;
     if (record.command == kCheck) {
         if (reached) WriteFacts(record, out);
+        if (reached && record.part) record.part->WriteFound(out);
         return;
     }
     const Delivery& delivery = record.delivery;

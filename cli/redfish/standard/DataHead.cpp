@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/redfish/standard/DataHead.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+
+#include "shared/Base64.h"
+#include "shared/Hex.h"
+#include "shared/Percent.h"
+
+namespace Kemffdc::Redfish {
+namespace {
+
+constexpr std::size_t kSha256Bytes = 32;
+constexpr std::size_t kMaxName = 200;
+
+std::string LowerCase(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return text;
+}
+
+// What follows `begin`, in whatever case, up to one of `ends`; empty where it is not there.
+std::string Behind(const std::string& text, const std::string& begin, const char* ends) {
+    const std::size_t at = LowerCase(text).find(begin);
+    if (at == std::string::npos) return "";
+    const std::string rest = text.substr(at + begin.size());
+    return rest.substr(0, rest.find_first_of(ends));
+}
+
+std::string FileNameIn(const std::string& disposition) {
+    std::string name = shared::PercentDecoded(Behind(disposition, "filename*=utf-8''", "; "));
+    if (name.empty()) name = Behind(disposition, "filename=\"", "\"");
+    if (name.empty()) name = Behind(disposition, "filename=", "; ");
+    return name.substr(name.find_last_of("/\\") + 1).substr(0, kMaxName);
+}
+
+std::string Sha256In(const Answer& answer) {
+    std::string base64 = Behind(answer.Header("repr-digest"), "sha-256=:", ":");
+    if (base64.empty()) base64 = Behind(answer.Header("digest"), "sha-256=", ", ");
+    const std::string bytes = shared::FromBase64(base64);
+    std::string digits;
+    if (bytes.size() != kSha256Bytes) return digits;
+    for (const char byte : bytes) shared::AppendHex(digits, byte, shared::kLowerDigits);
+    return digits;
+}
+
+}  // namespace
+
+DataHead ReadHead(const Answer& answer) {
+    if (answer.failedAt != Stage::kDone || !answer.IsSuccess()) return {};
+    const std::string type = answer.Header("content-type");
+    return {type.substr(0, type.find(';')), FileNameIn(answer.Header("content-disposition")),
+            Sha256In(answer)};
+}
+
+}  // namespace Kemffdc::Redfish
