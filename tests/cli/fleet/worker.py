@@ -64,15 +64,16 @@ class Fleet:
 class Worker:
     """One that runs; `password` None: none is given. Ended with end() or kill()."""
 
-    def __init__(self, arguments, fleet, password, *, gate=False, output=None, prefix=(), **more):
+    def __init__(self, arguments, fleet, password, *, gate=False, output=None, prefix=(), environment=None,
+                 export_password=None, **more):
         self.lines = []
         self.process = subprocess.Popen(
             [*prefix, tool.TOOL, "fleet-worker"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-            stderr=subprocess.PIPE, env=tool.run_environment(), start_new_session=True)
+            stderr=subprocess.PIPE, env={**tool.run_environment(), **(environment or {})}, start_new_session=True)
         if arguments is not None:
             self.say(json.dumps({
-                "arguments": [*arguments, "--output", str(output or fleet.folder)],
-                "password": password, "export_password": None, "fleet": fleet.number, "number": 1,
+                "arguments": [*arguments, *([] if output is False else ["--output", str(output or fleet.folder)])],
+                "password": password, "export_password": export_password, "fleet": fleet.number, "number": 1,
                 "gate": gate, **more}))
 
     def say(self, line):

@@ -193,6 +193,37 @@ def test_no_secret_in_any_place(start_bmc, tmp_path):
         assert secret not in texts
 
 
+def killed_at_the_request(bmc, output):
+    """A run that never saw the answer to its request."""
+    running = tool.Running(tool.collect(bmc, output), password=bmc.password)
+    bmc.wait_for("ExportFFDCData")
+    running.process.send_signal(signal.SIGKILL)
+    running.end(20)
+
+
+def test_a_run_that_was_killed_before_it_knew_its_task_finds_it(start_bmc, tmp_path):
+    bmc = start_bmc({"redfish": {"task_states": STEPS[-6:], "answers": {tool.EXPORT: [{"delay": 1.5}]}}})
+    killed_at_the_request(bmc, tmp_path)
+    ended = tool.run(quickly(1, "--json"), password=bmc.password)
+    assert ended.code == 0, ended.err
+    assert ended.json["sha256"] == bmc.ready["archive"]["sha256"]
+    assert [step["name"] for step in ended.json["steps"]][:3] == ["preflight", "adopt", "gather"]
+    assert len(exports(bmc)) == 1
+
+
+def test_another_ones_older_export_is_not_taken_for_it(start_bmc, tmp_path):
+    bmc = start_bmc({"redfish": {"answers": {tool.EXPORT: [{}, {"status": 500, "delay": 1.5}]}}})
+    assert tool.run(tool.collect(bmc, tmp_path), password=bmc.password).code == 0
+    time.sleep(4)
+    running = tool.Running(tool.collect(bmc, tmp_path), password=bmc.password)
+    bmc.wait_for_request(lambda request: len(exports(bmc)) == 2, "for a second export")
+    running.process.send_signal(signal.SIGKILL)
+    running.end(20)
+    ended = tool.run(quickly(2), password=bmc.password)
+    assert ended.code == 4
+    assert "The BMC has no task of that run" in ended.err and "Use kemffdc collect." in ended.err
+
+
 # --- runs that there is nothing to go on with -----------------------------------------------------
 
 
