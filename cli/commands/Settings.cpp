@@ -12,6 +12,7 @@ namespace {
 
 namespace json = boost::json;
 
+constexpr std::size_t kColumns = 80;
 constexpr std::size_t kNameColumns = 24;
 constexpr std::size_t kValueColumns = 20;
 
@@ -61,6 +62,14 @@ std::string Column(std::string text, std::size_t columns) {
     return text + " ";
 }
 
+// A place that is too far to the right stands on a line of its own.
+std::string LineOf(const HeldSetting& held) {
+    const std::string from = Clean(From(held.setting));
+    std::string line = Column(held.name, kNameColumns) + Column(Shown(held), kValueColumns);
+    if (line.size() + from.size() > kColumns) line += "\n" + std::string(kNameColumns + 1, ' ');
+    return line + from + "\n";
+}
+
 json::object SettingObject(const HeldSetting& held) {
     const Setting& setting = held.setting;
     json::object object{{"name", held.name}};
@@ -75,9 +84,7 @@ json::object SettingObject(const HeldSetting& held) {
 
 void WriteSettings(const std::vector<HeldSetting>& held, std::ostream& out) {
     for (const HeldSetting& one : held) {
-        if (one.ignored) continue;
-        out << Column(one.name, kNameColumns) << Column(Shown(one), kValueColumns)
-            << Clean(From(one.setting)) << "\n";
+        if (!one.ignored) out << LineOf(one);
     }
 }
 

@@ -23,6 +23,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::size_t kMaxBytes = std::size_t{16} << 20;
+constexpr std::size_t kMaxYaml = std::size_t{4} << 20;  // a tree takes a hundred times as much
 constexpr std::size_t kMaxColumns = 1000;
 constexpr std::size_t kMaxName = 200;  // bytes; a folder gets that name
 
@@ -385,11 +386,12 @@ Outcome ReadInventory(const std::string& path, const std::string& home,
     Config::TextFile file;
     file.what = "inventory";
     file.path = path;
-    const Outcome outcome = Config::ReadTextFile(kMaxBytes, file);
+    const bool table = EndsWith(path, ".csv");
+    const Outcome outcome = Config::ReadTextFile(table ? kMaxBytes : kMaxYaml, file);
     if (!outcome.Ok()) return outcome;
     if (!file.exists) return file.Unusable("does not exist.");
     inventory.path = path;
-    if (EndsWith(path, ".csv")) {
+    if (table) {
         ReadTable(file.text, home, members, inventory, faults);
     } else {
         const std::string fault = Config::ParseYaml(path, file.text, [&](const YAML::Node& root) {
