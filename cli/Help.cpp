@@ -46,6 +46,8 @@ const Topic kTopics[] = {
      "       verify: not as recorded\n"
      "  10   the BMC was reached, but nothing can be gathered this way: nothing was\n"
      "       started\n"
+     "  20   fleet: some BMCs did not end well\n"
+     "  21   fleet: none did\n"
      "  130  interrupted by Ctrl-C or another signal that asks a process to end\n"
      "\n"
      "By ipmi and kcs, files may have come with 4, 5, 6 and 8 too: old or unfinished\n"

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <map>
 #include <set>
+#include <unordered_map>
 
 #include "Ipmanip.h"
 
@@ -197,16 +198,19 @@ std::string RangesOf(const Numbers& numbers) {
         std::string last;
     };
     std::vector<Run> runs;
+    std::unordered_map<std::string, std::size_t> awaited;  // what would continue a run, and which
     for (const std::string& number : numbers) {
-        const auto continued = std::find_if(runs.rbegin(), runs.rend(), [&](const Run& run) {
-            const std::size_t width = IsPadded(run.first) ? run.first.size() : 0;
-            return Padded(NumberOf(run.last) + 1, width) == number;
-        });
-        if (continued != runs.rend()) {
-            continued->last = number;
-        } else {
+        const auto continued = awaited.find(number);
+        const bool isNew = continued == awaited.end();
+        const std::size_t at = isNew ? runs.size() : continued->second;
+        if (isNew) {
             runs.push_back({number, number});
+        } else {
+            runs[at].last = number;
+            awaited.erase(continued);
         }
+        const std::string& first = runs[at].first;
+        awaited[Padded(NumberOf(number) + 1, IsPadded(first) ? first.size() : 0)] = at;
     }
     std::string text;
     for (const Run& run : runs) {
