@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "cli/fleet/Estimate.h"
+#include "cli/fleet/Meaning.h"
 #include "cli/terminal/Text.h"
 
 namespace Kemffdc::Fleet {
@@ -206,8 +207,9 @@ std::string StateLine(const Scene& scene, Rate bytesPerSecond) {
 }
 
 std::string FailureLine(const Scene& scene, const SceneHost& host) {
-    const std::string why = host.reason.empty() ? host.outcome : host.reason;
-    return ElapsedText(scene) + "  " + Clean(host.name) + ": " + Clean(why, 1000);
+    const std::string title = host.outcome.empty() ? "failed" : MeaningOf(host.outcome).title;
+    const std::string line = ElapsedText(scene) + "  " + Clean(host.name) + ": " + title + ".";
+    return host.reason.empty() ? line : line + " " + Clean(host.reason, 1000);
 }
 
 std::string ElapsedText(const Scene& scene) { return TimeText(scene.begun, scene.now); }

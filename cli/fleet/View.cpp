@@ -47,6 +47,14 @@ std::string BeginLine(const Scene& scene) {
            "): " + std::to_string(scene.hosts.size()) + " hosts, into " + Clean(scene.folder, 4096);
 }
 
+// On one line of the terminal: the report has all of it, and a failure is often one of many.
+std::string CutWithDots(const std::string& line, TerminalSize size) {
+    constexpr std::size_t kDots = 3;
+    const auto room = static_cast<std::size_t>(std::max(size.columns - 1, 1));
+    if (ColumnsOf(line) <= room || room <= kDots) return line;
+    return CutToColumns(line, room - kDots) + std::string(kDots, '.');
+}
+
 // What a run has come to, in words or as JSON.
 class ResultTeller : public Audience {
 public:
@@ -126,7 +134,7 @@ void TerminalView::Begun(const Scene& scene) {
 
 void TerminalView::Changed(const Scene& scene, std::size_t host) {
     const std::string line = m_failures.LineFor(scene, host);
-    if (!line.empty()) Say(line);
+    if (!line.empty()) Say(CutWithDots(line, m_size));
 }
 
 void TerminalView::Tick(const Scene& scene) {

@@ -133,10 +133,11 @@ TEST(StateLine, SaysTheSameOnOneLine) {
 TEST(FailureLine, SaysWhichHostAndWhy) {
     Scene scene = RunOf(42);
     SceneHost& host = Add(scene, "bmc003", HostState::kFailed, 41, 1);
+    EXPECT_EQ(FailureLine(scene, host), "0:42  bmc003: failed.");
     host.outcome = "login-refused";
-    EXPECT_EQ(FailureLine(scene, host), "0:42  bmc003: login-refused");
-    host.reason = "The BMC does not take this password.";
-    EXPECT_EQ(FailureLine(scene, host), "0:42  bmc003: The BMC does not take this password.");
+    EXPECT_EQ(FailureLine(scene, host), "0:42  bmc003: wrong password.");
+    host.reason = "The BMC does not take it.";
+    EXPECT_EQ(FailureLine(scene, host), "0:42  bmc003: wrong password. The BMC does not take it.");
 }
 
 }  // namespace

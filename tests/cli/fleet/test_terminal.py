@@ -18,7 +18,7 @@ import screen  # noqa: E402
 
 SECONDS = 15
 BEGUN = "Run 12 (collect): 400 hosts, into /srv/ffdc/run"
-FAILURE = "3:01  bmc400: Nothing answers at port 443."
+FAILURE = "3:01  bmc400: no answer. Silence."
 
 
 class Play:
@@ -96,7 +96,7 @@ def play_to_the_middle(on):
     on.wait_for("400 queued")
     on.tell("hosts 1 120 done 20", "hosts 121 128 transferring 70", "hosts 129 300 gathering 80")
     on.pass_time(1)
-    on.tell("fail 400 Nothing answers at port 443.")
+    on.tell("fail 400 Silence.")
     on.pass_time(1)
     on.wait_for("3:02")
 
@@ -139,9 +139,9 @@ def test_the_table_follows_the_window(play):
     on.expect([BEGUN, FAILURE, *SCREENS[80, 24], ""])
     on.terminal.resize(40, 24)
     on.pass_time(0.25)
-    on.tell("fail 399 Nothing at all.")
+    on.tell("fail 399 Nothing.")
     on.pass_time(0.75)
-    on.expect([BEGUN[:40], FAILURE[:40], "3:02  bmc399: Nothing at all.",
+    on.expect([BEGUN[:40], FAILURE[:40], "3:02  bmc399: no answer. Nothing.",
                "Run 12 (collect), 122 of 400 ended,", "3:03, about 6 min left", "[#########----------------------]  30 %",
                "120 done, 2 failed, 8 transferring,", "172 gathering, 98 queued", ""],
               lambda line: not line.startswith("bmc"))
@@ -153,7 +153,7 @@ def test_a_hundred_failures_scroll_by(play):
     for number in range(1, 101):
         on.tell(f"fail {number} Number {number}.")
         on.pass_time(0.25)
-    failures = [f"3:{(number - 1) // 4:02}  bmc{number:03}: Number {number}." for number in range(1, 101)]
+    failures = [f"3:{(number - 1) // 4:02}  bmc{number:03}: no answer. Number {number}." for number in range(1, 101)]
     on.expect([BEGUN, *failures,
                "Run 12 (collect), 100 of 400 ended, 3:25, time left unknown",
                "[###############---------------------------------------------]  25 %",

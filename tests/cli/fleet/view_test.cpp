@@ -119,10 +119,20 @@ TEST_F(TerminalViews, PutFailuresAboveTheTableAsTheyCome) {
     m_view.Noted("A note.");
     RunUntil(3, m_scene, m_view);
     EXPECT_THAT(m_screen.lines,
-                ElementsAre(m_begun, "0:02  bmc002: Nothing answers.", "A note.",
+                ElementsAre(m_begun, "0:02  bmc002: no answer. Nothing answers.", "A note.",
                             "Run 12 (collect), 1 of 3 ended, 0:03, time left unknown",
                             "[####################----------------------------------------]  33 %",
                             "1 failed, 2 queued", ""));
+}
+
+TEST_F(TerminalViews, HaveOneLineForEachFailure) {
+    m_view.Begun(m_scene);
+    Fail(m_scene, 1,
+         "Nothing answers at 192.0.2.17 port 443, which is silent. " + std::string(80, 'x'),
+         m_view);
+    m_view.Ended(m_scene, 20);
+    EXPECT_EQ(m_screen.lines[1],
+              "0:00  bmc002: no answer. Nothing answers at 192.0.2.17 port 443, which is si...");
 }
 
 TEST_F(TerminalViews, LeaveNothingOfTheTableBehind) {
@@ -131,7 +141,8 @@ TEST_F(TerminalViews, LeaveNothingOfTheTableBehind) {
     Fail(m_scene, 1, "Nothing answers.", m_view);
     m_view.Ended(m_scene, 20);
     EXPECT_TRUE(m_screen.finished);
-    EXPECT_THAT(m_screen.lines, ElementsAre(m_begun, "0:02  bmc002: Nothing answers.", "", ""));
+    EXPECT_THAT(m_screen.lines,
+                ElementsAre(m_begun, "0:02  bmc002: no answer. Nothing answers.", "", ""));
 }
 
 TEST_F(TerminalViews, SayNothingOfHostsThatHadFailedBefore) {
@@ -153,7 +164,7 @@ TEST_F(TerminalViews, WaitForATerminalThatStandsStillAndSkipWhatIsOutOfDate) {
     m_screen.ready = true;
     RunUntil(10.25, m_scene, m_view);
     EXPECT_EQ(m_screen.writes, writes + 1);
-    EXPECT_THAT(m_screen.lines, testing::Contains("0:05  bmc002: Nothing answers."));
+    EXPECT_THAT(m_screen.lines, testing::Contains("0:05  bmc002: no answer. Nothing answers."));
 }
 
 TEST_F(TerminalViews, KeepTheNewestLinesOfATerminalThatStandsStill) {
@@ -199,7 +210,7 @@ TEST_F(TerminalViews, ShowNothingThatSteersTheTerminal) {
     Fail(m_scene, 1, "\033[2J\033]0;owned\007", m_view);
     m_view.Noted("\033[1A");
     RunUntil(1, m_scene, m_view);
-    EXPECT_EQ(m_screen.lines[1], "0:00  bmc002: \\x1B[2J\\x1B]0;owned\\x07");
+    EXPECT_EQ(m_screen.lines[1], "0:00  bmc002: no answer. \\x1B[2J\\x1B]0;owned\\x07");
     EXPECT_EQ(m_screen.lines[2], "\\x1B[1A");
 }
 
@@ -220,7 +231,7 @@ TEST_F(PlainViews, SayEachFailureAndTheStateEverySoOften) {
     scene.live = false;
     m_view.Ended(scene, 20);
     EXPECT_THAT(m_screen.lines, ElementsAre("Run 12 (collect): 3 hosts, into /srv/ffdc/run",
-                                            "0:04  bmc002: Nothing answers.", "A note.",
+                                            "0:04  bmc002: no answer. Nothing answers.", "A note.",
                                             "0:10  3 hosts: 1 failed, 2 queued; time left unknown",
                                             "0:20  3 hosts: 1 failed, 2 queued; time left unknown",
                                             "0:25  3 hosts: 1 failed, 2 queued", ""));
@@ -247,7 +258,7 @@ TEST_F(PlainViews, HoldNoEscapeCode) {
     m_view.Begun(scene);
     Fail(scene, 1, "\033[2J", m_view);
     m_view.Ended(scene, 20);
-    EXPECT_THAT(m_screen.lines[1], "0:00  bmc002: \\x1B[2J");
+    EXPECT_THAT(m_screen.lines[1], "0:00  bmc002: no answer. \\x1B[2J");
 }
 
 }  // namespace
