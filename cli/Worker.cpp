@@ -19,6 +19,7 @@
 #include "cli/fleet/ConductorPipe.h"
 #include "cli/fleet/Earlier.h"
 #include "cli/history/StateFolder.h"
+#include "cli/redfish/Options.h"
 
 namespace Kemffdc {
 namespace {
@@ -37,7 +38,13 @@ Parsed Parse(std::vector<std::string> arguments) {
     return ParseOptions(static_cast<int>(words.size()), words.data());
 }
 
-// The BMC has a task of that run, or may have one: it is gone on with over the same way.
+// What a history of before there were several operations does not name.
+Redfish::Operation OperationOf(const History::RunRow& run) {
+    const Redfish::Operation named = Redfish::OperationNamed(run.operation);
+    return named == Redfish::Operation::kAuto ? Redfish::Operation::kOem : named;
+}
+
+// The BMC has a task of that run, or may have one: it is gone on with in the same way.
 Outcome GoOnWith(const History::RunRow& run, Options& options) {
     const Channel* channel = FindChannel(run.channel);
     if (channel == nullptr || channel->resume == nullptr) return {};
@@ -45,6 +52,7 @@ Outcome GoOnWith(const History::RunRow& run, Options& options) {
     options.resumes = run.id;
     options.via = run.channel;
     options.port = run.port;
+    Part<Redfish::ChannelOptions>(options).operation = OperationOf(run);
     const std::string fault = channel->complete(options);
     return fault.empty() ? Outcome{} : Failure(kUsage, fault);
 }

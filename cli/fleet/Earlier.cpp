@@ -2,6 +2,7 @@
 #include "cli/fleet/Earlier.h"
 
 #include <optional>
+#include <set>
 #include <vector>
 
 #include "cli/ExitCodes.h"
@@ -17,6 +18,11 @@ bool CanBeGoneOnWith(const RunRow& run) { return run.channel == "redfish"; }
 // A run whose task has come to nothing, or whose archive is no good.
 bool IsSpent(const RunRow& run) {
     return run.exitCode == kDone || run.exitCode == kTaskFailed || run.exitCode == kIncomplete;
+}
+
+// It has gone on with a run that knew no task, and nothing ever came of that one's request.
+bool HasWaitedInVain(const RunRow& run) {
+    return run.exitCode == kNotFinished && run.task.empty() && run.continues != 0;
 }
 
 // Its archive, as far as nothing is known to be wrong with it. A folder of files has no sum.
@@ -43,8 +49,10 @@ Earlier LookBack(const Store& store, History::Id fleet, int number) {
         earlier.sha256 = host->sha256;
         return earlier;
     }
+    std::set<History::Id> inVain;
     for (const RunRow& run : journal.Attempts(fleet, number)) {
-        if (IsSpent(run)) break;
+        if (IsSpent(run) || inVain.count(run.id) > 0) break;
+        if (HasWaitedInVain(run)) inVain.insert(run.continues);
         // One that did not get so far leaves what was before.
         if (run.task.empty() && store.AskedAt(run.id).empty()) continue;
         if (CanBeGoneOnWith(run)) {

@@ -114,6 +114,23 @@ TEST_F(EarlierTest, ADownloadThatHasFailedIsGoneOnWith) {
     EXPECT_EQ(Found().run.id, run);
 }
 
+TEST_F(EarlierTest, ARequestThatNothingCameOfIsNotWaitedForTwice) {
+    const Id asked = Attempt();
+    store.BeginStep(asked, "export");
+    RunRow run;
+    run.command = "resume";
+    run.toolVersion = "1";
+    run.channel = "redfish";
+    run.host = "bmc";
+    run.continues = asked;
+    run.fleet = fleet;
+    run.fleetNumber = 1;
+    const Id waited = store.BeginRun(run);
+    EXPECT_EQ(Found().run.id, asked);
+    store.EndRun(waited, 6, "not-finished", "Not finished.");
+    EXPECT_EQ(Found().run.id, 0);
+}
+
 TEST_F(EarlierTest, AnArchiveThatWasBroughtCounts) {
     const Id run = Attempt();
     store.SetTask(run, "/tasks/1", "Completed");

@@ -274,6 +274,21 @@ def test_killed_while_the_request_is_on_its_way_the_task_is_adopted(fleet, start
     check_whole(fleet, bmc)
 
 
+def test_killed_while_a_bmc_gathers_by_the_standards_action_another_one_goes_on(fleet, start_bmc):
+    bmc = start_bmc({"redfish": {"export_action": "missing", "task_states": ["New", *["Running"] * 20, "Completed"],
+                                 "task_step_seconds": 0.1, "diagnostics": {"services": [{}], "retry_after": 0}}})
+    worker = start(fleet, bmc, "--interval", "1", gate=True)
+    worker.reach("gathering")
+    worker.kill()
+    assert fleet.runs()[0]["operation"] == "standard"
+    worker = start(fleet, bmc, "--interval", "1", gate=True)
+    worker.wait_for("turn")
+    worker.say("go")
+    assert worker.end()["outcome"] == "downloaded"
+    assert len([r for r in bmc.requests("POST") if "CollectDiagnosticData" in r["path"]]) == 1
+    assert len(fleet.archives()) == 1
+
+
 def test_killed_at_its_end_it_is_done_without_the_bmc(fleet, start_bmc):
     bmc = start_bmc()
     assert start(fleet, bmc).end()["outcome"] == "downloaded"
