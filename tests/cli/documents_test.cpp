@@ -110,4 +110,18 @@ TEST(Documents, OptionsAreThere) {
     }
 }
 
+TEST(Documents, MembersOfFleetsAreTold) {
+    const std::string page = Content(kRoot / "docs" / "configuration.md");
+    for (const Kemffdc::CommandEntry& command : Kemffdc::Commands()) {
+        if (FamilyOf(command) != "fleet") continue;
+        for (const Kemffdc::OptionGroup* group : Kemffdc::OwnGroups(command)) {
+            for (const Kemffdc::Option& option : group->options) {
+                const std::string row = "\n| `" + option.Member() + "` |";
+                const bool told = page.find(row) != std::string::npos;
+                EXPECT_TRUE(told || option.Member().empty()) << row;
+            }
+        }
+    }
+}
+
 }  // namespace

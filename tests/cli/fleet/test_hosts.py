@@ -2,6 +2,7 @@
 """kemffdc fleet hosts, as a user runs it: what an inventory comes to."""
 
 import hashlib
+import json
 import os
 import random
 import subprocess
@@ -107,6 +108,28 @@ def test_a_user_s_file_counts_behind_the_inventory(folder):
     assert settings["via"] == ("redfish", "inventory")
     assert settings["port"] == ("8443", "inventory")
     assert settings["export.uri"] == ("sftp://s/", "user-file")
+
+
+@pytest.mark.parametrize("kind", ["csv", "yaml"])
+def test_the_inventory_of_a_fleet_that_others_have_written(folder, kind):
+    """That of the emulated fleet: a spreadsheet's own dialect, or groups; accounts beside it."""
+    fleet = subprocess.Popen([tool.ROOT / "emulator" / "emulated-fleet", "--count", "9", "--mix", "redfish=50,cim=50",
+                              "--inventory", folder / f"fleet.{kind}"],
+                             stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+    try:
+        ready = json.loads(fleet.stdout.readline())
+        ended = hosts(folder, f"F/fleet.{kind}", "--credentials", ready["credentials"], "--json")
+        assert sorted(names(ended)) == [bmc["name"] for bmc in ready["bmcs"]]
+        assert ended.err == ""
+        for host in ended.json["hosts"]:
+            bmc = next(one for one in ready["bmcs"] if one["name"] == host["name"])
+            settings = {one["name"]: one["value"] for one in host["settings"]}
+            assert (host["host"], host["channel"]) == (bmc["address"], bmc["kind"])
+            assert (settings["port"], settings["user"]) == (str(bmc["port"]), ready["user"])
+    finally:
+        fleet.stdin.close()
+        fleet.wait(timeout=60)
+        fleet.stdout.close()
 
 
 # --- which hosts -----------------------------------------------------------------------------
