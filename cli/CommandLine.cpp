@@ -34,6 +34,7 @@ Parsed Fault(const Outcome& outcome, const std::string& command) {
     clean.reason = Clean(outcome.reason, kLongestFault);
     Parsed parsed;
     parsed.exitCode = clean.code;
+    parsed.fault = clean;
     parsed.err = "kemffdc: " + clean.reason + "\n";
     parsed.out = JsonText(FaultObject(clean, command)) + "\n";
     return parsed;

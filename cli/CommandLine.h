@@ -14,6 +14,7 @@ namespace Kemffdc {
 struct Parsed {
     std::optional<Options> options;
     int exitCode = 0;
+    Outcome fault;    // what is wrong with the line; none where it asks for help
     std::string out;  // for standard output: a JSON object where the line asks for JSON
     std::string err;  // for standard error; never holds the value of an unknown option
 };

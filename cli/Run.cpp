@@ -256,6 +256,7 @@ private:
     }
 
     void BeginHistory() {
+        m_historyBegun = true;
         m_recorder.Begin(m_stateFolder, RowOf(m_options, m_report.Now()));
         if (m_recorder.Number() != 0) m_report.SetNumber(m_recorder.Number());
         const std::string trouble = m_recorder.TakeTrouble();
@@ -374,6 +375,8 @@ private:
 
     // What outlives the run stands before anybody hears of its end.
     void Keep(const RunRecord& record) {
+        // Of an attempt nothing may stay open, however early it has ended.
+        if (m_options.attempt && !m_historyBegun) BeginHistory();
         m_recorder.End(record);
         Note(m_recorder.TakeTrouble());
         if (record.delivery.path.empty() || HasRecord(record.delivery.path)) return;
@@ -404,6 +407,7 @@ private:
     std::atomic<bool> m_bmcGathers{false};
     History::BmcLock m_lock;
     History::Recorder m_recorder;
+    std::atomic<bool> m_historyBegun{false};
     Farewell m_farewell;
     Interrupt m_interrupt;                   // before any thread is started
     const std::unique_ptr<Events> m_events;  // null without --events

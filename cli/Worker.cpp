@@ -18,8 +18,10 @@
 #include "cli/fleet/Assignment.h"
 #include "cli/fleet/ConductorPipe.h"
 #include "cli/fleet/Earlier.h"
+#include "cli/history/FleetJournal.h"
 #include "cli/history/StateFolder.h"
 #include "cli/redfish/Options.h"
+#include "cli/report/RunRecord.h"
 
 namespace Kemffdc {
 namespace {
@@ -84,6 +86,27 @@ void SpareMemory() {
     mallopt(M_MMAP_THRESHOLD, kLarge);
 }
 
+// As far as it can be told without its options.
+std::string StateFolderIn(const std::vector<std::string>& arguments) {
+    const auto option = std::find(arguments.begin(), arguments.end(), "--state-dir");
+    const bool given = option != arguments.end() && option + 1 != arguments.end();
+    return History::StateFolder(given ? option[1] : "");
+}
+
+// An attempt that cannot begin has ended for its host, too.
+Outcome EndHost(const Fleet::Assignment& assignment, const Outcome& outcome) {
+    const std::string folder = StateFolderIn(assignment.arguments);
+    try {
+        if (folder.empty() || !History::Store::Exists(folder)) return outcome;
+        History::FleetJournal(folder).EndHost(assignment.fleet, assignment.number,
+                                              History::HostState::kFailed, outcome.code,
+                                              OutcomeName(outcome), outcome.reason);
+    } catch (const History::StoreError&) {
+        // The conductor hears of it all the same.
+    }
+    return outcome;
+}
+
 int End(const Parsed& parsed) {
     std::cout << parsed.out << std::flush;
     return parsed.exitCode;
@@ -100,14 +123,19 @@ int RunWorker() {
     // The kernel tells of a death from the call above on; of an earlier one it has told nobody.
     const bool orphaned = assignment.conductor != 0 && getppid() != assignment.conductor;
     if (orphaned) return kInterrupted;
-    Parsed parsed = Parse(std::move(assignment.arguments));
-    if (!parsed.options) return End(parsed);
+    Parsed parsed = Parse(assignment.arguments);
+    if (!parsed.options) {
+        const bool asksForHelp = parsed.fault.Ok();
+        outcome =
+            asksForHelp ? Failure(kUsage, "Assignment: there is nothing to do.") : parsed.fault;
+        return End(FaultOf(EndHost(assignment, outcome)));
+    }
     Options& options = *parsed.options;
     options.attempt.emplace();
     options.attempt->fleet = assignment.fleet;
     options.attempt->number = assignment.number;
     outcome = LookBack(options);
-    if (!outcome.Ok()) return End(FaultOf(outcome));
+    if (!outcome.Ok()) return End(FaultOf(EndHost(assignment, outcome)));
 
     Fleet::ConductorPipe conductor(STDIN_FILENO);
     std::ostream nobody(nullptr);

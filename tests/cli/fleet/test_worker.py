@@ -100,6 +100,7 @@ def test_without_a_password_nobody_is_asked(fleet, start_bmc):
     bmc = start_bmc()
     assert Worker(collect(bmc), fleet, None).end()["outcome"] == "no-password"
     assert not bmc.requests()
+    assert (fleet.host()["state"], fleet.host()["outcome"], fleet.host()["attempts"]) == ("failed", "no-password", 1)
 
 
 # --- what is no assignment ------------------------------------------------------------------------
@@ -131,6 +132,25 @@ def test_what_is_no_assignment_is_told(fleet, line, words):
     result = worker.end()
     assert (result["outcome"], result["exit_code"]) == ("usage", 2)
     assert words in result["reason"] and "S3cretWord" not in json.dumps(result)
+
+
+@pytest.mark.parametrize("arguments", [["collect", "--colour"], ["collect", "--via", "cim", "bmc"], ["verify"],
+                                       ["check", "--help"]])
+def test_arguments_that_cannot_be_used_end_the_host_too(fleet, arguments):
+    worker = Worker(arguments, fleet, "x", output=False)
+    result = worker.end()
+    host = fleet.host()
+    assert (host["state"], host["exit_code"], host["outcome"], host["reason"]) == ("failed", 2, "usage", result["reason"])
+
+
+def test_a_bmc_that_somebody_works_on_is_told(fleet, start_bmc, tmp_path):
+    bmc = start_bmc(LONG)
+    other = Fleet(fleet.database.parent, tmp_path / "other")
+    first = start(fleet, bmc)
+    first.reach("gathering")
+    assert start(other, bmc).end()["outcome"] == "locked"
+    assert (other.host()["state"], other.host()["outcome"]) == ("failed", "locked")
+    first.kill()
 
 
 def test_an_input_that_ends_at_once_is_told(fleet):
