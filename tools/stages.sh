@@ -103,6 +103,7 @@ stage_release() {
 stage_benchmarks() {
     "$root/bench/run" --quick --build "$root/build/release" --peers "$peers/root"
     "$root/bench/ipmi/weather" --quick --build "$root/build/release"
+    "$root/bench/redfish/tree" --quick --build "$root/build/release"
 }
 
 stage_clang() { build tidy; }

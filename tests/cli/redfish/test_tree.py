@@ -1,15 +1,20 @@
 # SPDX-License-Identifier: Apache-2.0
 """The tree of a Redfish service as an archive: three vendors' shapes, and every row of docs/faults.md about it."""
 
+import contextlib
+import http.server
 import json
 import pathlib
 import re
 import signal
+import ssl
 import tarfile
+import threading
 
 import pytest
 
 import faults_table
+import odd_servers
 import tool
 
 SHAPES = tool.ROOT / "emulator" / "shapes"
@@ -209,6 +214,51 @@ def test_where_nothing_else_is_offered_the_tree_is_taken(start_bmc, tmp_path):
     ended = tool.run(tool.collect(bmc, tmp_path, "--json"), password=bmc.password)
     assert (ended.code, ended.json["operation"]) == (0, "tree"), ended.err
     assert ended.json["tree"]["resources"] > 60
+
+
+# --- a service of files ------------------------------------------------------------------------
+
+
+@contextlib.contextmanager
+def mockup(folder, files):
+    """A web server of the standard library's that serves a tree as files, in the layout that mockups of Redfish have; yields its port."""
+
+    class Handler(http.server.BaseHTTPRequestHandler):
+        protocol_version = "HTTP/1.1"
+
+        def do_GET(self):  # pylint: disable=invalid-name
+            text = files.get(self.path.strip("/") + "/index.json")
+            body = (text or "{}").encode()
+            self.send_response(200 if text else 404)
+            self.send_header("Content-Length", str(len(body)))
+            self.end_headers()
+            self.wfile.write(body)
+
+        def log_message(self, *_):  # pylint: disable=arguments-differ
+            pass
+
+    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+    context.load_cert_chain(odd_servers.make_certificate(folder))
+    server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
+    server.socket = context.wrap_socket(server.socket, server_side=True)
+    thread = threading.Thread(target=server.serve_forever)
+    thread.start()
+    try:
+        yield server.server_port
+    finally:
+        server.shutdown()
+        thread.join()
+        server.server_close()
+
+
+def test_an_archive_can_be_served_as_a_mockup_and_read_again(start_bmc, tmp_path):
+    """It knows neither sessions nor queries, and lacks what was left out."""
+    first = contents(collect(start_bmc(), tmp_path / "first")["path"])
+    with mockup(tmp_path, first) as port:
+        ended = tool.run(["collect", "--via", "redfish", "127.0.0.1", "--port", str(port), "--user", "admin", "--password-file", "-",
+                          "--operation", "tree", "--output", str(tmp_path / "second"), "--json"], password="any")
+    assert ended.code == 0, ended.err
+    assert resources_of(contents(ended.json["path"])) == resources_of(first)
 
 
 # --- the end of a run ----------------------------------------------------------------------------
