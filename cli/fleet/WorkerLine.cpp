@@ -60,6 +60,9 @@ std::optional<WorkerLine> ReadWorkerLine(const std::string& text) {
         return BytesTold{NumberOf<std::uint64_t>(line, "bytes").value_or(0),
                          NumberOf<std::uint64_t>(line, "expected").value_or(0)};
     }
+    // A small archive has come before a second of its transfer has passed.
+    const auto size = NumberOf<std::uint64_t>(line, "size");
+    if (event == "delivered" && size) return BytesTold{*size, *size};
     return SomethingElse{};
 }
 

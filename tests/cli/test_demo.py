@@ -46,7 +46,7 @@ def start_demo(tmp_path):
         process.wait()
 
 
-def test_the_whole_demo_shows_reason_record_resume_and_history(tmp_path):
+def test_the_whole_demo_shows_reason_record_resume_history_and_a_fleet(tmp_path):
     """Packages and the build apart, which are those of this tree."""
     root = tmp_path / "tree"
     shutil.copytree(tool.ROOT / "tools", root / "tools")
@@ -70,6 +70,10 @@ def test_the_whole_demo_shows_reason_record_resume_and_history(tmp_path):
     assert re.findall(r"Z  ([a-z-]+) +([a-z]+) ", history) == [
         ("downloaded", "redfish"), ("not-finished", "redfish"), ("store-refused", "redfish"),
         ("downloaded", "ipmi"), ("exported", "cim"), ("downloaded", "redfish")]
+    for text in ("22 of 24 hosts done in ", "\n1 wrong password: bmc011\n", "\n1 no answer: bmc012\n"):
+        assert text in ended.stdout, text
+    page = re.search(r"The page for people is (\S+):", ended.stdout)[1]
+    assert "bmc011" in (root / page).read_text(encoding="utf-8")
 
 
 def end(process):

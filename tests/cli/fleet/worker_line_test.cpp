@@ -34,6 +34,13 @@ TEST(WorkerLine, WhatConcernsTheConductorIsRead) {
     Read<SomethingElse>(R"({"event":"of a later version"})");
 }
 
+TEST(WorkerLine, WhatWasDeliveredHasComeWhole) {
+    const auto told = Read<BytesTold>(R"({"event":"delivered","path":"/x","size":31745})");
+    EXPECT_EQ(told.bytes, 31745U);
+    EXPECT_EQ(told.expected, 31745U);
+    (void)Read<SomethingElse>(R"({"event":"delivered","path":null,"size":null})");
+}
+
 TEST(WorkerLine, TheLastLineIsTheResult) {
     const auto result = Read<ResultTold>(
         R"({"schema":1,"exit_code":3,"outcome":"unreachable","reason":"Silent.","retryable":true})");
