@@ -1,0 +1,329 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Fleet runs: every host has an outcome, limits and the guard hold, and nothing that ends a run loses what was done."""
+
+import json
+import os
+import pathlib
+import signal
+import subprocess
+import time
+
+import pytest
+
+import tool
+from fleet_tool import AtOnce, EmulatedFleet, FleetRun, Journal, is_alive, wait_until
+
+DONE, USAGE, LOCAL, SOME, NONE, INTERRUPTED = 0, 2, 8, 20, 21, 130
+QUICKLY = ["--retries", "1", "--retry-pause", "1"]
+
+
+@pytest.fixture(name="fleet")
+def _fleet(tmp_path, state):
+    """Starts emulated fleets that end with the test."""
+    started = []
+
+    def start(*arguments):
+        started.append(EmulatedFleet(tmp_path, *arguments))
+        return started[-1]
+
+    yield start
+    for one in started:
+        one.stop()
+
+
+@pytest.fixture(name="run")
+def _run(tmp_path):
+    """Starts fleet commands; whatever still works at the end of the test is killed."""
+    started = []
+
+    def start(command, fleet, *arguments, **more):
+        words = [command]
+        if fleet is not None:
+            words += [fleet.inventory, "--credentials", fleet.credentials]
+            words += ["--output", tmp_path / "runs"]
+        started.append(FleetRun([*words, *arguments, "--json"], **more))
+        return started[-1]
+
+    yield start
+    for one in started:
+        if one.process.poll() is None:
+            one.kill()
+
+
+def folder_of(run):
+    return pathlib.Path(run.result["folder"])
+
+
+def archives(folder, name):
+    return [file for file in (folder / name).iterdir() if not file.name.endswith(".json")]
+
+
+def test_all_hosts_of_three_kinds_are_collected(fleet, run):
+    bmcs = fleet("--count", "12", "--mix", "redfish=6,ipmi=3,cim=3", "--gathering", "1", "--standard-ports")
+
+    ended = run("collect", bmcs).end()
+
+    assert ended.code == DONE, ended.err
+    expected = {bmc["name"]: "exported" if bmc["kind"] == "cim" else "downloaded" for bmc in bmcs.bmcs}
+    assert ended.outcomes() == expected
+    folder = folder_of(ended)
+    for bmc in bmcs.bmcs:
+        if bmc["kind"] != "cim":
+            assert len(archives(folder, bmc["name"])) == 1
+    report = json.loads((folder / "report.json").read_text())
+    assert {host["name"]: host["outcome"] for host in report["hosts"]} == expected
+    assert (folder / "report.csv").exists() and (folder / "report.html").exists()
+
+
+def test_every_host_of_a_fleet_with_faults_has_an_outcome(fleet, run):
+    bmcs = fleet("--count", "12", "--mix", "redfish=8,ipmi=2,cim=2", "--gathering", "1", "--faults", "50",
+                 "--seed", "9", "--standard-ports")
+    faults = {bmc["name"]: bmc["fault"] for bmc in bmcs.bmcs}
+    assert list(faults.values()).count("wrong-password") < 2, "the guard would end the run"
+    assert len({fault for fault in faults.values() if fault}) >= 3
+
+    ended = run("collect", bmcs, *QUICKLY).end()
+
+    assert ended.code == SOME, ended.err
+    outcomes = ended.outcomes()
+    assert set(outcomes) == set(faults)
+    for name, fault in faults.items():
+        # A BMC with CIM sends its archive itself: a cut download is a busy BMC there.
+        if fault in ("", "slow") or (fault == "cut" and bmcs.named(name)["kind"] != "cim"):
+            assert outcomes[name] in ("downloaded", "exported"), (name, fault, outcomes[name])
+        if fault == "wrong-password":
+            assert outcomes[name] == "login-refused"
+        if fault in ("silent", "busy", "dies"):
+            assert outcomes[name] not in ("downloaded", "exported"), (name, fault)
+    again = {host["name"]: host["attempts"] for host in ended.result["hosts"]}
+    for name, fault in faults.items():
+        if fault == "":
+            assert again[name] == 1
+        if fault == "wrong-password":
+            assert again[name] == 1, "a refused login is never tried again"
+        if fault == "silent":
+            assert again[name] == 2
+
+
+def test_check_gathers_nothing_and_counts_what_is_limited_as_not_usable(fleet, run):
+    bmcs = fleet("--count", "4", "--gathering", "1")
+
+    ended = run("check", bmcs).end()
+
+    assert ended.code == DONE, ended.err
+    assert set(ended.outcomes().values()) == {"checked"}
+    assert set(bmcs.exports().values()) == {0}
+
+
+def test_a_wrong_password_reaches_three_hosts_and_no_more(fleet, run, tmp_path):
+    bmcs = fleet("--count", "12")
+    wrong = tmp_path / "wrong"
+    wrong.write_text("wrong-password\n")
+    credentials = tmp_path / "wrong.yaml"
+    credentials.write_text(f"fleet: {{user: admin, password_file: {wrong}}}\n")
+    for file in (wrong, credentials):
+        file.chmod(0o600)
+    bmcs.credentials = credentials
+
+    ended = run("collect", bmcs).end()
+
+    assert ended.code == NONE
+    asked = [bmc["name"] for bmc in bmcs.bmcs if bmcs.requests(bmc)]
+    assert 2 <= len(asked) <= 3
+    outcomes = list(ended.outcomes().values())
+    assert outcomes.count("login-refused") == len(asked)
+    assert outcomes.count("guarded") == 12 - len(asked)
+    assert "The credential fleet has been refused twice" in ended.err
+
+
+def test_no_more_gather_than_may(fleet, run):
+    bmcs = fleet("--count", "10", "--gathering", "1")
+    at_once = AtOnce(bmcs)
+
+    ended = run("collect", bmcs, "--gathering", "2", "--transfers", "1").end()
+
+    at_once.stop()
+    assert ended.code == DONE, ended.err
+    assert 1 <= at_once.gathering <= 2 + 1
+
+
+def test_what_may_end_better_is_tried_again(fleet, run):
+    bmcs = fleet("--count", "1", "--faults", "100", "--seed", "0")
+    for seed in range(1, 40):
+        if bmcs.bmcs[0]["fault"] == "silent":
+            break
+        bmcs.stop()
+        bmcs = fleet("--count", "1", "--faults", "100", "--seed", str(seed))
+    assert bmcs.bmcs[0]["fault"] == "silent"
+
+    ended = run("collect", bmcs, "--retries", "2", "--retry-pause", "1").end()
+
+    assert ended.code == NONE
+    assert ended.result["hosts"][0]["attempts"] == 3
+    assert ended.result["hosts"][0]["outcome"] == "unreachable"
+
+
+def test_the_deadline_of_the_run_ends_it(fleet, run):
+    bmcs = fleet("--count", "6", "--gathering", "600")
+
+    ended = run("collect", bmcs, "--run-deadline", "8", "--gathering", "4").end()
+
+    assert ended.code == NONE
+    assert 8 <= ended.seconds < 8 + 3 * tool.SLOWNESS
+    outcomes = list(ended.outcomes().values())
+    assert outcomes.count("deadline") == 4 and outcomes.count("not-tried") == 2
+
+
+def test_the_deadline_of_a_host_is_its_own(fleet, run):
+    bmcs = fleet("--count", "2", "--gathering", "600")
+
+    ended = run("collect", bmcs, "--host-deadline", "5").end()
+
+    assert ended.code == NONE
+    assert set(ended.outcomes().values()) == {"deadline"}
+
+
+def test_ctrl_c_ends_all_within_a_second_and_resume_goes_on(fleet, run, state):
+    bmcs = fleet("--count", "8", "--gathering", "8")
+    begun = run("collect", bmcs)
+    journal = Journal(state)
+    wait_until(lambda: journal.states()["gathering"] == 8)
+    workers = begun.workers()
+    sent = time.monotonic()
+    os.killpg(begun.process.pid, signal.SIGINT)
+
+    ended = begun.end()
+
+    assert time.monotonic() - sent < 2 * tool.SLOWNESS
+    assert ended.code == INTERRUPTED
+    assert len(workers) == 8 and not any(is_alive(pid) for pid in workers)
+    assert set(ended.outcomes().values()) == {"interrupted"}
+    assert (folder_of(ended) / "report.json").exists()
+    assert f"kemffdc fleet resume {ended.result['fleet']}" in ended.err
+
+    resumed = run("resume", None).end()
+
+    assert resumed.code == DONE, resumed.err
+    assert set(resumed.outcomes().values()) == {"downloaded"}
+    assert set(bmcs.exports().values()) == {1}
+    assert folder_of(resumed) == folder_of(ended)
+
+
+def test_kill_of_the_conductor_ends_workers_and_loses_nothing(fleet, run, state):
+    bmcs = fleet("--count", "8", "--gathering", "6")
+    begun = run("collect", bmcs)
+    journal = Journal(state)
+    wait_until(lambda: journal.states()["gathering"] + journal.states()["exporting"] >= 5)
+
+    workers = begun.kill()
+
+    assert workers
+    wait_until(lambda: not any(is_alive(pid) for pid in workers), 2)
+    resumed = run("resume", None).end()
+    assert resumed.code == DONE, resumed.err
+    assert set(bmcs.exports().values()) == {1}
+    folder = folder_of(resumed)
+    for bmc in bmcs.bmcs:
+        (archive,) = archives(folder, bmc["name"])
+        assert archive.suffix == ".gz"
+
+
+def test_what_is_done_is_not_asked_again(fleet, run, state):
+    bmcs = fleet("--count", "3", "--gathering", "1")
+    ended = run("collect", bmcs).end()
+    assert ended.code == DONE, ended.err
+    before = [len(bmcs.requests(bmc)) for bmc in bmcs.bmcs]
+
+    none = run("resume", None).end()
+    named = run("resume", None, str(ended.result["fleet"])).end()
+
+    assert none.code == USAGE and "There is no fleet run that has not ended well." in none.err
+    assert named.code == USAGE and "has nothing left to do" in named.err
+    assert [len(bmcs.requests(bmc)) for bmc in bmcs.bmcs] == before
+
+
+def test_a_run_that_works_cannot_be_resumed(fleet, run, state):
+    bmcs = fleet("--count", "2", "--gathering", "600")
+    begun = run("collect", bmcs)
+    wait_until(lambda: sum(Journal(state).states().values()) == 2)
+
+    refused = run("resume", None).end()
+
+    assert refused.code == LOCAL
+    assert "Fleet run 1 is still at work" in refused.err
+    assert refused.result["exit_code"] == LOCAL
+    begun.kill()
+
+
+def test_a_worker_that_is_killed_is_tried_again(fleet, run, state):
+    bmcs = fleet("--count", "3", "--gathering", "6")
+    begun = run("collect", bmcs, "--retry-pause", "1")
+    wait_until(lambda: Journal(state).states()["gathering"] == 3)
+    os.kill(begun.workers()[0], signal.SIGKILL)
+
+    ended = begun.end()
+
+    assert ended.code == DONE, ended.err
+    assert sorted(host["attempts"] for host in ended.result["hosts"]) == [1, 1, 2]
+    assert set(bmcs.exports().values()) == {1}
+
+
+def test_passwords_are_nowhere_but_on_the_workers_standard_input(fleet, run, state):
+    bmcs = fleet("--count", "2", "--gathering", "6")
+    password = bmcs.password()
+    begun = run("collect", bmcs, environment={"KEMFFDC_PASSWORD": "unused-but-secret"})
+    wait_until(lambda: Journal(state).states()["gathering"] == 2)
+    for pid in begun.workers():
+        proc = pathlib.Path(f"/proc/{pid}")
+        seen = proc.joinpath("cmdline").read_bytes() + proc.joinpath("environ").read_bytes()
+        assert password.encode() not in seen and b"unused-but-secret" not in seen
+
+    ended = begun.end()
+
+    assert ended.code == DONE, ended.err
+    assert password not in ended.out + ended.err
+    for file in [*state.rglob("*"), *folder_of(ended).rglob("*.json"), *folder_of(ended).glob("report.*")]:
+        if file.is_file():
+            assert password.encode() not in file.read_bytes(), file
+
+
+def test_too_many_at_once_are_refused_before_anything_starts(fleet, run, tmp_path):
+    bmcs = fleet("--count", "20", "--gathering", "1")
+    limited = ["/bin/sh", "-c", 'ulimit -n 100; exec "$@"', "sh", tool.TOOL]
+
+    ended = subprocess.run(
+        [*limited, "fleet", "collect", bmcs.inventory, "--credentials", bmcs.credentials, "--output",
+         tmp_path / "runs"], env=tool.run_environment(), capture_output=True, text=True, timeout=60, check=False)
+
+    assert ended.returncode == LOCAL
+    assert "20 BMCs at once would take 144 open files, and there are 100." in ended.stderr
+    assert "ulimit -n" in ended.stderr
+    assert not (tmp_path / "runs").exists()
+    assert not any(bmcs.requests(bmc) for bmc in bmcs.bmcs)
+
+
+def test_a_password_that_cannot_be_read_ends_the_run_before_it_begins(fleet, run, tmp_path):
+    bmcs = fleet("--count", "2")
+    credentials = tmp_path / "none.yaml"
+    credentials.write_text("fleet: {user: admin, password_file: /nonexistent/file}\n")
+    credentials.chmod(0o600)
+    bmcs.credentials = credentials
+
+    ended = run("collect", bmcs).end()
+
+    assert ended.code == LOCAL
+    assert "/nonexistent/file" in ended.err
+    assert ended.result["exit_code"] == LOCAL and ended.result["hosts"] == []
+    assert not (tmp_path / "runs").exists()
+    assert not any(bmcs.requests(bmc) for bmc in bmcs.bmcs)
+
+
+def test_two_runs_at_once_have_folders_of_their_own(fleet, run):
+    bmcs = fleet("--count", "2", "--gathering", "1")
+
+    first, second = run("check", bmcs), run("check", bmcs)
+
+    first.end()
+    second.end()
+    assert (first.code, second.code) == (DONE, DONE), first.err + second.err
+    assert folder_of(first) != folder_of(second)
