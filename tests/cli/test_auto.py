@@ -68,6 +68,18 @@ def test_a_bmc_without_the_export_is_left_for_the_next_channel(tmp_path):
     assert attempts(result) == [("redfish", "unsupported"), ("ipmi", "ok")]
 
 
+def test_what_a_bmc_did_not_make_by_its_own_export_comes_last(tmp_path):
+    without = {"export_action": "missing", "task_states": ["Completed"]}
+    standard = {**without, "diagnostics": {"services": [{}], "retry_after": 0}}
+    for redfish, operation in [(standard, "standard"), (without, "tree")]:
+        with bmc_with(closed=["cim", "cim-https", "ipmi"], redfish=redfish) as bmc:
+            ended, result = search("collect", bmc, tmp_path, "--interval", "0", "--output", str(tmp_path / operation))
+        tried = [(attempt["channel"], attempt["operation"]) for attempt in result["attempts"]]
+        assert (ended.code, result["operation"]) == (0, operation), ended.err
+        assert tried[:3] == [("redfish", "oem"), ("ipmi", None), ("cim", None)], tried
+        assert tried[-1] == ("redfish", operation), tried
+
+
 def test_cim_is_passed_over_without_an_export_uri_and_ipmi_with_one(tmp_path):
     closed = {"closed": ["redfish"], "ipmi": {"silent": True}}
     with bmc_with(**closed) as bmc:

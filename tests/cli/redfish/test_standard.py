@@ -92,3 +92,172 @@ def test_the_session_is_the_runs_own_and_ends(start_bmc, tmp_path):
     after = [r for r in bmc.requests() if r["path"].startswith("/redfish/v1/TaskService")]
     assert after and all("X-Auth-Token" in r["headers"] and "Authorization" not in r["headers"] for r in after)
     assert all(r["path"] == session for r in bmc.requests("DELETE")), "nothing else is deleted"
+
+
+# --- which data -----------------------------------------------------------------------------------
+
+
+TWO = [{"types": ["OS", "Manager", "OEM"], "oem_types": ["Everything", "Registers"]},
+       {"below": "Systems", "id": "Crash", "types": ["OS", "CPER"], "action_info": True}]
+
+
+@pytest.mark.parametrize("arguments, service, body", [
+    ([], DUMP, {"DiagnosticDataType": "OEM", "OEMDiagnosticDataType": "Everything"}),
+    (["--log", "mini"], DUMP, {"DiagnosticDataType": "Manager"}),
+    (["--diagnostic-type", "OS"], DUMP, {"DiagnosticDataType": "OS"}),
+    (["--diagnostic-type", "CPER"], CRASH, {"DiagnosticDataType": "CPER"}),
+    (["--oem-type", "Registers"], DUMP, {"DiagnosticDataType": "OEM", "OEMDiagnosticDataType": "Registers"}),
+    (["--log-service", CRASH + "/"], CRASH, {"DiagnosticDataType": "OS"}),
+])
+def test_what_is_asked_for(start_bmc, tmp_path, arguments, service, body):
+    bmc = start_bmc(scenario(TWO))
+    ended = collect(bmc, tmp_path, *arguments)
+    assert ended.code == 0, ended.err
+    assert asked(bmc) == [body]
+    assert ended.json["collections"][0]["log_service"] == service
+
+
+def test_naming_a_type_asks_for_the_standards_action(start_bmc, tmp_path):
+    with_export = scenario(TWO)
+    del with_export["redfish"]["export_action"]
+    bmc = start_bmc(with_export)
+    ended = collect(bmc, tmp_path, "--diagnostic-type", "OS")
+    assert (ended.code, ended.json["operation"]) == (0, "standard"), ended.err
+    assert collect(bmc, tmp_path).json["operation"] == "oem", "what the BMC makes itself comes first"
+
+
+@pytest.mark.parametrize("arguments, words", [
+    (["--operation", "oem", "--oem-type", "X"], "--oem-type goes with --operation standard."),
+    (["--operation", "tree", "--all-types"], "--all-types goes with --operation standard."),
+    (["--diagnostic-type", "OS", "--oem-type", "X"], "--oem-type goes with --diagnostic-type OEM alone."),
+])
+def test_options_that_do_not_fit_together(bmc, tmp_path, arguments, words):
+    ended = collect(bmc, tmp_path, *arguments)
+    assert ended.code == 2 and words in ended.err
+
+
+def test_check_lists_what_there_is(start_bmc):
+    bmc = start_bmc(scenario(TWO))
+    ended = tool.run(tool.check(bmc), password=bmc.password)
+    assert ended.code == 0, ended.err
+    assert f"Log service:     {DUMP}: OS, Manager, OEM (Everything, Registers)\n" in ended.out
+    assert f"Log service:     {CRASH}: OS, CPER\n" in ended.out
+    assert bmc.requests("POST") == []
+    ended = tool.run(tool.check(bmc, "--json"), password=bmc.password)
+    assert ended.json["log_services"][1] == {"path": CRASH, "types": ["OS", "CPER"], "oem_types": []}
+
+
+def test_all_types_come_one_after_the_other_into_a_folder(start_bmc, tmp_path):
+    bmc = start_bmc(scenario(TWO))
+    ended = collect(bmc, tmp_path, "--all-types")
+    assert ended.code == 0, ended.err
+    assert [one["outcome"] for one in ended.json["collections"]] == ["ok"] * 6
+    assert len(asked(bmc)) == 6
+    for one in ended.json["collections"]:
+        path = pathlib.Path(one["path"])
+        assert str(path.parent) == ended.json["path"]
+        assert hashlib.sha256(path.read_bytes()).hexdigest() == one["sha256"]
+    assert ended.json["size"] == sum(one["size"] for one in ended.json["collections"])
+
+
+def test_one_type_that_fails_leaves_the_others(start_bmc, tmp_path):
+    bmc = start_bmc(scenario(TWO, answers={COLLECT: [{}, {"status": 500}]}))
+    ended = collect(bmc, tmp_path, "--all-types")
+    assert ended.code == 9
+    assert sorted(one["outcome"] for one in ended.json["collections"]) == ["export-refused"] + ["ok"] * 5
+    assert "Not all types came whole." in ended.json["reason"]
+    assert len(list(pathlib.Path(ended.json["path"]).iterdir())) == 5
+
+
+# --- the data -------------------------------------------------------------------------------------
+
+
+@pytest.mark.parametrize("kind, end", [
+    ("tar.gz", ".tar.gz"), ("zip", ".zip"), ("tar.xz", ".tar.xz"), ("bin", ".bin"), ("text", ".txt")])
+def test_data_is_named_as_what_it_is(start_bmc, tmp_path, kind, end):
+    bmc = start_bmc(scenario(data={"kind": kind, "digest": True}))
+    ended = collect(bmc, tmp_path)
+    assert ended.code == 0, ended.err
+    assert ended.json["path"].endswith("_Dump_1" + end)
+    assert ended.json["damage"] is None
+    assert arrived(ended) == data_of(bmc, 1, kind)
+
+
+def test_the_bmcs_own_name_stays_but_for_a_wrong_end(start_bmc, tmp_path):
+    bmc = start_bmc(scenario(data={"kind": "zip", "name": "service-7.tar.gz"}))
+    ended = collect(bmc, tmp_path)
+    assert ended.code == 0, ended.err
+    assert ended.json["path"].endswith("_service-7.zip")
+
+
+def test_a_data_uri_may_be_absolute(start_bmc, tmp_path):
+    bmc = start_bmc(scenario(), "--redfish-port", str(port := tool.free_port()))
+    uri = f"https://127.0.0.1:{port}{DUMP}/Entries/1/attachment"
+    bmc.stop()
+    bmc = start_bmc(scenario(entry={"AdditionalDataURI": uri}), "--redfish-port", str(port))
+    ended = collect(bmc, tmp_path)
+    assert ended.code == 0, ended.err
+    assert arrived(ended) == data_of(bmc)
+
+
+def test_a_wrong_digest_of_the_answer_is_told(start_bmc, tmp_path):
+    bmc = start_bmc(scenario(answers={"HEAD */attachment": [
+        {"headers": {"Repr-Digest": "sha-256=:" + "A" * 43 + "=:"}}]}))
+    ended = collect(bmc, tmp_path)
+    assert ended.code == 9 and "has another SHA-256 than the BMC announces" in ended.json["damage"]
+
+
+def test_nothing_is_deleted_unless_wanted(start_bmc, tmp_path):
+    bmc = start_bmc(scenario())
+    assert collect(bmc, tmp_path).code == 0
+    assert not [r for r in bmc.requests("DELETE") if "LogServices" in r["path"]]
+    ended = collect(bmc, tmp_path, "--delete-after")
+    assert ended.code == 0, ended.err
+    assert [r["path"] for r in bmc.requests("DELETE") if "LogServices" in r["path"]] == [DUMP + "/Entries/2"]
+
+
+# --- going on with a run --------------------------------------------------------------------------
+
+
+def test_an_unfinished_task_is_gone_on_with(start_bmc, tmp_path, state):
+    bmc = start_bmc(scenario(states=["Running"] * 12 + ["Completed"], result="task"))
+    first = collect(bmc, tmp_path / "out", "--tries", "2")
+    assert first.code == 6 and "kemffdc resume 1" in first.json["reason"], first.err
+    ended = tool.run(["resume", "1", "--password-file", "-", "--interval", "0", "--json"], password=bmc.password)
+    assert ended.code == 0, ended.err
+    assert (ended.json["operation"], ended.json["log_kind"]) == ("standard", "full")
+    assert arrived(ended) == data_of(bmc)
+    assert len(asked(bmc)) == 1
+
+
+def test_of_a_download_that_was_cut_the_rest_is_fetched(start_bmc, tmp_path, state):
+    bmc = start_bmc(scenario(data={"kind": "bin", "size": 3000000}, download={"ranges": True}, answers={
+        "GET */attachment": [{"cut_after": 1000000}]}))
+    first = collect(bmc, tmp_path / "out")
+    assert first.code == 7 and "kemffdc resume 1" in first.json["reason"], first.err
+    ended = tool.run(["resume", "1", "--password-file", "-", "--interval", "0", "--json"], password=bmc.password)
+    assert ended.code == 0, ended.err
+    assert arrived(ended) == data_of(bmc, 1, "bin")
+    ranges = [r["headers"].get("Range") for r in bmc.requests("GET") if r["path"].endswith("attachment")]
+    assert ranges[0] is None and re.fullmatch(r"bytes=\d{5,}-", ranges[1]), ranges
+
+
+def test_a_task_that_is_forgotten_meanwhile_leaves_its_entry(start_bmc, tmp_path, state):
+    states = ["Running"] * 6 + [{"state": "Running", "gone": True}]
+    bmc = start_bmc(scenario([{"entries": 40, "page": 7}], states=states))
+    first = collect(bmc, tmp_path / "out", "--tries", "2")
+    assert first.code == 6, first.err
+    ended = tool.run(["resume", "1", "--password-file", "-", "--interval", "0", "--json"], password=bmc.password)
+    assert ended.code == 0, ended.err
+    assert arrived(ended) == data_of(bmc, 41)
+
+
+def test_no_secret_in_any_place(start_bmc, tmp_path):
+    bmc = start_bmc(scenario())
+    log = tmp_path / "log"
+    ended = tool.run(tool.collect(bmc, tmp_path / "out", "--log-file", str(log), "--events"), password=bmc.password)
+    assert ended.code == 0, ended.err
+    assert bmc.tokens()
+    texts = ended.out + ended.err + ended.command_line + log.read_text(encoding="utf-8")
+    for secret in {bmc.password} | bmc.tokens():
+        assert secret not in texts
