@@ -21,11 +21,11 @@
 #include "cli/redfish/Options.h"
 #include "cli/redfish/Preflight.h"
 #include "cli/redfish/Requests.h"
+#include "cli/redfish/Session.h"
 #include "cli/redfish/standard/DataHead.h"
 #include "cli/redfish/standard/Diagnosis.h"
 #include "cli/redfish/standard/Gathering.h"
 #include "cli/redfish/standard/Part.h"
-#include "cli/redfish/standard/Session.h"
 #include "cli/terminal/Text.h"
 #include "file_client.h"
 

@@ -8,8 +8,8 @@
 
 #include "cli/ExitCodes.h"
 #include "cli/http/Transport.h"
+#include "cli/redfish/Reference.h"
 #include "cli/redfish/standard/Entries.h"
-#include "cli/redfish/standard/Reference.h"
 #include "cli/redfish/standard/Reply.h"
 #include "cli/redfish/standard/Selection.h"
 #include "cli/report/Facts.h"

@@ -11,9 +11,9 @@
 #include "cli/redfish/Diagnosis.h"
 #include "cli/redfish/Json.h"
 #include "cli/redfish/Options.h"
+#include "cli/redfish/Reference.h"
 #include "cli/redfish/Task.h"
 #include "cli/redfish/standard/Diagnosis.h"
-#include "cli/redfish/standard/Reference.h"
 #include "cli/terminal/Text.h"
 
 namespace Kemffdc::Redfish {

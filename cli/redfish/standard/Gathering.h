@@ -8,10 +8,10 @@
 #include <vector>
 
 #include "cli/Context.h"
+#include "cli/redfish/Session.h"
 #include "cli/redfish/standard/Entries.h"
 #include "cli/redfish/standard/Reply.h"
 #include "cli/redfish/standard/Selection.h"
-#include "cli/redfish/standard/Session.h"
 
 namespace Kemffdc::Redfish {
 

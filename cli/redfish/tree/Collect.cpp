@@ -9,16 +9,13 @@
 #include <ostream>
 
 #include "Clock.h"
-#include "LogSink.h"
-#include "cli/CertificateGuard.h"
 #include "cli/Context.h"
 #include "cli/Utc.h"
 #include "cli/archive/TreeManifest.h"
 #include "cli/archive/Writer.h"
 #include "cli/redfish/Fetching.h"
-#include "cli/redfish/Json.h"
 #include "cli/redfish/Requests.h"
-#include "cli/redfish/Sessions.h"
+#include "cli/redfish/Session.h"
 #include "cli/redfish/tree/PatientSource.h"
 #include "cli/redfish/tree/Walker.h"
 #include "cli/report/ChannelPart.h"
@@ -98,14 +95,13 @@ class TreeRun {
 public:
     explicit TreeRun(Context& run)
         : m_run(run),
-          m_transport(EndpointOf(run.options), run.trust, kTreeService, RequestSeconds()),
-          m_source({[this](const std::string& path) { return m_transport.Get(path, m_login); },
-                    [this] { return OpenSession().Ok(); },
+          m_session(run, kTreeService),
+          m_source({[this](const std::string& path) { return m_session.Get(path); },
                     [this](std::chrono::seconds pause) { Wait(pause); }}) {}
 
     Outcome Read(const std::string& name) {
         m_run.Begin("read");
-        Outcome outcome = OpenSession();
+        Outcome outcome = m_session.Open();
         if (outcome.Ok()) outcome = Walk(m_run.folder.WorkPath(name));
         if (!m_run.interrupt.Raised()) m_run.farewell.Pay(kSessionSeconds);
         return m_run.End(outcome.code, outcome, Archives::TreeWords(m_counts));
@@ -120,44 +116,10 @@ public:
     }
 
 private:
-    // A session, or where the BMC makes none the user and the password with each request.
-    Outcome OpenSession() {
-        Secret token;
-        const Answer answer =
-            OpenOwnSession(m_transport, m_run.options.user, m_run.password, token);
-        if (answer.failedAt != Stage::kDone) {
-            return Failure(kNotConnected, CauseOf(answer.failedAt), answer.reason);
-        }
-        if (answer.httpCode == 401) {
-            const std::string said = BmcMessage(answer.body);
-            return Failure(kNotConnected, Cause::kLoginRefused,
-                           "The BMC opens no session for user \"" + m_run.options.user +
-                               "\" (HTTP 401" + (said.empty() ? "" : ": " + said) +
-                               "). Check --user and the password.");
-        }
-        if (token.Empty()) {
-            m_login = BasicLogin(m_run.options.user, m_run.password.Reveal());
-            return {};
-        }
-        Varnex::HideInLog(token.Reveal());
-        m_login = TokenLogin(token);
-        OweSession(answer.Header("location"));
-        return {};
-    }
-
-    void OweSession(const std::string& location) {
-        m_run.farewell.Owe([&options = m_run.options, &trust = m_run.trust,
-                            &password = m_run.password, location](std::chrono::seconds limit) {
-            Transport transport(EndpointOf(options), trust, kRedfishService,
-                                static_cast<int>(limit.count()));
-            CloseOwnSession(transport, BasicLogin(options.user, password.Reveal()), location);
-        });
-    }
-
     Outcome Walk(const std::string& path) {
         const std::string begun = UtcNow();
         ArchiveSink sink(m_run, path);
-        Tree::Walker walker(m_source, sink, EndpointOf(m_run.options).Url(), {},
+        Tree::Walker walker(m_source, sink, {EndpointOf(m_run.options), m_session.Address()}, {},
                             [this] { return m_run.interrupt.Raised(); });
         walker.OnProgress([this, &walker] { Tell(walker); });
         walker.Run();
@@ -214,8 +176,7 @@ private:
     }
 
     Context& m_run;
-    Transport m_transport;
-    Login m_login;
+    Session m_session;
     Tree::PatientSource m_source;
     TreeCounts m_counts;
     Clock::Monotonic m_told = Clock::Now();

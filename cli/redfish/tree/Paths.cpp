@@ -9,10 +9,12 @@
 #include <vector>
 
 #include "cli/redfish/Json.h"
+#include "cli/redfish/Reference.h"
 
 namespace Kemffdc::Redfish::Tree {
 namespace {
 
+constexpr char kBelow[] = "/redfish/";
 constexpr std::size_t kLongest = 1024;      // bytes of a path
 constexpr std::size_t kLongestPiece = 200;  // as file systems have them, with room for an ending
 
@@ -103,15 +105,12 @@ std::string FolderName(const std::string& piece) {
 
 }  // namespace
 
-Target TargetOf(const std::string& link, const std::string& service, bool query) {
+Target TargetOf(const std::string& link, const Service& service, bool query) {
     std::string path = link.substr(0, link.find('#'));
-    const bool isAddress =
-        path.find("://") != std::string::npos && path.find("://") < path.find('/');
-    if (isAddress || path.compare(0, 2, "//") == 0) {
-        const bool same = LowerCase(path.substr(0, service.size())) == LowerCase(service) &&
-                          path.compare(service.size(), 1, "/") == 0;
-        if (!same) return {"", "leads to another host"};
-        path.erase(0, service.size());
+    if (path.find("//") != std::string::npos && path.compare(0, sizeof kBelow - 1, kBelow) != 0) {
+        const Reference leads = Resolve(path, "/", service.endpoint, service.address);
+        if (!leads.other.empty()) return {"", "leads to another host"};
+        path = leads.path;
     }
     while (path.size() > 1 && path.back() == '/') path.pop_back();
     if (path == "/redfish/v1") path += "/";  // the one whose slash is part of its name

@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "cli/http/Endpoint.h"
+
 namespace Kemffdc::Redfish::Tree {
 
 // Where a link of a resource leads.
@@ -12,11 +14,16 @@ struct Target {
     std::string fault;  // why not, as it follows the link
 };
 
+// The service that a tree is read of, by the names that its links may have for it.
+struct Service {
+    Endpoint endpoint;
+    std::string address;  // numeric; empty where it is not known
+};
+
 // A link as a BMC gives it ("@odata.id", DSP0266): the fragment and a slash at the end are none of
-// the resource's name. Followed is what lies below /redfish/ on the same service: a path, or an
-// address that begins with `service` ("https://192.0.2.1:443"). `query`: the link of a next page,
-// which may have one.
-Target TargetOf(const std::string& link, const std::string& service, bool query = false);
+// the resource's name. Followed is what lies below /redfish/ on the same service, as a path or as a
+// whole address. `query`: the link of a next page, which may have one.
+Target TargetOf(const std::string& link, const Service& service, bool query = false);
 
 // Whether a path lies where nothing is read: accounts, roles, sessions, certificates, keys, license
 // texts, subscriptions to events, whose targets have passwords; and registries and schemas, which

@@ -6,7 +6,6 @@
 #include "cli/redfish/Json.h"
 #include "cli/redfish/Requests.h"
 #include "cli/redfish/tree/Masking.h"
-#include "cli/redfish/tree/Paths.h"
 #include "cli/report/Json.h"
 #include "cli/terminal/Text.h"
 
@@ -83,7 +82,7 @@ struct Walker::Collection {
     std::size_t wholes = 0;  // of this page
 };
 
-Walker::Walker(Source& source, Sink& sink, std::string service, Bounds bounds,
+Walker::Walker(Source& source, Sink& sink, Service service, Bounds bounds,
                std::function<bool()> stop)
     : m_source(source),
       m_sink(sink),

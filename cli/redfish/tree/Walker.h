@@ -16,6 +16,7 @@
 
 #include "cli/archive/TreeManifest.h"
 #include "cli/http/Transport.h"
+#include "cli/redfish/tree/Paths.h"
 
 namespace Kemffdc::Redfish::Tree {
 
@@ -63,8 +64,8 @@ struct Unread {
 // holds one answer and the names of resources.
 class Walker {
 public:
-    // `service`: Endpoint::Url(). `stop` is asked before each request; may be empty.
-    Walker(Source& source, Sink& sink, std::string service, Bounds bounds = {},
+    // `stop` is asked before each request; may be empty.
+    Walker(Source& source, Sink& sink, Service service, Bounds bounds = {},
            std::function<bool()> stop = nullptr);
 
     // Called after each answer.
@@ -111,7 +112,7 @@ private:
 
     Source& m_source;
     Sink& m_sink;
-    const std::string m_service;
+    const Service m_service;
     const Bounds m_bounds;
     const std::function<bool()> m_stop;
     std::function<void()> m_tell;

@@ -3,7 +3,6 @@
 
 #include <gmock/gmock.h>
 
-#include <ctime>
 #include <deque>
 
 namespace {
@@ -11,7 +10,6 @@ namespace {
 using Kemffdc::Answer;
 using Kemffdc::Stage;
 using Kemffdc::Redfish::Tree::PatientSource;
-using Kemffdc::Redfish::Tree::PauseOf;
 using std::chrono::seconds;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -43,13 +41,8 @@ protected:
                               m_answers.pop_front();
                               return answer;
                           },
-                          [this] {
-                              ++renewed;
-                              return true;
-                          },
                           [this](seconds pause) { slept.push_back(pause.count()); }}};
     int asked = 0;
-    int renewed = 0;
     std::vector<long> slept;
 
 private:
@@ -61,17 +54,6 @@ TEST_F(TreePatience, WaitsAsLongAsTheBmcSays) {
     EXPECT_EQ(source.Get("/x").httpCode, 200);
     EXPECT_THAT(slept, ElementsAre(7, 5, 60, 1));
     EXPECT_EQ(source.Ended(), "");
-}
-
-TEST_F(TreePatience, UnderstandsADate) {
-    char date[64];
-    const std::time_t then = std::time(nullptr) + 30;
-    std::tm utc{};
-    ASSERT_NE(std::strftime(date, sizeof date, "%a, %d %b %Y %H:%M:%S GMT", gmtime_r(&then, &utc)),
-              0U);
-    EXPECT_NEAR(static_cast<double>(PauseOf(Status(503, date)).count()), 29, 2);
-    EXPECT_EQ(PauseOf(Status(503, "soon")).count(), 5);
-    EXPECT_EQ(PauseOf(Status(503, "-3")).count(), 1);
 }
 
 TEST_F(TreePatience, LeavesAResourceThatStaysBusyAndABmcThatDoes) {
@@ -87,25 +69,12 @@ TEST_F(TreePatience, LeavesAResourceThatStaysBusyAndABmcThatDoes) {
     EXPECT_EQ(source.Ended(), "The BMC stays too busy to answer (HTTP 503).");
 }
 
-TEST_F(TreePatience, MakesALostSessionAnewOnce) {
-    Answers({Status(200), Status(401), Status(200), Status(401), Status(401), Status(401)});
-    source.Get("/a");
-    EXPECT_EQ(source.Get("/b").httpCode, 200);
-    EXPECT_EQ(renewed, 1);
-    EXPECT_EQ(source.Get("/c").httpCode, 401);
-    source.Get("/d");
+TEST_F(TreePatience, GivesUpALoginThatIsRefusedThreeTimesInARow) {
+    Answers({Status(401), Status(401), Status(200), Status(401), Status(401), Status(401)});
+    for (int n = 0; n < 5; ++n) source.Get("/x");
     EXPECT_EQ(source.Ended(), "");
-    source.Get("/e");
-    EXPECT_EQ(renewed, 1);
-    EXPECT_EQ(source.Ended(),
-              "The BMC has ended the session again, after it was made anew (HTTP 401).");
-}
-
-TEST_F(TreePatience, OneResourceThatNobodyMayReadIsNoLostSession) {
-    Answers({Status(401), Status(401), Status(200)});
-    EXPECT_EQ(source.Get("/a").httpCode, 401);
-    EXPECT_EQ(source.Get("/b").httpCode, 200);
-    EXPECT_EQ(source.Ended(), "");
+    source.Get("/x");
+    EXPECT_EQ(source.Ended(), "The BMC does not accept the login any more (HTTP 401).");
 }
 
 TEST_F(TreePatience, GivesUpABmcThatDoesNotAnswerThreeTimesInARow) {

@@ -18,7 +18,7 @@ using testing::Not;
 using testing::SizeIs;
 
 constexpr char kRoot[] = "/redfish/v1/";
-constexpr char kService[] = "https://192.0.2.1:443";
+const Kemffdc::Redfish::Tree::Service kService{{"192.0.2.1", false, 443, true}, ""};
 constexpr char kLog[] = "/redfish/v1/Log/Entries";
 
 std::string Resource(const std::string& members = "") {

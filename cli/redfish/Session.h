@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef KEMFFDC_REDFISH_STANDARD_SESSION_H
-#define KEMFFDC_REDFISH_STANDARD_SESSION_H
+#ifndef KEMFFDC_REDFISH_SESSION_H
+#define KEMFFDC_REDFISH_SESSION_H
 
 #include <functional>
 #include <string>
 
 #include "cli/Context.h"
 #include "cli/http/Transport.h"
+#include "cli/redfish/Requests.h"
 
 namespace Kemffdc::Redfish {
 
@@ -15,7 +16,7 @@ namespace Kemffdc::Redfish {
 // asked with the password each time. One thread.
 class Session {
 public:
-    explicit Session(Context& run);
+    explicit Session(Context& run, const ServiceKind& kind = kRedfishService);
 
     // A failure where the BMC refuses the credentials, or does not answer.
     Outcome Open();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cli/redfish/standard/Reference.h"
+#include "cli/redfish/Reference.h"
 
 #include <curl/curl.h>
 #include <strings.h>

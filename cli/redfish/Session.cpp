@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cli/redfish/standard/Session.h"
+#include "cli/redfish/Session.h"
 
 #include "LogSink.h"
 #include "cli/CertificateGuard.h"
@@ -14,9 +14,8 @@ constexpr long kUnauthorized = 401;
 
 }  // namespace
 
-Session::Session(Context& run)
-    : m_run(run),
-      m_transport(EndpointOf(run.options), run.trust, kRedfishService, RequestSeconds()) {}
+Session::Session(Context& run, const ServiceKind& kind)
+    : m_run(run), m_transport(EndpointOf(run.options), run.trust, kind, RequestSeconds()) {}
 
 Outcome Session::Open() {
     m_token = Secret();
