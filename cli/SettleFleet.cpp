@@ -32,7 +32,7 @@ const Option* Find(const CommandEntry& command, const std::string& name) {
 // The value is wrong whatever the BMC is.
 std::string WrongOnLine(const Option& option, const std::string& text) {
     Options scratch;
-    const std::string fault = option.reading.take(text, scratch);
+    std::string fault = option.reading.take(text, scratch);
     if (!fault.empty() || &option != &ViaOptions().options.front()) return fault;
     return FindChannel(text) != nullptr ? "" : NoneOf(text, ChannelNames());
 }
@@ -134,39 +134,49 @@ private:
     std::map<std::string, Said> m_line;  // by option
 };
 
-}  // namespace
+// What the line says of a fleet, and of its BMCs.
+struct Parts {
+    Line fleet;
+    Line bmcs;
+};
 
-Outcome SettleFleet(const CommandEntry& command, const Line& line, const Surroundings& surroundings,
-                    Options& options) {
-    Line own = line;
-    own.options.clear();
-    Line ofBmcs;
+Parts Divide(const CommandEntry& command, const Line& line) {
+    Parts parts;
+    parts.fleet.argument = line.argument;
+    const OptionGroups own = OwnGroups(command);
     for (const auto& [name, text] : line.options) {
-        (Holds(OwnGroups(command), name) ? own : ofBmcs).options.emplace(name, text);
+        (Holds(own, name) ? parts.fleet : parts.bmcs).options.emplace(name, text);
     }
-    for (const auto& [name, text] : ofBmcs.options) {
+    return parts;
+}
+
+Outcome CheckOfBmcs(const CommandEntry& command, const Line& line) {
+    for (const auto& [name, text] : line.options) {
         if (text.empty()) return Failure(kUsage, name + " is empty.");
         const std::string fault = WrongOnLine(*Find(command, name), text);
         if (!fault.empty()) return Failure(kUsage, name + fault);
     }
-    Sources sources;
-    Outcome outcome = ReadSources(surroundings, sources);
-    if (outcome.Ok()) outcome = Settle(command, own, sources, options);
-    if (!outcome.Ok()) return outcome;
-    Fleet::FleetOptions& fleet = Part<Fleet::FleetOptions>(options);
-    if (fleet.inventory.empty() == fleet.hosts.empty()) {
-        return Failure(kUsage, fleet.hosts.empty()
-                                   ? std::string(command.argument) +
-                                         " is required: an inventory, or --hosts in its place."
-                                   : std::string(command.argument) +
-                                         " and --hosts exclude each other: --limit chooses from "
-                                         "an inventory.");
+    return {};
+}
+
+Outcome CheckList(const CommandEntry& command, const Fleet::FleetOptions& fleet) {
+    const std::string file = command.argument;
+    if (fleet.inventory.empty() && fleet.hosts.empty()) {
+        return Failure(kUsage, file + " is required: an inventory, or --hosts in its place.");
     }
-    const auto settling = std::make_shared<Fleet::HostSettling>();
-    settling->home = surroundings.home;
+    if (fleet.inventory.empty() || fleet.hosts.empty()) return {};
+    return Failure(kUsage, file +
+                               " and --hosts exclude each other: --limit chooses from an "
+                               "inventory.");
+}
+
+std::shared_ptr<const Fleet::HostSettling> SettlingOf(const CommandEntry& command, const Line& bmcs,
+                                                      Sources sources, const Options& shared) {
+    auto settling = std::make_shared<Fleet::HostSettling>();
+    settling->home = sources.from.home;
     PickMembers(sources.members, *settling);
-    const auto settler = std::make_shared<MemberSettler>(command, std::move(sources), options);
-    for (const auto& [name, text] : ofBmcs.options) {
+    const auto settler = std::make_shared<MemberSettler>(command, std::move(sources), shared);
+    for (const auto& [name, text] : bmcs.options) {
         settler->SayOnLine(name, text);
         settling->line[Find(command, name)->Label()] = name;
     }
@@ -174,7 +184,23 @@ Outcome SettleFleet(const CommandEntry& command, const Line& line, const Surroun
                                  Fleet::SettledHost& settled) {
         return settler->Settle(address, says, settled);
     };
-    fleet.settling = settling;
+    return settling;
+}
+
+}  // namespace
+
+Outcome SettleFleet(const CommandEntry& command, const Line& line, const Surroundings& surroundings,
+                    Options& options) {
+    const Parts parts = Divide(command, line);
+    Sources sources;
+    Outcome outcome = CheckOfBmcs(command, parts.bmcs);
+    if (outcome.Ok()) outcome = ReadSources(surroundings, sources);
+    if (outcome.Ok()) outcome = Settle(command, parts.fleet, sources, options);
+    auto& fleet = Part<Fleet::FleetOptions>(options);
+    if (outcome.Ok()) outcome = CheckList(command, fleet);
+    if (outcome.Ok()) {
+        fleet.settling = SettlingOf(command, parts.bmcs, std::move(sources), options);
+    }
     return outcome;
 }
 

@@ -13,12 +13,14 @@ namespace {
 
 namespace json = boost::json;
 
+constexpr std::size_t kUnbroken = 100000;  // columns: each setting is one line, fit for grep
+
 void WriteWords(const Options& options, std::ostream& out) {
     for (const ConfigFileSeen& file : options.configFiles) {
         out << "File: " << Clean(file.path) << (file.exists ? "" : " (not there)") << "\n";
     }
     out << "\n";
-    WriteSettings(options.held, out);
+    WriteSettings(options.held, kUnbroken, out);
     WriteIgnored(options.held, out);
 }
 

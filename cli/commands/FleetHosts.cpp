@@ -138,7 +138,7 @@ std::vector<Alike> AlikeOnes(const Plan& plan) {
 
 // "rack.csv:[2-41]", or the first one and how many follow.
 std::string Folded(const std::vector<std::string>& places) {
-    const std::string folded = Fleet::FoldHosts(places);
+    std::string folded = Fleet::FoldHosts(places);
     if (folded.size() <= places.front().size() + kPlaceGrows) return folded;
     return places.front() + " and " + std::to_string(places.size() - 1) + " more";
 }
@@ -149,7 +149,7 @@ void WriteAlike(Alike& alike, std::ostream& out) {
     for (std::size_t i = 0; i < alike.held.size(); ++i) {
         alike.held[i].setting.place = Folded(alike.places[i]);
     }
-    WriteSettings(alike.held, out);
+    WriteSettings(alike.held, kColumns, out);
     WriteIgnored(alike.held, out);
 }
 

@@ -12,7 +12,6 @@ namespace {
 
 namespace json = boost::json;
 
-constexpr std::size_t kColumns = 80;
 constexpr std::size_t kNameColumns = 24;
 constexpr std::size_t kValueColumns = 20;
 
@@ -63,10 +62,10 @@ std::string Column(std::string text, std::size_t columns) {
 }
 
 // A place that is too far to the right stands on a line of its own.
-std::string LineOf(const HeldSetting& held) {
+std::string LineOf(const HeldSetting& held, std::size_t columns) {
     const std::string from = Clean(From(held.setting));
     std::string line = Column(held.name, kNameColumns) + Column(Shown(held), kValueColumns);
-    if (line.size() + from.size() > kColumns) line += "\n" + std::string(kNameColumns + 1, ' ');
+    if (line.size() + from.size() > columns) line += "\n" + std::string(kNameColumns + 1, ' ');
     return line + from + "\n";
 }
 
@@ -82,9 +81,9 @@ json::object SettingObject(const HeldSetting& held) {
 
 }  // namespace
 
-void WriteSettings(const std::vector<HeldSetting>& held, std::ostream& out) {
+void WriteSettings(const std::vector<HeldSetting>& held, std::size_t columns, std::ostream& out) {
     for (const HeldSetting& one : held) {
-        if (!one.ignored) out << LineOf(one);
+        if (!one.ignored) out << LineOf(one, columns);
     }
 }
 

@@ -94,7 +94,9 @@ private:
         for (const std::string& one : found) {
             const std::string wrong = WhatIsWrongWith(one);
             if (wrong.empty()) continue;
-            m_faults.Add(line, std::string(what) + ": \"" + one + "\" " + wrong + ".");
+            std::string fault = what;
+            fault.append(": \"").append(one).append("\" ").append(wrong);
+            m_faults.Add(line, fault + ".");
             return false;
         }
         return true;
@@ -271,6 +273,9 @@ public:
 
 private:
     static std::string Word(const YAML::Node& node, const std::string& name) {
+        if (node.IsScalar() && HasControl(node.Scalar())) {
+            throw Config::Fault{Config::LineOf(node), name + " holds control bytes."};
+        }
         if (node.IsScalar() && !node.Scalar().empty()) return node.Scalar();
         throw Config::Fault{Config::LineOf(node), name + " is one word."};
     }
@@ -286,13 +291,14 @@ private:
         }
         if (!map.IsMap()) return;
         for (const auto& entry : map) {
-            const std::string key = entry.first.Scalar();
-            if (key == "address") host.address = Word(entry.second, name + "." + key);
-            if (key == "credential") host.credential = Word(entry.second, name + "." + key);
-            if (key == "group") {
-                for (const std::string& word : WordsIn(Word(entry.second, name + "." + key))) {
-                    host.groups.push_back(word);
-                }
+            const std::string& key = entry.first.Scalar();
+            std::string shown = name;
+            shown.append(".").append(key);
+            if (key == "address") host.address = Word(entry.second, shown);
+            if (key == "credential") host.credential = Word(entry.second, shown);
+            if (key != "group") continue;
+            for (const std::string& word : WordsIn(Word(entry.second, shown))) {
+                host.groups.push_back(word);
             }
         }
     }
@@ -387,7 +393,7 @@ Outcome ReadInventory(const std::string& path, const std::string& home,
     file.what = "inventory";
     file.path = path;
     const bool table = EndsWith(path, ".csv");
-    const Outcome outcome = Config::ReadTextFile(table ? kMaxBytes : kMaxYaml, file);
+    Outcome outcome = Config::ReadTextFile(table ? kMaxBytes : kMaxYaml, file);
     if (!outcome.Ok()) return outcome;
     if (!file.exists) return file.Unusable("does not exist.");
     inventory.path = path;
@@ -403,7 +409,7 @@ Outcome ReadInventory(const std::string& path, const std::string& home,
     if (!inventory.credentials.empty()) {
         inventory.credentials = FullPath(inventory.credentials, path, home);
     }
-    return {};
+    return outcome;
 }
 
 void HostsOf(const std::string& expression, Inventory& inventory, Faults& faults) {
@@ -414,7 +420,8 @@ void HostsOf(const std::string& expression, Inventory& inventory, Faults& faults
     for (const std::string& one : names) {
         const std::string wrong = WhatIsWrongWith(one);
         if (!wrong.empty()) {
-            faults.Add(0, "--hosts: \"" + one + "\" " + wrong + ".");
+            std::string text = "--hosts: \"";
+            faults.Add(0, text.append(one).append("\" ").append(wrong) + ".");
             continue;
         }
         host.name = host.address = one;

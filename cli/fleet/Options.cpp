@@ -15,6 +15,7 @@ constexpr std::int64_t kMostAtOnce = 100000;
 Reading Hosts() {
     Reading reading = Text(&FleetOptions::hosts);
     reading.take = [](const std::string& text, Options& options) -> std::string {
+        if (HasControl(text)) return " holds control bytes.";
         std::vector<std::string> hosts;
         std::string error;
         if (!ExpandHosts(text, hosts, error)) return ": " + error + ".";
@@ -28,6 +29,7 @@ Reading Hosts() {
 Reading Filter(std::string FleetOptions::*member) {
     Reading reading = Text(member);
     reading.take = [member](const std::string& text, Options& options) -> std::string {
+        if (HasControl(text)) return " holds control bytes.";
         HostFilter filter;
         std::string error;
         if (!filter.Read(text, error)) return ": " + error + ".";

@@ -48,7 +48,8 @@ struct PlannedHost {
     std::vector<std::string> groups;  // of the inventory
     std::string credential;           // its name; empty: none
     std::string place;                // "rack.csv:17"; empty: from the command line
-    // "lab", "admin": who logs in, in words. Equal where user and password are the same ones.
+    // Equal where user and password come from the same place. Not for display: it may hold words
+    // of a password's command.
     std::string login;
     // What a worker is started with: command, host, and every option that somebody has set but
     // --output, the passwords' and those of a single run. Understood without files and environment.
