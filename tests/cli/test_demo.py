@@ -63,13 +63,13 @@ def test_the_whole_demo_shows_reason_record_resume_history_and_a_fleet(tmp_path)
         env={**tool.clean_environment(), "PATH": f"{root / 'bin'}:{os.environ['PATH']}"})
 
     assert ended.returncode == 0, ended.stdout
-    for text in ('"serial": "TV', "refused the login of user ffdc.", "store-refused", "ffdc/manifest.json"):
+    for text in ("Operation standard is taken", '"serial": "TV', "refused the login of user ffdc.", "store-refused", "ffdc/manifest.json"):
         assert text in ended.stdout, text
-    assert len(re.findall(r"^ok  ", ended.stdout, re.MULTILINE)) == 5
+    assert len(re.findall(r"^ok  ", ended.stdout, re.MULTILINE)) == 6
     history = ended.stdout.partition("RUN  STARTED")[2].partition("kemffdc show")[0]
     assert re.findall(r"Z  ([a-z-]+) +([a-z]+) ", history) == [
         ("downloaded", "redfish"), ("not-finished", "redfish"), ("store-refused", "redfish"),
-        ("downloaded", "ipmi"), ("exported", "cim"), ("downloaded", "redfish")]
+        ("downloaded", "ipmi"), ("exported", "cim"), ("downloaded", "redfish"), ("downloaded", "redfish")]
     for text in ("22 of 24 hosts done in ", "\n1 wrong password: bmc011\n", "\n1 no answer: bmc012\n"):
         assert text in ended.stdout, text
     page = re.search(r"The page for people is (\S+):", ended.stdout)[1]
