@@ -34,7 +34,11 @@ std::vector<std::string> ChannelNames() {
 }
 
 std::string BmcOf(const Options& options) {
-    if (options.host.empty() || options.port == 0) return "this machine";
+    const Channel* const via = FindChannel(options.via);
+    const bool inBand = via != nullptr && via->host == Channel::Host::kOptional;
+    if (options.host.empty() || inBand) return "this machine";
+    // A run that is to find its way ends at a port that BMCs have by themselves.
+    if (options.port == 0) return History::SameHost(options.host);
     for (const Channel* channel : Channels()) {
         Options usual = options;
         usual.port = 0;

@@ -8,7 +8,6 @@
 #include "cli/CommonOptions.h"
 #include "cli/fleet/Options.h"
 #include "cli/fleet/Plan.h"
-#include "cli/history/BmcName.h"
 
 namespace Kemffdc {
 namespace {
@@ -88,7 +87,7 @@ public:
         Outcome outcome = Kemffdc::Settle(m_command, line, m_sources, settled.options);
         if (!outcome.Ok()) return outcome;
         ShareState(settled.options);
-        settled.bmc = NameOf(settled.options);
+        settled.bmc = BmcOf(settled.options);
         settled.arguments = ArgumentsOf(settled.options);
         if (m_lists) settled.held = HeldBy(m_command, settled.options);
         settled.options.configFiles.clear();
@@ -102,12 +101,6 @@ private:
         options.settings.erase(kStateDir);
         const auto said = m_shared.settings.find(kStateDir);
         if (said != m_shared.settings.end()) options.settings[kStateDir] = said->second;
-    }
-
-    // A run that is to find its way can end at any port that BMCs have by themselves.
-    static std::string NameOf(const Options& options) {
-        const bool open = FindChannel(options.via) == DefaultChannel();
-        return open ? History::SameHost(options.host) : BmcOf(options);
     }
 
     // "--user=service": whatever the value is, it is one word.
