@@ -1,10 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The room in which the first hour takes place: BMCs, a file store, and who knows the passwords.
+"""The room in which the transcripts take place: BMCs, a file store, and who knows the passwords.
 
 The ports are the usual ones, in a network of the test's own. The first BMC is 127.0.0.2.
 """
 
 import contextlib
+import json
 import os
 import pathlib
 import subprocess
@@ -45,6 +46,7 @@ class Room:
         self.folder = folder
         self.slowness = float(os.environ.get("KEMFFDC_SLOWNESS", "1"))
         self._running = []
+        self._right_password = ""
         for name in ("home", "bin", "store"):
             (folder / name).mkdir()
         (folder / "bin" / "kemffdc").symlink_to(os.environ["KEMFFDC"])
@@ -58,9 +60,37 @@ class Room:
 
     def happen(self, direction):
         """What a direction says happens behind the scenes."""
-        assert direction == "the BMC is set up anew, and has another certificate", direction
+        {"the BMC is set up anew, and has another certificate": self._renew_bmc,
+         "a rack of six BMCs is switched on; rack.csv and accounts.yaml tell of them": self._start_rack,
+         "somebody finds the right password of the account spare": self._correct_password}[direction]()
+
+    def _renew_bmc(self):
         self._end(self._bmc)
         self._bmc = self._start_bmc("BMC", "127.0.0.2", "--new-certificate")
+
+    def _start_rack(self):
+        """The seed makes the second one have a password of its own, and the fourth one cut a download."""
+        _, rack = self._start([EMULATOR / "emulated-fleet", "--count", "6", "--faults", "34", "--seed", "26",
+                            "--gathering", "8", "--standard-ports", "--state-dir", self.folder / "rack"])
+        accounts = yaml.safe_load(pathlib.Path(rack["credentials"]).read_text(encoding="utf-8"))
+        password = pathlib.Path(accounts["fleet"]["password_file"]).read_text(encoding="utf-8").strip()
+        self._right_password = password[::-1] + "X"
+        self._write("rack.csv", "name,address,credential\n"
+                                "bmc001,127.1.0.1,rack\n"
+                                "bmc002,127.1.0.2,spare\n"
+                                "bmc[003-006],127.1.0.[3-6],rack\n")
+        self._write("accounts.yaml", "rack: {user: admin, password_file: ~/.rack}\n"
+                                     "spare: {user: admin, password_file: ~/.spare}\n")
+        self._write(".rack", password + "\n")
+        self._write(".spare", "letmein\n")
+
+    def _correct_password(self):
+        self._write(".spare", self._right_password + "\n")
+
+    def _write(self, name, text):
+        path = self.folder / "home" / name
+        path.write_text(text, encoding="utf-8")
+        path.chmod(0o600)
 
     def as_if_at_home(self, line):
         """The line with the folder of the day's test as a home like anybody's."""
@@ -78,14 +108,16 @@ class Room:
         folder.mkdir(exist_ok=True)
         scenario = folder / "scenario.yaml"
         scenario.write_text(yaml.safe_dump({"password": BMC_PASSWORD, **_SCENARIOS[name]}), encoding="utf-8")
-        return self._start([EMULATOR / "emulated-bmc", "--scenario", scenario, "--state-dir", folder,
-                            "--bind", address, *_PORTS, *more])
+        process, _ = self._start([EMULATOR / "emulated-bmc", "--scenario", scenario, "--state-dir", folder,
+                                  "--bind", address, *_PORTS, *more])
+        return process
 
     def _start_store(self):
         self._start([EMULATOR / "sftp-store", "--bind", STORE_ADDRESS, "--port", str(STORE_PORT), "--user", "ffdc",
                      self.folder / "store"], SFTP_STORE_PASSWORD=STORE_PASSWORD)
 
     def _start(self, command, **more):
+        """The process, and what it says once it is ready."""
         environment = {name: value for name, value in os.environ.items()
                        if name not in _FOREIGN and not name.lower().endswith("_proxy")}
         process = subprocess.Popen(list(map(str, command)), stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
@@ -93,7 +125,7 @@ class Room:
         self._running.append(process)
         line = process.stdout.readline()
         assert line, f"{command[0]} did not start"
-        return process
+        return process, json.loads(line)
 
     def _end(self, process):
         self._running.remove(process)

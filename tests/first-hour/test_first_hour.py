@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""A new user's first hour: what the transcripts in this folder say is typed, and has to be seen.
+"""A new user's first hour, and his first fleet: what the transcripts in this folder say is typed, and has to be seen.
 
     FIRST_HOUR_WRITE=1 writes what was seen into the transcripts; read the difference before you commit it.
 """

@@ -24,6 +24,7 @@ RULES = [
     ("<fingerprint>", re.compile(r"SHA256:[A-Za-z0-9+/]{43}")),
     ("<fingerprint>", re.compile(r"(?:[0-9A-F]{2}:){31}[0-9A-F]{2}")),
     ("<sum>", re.compile(r"\b[0-9a-f]{64}\b")),
+    ("<elapsed>", re.compile(r"^\d+:\d\d(?=  bmc)|(?<=done in )\d+:\d\d")),
     ("<duration>", re.compile(r"\b\d+(?:\.\d+)? s\b|\b\d+:\d\d min\b")),
     ("<rate>", re.compile(r"\b\d+(?:\.\d+)? (?:[KMG]i?)?B/s")),
 ]
