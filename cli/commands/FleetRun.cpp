@@ -273,7 +273,9 @@ Outcome Recall(const Options& options, const FleetJournal& journal, Preparation&
         run.run = row;
         if (journal.IsLive(row.id)) return StillAtWork(row.id);
         const std::vector<FleetHostRow> hosts = journal.Hosts(row.id);
-        if (std::all_of(hosts.begin(), hosts.end(), IsDone)) {
+        // One that was killed right before its end still owes its reports.
+        const bool ended = !row.endedAt.empty();
+        if (ended && std::all_of(hosts.begin(), hosts.end(), IsDone)) {
             return Failure(kUsage,
                            "Fleet run " + std::to_string(row.id) + " has nothing left to do.");
         }
