@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What the page on fleets shows of a run is what one sees.
+// What the page on fleets and README show of a run is what one sees.
 #include <gmock/gmock.h>
 
 #include <fstream>
@@ -17,9 +17,9 @@ namespace {
 using namespace MadeScene;
 using testing::HasSubstr;
 
-std::string Page() {
+std::string Page(const char* name = "docs/fleet.md") {
     std::ostringstream text;
-    text << std::ifstream(VARNEX_ROOT "/docs/fleet.md").rdbuf();
+    text << std::ifstream(std::string(VARNEX_ROOT "/") + name).rdbuf();
     return text.str();
 }
 
@@ -56,6 +56,7 @@ TEST(FleetPage, ShowsTheSummaryAsItIs) {
         summary.replace(at, folder.Path().size(), "/srv/ffdc/run");
     }
     EXPECT_THAT(Page(), HasSubstr("```\n" + summary + "```\n"));
+    EXPECT_THAT(Page("README.md"), HasSubstr("```\n" + summary + "```\n"));
 }
 
 }  // namespace
