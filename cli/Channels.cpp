@@ -34,8 +34,8 @@ std::vector<std::string> ChannelNames() {
 }
 
 std::string BmcOf(const Options& options) {
-    const Channel* const via = FindChannel(options.via);
-    const bool inBand = via != nullptr && via->host == Channel::Host::kOptional;
+    const Channel* const way = FindChannel(options.via);
+    const bool inBand = way != nullptr && way->host == Channel::Host::kOptional;
     if (options.host.empty() || inBand) return "this machine";
     // A run that is to find its way ends at a port that BMCs have by themselves.
     if (options.port == 0) return History::SameHost(options.host);
