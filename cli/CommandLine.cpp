@@ -18,6 +18,7 @@
 namespace Kemffdc {
 namespace {
 
+constexpr int kMostArguments = 10000;        // of a command that takes several
 constexpr std::size_t kLongestFault = 2000;  // bytes; the rest is of no use to anybody
 
 using Words = std::vector<std::string>;
@@ -165,7 +166,12 @@ std::string Split(const CommandEntry& command, const Words& words, Line& line) {
         added->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     }
     const bool takesArgument = *command.argument != '\0';
-    if (takesArgument) app.add_option(command.argument);
+    if (takesArgument) {
+        const bool several = command.takesArgument == CommandEntry::Argument::kSeveral;
+        app.add_option(command.argument)
+            ->expected(1, several ? kMostArguments : 1)
+            ->allow_extra_args(several);
+    }
     std::string fault = UnknownWord(command, words, options);
     if (fault.empty()) fault = MissingValue(words, options);
     if (!fault.empty()) return fault;
@@ -188,7 +194,9 @@ std::string Split(const CommandEntry& command, const Words& words, Line& line) {
         line.options[name] = given.back();
     }
     if (takesArgument && app.get_option(command.argument)->count() > 0) {
-        line.argument = app.get_option(command.argument)->results().front();
+        const CLI::results_t& given = app.get_option(command.argument)->results();
+        line.argument = given.front();
+        line.more.assign(given.begin() + 1, given.end());
     }
     return "";
 }

@@ -10,6 +10,8 @@
 #include "cli/Run.h"
 #include "cli/commands/Config.h"
 #include "cli/commands/FleetHosts.h"
+#include "cli/commands/FleetPrune.h"
+#include "cli/commands/FleetReport.h"
 #include "cli/commands/FleetRun.h"
 #include "cli/commands/FleetStatus.h"
 #include "cli/commands/History.h"
@@ -64,6 +66,26 @@ constexpr char kVerifyExamples[] =
     "      Are all archives that the history knows as they came?\n"
     "  kemffdc verify /srv/ffdc\n"
     "      Those in this folder, by the records beside them.\n";
+
+constexpr char kFleetReportExamples[] =
+    "  kemffdc fleet report --html --output night.html\n"
+    "      The newest run as a page, also while it works.\n"
+    "  kemffdc fleet report 12 --csv\n"
+    "      Run 12 for a spreadsheet, on standard output.\n"
+    "  kemffdc fleet report /srv/ffdc/fleet-20260131T235958Z --output /srv/www/night\n"
+    "      All three reports of the run in that folder, into a folder.\n";
+
+constexpr char kFleetMergeExamples[] =
+    "  kemffdc fleet merge /srv/site1/run /srv/site2/run --output /srv/www/all\n"
+    "      Page, table and JSON of the runs whose folders were brought here.\n"
+    "  kemffdc fleet merge site1.json site2.json 12 --csv\n"
+    "      Two reports of other stations, and run 12 of this one.\n";
+
+constexpr char kFleetPruneExamples[] =
+    "  kemffdc fleet prune --keep 7 --dry-run\n"
+    "      What would go if seven good archives of each BMC were enough.\n"
+    "  kemffdc fleet prune --keep 7\n"
+    "      Removes it. The newest good archive of a BMC always stays.\n";
 
 OptionGroups InHistory() { return {&ListOptions(), &StateOptions(), &ResultOptions()}; }
 OptionGroups OnArchives() { return {&StateOptions(), &ResultOptions()}; }
@@ -128,6 +150,9 @@ OptionGroups OfResumedFleet() {
     return {&Fleet::PasswordOptions(), &Fleet::PaceOptions(), &Fleet::FinishOptions(),
             &Fleet::EventsOptions(),   &StateOptions(),       &ResultOptions()};
 }
+
+OptionGroups OfReport() { return {&ReportOptions(), &StateOptions()}; }
+OptionGroups OfPruning() { return {&PruneOptions(), &StateOptions(), &ResultOptions()}; }
 
 OptionGroups OfInventory() {
     return {&Fleet::SelectionOptions(), &StateOptions(), &ResultOptions()};
@@ -208,6 +233,15 @@ const std::vector<CommandEntry>& Commands() {
         {Command::kFleetStatus, "fleet status", "Show where a fleet run is, or what became of it",
          "RUN", Argument::kOptional, TakeSubject, On::kRecord, Use::kReach, InJournal,
          ShowFleetStatus, kFleetStatusExamples},
+        {Command::kFleetReport, "fleet report", "Write the report of a fleet run, at any time",
+         "RUN", Argument::kOptional, TakeSubject, On::kRecord, Use::kReach, OfReport, ReportFleet,
+         kFleetReportExamples},
+        {Command::kFleetMerge, "fleet merge", "Write one report of several stations' runs", "RUN",
+         Argument::kSeveral, TakeReported, On::kRecord, Use::kReach, OfReport, MergeFleets,
+         kFleetMergeExamples},
+        {Command::kFleetPrune, "fleet prune", "Remove older archives of fleet runs", "",
+         Argument::kNone, nullptr, On::kRecord, Use::kReach, OfPruning, PruneFleets,
+         kFleetPruneExamples},
     };
     return commands;
 }

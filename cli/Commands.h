@@ -16,7 +16,7 @@ namespace Kemffdc {
 // One command of the tool: all that parsing, help and main know of it. A further command is a file
 // in commands/ and an entry in Commands.cpp.
 struct CommandEntry {
-    enum class Argument { kNone, kOptional, kRequired };
+    enum class Argument { kNone, kOptional, kRequired, kSeveral };
 
     // What it works on. Commands on BMCs take --via and the options of channels too.
     enum class On {
@@ -31,7 +31,8 @@ struct CommandEntry {
     const char* brief;  // for help
 
     const char* argument;    // its name in help, "HOST"; empty: there is none
-    Argument takesArgument;  // kRequired, on a BMC: unless the channel needs none
+    Argument takesArgument;  // kRequired, on a BMC: unless the channel needs none; kSeveral: one
+                             // at least, and `take` is called for each
     // What is wrong with the text, as it follows the argument's name; empty: it has been taken.
     std::string (*take)(const std::string& text, Options& options);
 

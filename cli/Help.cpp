@@ -165,9 +165,15 @@ std::string ChannelEntries() {
 std::string Synopsis(const CommandEntry& command) {
     const std::string line = std::string("kemffdc ") + command.name;
     if (*command.argument == '\0') return line;
-    const bool required = command.takesArgument == CommandEntry::Argument::kRequired;
     const std::string argument = command.argument;
-    return line + " " + (required ? argument : "[" + argument + "]");
+    switch (command.takesArgument) {
+        case CommandEntry::Argument::kOptional:
+            return line + " [" + argument + "]";
+        case CommandEntry::Argument::kSeveral:
+            return line + " " + argument + "...";
+        default:
+            return line + " " + argument;
+    }
 }
 
 std::string OptionName(const Option& option) {

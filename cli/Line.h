@@ -5,6 +5,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace Kemffdc {
 
@@ -12,6 +13,7 @@ namespace Kemffdc {
 struct Line {
     std::map<std::string, std::string> options;  // by name; a flag's text is "true" or "false"
     std::optional<std::string> argument;
+    std::vector<std::string> more;  // arguments behind it, where the command takes several
 };
 
 }  // namespace Kemffdc

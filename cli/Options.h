@@ -26,6 +26,9 @@ enum class Command {
     kFleetCheck,
     kFleetResume,
     kFleetHosts,
+    kFleetReport,
+    kFleetMerge,
+    kFleetPrune,
     kFleetStatus,
 };
 

@@ -87,7 +87,10 @@ private:
 
     Outcome TakeArgument() {
         if (!m_line.argument) return {};
-        const std::string fault = m_command.take(*m_line.argument, m_options);
+        std::string fault = m_command.take(*m_line.argument, m_options);
+        for (const std::string& argument : m_line.more) {
+            if (fault.empty()) fault = m_command.take(argument, m_options);
+        }
         return fault.empty() ? Outcome{} : Usage(m_command.argument + fault);
     }
 
@@ -141,7 +144,8 @@ private:
     Outcome CheckArgument() const {
         const std::string name = m_command.argument;
         const bool given = m_line.argument.has_value();
-        bool required = m_command.takesArgument == CommandEntry::Argument::kRequired;
+        bool required = m_command.takesArgument == CommandEntry::Argument::kRequired ||
+                        m_command.takesArgument == CommandEntry::Argument::kSeveral;
         if (m_channel != nullptr) {
             required = required && m_channel->host == Channel::Host::kRequired;
         }

@@ -213,8 +213,7 @@ Outcome Enter(Preparation& run, FleetJournal& journal) {
 // What a run leaves behind it, whatever has become of it.
 void Finish(const Preparation& run, int code, Books& books, Fleet::Audience& audience) {
     const Fleet::FleetOptions& own = run.settings.pace;
-    Fleet::Aftermath aftermath{own.keep, own.metrics, {}};
-    if (!own.onFinish.empty()) aftermath.onFinish = {own.onFinish};
+    const Fleet::Aftermath aftermath{own.keep, own.metrics, Fleet::ProgramWords(own.onFinish)};
     try {
         books.journal.EndFleet(run.run.id, code);
     } catch (const History::StoreError& error) {

@@ -55,14 +55,17 @@ std::string Where(const History::RunRow& run) {
 // The archive, or the folder of several; empty where nothing was delivered.
 std::string Place(const std::vector<History::ArchiveRow>& archives) {
     std::string place;
+    std::string removed;
     std::size_t count = 0;
     for (const History::ArchiveRow& archive : archives) {
         if (archive.path.empty()) continue;
         place = archive.path;
         ++count;
+        if (!archive.removedAt.empty()) removed = ", removed " + archive.removedAt;
     }
-    if (count < 2) return place;
-    return fs::path(place).parent_path().string() + " (" + std::to_string(count) + " files)";
+    if (count < 2) return place + removed;
+    return fs::path(place).parent_path().string() + " (" + std::to_string(count) + " files" +
+           removed + ")";
 }
 
 void WriteWords(const std::vector<Entry>& entries, std::ostream& out) {

@@ -158,7 +158,8 @@ json::object ArchiveRowObject(const History::ArchiveRow& archive) {
             {"sha256", TextOrNull(archive.sha256)},
             {"readable", archive.whole ? json::value(*archive.whole) : json::value(nullptr)},
             {"reason", TextOrNull(archive.detail)},
-            {"partial", TextOrNull(archive.partial)}};
+            {"partial", TextOrNull(archive.partial)},
+            {"removed", TextOrNull(archive.removedAt)}};
 }
 
 }  // namespace Kemffdc

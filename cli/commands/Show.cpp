@@ -70,7 +70,8 @@ Outcome FindRun(History::Id id, const std::string& stateFolder, Shown& shown) {
     shown.state = StateOf(*run, &*store);
     shown.steps = store->Steps(id);
     for (const History::ArchiveRow& file : shown.recorded->files) {
-        if (!file.path.empty()) shown.files.push_back(LookInto(file.path));
+        if (file.path.empty() || !file.removedAt.empty()) continue;
+        shown.files.push_back(LookInto(file.path));
     }
     return {};
 }
@@ -132,6 +133,9 @@ void WriteRun(const Shown& shown, std::ostream& out) {
          run.task.empty() || run.taskState.empty() ? run.task : run.task + ", " + run.taskState);
     Line(out, "On BMC:    ", run.bmcPath);
     Line(out, "Exported:  ", run.exportUri);
+    for (const History::ArchiveRow& file : shown.recorded->files) {
+        if (!file.removedAt.empty()) Line(out, "Removed:   ", file.path + ", " + file.removedAt);
+    }
     for (const History::StepRow& step : shown.steps) {
         out << "  " << Clean(step.name) << ": ";
         if (step.endedAt.empty()) {

@@ -84,7 +84,9 @@ Files InHistory(const std::string& subject, const std::string& stateFolder) {
     const History::Id run = RunNumber(subject);
     Files files = run != 0 ? store.Archives(run) : store.Delivered(subject);
     files.erase(std::remove_if(files.begin(), files.end(),
-                               [](const History::ArchiveRow& file) { return file.path.empty(); }),
+                               [](const History::ArchiveRow& file) {
+                                   return file.path.empty() || !file.removedAt.empty();
+                               }),
                 files.end());
     return files;
 }

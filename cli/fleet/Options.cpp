@@ -2,6 +2,7 @@
 #include "cli/fleet/Options.h"
 
 #include <algorithm>
+#include <boost/tokenizer.hpp>
 
 #include "cli/CommonOptions.h"
 #include "cli/fleet/HostRange.h"
@@ -83,6 +84,20 @@ Option Named(const OptionGroup& group, const std::string& name) {
                          [&name](const Option& option) { return name == option.name; });
 }
 
+Reading ProgramText() {
+    Reading reading = Text(&FleetOptions::onFinish);
+    reading.take = [](const std::string& text, Options& options) -> std::string {
+        if (HasControl(text)) return " holds control bytes.";
+        if (ProgramWords(text).empty()) {
+            return ": \"" + text +
+                   "\" names no program. A backslash stands before a quote or another backslash.";
+        }
+        Part<FleetOptions>(options).onFinish = text;
+        return "";
+    };
+    return reading;
+}
+
 }  // namespace
 
 const OptionGroup& SelectionOptions() {
@@ -154,9 +169,22 @@ const OptionGroup& FinishOptions() {
           Number(&FleetOptions::keep, 0, 1000000), Where::kAnyhow, Use::kGather},
          {"--metrics", "FILE", "Write the outcomes as a text file for Prometheus",
           Path(&FleetOptions::metrics), Where::kAnyhow},
-         {"--on-finish", "PROGRAM", "Run this program with the report's path",
-          Path(&FleetOptions::onFinish), Where::kLine}}};
+         {"--on-finish", "COMMAND", "Run this program, with the path of report.json at its end",
+          ProgramText(), Where::kLine}}};
     return group;
+}
+
+std::vector<std::string> ProgramWords(const std::string& text) {
+    std::vector<std::string> words;
+    try {
+        const boost::escaped_list_separator<char> blanks("\\", " ", "\"'");
+        for (const std::string& word : boost::tokenizer(text, blanks)) {
+            if (!word.empty()) words.push_back(word);
+        }
+    } catch (const boost::escaped_list_error&) {
+        words.clear();
+    }
+    return words;
 }
 
 std::string TakeInventory(const std::string& text, Options& options) {

@@ -41,7 +41,7 @@ struct FleetOptions {
     std::int64_t runDeadline = 0;   // seconds for the whole run; 0: none
     int keep = 0;                   // archives of each host that stay; 0: all
     std::string metrics;            // path of a file for Prometheus; empty: none
-    std::string onFinish;           // a program's path; empty: none
+    std::string onFinish;           // a program and its arguments, for ProgramWords(); empty: none
 
     // How the options of each BMC become settled; set by the parsing of the command line.
     std::shared_ptr<const HostSettling> settling;
@@ -56,6 +56,10 @@ const OptionGroup& FolderOptions();     // where runs lie
 const OptionGroup& EventsOptions();     // what a run prints while it works
 const OptionGroup& PasswordOptions();   // where a run that goes on finds passwords
 const OptionGroup& FinishOptions();     // what follows a run
+
+// The program and its arguments that a text means: blanks part them, quotes and backslashes keep
+// them. Empty where it means none.
+std::vector<std::string> ProgramWords(const std::string& text);
 
 // `take` of commands whose argument is an inventory.
 std::string TakeInventory(const std::string& text, Options& options);

@@ -8,7 +8,9 @@ import pathlib
 
 import jsonschema
 
-SCHEMA = pathlib.Path(__file__).resolve().parents[2] / "docs" / "schema" / "kemffdc-1.json"
+SCHEMAS = pathlib.Path(__file__).resolve().parents[2] / "docs" / "schema"
+SCHEMA = SCHEMAS / "kemffdc-1.json"
+FLEET_SCHEMA = SCHEMAS / "kemffdc-fleet-1.json"
 
 
 def load(path=SCHEMA):
@@ -25,9 +27,9 @@ def closed(schema):
 
 
 @functools.lru_cache(maxsize=None)
-def validator(kind):
-    schema = closed(load())
-    schema.pop("anyOf")
+def validator(kind, path=SCHEMA):
+    schema = closed(load(path))
+    schema.pop("anyOf", None)
     return jsonschema.Draft202012Validator({**schema, "$ref": f"#/$defs/{kind}"})
 
 
@@ -47,10 +49,20 @@ def once(members):
 def check(line, kind):
     """One object on one line, as the schema's definition `kind` has it; returned."""
     assert "\n" not in line
+    return check_text(line, kind, SCHEMA)
+
+
+def check_report(text):
+    """A report of a fleet; returned."""
+    assert text.endswith("\n")
+    return check_text(text, "report", FLEET_SCHEMA)
+
+
+def check_text(line, kind, path):
     value = json.loads(line, parse_float=plain, object_pairs_hook=once)
-    errors = sorted(validator(kind).iter_errors(value), key=lambda error: list(error.absolute_path))
+    errors = sorted(validator(kind, path).iter_errors(value), key=lambda error: list(error.absolute_path))
     said = [f"{'/'.join(map(str, error.absolute_path)) or 'the object'}: {error.message}" for error in errors]
-    assert not said, f"not as docs/schema has it ({kind}): {said}: {line}"
+    assert not said, f"not as docs/schema has it ({kind}): {said}: {line[:5000]}"
     return value
 
 
@@ -70,6 +82,9 @@ def check_output(arguments, code, out):
     if not asked or code < 0 or {"--help", "-h"}.intersection(before):
         return
     assert out.endswith("\n"), f"no whole line of JSON: {out!r}"
+    if '"report":"fleet"' in out[:100]:
+        check_report(out)
+        return
     lines = out.split("\n")[:-1]
     if "--events" not in asked or code == 2:
         assert len(lines) == 1, f"more than one line: {out!r}"

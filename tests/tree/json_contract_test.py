@@ -19,15 +19,31 @@ FROZEN = ROOT / "docs" / "schema" / "frozen" / "kemffdc-1.json"
 PAGE = (ROOT / "docs" / "json.md").read_text(encoding="utf-8")
 
 SCHEMA = json_contract.load()
-OBJECTS = {name: d["properties"] for name, d in SCHEMA["$defs"].items() if d.get("type") == "object"}
+FLEET_SCHEMA = json_contract.load(json_contract.FLEET_SCHEMA)
+FROZEN_FLEET = FROZEN.with_name("kemffdc-fleet-1.json")
+OBJECTS = {name: d["properties"] for schema in (SCHEMA, FLEET_SCHEMA)
+           for name, d in schema["$defs"].items() if d.get("type") == "object"}
 
 
 def test_it_is_a_schema():
     jsonschema.Draft202012Validator.check_schema(SCHEMA)
+    jsonschema.Draft202012Validator.check_schema(FLEET_SCHEMA)
 
 
 def test_nothing_that_was_promised_is_gone():
     assert json_contract.shrunk(json_contract.load(FROZEN), SCHEMA) == []
+    assert json_contract.shrunk(json_contract.load(FROZEN_FLEET), FLEET_SCHEMA) == []
+
+
+def test_no_name_means_two_things():
+    kinds = [{name for name, d in schema["$defs"].items() if d.get("type") == "object"}
+             for schema in (SCHEMA, FLEET_SCHEMA)]
+    assert kinds[0] & kinds[1] == set()
+
+
+def test_a_report_knows_each_outcome_of_a_run():
+    known = set(FLEET_SCHEMA["$defs"]["outcome"]["enum"])
+    assert set(SCHEMA["$defs"]["outcome"]["enum"]) - {"ok"} <= known
 
 
 def drop_member(schema):

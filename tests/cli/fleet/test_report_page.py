@@ -13,6 +13,8 @@ import subprocess
 import urllib.parse
 
 import pytest
+
+import json_contract
 from selenium import webdriver
 from selenium.webdriver.chrome.options import Options
 from selenium.webdriver.chrome.service import Service
@@ -109,6 +111,12 @@ def page(browser, reports):
     """The page of 400 hosts."""
     browser.look()
     return browser.open(reports[400])
+
+
+@pytest.mark.parametrize("count", COUNTS)
+def test_the_report_for_programs_is_as_its_schema_has_it(reports, count):
+    report = json_contract.check_report((reports[count] / "report.json").read_text(encoding="utf-8"))
+    assert len(report["hosts"]) == count == report["totals"]["hosts"]
 
 
 def hosts_of(folder):
