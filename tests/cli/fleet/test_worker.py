@@ -212,9 +212,11 @@ worker = subprocess.Popen([sys.argv[1], "fleet-worker"], stdin=subprocess.PIPE, 
                           pass_fds=[int(sys.argv[3])])
 worker.stdin.write(sys.argv[2].replace("CONDUCTOR", str(os.getpid())).encode() + b"\\n")
 worker.stdin.flush()
+os.set_inheritable(worker.stdin.fileno(), True)
 others = os.fork()  # holds the pipe, as a careless sibling would
 print(worker.pid, flush=True)
 if others == 0:
+    os.close(int(sys.argv[3]))
     os.execvp("sleep", ["sleep", "20"])
 sys.stdin.read()
 """
