@@ -28,8 +28,21 @@ as_root() {
 
 apt_update() { as_root apt-get -o DPkg::Lock::Timeout=120 update -qq; }
 
-# Names in a package list: the first word of every line that is no comment.
-package_names() { awk '!/^#/ && NF { print $1 }' "$@"; }
+# Debian's release, 12 or 13; 0 on another system.
+debian_release() {
+    local ID="" VERSION_ID=""
+    # shellcheck source=/dev/null
+    [[ ! -r /etc/os-release ]] || source /etc/os-release
+    [[ $ID == debian && $VERSION_ID =~ ^1[23]$ ]] || VERSION_ID=0
+    printf '%s\n' "$VERSION_ID"
+}
+
+# Names in a package list: the first word of every line that is no comment. Where a package is called
+# otherwise in Debian 13, the word is "name-in-12|name-in-13".
+package_names() {
+    awk -v release="$(debian_release)" \
+        '!/^#/ && NF { names = split($1, name, "|"); print name[release == 13 ? names : 1] }' "$@"
+}
 
 # Nothing on this machine may steer the requests of a test or of the demo.
 clear_network_environment() {

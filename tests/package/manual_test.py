@@ -8,7 +8,7 @@ import pytest
 
 from commands import run
 
-PAGES = ["man1/emulated-bmc.1", "man1/kemffdc.1", "man3/varnex-ffdc.3", "man5/kemffdc.conf.5"]
+PAGES = ["man1/emulated-bmc.1", "man1/kemffdc-fleet.1", "man1/kemffdc.1", "man3/varnex-ffdc.3", "man5/kemffdc.conf.5"]
 
 
 def rendered(prefix, page, columns=80):
@@ -26,6 +26,14 @@ def words(text):
     return set(re.split(r"\s+", re.sub(r"‐\n\s*", "", text).replace("‐", "-")))
 
 
+def commands(tool, *before):
+    return [line.split("\t")[0] for line in run(tool, "complete", *before, "").stdout.splitlines()]
+
+
+def options(tool, *command):
+    return [line.split("\t")[0] for line in run(tool, "complete", *command, "--").stdout.splitlines()]
+
+
 @pytest.mark.parametrize("page", PAGES)
 def test_a_page_renders_without_warning_on_a_terminal_of_80_columns(prefix, page):
     text = rendered(prefix, page)
@@ -38,13 +46,17 @@ def test_a_page_renders_without_warning_on_a_terminal_of_80_columns(prefix, page
 def test_the_page_of_the_tool_names_each_command_and_option(prefix):
     named = words(rendered(prefix, "man1/kemffdc.1"))
     tool = prefix / "bin" / "kemffdc"
-    commands = [name for name in run(tool, "complete", "").stdout.split("\n") if name and "\t" in name]
-    names = [line.split("\t")[0] for line in commands if not line.startswith(("help\t", "fleet\t"))]
-    assert "collect" in names
-    for name in names:
-        assert name in named
-        for line in run(tool, "complete", name, "--").stdout.splitlines():
-            assert line.split("\t")[0] in named, f"{name} {line}"
+    assert "collect" in commands(tool)
+    for name in set(commands(tool)) - {"fleet", "help"}:
+        assert {name, *options(tool, name)} <= named
+
+
+def test_the_page_of_fleets_names_each_command_and_option(prefix):
+    named = words(rendered(prefix, "man1/kemffdc-fleet.1"))
+    tool = prefix / "bin" / "kemffdc"
+    assert "hosts" in commands(tool, "fleet")
+    for name in commands(tool, "fleet"):
+        assert {name, *options(tool, "fleet", name)} <= named
 
 
 def test_there_is_no_page_that_is_not_looked_at(prefix):

@@ -42,13 +42,16 @@ def collect(host, bmc, archive):
     return said
 
 
-def exported(library):
-    """One line per symbol: kind, name as the linker sees it, name as a person reads it."""
+def exported(library, version):
+    """One line per symbol of this version: kind, name as the linker sees it, name as a person reads it."""
     listed = run("nm", "-D", "--defined-only", "--format=posix", library).stdout
     symbols = [line.split()[:2] for line in listed.splitlines()]
-    readable = run("c++filt", input="\n".join(name for name, _ in symbols)).stdout.splitlines()
+    symbols.remove([version, "A"])  # the version itself
+    names = [name.partition(f"@@{version}") for name, _ in symbols]
+    assert all(mark and not rest for _, mark, rest in names), listed
+    readable = run("c++filt", input="\n".join(name for name, _, _ in names)).stdout.splitlines()
     return sorted(f"{kind} {name}  {plain}"
-                  for (name, kind), plain in zip(symbols, readable, strict=True))
+                  for (name, _, _), (_, kind), plain in zip(names, symbols, readable, strict=True))
 
 
 def test_a_host_finds_the_package_with_cmake(prefix, tmp_path):
@@ -102,7 +105,11 @@ def test_a_host_keeps_classes_of_the_platforms_names(prefix, package, words, tmp
 def test_only_the_facade_is_exported(prefix):
     listed = (HERE / "exported-symbols.txt").read_text(encoding="utf-8").splitlines()
 
-    assert exported(libraries(prefix) / "libvarnexffdc.so") == listed
+    assert exported(libraries(prefix) / "libvarnexffdc.so", "VARNEX_1.0") == listed
+
+
+def test_the_platform_exports_in_a_version_too(prefix):
+    assert exported(libraries(prefix) / "libvarnexplatform.so", "VARNEXPLATFORM_1.0")
 
 
 @pytest.mark.parametrize("compiler", ["g++", "clang++"])
