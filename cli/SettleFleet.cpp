@@ -87,6 +87,7 @@ public:
         Outcome outcome = Kemffdc::Settle(m_command, line, m_sources, settled.options);
         if (!outcome.Ok()) return outcome;
         ShareState(settled.options);
+        settled.searches = FindChannel(settled.options.via) == DefaultChannel();
         settled.bmc = BmcOf(settled.options);
         settled.arguments = ArgumentsOf(settled.options);
         if (m_lists) settled.held = HeldBy(m_command, settled.options);

@@ -59,6 +59,8 @@ Outcome GoOnWith(const History::RunRow& run, Options& options) {
     return fault.empty() ? Outcome{} : Failure(kUsage, fault);
 }
 
+bool CanResume(const Channel* channel) { return channel != nullptr && channel->resume != nullptr; }
+
 // Without a history there is nothing to find, and the run itself says so.
 Outcome LookBack(Options& options) {
     const std::string folder = History::StateFolder(options.stateDir);
@@ -66,7 +68,8 @@ Outcome LookBack(Options& options) {
     if (!History::Store::Exists(folder)) return {};
     try {
         const Fleet::Earlier earlier = Fleet::LookBack(
-            History::Store(folder), options.attempt->fleet, options.attempt->number);
+            History::Store(folder), options.attempt->fleet, options.attempt->number,
+            [](const std::string& channel) { return CanResume(FindChannel(channel)); });
         options.attempt->archive = earlier.archive;
         options.attempt->size = earlier.size;
         options.attempt->sha256 = earlier.sha256;

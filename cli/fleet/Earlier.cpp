@@ -13,8 +13,6 @@ namespace {
 using History::RunRow;
 using History::Store;
 
-bool CanBeGoneOnWith(const RunRow& run) { return run.channel == "redfish"; }
-
 // A run whose task has come to nothing, or whose archive is no good.
 bool IsSpent(const RunRow& run) {
     return run.exitCode == kDone || run.exitCode == kTaskFailed || run.exitCode == kIncomplete;
@@ -39,7 +37,8 @@ std::string GathersAgain(const RunRow& run) {
 
 }  // namespace
 
-Earlier LookBack(const Store& store, History::Id fleet, int number) {
+Earlier LookBack(const Store& store, History::Id fleet, int number,
+                 const std::function<bool(const std::string& channel)>& canGoOn) {
     const History::FleetJournal journal(store);
     Earlier earlier;
     const std::optional<History::FleetHostRow> host = journal.Host(fleet, number);
@@ -55,7 +54,7 @@ Earlier LookBack(const Store& store, History::Id fleet, int number) {
         if (HasWaitedInVain(run)) inVain.insert(run.continues);
         // One that did not get so far leaves what was before.
         if (run.task.empty() && store.AskedAt(run.id).empty()) continue;
-        if (CanBeGoneOnWith(run)) {
+        if (canGoOn(run.channel)) {
             earlier.run = run;
         } else {
             earlier.note = GathersAgain(run);

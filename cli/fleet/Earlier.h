@@ -3,6 +3,7 @@
 #define KEMFFDC_FLEET_EARLIER_H
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "cli/history/FleetJournal.h"
@@ -17,14 +18,16 @@ struct Earlier {
     std::uint64_t size = 0;
     std::string sha256;
 
-    History::RunRow run;  // the attempt that can be gone on with, over Redfish; id 0: none
+    History::RunRow run;  // the attempt that can be gone on with; id 0: none
 
     // What the operator is to know of an attempt that cannot be gone on with; may be empty.
     std::string note;
 };
 
-// Of host `number` in that fleet run. Throws StoreError.
-Earlier LookBack(const History::Store& store, History::Id fleet, int number);
+// Of host `number` in that fleet run. `canGoOn`: whether a run over the channel of that name can be
+// gone on with. Throws StoreError.
+Earlier LookBack(const History::Store& store, History::Id fleet, int number,
+                 const std::function<bool(const std::string& channel)>& canGoOn);
 
 }  // namespace Kemffdc::Fleet
 

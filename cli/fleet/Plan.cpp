@@ -216,6 +216,7 @@ private:
         planned.name = host.name;
         planned.host = host.address;
         planned.channel = options.via;
+        planned.searches = settled.searches;
         planned.groups = host.groups;
         planned.credential = host.credential;
         planned.place = PlaceOf(m_inventory.path, host.line);

@@ -23,6 +23,7 @@ using HostSays = std::map<std::string, Said>;
 struct SettledHost {
     Options options;
     std::vector<HeldSetting> held;       // all that a run on it has; for `fleet hosts` alone
+    bool searches = false;               // which channel it is, the run is to find out
     std::string bmc;                     // one name for each BMC, whatever way leads to it
     std::vector<std::string> arguments;  // of a worker
 };
@@ -44,7 +45,8 @@ struct HostSettling {
 struct PlannedHost {
     std::string name;                 // unique in the run
     std::string host;                 // what is connected to: a DNS name or an address
-    std::string channel;              // "auto": the run is to find it
+    std::string channel;              // as --via names it
+    bool searches = false;            // as in SettledHost
     std::vector<std::string> groups;  // of the inventory
     std::string credential;           // its name; empty: none
     std::string place;                // "rack.csv:17"; empty: from the command line

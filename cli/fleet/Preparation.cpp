@@ -45,7 +45,7 @@ FleetHostRow RowOf(const PlannedHost& host, int number) {
     row.number = number;
     row.name = host.name;
     row.host = host.host;
-    row.channel = host.channel;
+    if (!host.searches) row.channel = host.channel;
     row.group = host.groups.empty() ? "" : host.groups.front();
     row.credential = host.credential;
     row.arguments = ToJson(host.arguments);

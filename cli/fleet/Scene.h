@@ -18,7 +18,7 @@ using WallTime = std::chrono::system_clock::time_point;  // the epoch: not yet
 // One BMC of the run, as it is now.
 struct SceneHost {
     std::string name;     // unique in the run
-    std::string channel;  // "auto" until one has been found
+    std::string channel;  // empty until one has been found
     History::HostState state = History::HostState::kQueued;
     WallTime since;              // of the state
     WallTime begun;              // of the first attempt

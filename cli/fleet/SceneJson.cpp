@@ -73,9 +73,8 @@ json::object SceneObject(const Scene& scene, int exitCode) {
 }
 
 json::object SceneHostObject(const SceneHost& host) {
-    const bool hasChannel = host.channel != "auto";
     return {{"name", TextValue(host.name)},
-            {"channel", hasChannel ? TextOrNull(host.channel) : nullptr},
+            {"channel", TextOrNull(host.channel)},
             {"state", NameOf(host.state)},
             {"since", TimeOrNull(host.since)},
             {"begun", TimeOrNull(host.begun)},

@@ -36,7 +36,7 @@ struct FleetHostRow {
     int number = 0;          // from 1, in the order of the plan
     std::string name;        // unique in the run; names its folder
     std::string host;        // address or DNS name of the BMC
-    std::string channel;     // as planned: "auto" until one has been found
+    std::string channel;     // empty until one has been found
     std::string group;       // of the inventory
     std::string credential;  // name; empty: the run's own password
     std::string arguments;   // JSON array: what a worker is started with; no secrets

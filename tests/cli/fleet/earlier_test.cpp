@@ -54,7 +54,9 @@ protected:
         journal.SetArchive(fleet, 1, row.path, row.size, row.sha256);
     }
 
-    Earlier Found() const { return LookBack(store, fleet, 1); }
+    Earlier Found() const { return LookBack(store, fleet, 1, IsRedfish); }
+
+    static bool IsRedfish(const std::string& channel) { return channel == "redfish"; }
 
     TempFolder place;
     Store store;

@@ -37,7 +37,7 @@ protected:
         for (FleetHostRow& host : plan) host.host = "bmc";
         plan[0].channel = "redfish";
         plan[1].name = "bmc002";
-        plan[1].channel = "auto";
+        plan[1].channel.clear();
         plan[2].name = "bmc003";
         plan[2].channel = "ipmi";
         m_fleet = m_conductor->BeginFleet(run, plan);
@@ -78,7 +78,7 @@ TEST_F(JournalScenes, OfARunThatHasJustBegun) {
     EXPECT_GE(scene.now, before);
     ASSERT_EQ(scene.hosts.size(), 3U);
     EXPECT_EQ(scene.hosts[0].name, "bmc001");
-    EXPECT_EQ(scene.hosts[1].channel, "auto");
+    EXPECT_EQ(scene.hosts[1].channel, "");
     EXPECT_EQ(scene.hosts[2].state, HostState::kQueued);
     EXPECT_EQ(scene.hosts[2].begun, WallTime());
 }

@@ -33,7 +33,7 @@ TEST(SceneHostObject, SaysAllThatIsSeenOfAHost) {
 TEST(SceneHostObject, KnowsNothingOfAHostThatNobodyHasBegunWith) {
     SceneHost host;
     host.name = "bmc001";
-    host.channel = "auto";
+    host.channel.clear();
     EXPECT_EQ(JsonText(SceneHostObject(host)),
               R"({"name":"bmc001","channel":null,"state":"queued","since":null,"begun":null,)"
               R"("attempts":0,"percent":null,"message":null,"bytes":0,"expected":null,)"
