@@ -4,9 +4,9 @@
 
 #include <map>
 
+#include "cli/redfish/Reference.h"
 #include "cli/redfish/standard/DataHead.h"
 #include "cli/redfish/standard/Entries.h"
-#include "cli/redfish/Reference.h"
 #include "cli/redfish/standard/Reply.h"
 #include "cli/redfish/standard/Selection.h"
 #include "cli/redfish/standard/Walk.h"
