@@ -260,6 +260,17 @@ TEST_F(MakePlan, ACredentialCountsBeforeItsRow) {
     EXPECT_EQ("", m_plan.hosts[2].password->file) << "from the environment or a prompt";
 }
 
+TEST_F(MakePlan, ACredentialsPasswordTakesThePlaceOfTheRows) {
+    Secret("accounts.yaml", "lab: {password_command: [show]}\n");
+
+    EXPECT_EQ("", Table("name,via,password_file,credential\nbmc1,redfish,/row,lab\n",
+                        {"--credentials", m_folder / "accounts.yaml"})
+                      .reason);
+
+    EXPECT_EQ("", m_plan.hosts[0].password->file);
+    EXPECT_THAT(m_plan.hosts[0].password->command, ElementsAre("show"));
+}
+
 TEST_F(MakePlan, ACredentialThatIsNotThereIsToldWithItsPlace) {
     Secret("accounts.yaml", "lab: {user: service}\n");
     const std::string table = "name,credential\nbmc1,lba\n";
