@@ -103,7 +103,11 @@ std::vector<Candidate> FindCandidates(const Options& options) {
 std::string OthersThatAnswer(const Channel& named, const Options& options) {
     std::vector<Candidate> candidates;
     for (const Channel* channel : Candidates()) {
-        if (channel->name == std::string(named.name)) continue;
+        const auto isSame = [channel](const Candidate& other) {
+            return other.channel->name == std::string(channel->name);
+        };
+        const bool isListed = std::any_of(candidates.begin(), candidates.end(), isSame);
+        if (isListed || channel->name == std::string(named.name)) continue;
         candidates.push_back(Settled(*channel, options));
         // Whether its other options fit is told when the operator takes it.
         candidates.back().outcome = {};
