@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -39,6 +40,12 @@ constexpr char kFolder[] = "diagnostics";  // of several collections
 using HeaderLines = curlcpp::option_traits<std::list<std::string>, CURLOPT_HTTPHEADER>;
 
 std::string LastComponent(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+
+// "Dump" of "/redfish/v1/Managers/1/LogServices/Dump/Entries/4"
+std::string LogOf(const std::string& entry) {
+    const std::size_t entries = entry.rfind("/Entries/");
+    return entries == std::string::npos ? "diagnostics" : LastComponent(entry.substr(0, entries));
+}
 
 // One run over one session: one collection, or several.
 class StandardRun {
@@ -99,9 +106,9 @@ private:
             LogEntry entry;
             one.outcome = Gather(wanted, entry);
             if (one.outcome.Ok()) one.outcome = Fetch(entry, kFolder + std::string("/"), one);
-            if (m_run.interrupt.Raised() || EndsAll(one.outcome)) return one.outcome;
-            if (one.outcome.Ok()) DeleteAfter(entry);
+            if (m_run.interrupt.Raised()) return one.outcome;
             all.push_back(one);
+            if (EndsAll(one.outcome)) break;
         }
         return DeliverAll(all);
     }
@@ -109,8 +116,10 @@ private:
     // What would be the same with the next one.
     static bool EndsAll(const Outcome& outcome) {
         return outcome.code == kNotConnected || outcome.code == kLocalFile ||
-               outcome.code == kInterrupted || outcome.cause == Cause::kTooLarge;
+               outcome.cause == Cause::kTooLarge;
     }
+
+    static bool HasCome(const Collected& one) { return one.outcome.Ok(); }
 
     Outcome Gather(const Collection& wanted, LogEntry& entry) {
         Gathering gathering(m_run, m_session);
@@ -137,7 +146,7 @@ private:
             one.outcome = outcome;
             m_part->Add(one);
         }
-        if (outcome.Ok()) DeleteAfter(entry);
+        if (outcome.Ok()) DeleteAfter(one.entry);
         if (!m_run.interrupt.Raised()) m_run.farewell.Pay(kSessionSeconds);
         return outcome;
     }
@@ -165,47 +174,43 @@ private:
 
     // The BMC's own name where it gives one; else that of the log and the entry.
     std::string NameOf(const LogEntry& entry, const DataHead& head, const Collected& one,
-                       bool several) const {
+                       bool several) {
         const std::string last = LastComponent(m_bmcPath);
         std::string name = head.fileName;
         if (name.empty() && last.find('.') != std::string::npos) name = last;
-        const std::string path = entry.path.empty() ? "data" : entry.path;
-        if (name.empty()) {
-            const std::string log = one.wanted.service.name;
-            name = (log.empty() ? "diagnostics" : log) + "_" + LastComponent(path);
-        }
+        if (name.empty()) name = LogOf(entry.path) + "_" + LastComponent(entry.path);
         if (!several) return m_run.NameFor(name);
         const std::string& type = one.wanted.oemType.empty() ? one.wanted.type : one.wanted.oemType;
-        return ArchiveName("{name}", {"", "", "", type + "_" + name});
+        // Two logs may have the same name, and entries of the same number.
+        const std::string number = std::to_string(++m_fetched);
+        return ArchiveName("{name}", {"", "", "", number + "_" + type + "_" + name});
     }
 
     Outcome Download(const std::string& path, const std::string& name) {
-        Downloaded downloaded = DownloadOnce(path, name);
-        if (downloaded.error == Varnex::TransferFault::kLoginRefused && m_session.Renew()) {
-            downloaded = DownloadOnce(path, name);
-        }
-        if (downloaded.code == 3) return DiagnoseDownload({2}, {{EventKind::kBadUri, 0, 0, path}});
-        return DiagnoseDownload(downloaded, {});
-    }
-
-    // Code 3: the path cannot be asked for.
-    Downloaded DownloadOnce(const std::string& path, const std::string& name) {
         const Options& options = m_run.options;
         try {
             const Uri uri("https", options.host, options.port, options.user,
                           m_run.password.Reveal(), path);
-            std::list<std::string> lines{"Accept: */*"};
-            if (!m_session.Token().Empty()) {
-                lines.push_back("X-Auth-Token: " + m_session.Token().Reveal());
+            Downloaded downloaded = DownloadOnce(uri, name);
+            if (downloaded.error == Varnex::TransferFault::kLoginRefused && m_session.Renew()) {
+                downloaded = DownloadOnce(uri, name);
             }
-            const DownloadWatch watch(
-                m_run, m_earlier == nullptr ? "" : m_earlier->TakeOverPart(m_run, name));
-            const std::error_code error =
-                file_client::download(uri, m_run.folder.WorkPath(name), HeaderLines(lines));
-            return {error ? 2 : 0, error, watch.ErrorText()};
-        } catch (const std::invalid_argument&) {
-            return {3, {}, "", false};
+            return DiagnoseDownload(downloaded, {});
+        } catch (const std::invalid_argument& fault) {
+            return DiagnoseDownload({2}, {{EventKind::kBadUri, 0, 0, fault.what()}});
         }
+    }
+
+    Downloaded DownloadOnce(const Uri& uri, const std::string& name) {
+        std::list<std::string> lines{"Accept: */*"};
+        if (!m_session.Token().Empty()) {
+            lines.push_back("X-Auth-Token: " + m_session.Token().Reveal());
+        }
+        const DownloadWatch watch(m_run,
+                                  m_earlier == nullptr ? "" : m_earlier->TakeOverPart(m_run, name));
+        const std::error_code error =
+            file_client::download(uri, m_run.folder.WorkPath(name), HeaderLines(lines));
+        return {error ? 2 : 0, error, watch.ErrorText()};
     }
 
     // Is it what the BMC has announced? It gets the name of what it is.
@@ -225,32 +230,33 @@ private:
     }
 
     Outcome DeliverAll(std::vector<Collected>& all) {
+        if (std::none_of(all.begin(), all.end(), HasCome)) return all.front().outcome;
         Delivery delivery;
         Outcome outcome = m_run.Deliver(kFolder, m_run.NameFor(kFolder), delivery.path);
         if (!outcome.Ok()) return outcome;
         std::string missing;
         for (Collected& one : all) {
-            if (one.outcome.Ok()) {
+            if (HasCome(one)) {
                 one.file.path = delivery.path + "/" + LastComponent(one.file.path);
                 delivery.size += one.file.size;
                 delivery.files.push_back(one.file);
                 one.outcome = DiagnoseDamage(one.file);
             }
+            if (one.outcome.Ok()) DeleteAfter(one.entry);
             if (!one.outcome.Ok()) missing += " " + one.wanted.type + ": " + one.outcome.reason;
             m_part->Add(one);
         }
-        if (delivery.files.empty()) return all.front().outcome;
         m_run.report.SetDelivery(delivery);
         if (!m_run.interrupt.Raised()) m_run.farewell.Pay(kSessionSeconds);
         return missing.empty() ? Outcome{}
                                : Failure(kIncomplete, "Not all types came whole." + missing);
     }
 
-    void DeleteAfter(const LogEntry& entry) {
-        if (!Own(m_run.options).deleteAfter || entry.path.empty()) return;
-        const Answer answer = m_session.Delete(entry.path);
+    void DeleteAfter(const std::string& entry) {
+        if (!Own(m_run.options).deleteAfter || entry.empty()) return;
+        const Answer answer = m_session.Delete(entry);
         if (answer.failedAt == Stage::kDone && answer.IsSuccess()) return;
-        Note("The BMC has not deleted " + Clean(entry.path) + " (HTTP " +
+        Note("The BMC has not deleted " + Clean(entry) + " (HTTP " +
              std::to_string(answer.httpCode) + ").");
     }
 
@@ -266,6 +272,7 @@ private:
     const std::shared_ptr<StandardPart> m_part;
     const Earlier* m_earlier = nullptr;  // of a resumed run
     bool m_hasTurn = false;              // to download
+    int m_fetched = 0;                   // of several
     std::string m_bmcPath;               // of the data that was fetched last
 };
 

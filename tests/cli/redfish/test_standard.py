@@ -160,6 +160,14 @@ def test_all_types_come_one_after_the_other_into_a_folder(start_bmc, tmp_path):
     assert ended.json["size"] == sum(one["size"] for one in ended.json["collections"])
 
 
+def test_logs_of_one_name_do_not_take_each_others_place(start_bmc, tmp_path):
+    bmc = start_bmc(scenario([{"below": below} for below in ("Managers", "Systems", "Chassis")]))
+    ended = collect(bmc, tmp_path, "--all-types")
+    assert ended.code == 0, ended.err
+    names = sorted(path.name for path in pathlib.Path(ended.json["path"]).iterdir())
+    assert names == ["1_Manager_Dump_1.tar.gz", "2_Manager_Dump_1.tar.gz", "3_Manager_Dump_1.tar.gz"]
+
+
 def test_one_type_that_fails_leaves_the_others(start_bmc, tmp_path):
     bmc = start_bmc(scenario(TWO, answers={COLLECT: [{}, {"status": 500}]}))
     ended = collect(bmc, tmp_path, "--all-types")
@@ -167,6 +175,21 @@ def test_one_type_that_fails_leaves_the_others(start_bmc, tmp_path):
     assert sorted(one["outcome"] for one in ended.json["collections"]) == ["export-refused"] + ["ok"] * 5
     assert "Not all types came whole." in ended.json["reason"]
     assert len(list(pathlib.Path(ended.json["path"]).iterdir())) == 5
+
+
+def test_what_has_come_stays_when_the_bmc_goes_away(start_bmc, tmp_path):
+    bmc = start_bmc(scenario(TWO, answers={COLLECT: [{}, {}, {"cut_after": 0, "status": 200, "body": "x"}]}))
+    ended = collect(bmc, tmp_path, "--all-types")
+    assert ended.code == 9
+    assert [one["outcome"] for one in ended.json["collections"]] == ["ok", "ok", "connection-lost"]
+    assert len(list(pathlib.Path(ended.json["path"]).iterdir())) == 2
+
+
+def test_where_nothing_comes_nothing_is_left(start_bmc, tmp_path):
+    bmc = start_bmc(scenario(TWO, answers={COLLECT: [{"status": 403, "repeat": True}]}))
+    ended = collect(bmc, tmp_path, "--all-types")
+    assert (ended.code, ended.json["outcome"]) == (4, "not-permitted")
+    assert tool.files_in(tmp_path) == []
 
 
 # --- the data -------------------------------------------------------------------------------------
@@ -216,6 +239,14 @@ def test_nothing_is_deleted_unless_wanted(start_bmc, tmp_path):
     assert [r["path"] for r in bmc.requests("DELETE") if "LogServices" in r["path"]] == [DUMP + "/Entries/2"]
 
 
+@pytest.mark.parametrize("arguments", [[], ["--all-types"]])
+def test_what_is_not_as_announced_is_never_deleted(start_bmc, tmp_path, arguments):
+    bmc = start_bmc(scenario(TWO, entry={"AdditionalDataSizeBytes": 7}))
+    ended = collect(bmc, tmp_path, "--delete-after", *arguments)
+    assert ended.code == 9
+    assert not [r for r in bmc.requests("DELETE") if "LogServices" in r["path"]]
+
+
 # --- going on with a run --------------------------------------------------------------------------
 
 
@@ -261,3 +292,38 @@ def test_no_secret_in_any_place(start_bmc, tmp_path):
     texts = ended.out + ended.err + ended.command_line + log.read_text(encoding="utf-8")
     for secret in {bmc.password} | bmc.tokens():
         assert secret not in texts
+
+
+# --- patience and signals -------------------------------------------------------------------------
+
+
+def seconds_of(ended, step):
+    return next(one["seconds"] for one in ended.json["steps"] if one["name"] == step)
+
+
+def test_a_retry_after_is_kept_to(start_bmc, tmp_path):
+    busy = {"status": 503, "headers": {"Retry-After": "2"}}
+    bmc = start_bmc(scenario(answers={COLLECT: [busy], "GET */Tasks/1/Monitor": [busy]}))
+    ended = collect(bmc, tmp_path)
+    assert ended.code == 0, ended.err
+    assert seconds_of(ended, "export") >= 2 and seconds_of(ended, "gather") >= 2
+
+
+def test_one_that_is_too_long_is_not_waited_for(start_bmc, tmp_path):
+    bmc = start_bmc(scenario(answers={COLLECT: [{"status": 503, "headers": {"Retry-After": "3000"}}]}))
+    ended = collect(bmc, tmp_path)
+    assert (ended.code, ended.json["outcome"], ended.json["retryable"]) == (4, "busy", True)
+    assert ended.seconds < 20 * tool.SLOWNESS
+
+
+@pytest.mark.parametrize("moment", ["/Monitor", "/attachment"])
+def test_a_signal_leaves_no_session_and_nothing_half_written(start_bmc, tmp_path, moment):
+    bmc = start_bmc(scenario(states=["Running"] * 9999 if moment == "/Monitor" else STATES, answers={
+        "GET */attachment": [{"hang_after": 100}]}, retry_after=1))
+    running = tool.Running(tool.collect(bmc, tmp_path / "out"), password=bmc.password)
+    bmc.wait_for(moment)
+    stopped = running.interrupt()
+    assert stopped.code == 130, stopped.err
+    assert [r["path"].startswith(SESSIONS) for r in bmc.requests("DELETE")] == [True]
+    assert not (tmp_path / "out").exists() or tool.files_in(tmp_path / "out") == []
+    assert "kemffdc resume 1" in stopped.err
