@@ -204,6 +204,7 @@ void Conductor::Pulse() {
         m_ticks.cancel();
         m_timer.cancel();
         m_signals.cancel();
+        m_signals.clear();  // what follows the run ends by a signal as any program does
     });
 }
 
@@ -227,6 +228,7 @@ void Conductor::Start(std::size_t host) {
     ++shown.attempts;
     shown.percent.reset();
     shown.message.clear();
+    shown.bytes = shown.expected = 0;
     SetState(host, HostState::kStarting);
     if (shown.attempts == 1) shown.begun = shown.since;
     WriteRow([&] { m_journal.SetState(m_job.run.id, Number(host), HostState::kStarting); });

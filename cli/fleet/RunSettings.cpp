@@ -12,9 +12,11 @@ namespace {
 
 namespace json = boost::json;
 
+constexpr char kMetrics[] = "metrics";
+
 // The numbers of a run, each with its name in the journal and its option.
-template <class Options, class Use>
-void ForEachNumber(Options& options, const Use& use) {
+template <class Pace, class Use>
+void ForEachNumber(Pace& options, const Use& use) {
     use("gathering", "--gathering", options.gathering);
     use("transfers", "--transfers", options.transfers);
     use("starts", "--starts", options.startsPerSecond);
@@ -23,12 +25,6 @@ void ForEachNumber(Options& options, const Use& use) {
     use("host_deadline", "--host-deadline", options.hostDeadline);
     use("run_deadline", "--run-deadline", options.runDeadline);
     use("keep", "--keep", options.keep);
-}
-
-template <class Options, class Use>
-void ForEachText(Options& options, const Use& use) {
-    use("metrics", "--metrics", options.metrics);
-    use("on_finish", "--on-finish", options.onFinish);
 }
 
 json::object ObjectOf(const std::map<int, std::string>& files) {
@@ -54,9 +50,7 @@ std::string ToJson(const RunSettings& settings) {
     ForEachNumber(settings.pace, [&object](const char* name, const char*, std::int64_t number) {
         object[name] = number;
     });
-    ForEachText(settings.pace, [&object](const char* name, const char*, const std::string& text) {
-        if (!text.empty()) object[name] = TextValue(text);
-    });
+    if (!settings.pace.metrics.empty()) object[kMetrics] = TextValue(settings.pace.metrics);
     object["password_files"] = ObjectOf(settings.passwordFiles);
     object["export_password_files"] = ObjectOf(settings.exportPasswordFiles);
     return JsonText(object);
@@ -73,10 +67,8 @@ RunSettings SettingsFromJson(const std::string& text) {
         if (member == nullptr || !member->is_int64()) return;
         number = static_cast<std::decay_t<decltype(number)>>(member->get_int64());
     });
-    ForEachText(settings.pace, [&object](const char* name, const char*, std::string& kept) {
-        const json::value* member = object.if_contains(name);
-        if (member != nullptr && member->is_string()) kept = member->get_string();
-    });
+    const json::value* metrics = object.if_contains(kMetrics);
+    if (metrics != nullptr && metrics->is_string()) settings.pace.metrics = metrics->get_string();
     settings.passwordFiles = FilesIn(object, "password_files");
     settings.exportPasswordFiles = FilesIn(object, "export_password_files");
     return settings;
@@ -93,7 +85,7 @@ void PreferLine(const Options& line, FleetOptions& pace) {
         number = static_cast<std::decay_t<decltype(number)>>(numbers[option]);
     });
     if (line.IsOnLine("--metrics")) pace.metrics = said.metrics;
-    if (line.IsOnLine("--on-finish")) pace.onFinish = said.onFinish;
+    pace.onFinish = said.onFinish;
 }
 
 Scheduler::Pace PaceOf(const FleetOptions& options) {

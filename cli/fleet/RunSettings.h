@@ -24,7 +24,8 @@ struct RunSettings {
 std::string ToJson(const RunSettings& settings);
 RunSettings SettingsFromJson(const std::string& json);  // what it does not say is so by default
 
-// What the line of a resume says counts before what the run was begun with.
+// What the line of a resume says counts before what the run was begun with. The program that
+// follows the run is always that of `line`.
 void PreferLine(const Options& line, FleetOptions& pace);
 
 Scheduler::Pace PaceOf(const FleetOptions& options);
