@@ -40,11 +40,11 @@ std::vector<OutcomeGroup> GroupByOutcome(const std::vector<HostOutcome>& hosts) 
     return groups;
 }
 
-std::string OutcomeOf(const SceneHost& host) {
-    if (host.state == HostState::kQueued) return "not-tried";
-    if (!HasEnded(host.state)) return "not-ended";
-    if (host.outcome.empty()) return host.state == HostState::kStopped ? "not-tried" : "not-ended";
-    return host.outcome;
+std::string OutcomeOf(HostState state, const std::string& written) {
+    if (state == HostState::kQueued) return "not-tried";
+    if (!HasEnded(state)) return "not-ended";
+    if (written.empty()) return state == HostState::kStopped ? "not-tried" : "not-ended";
+    return written;
 }
 
 bool IsGood(const std::string& outcome) {

@@ -25,8 +25,9 @@ struct OutcomeGroup {
 std::vector<OutcomeGroup> GroupByOutcome(const std::vector<HostOutcome>& hosts);
 
 // The outcome of a host of a run, also where it has none of its own: "not-tried" for one that
-// nobody has begun with, "not-ended" for one in the middle.
-std::string OutcomeOf(const SceneHost& host);
+// nobody has begun with, "not-ended" for one in the middle. `written`: that of its latest attempt.
+std::string OutcomeOf(History::HostState state, const std::string& written);
+inline std::string OutcomeOf(const SceneHost& host) { return OutcomeOf(host.state, host.outcome); }
 
 // Whether it is one with which the run has got what it was for.
 bool IsGood(const std::string& outcome);

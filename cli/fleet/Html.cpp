@@ -2,6 +2,8 @@
 #include "cli/fleet/Html.h"
 
 #include <array>
+#include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <sstream>
 
@@ -28,6 +30,10 @@ void AddText(pugi::xml_node parent, const std::string& text) {
 
 void Set(pugi::xml_node element, const char* attribute, const std::string& value) {
     element.append_attribute(attribute).set_value(ValidUtf8(value).c_str());
+}
+
+std::string DurationText(double seconds) {
+    return Elapsed(std::chrono::milliseconds(std::llround(seconds * 1000)));
 }
 
 std::string Tenths(double number) {

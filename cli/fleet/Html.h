@@ -18,6 +18,9 @@ void AddText(pugi::xml_node parent, const std::string& text);
 
 void Set(pugi::xml_node element, const char* attribute, const std::string& value);
 
+// A time as people read it: "1:52", "2:03:04".
+std::string DurationText(double seconds);
+
 // A coordinate, to a tenth: "12.5", "12".
 std::string Tenths(double number);
 void Set(pugi::xml_node element, const char* attribute, double value);

@@ -2,14 +2,14 @@
 #include "cli/fleet/Metrics.h"
 
 #include <algorithm>
-#include <array>
-#include <charconv>
+#include <boost/json.hpp>
 #include <functional>
 #include <utility>
 #include <vector>
 
 #include "cli/Utc.h"
 #include "cli/fleet/Collections.h"
+#include "cli/report/Json.h"
 #include "cli/terminal/Text.h"
 
 namespace Kemffdc::Fleet {
@@ -24,13 +24,6 @@ std::string EscapedLabel(const std::string& text) {
         escaped += c == '\n' ? "\\n" : std::string(1, c);
     }
     return escaped;
-}
-
-std::string NumberText(double number) {
-    std::array<char, 512> text{};
-    const auto written =
-        std::to_chars(text.data(), text.data() + text.size(), number, std::chars_format::fixed);
-    return {text.data(), written.ptr};
 }
 
 // Metrics, one after the other: the samples of one stand together behind its description.
@@ -48,7 +41,7 @@ public:
         for (const auto& [label, text] : labels) {
             m_text += std::string(",") + label + "=\"" + EscapedLabel(text) + "\"";
         }
-        m_text += "} " + NumberText(value) + "\n";
+        m_text += "} " + JsonText(value) + "\n";
     }
 
     // A metric of the whole run.

@@ -6,12 +6,8 @@
 #include <algorithm>
 #include <boost/json.hpp>
 #include <cctype>
-#include <chrono>
-#include <cmath>
 #include <filesystem>
-#include <functional>
 #include <map>
-#include <set>
 
 #include "cli/Utc.h"
 #include "cli/fleet/Html.h"
@@ -35,10 +31,6 @@ using pugi::xml_node;
 constexpr std::size_t kMostReasons = 2;
 
 // --- words ------------------------------------------------------------------------------------
-
-std::string Duration(double seconds) {
-    return Elapsed(std::chrono::milliseconds(std::llround(seconds * 1000)));
-}
 
 // "2026-01-31 23:59:58".
 std::string Moment(double at) {
@@ -179,10 +171,10 @@ std::string TotalsPiece(const Results& results, const Totals& totals) {
                       : ("in " + std::to_string(totals.archives) + " archives").c_str(),
                   "", bytes.substr(blank + 1));
     }
-    AddFigure(figures, Duration(results.Ended() - results.Started()), "whole run");
+    AddFigure(figures, DurationText(results.Ended() - results.Started()), "whole run");
     if (totals.done > 1) {
-        AddFigure(figures, Duration(totals.median), "median per host");
-        AddFigure(figures, Duration(totals.slowest), "slowest host");
+        AddFigure(figures, DurationText(totals.median), "median per host");
+        AddFigure(figures, DurationText(totals.slowest), "slowest host");
     }
     return CodeOf(piece);
 }
@@ -238,7 +230,7 @@ std::string Stations(const Results& results) {
         AddWith(row, "td", run.fleet == 0 ? "" : std::to_string(run.fleet), "number");
         AddWith(row, "td", run.shard);
         AddWith(row, "td", run.started > 0 ? Moment(run.started) : "");
-        AddWith(row, "td", run.ended > 0 ? Duration(run.ended - run.started) : "", "number");
+        AddWith(row, "td", run.ended > 0 ? DurationText(run.ended - run.started) : "", "number");
         AddWith(row, "td", std::to_string(std::count_if(hosts.begin(), hosts.end(), done)),
                 "number");
         AddWith(row, "td", std::to_string(std::count_if(hosts.begin(), hosts.end(), ofThis)),
@@ -352,7 +344,7 @@ void AddHost(xml_node body, const Results& results, const HostResult& host, cons
     AddWith(row, "td", host.channel);
     if (columns.tries) AddNumber(row, std::to_string(host.attempts), host.attempts);
     const double seconds = host.Seconds();
-    AddNumber(row, seconds > 0 ? Duration(seconds) : "", seconds);
+    AddNumber(row, seconds > 0 ? DurationText(seconds) : "", seconds);
     if (columns.files) {
         AddNumber(row, host.archive.empty() ? "" : HumanBytes(host.size),
                   static_cast<double>(host.size));
@@ -393,8 +385,8 @@ json::object GeometryOf(std::size_t hosts) {
 // What the pointer is told over a line of the timeline.
 std::string TipOf(const HostResult& host) {
     const double seconds = host.Seconds();
-    return Joined({host.name, MeaningOf(host.outcome).title, seconds > 0 ? Duration(seconds) : ""},
-                  ", ");
+    return Joined(
+        {host.name, MeaningOf(host.outcome).title, seconds > 0 ? DurationText(seconds) : ""}, ", ");
 }
 
 std::string Data(const Results& results) {

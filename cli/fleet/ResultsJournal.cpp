@@ -10,8 +10,7 @@
 
 #include "cli/Archive.h"
 #include "cli/Utc.h"
-#include "cli/report/Json.h"
-#include "cli/terminal/Text.h"
+#include "cli/fleet/Fold.h"
 
 namespace Kemffdc::Fleet {
 namespace {
@@ -19,7 +18,6 @@ namespace {
 namespace fs = std::filesystem;
 
 using History::FleetHostRow;
-using History::HostState;
 
 std::string ThisMachine() {
     std::array<char, 256> name{};
@@ -42,14 +40,6 @@ RunResult RunOf(const History::FleetRunRow& row, bool live) {
     return run;
 }
 
-// That of an earlier try says nothing about a host that nobody has done with.
-std::string OutcomeOf(const FleetHostRow& row) {
-    if (row.state == HostState::kQueued) return "not-tried";
-    if (!History::HasEnded(row.state)) return "not-ended";
-    if (!row.outcome.empty()) return row.outcome;
-    return row.attempts == 0 ? "not-tried" : "not-ended";
-}
-
 std::string RecordOf(const std::string& archive) {
     std::error_code gone;
     const std::string record = RecordPath(archive);
@@ -65,7 +55,7 @@ HostResult HostOf(const FleetHostRow& row) {
     host.group = row.group;
     host.credential = row.credential;
     host.state = row.state;
-    host.outcome = OutcomeOf(row);
+    host.outcome = OutcomeOf(row.state, row.outcome);
     host.exitCode = row.exitCode;
     host.reason = host.Succeeded() ? "" : row.reason;
     host.attempts = row.attempts;

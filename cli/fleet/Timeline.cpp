@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <cmath>
 #include <optional>
 
@@ -20,10 +19,6 @@ constexpr double kBreakShare = 0.4;       // of all the time; a stretch above it
 constexpr double kBreakLength = 0.03;     // of the axis
 constexpr double kLetter = 6.4;           // width of one in a name, about
 constexpr std::size_t kLongestName = 20;  // letters
-
-std::string SinceBegin(double seconds) {
-    return Elapsed(std::chrono::milliseconds(std::llround(seconds * 1000)));
-}
 
 double RoundedUp(double step) {
     constexpr std::array<double, 19> kSteps{1,     2,     5,     10,    15,    30,   60,
@@ -208,7 +203,7 @@ void AddLegend(pugi::xml_node parent, const Paths& paths, const TimeAxis& axis) 
     }
     for (const TimeAxis::Break& one : axis.Breaks()) {
         AddKey(legend, "break", 1, "M12 0V12",
-               "left out: " + SinceBegin(one.seconds) + " until the run was resumed");
+               "left out: " + DurationText(one.seconds) + " until the run was resumed");
     }
 }
 
@@ -216,8 +211,9 @@ std::string InWords(const Results& results) {
     const Totals totals = TotalsOf(results);
     return "A line for each of " + std::to_string(totals.hosts) +
            " hosts: what it was at, and when. The run took " +
-           SinceBegin(results.Ended() - results.Started()) + ", half of the hosts that are done " +
-           "no more than " + SinceBegin(totals.median) + " each. The table below says the same.";
+           DurationText(results.Ended() - results.Started()) +
+           ", half of the hosts that are done " + "no more than " + DurationText(totals.median) +
+           " each. The table below says the same.";
 }
 
 }  // namespace
@@ -272,7 +268,7 @@ std::vector<TimeAxis::Tick> TimeAxis::Ticks(std::size_t most) const {
         if (piece.isBreak) continue;
         double since = std::ceil((piece.from - begin) / step) * step;
         for (; since <= piece.to - begin; since += step) {
-            ticks.push_back({begin + since, SinceBegin(since)});
+            ticks.push_back({begin + since, DurationText(since)});
         }
     }
     return ticks;
