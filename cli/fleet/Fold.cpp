@@ -25,13 +25,13 @@ std::string CutList(const std::string& list) {
 
 }  // namespace
 
-std::vector<OutcomeGroup> GroupByOutcome(const std::vector<HostOutcome>& hosts) {
+std::vector<OutcomeGroup> GroupByOutcome(const std::vector<std::string>& outcomes) {
     std::vector<OutcomeGroup> groups;
     std::map<std::string, std::size_t> places;
-    for (const HostOutcome& host : hosts) {
-        const auto [place, isNew] = places.emplace(host.outcome, groups.size());
-        if (isNew) groups.push_back({host.outcome, {}});
-        groups[place->second].hosts.push_back(host.host);
+    for (std::size_t host = 0; host < outcomes.size(); ++host) {
+        const auto [place, isNew] = places.emplace(outcomes[host], groups.size());
+        if (isNew) groups.push_back({outcomes[host], {}});
+        groups[place->second].hosts.push_back(host);
     }
     std::stable_sort(groups.begin(), groups.end(),
                      [](const OutcomeGroup& a, const OutcomeGroup& b) {
@@ -51,9 +51,9 @@ bool IsGood(const std::string& outcome) {
     return outcome == "downloaded" || outcome == "exported" || outcome == "checked";
 }
 
-std::string FoldedLine(const OutcomeGroup& group) {
-    const std::string hosts = Clean(CutList(FoldHosts(group.hosts)), kLongestList + 100);
-    return std::to_string(group.hosts.size()) + " " + MeaningOf(group.outcome).title + ": " + hosts;
+std::string FoldedLine(const std::string& outcome, const std::vector<std::string>& hosts) {
+    const std::string list = Clean(CutList(FoldHosts(hosts)), kLongestList + 100);
+    return std::to_string(hosts.size()) + " " + MeaningOf(outcome).title + ": " + list;
 }
 
 }  // namespace Kemffdc::Fleet

@@ -2,6 +2,7 @@
 #ifndef KEMFFDC_FLEET_FOLD_H
 #define KEMFFDC_FLEET_FOLD_H
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -9,20 +10,15 @@
 
 namespace Kemffdc::Fleet {
 
-// What became of one host, for those who count.
-struct HostOutcome {
-    std::string host;     // its name
-    std::string outcome;  // a word of docs/json.md, "login-refused"
-};
-
-// Hosts that have the same outcome, in the order in which they were given.
+// Hosts that have the same outcome.
 struct OutcomeGroup {
-    std::string outcome;
-    std::vector<std::string> hosts;
+    std::string outcome;             // a word of docs/json.md, "login-refused"
+    std::vector<std::size_t> hosts;  // their places, in order
 };
 
-// The largest group first; of two that are alike, the one whose outcome came first.
-std::vector<OutcomeGroup> GroupByOutcome(const std::vector<HostOutcome>& hosts);
+// Of hosts with these outcomes. The largest group first; of two that are alike, the one whose
+// outcome came first.
+std::vector<OutcomeGroup> GroupByOutcome(const std::vector<std::string>& outcomes);
 
 // The outcome of a host of a run, also where it has none of its own: "not-tried" for one that
 // nobody has begun with, "not-ended" for one in the middle. `written`: that of its latest attempt.
@@ -34,7 +30,7 @@ bool IsGood(const std::string& outcome);
 
 // "41 wrong password: bmc[003,017-020]", fit for display. A list of hosts that fills screens is cut
 // and ends with "...": reports have all of it.
-std::string FoldedLine(const OutcomeGroup& group);
+std::string FoldedLine(const std::string& outcome, const std::vector<std::string>& hosts);
 
 }  // namespace Kemffdc::Fleet
 

@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <map>
+#include <utility>
 
+#include "cli/fleet/Fold.h"
 #include "cli/fleet/HostRange.h"
 
 namespace Kemffdc::Fleet {
@@ -89,26 +91,25 @@ Totals TotalsOf(const Results& results) {
 }
 
 std::vector<Failures> FailuresOf(const Results& results) {
-    std::vector<Failures> groups;
-    std::map<std::string, std::size_t> places;
-    std::vector<std::map<std::string, std::size_t>> counts;
+    std::vector<std::size_t> failed;
+    std::vector<std::string> outcomes;
     for (std::size_t i = 0; i < results.hosts.size(); ++i) {
-        const HostResult& host = results.hosts[i];
-        if (host.Succeeded()) continue;
-        const auto place = places.emplace(host.outcome, groups.size()).first;
-        if (place->second == groups.size()) {
-            groups.push_back({host.outcome, {}, {}});
-            counts.emplace_back();
+        if (results.hosts[i].Succeeded()) continue;
+        failed.push_back(i);
+        outcomes.push_back(results.hosts[i].outcome);
+    }
+    std::vector<Failures> groups;
+    for (const OutcomeGroup& group : GroupByOutcome(outcomes)) {
+        std::map<std::string, std::size_t> counts;
+        Failures failures{group.outcome, {}, {}};
+        for (const std::size_t place : group.hosts) {
+            const std::string& reason = results.hosts[failed[place]].reason;
+            failures.hosts.push_back(failed[place]);
+            if (!reason.empty()) ++counts[reason];
         }
-        groups[place->second].hosts.push_back(i);
-        if (!host.reason.empty()) ++counts[place->second][host.reason];
+        failures.reasons = MostFrequentFirst(counts);
+        groups.push_back(std::move(failures));
     }
-    for (std::size_t i = 0; i < groups.size(); ++i) {
-        groups[i].reasons = MostFrequentFirst(counts[i]);
-    }
-    std::stable_sort(groups.begin(), groups.end(), [](const Failures& a, const Failures& b) {
-        return a.hosts.size() > b.hosts.size();
-    });
     return groups;
 }
 

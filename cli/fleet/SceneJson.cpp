@@ -38,11 +38,11 @@ json::object StatesOf(const Scene& scene) {
 
 json::array OutcomesOf(const Scene& scene) {
     json::array outcomes;
-    for (const OutcomeGroup& group : GroupByOutcome(HostOutcomes(scene))) {
+    for (const OutcomeGroup& group : GroupsOf(scene)) {
         outcomes.push_back(json::object{{"outcome", group.outcome},
                                         {"title", MeaningOf(group.outcome).title},
                                         {"count", group.hosts.size()},
-                                        {"hosts", TextValue(FoldHosts(group.hosts))}});
+                                        {"hosts", TextValue(FoldHosts(NamesOf(scene, group)))}});
     }
     return outcomes;
 }

@@ -18,8 +18,8 @@ std::string Counted(const Scene& scene) {
            " hosts done";
 }
 
-void WriteGroup(const OutcomeGroup& group, std::ostream& out) {
-    out << "\n" << FoldedLine(group) << "\n";
+void WriteGroup(const Scene& scene, const OutcomeGroup& group, std::ostream& out) {
+    out << "\n" << FoldedLine(group.outcome, NamesOf(scene, group)) << "\n";
     const std::string advice = MeaningOf(group.outcome).advice;
     if (!advice.empty()) out << "    " << advice << "\n";
 }
@@ -44,8 +44,8 @@ void WriteSummary(const Scene& scene, std::ostream& out) {
         << " in " << ElapsedText(scene);
     if (BytesOf(scene) > 0) out << ", " << HumanBytes(BytesOf(scene));
     out << ".\n";
-    for (const OutcomeGroup& group : GroupByOutcome(HostOutcomes(scene))) {
-        if (!IsGood(group.outcome)) WriteGroup(group, out);
+    for (const OutcomeGroup& group : GroupsOf(scene)) {
+        if (!IsGood(group.outcome)) WriteGroup(scene, group, out);
     }
     const std::string further = Further(scene);
     if (!further.empty()) out << "\n" << further;
@@ -65,11 +65,18 @@ std::string ResumeCommand(const Scene& scene) {
     return "kemffdc fleet resume " + std::to_string(scene.fleet);
 }
 
-std::vector<HostOutcome> HostOutcomes(const Scene& scene) {
-    std::vector<HostOutcome> outcomes;
+std::vector<OutcomeGroup> GroupsOf(const Scene& scene) {
+    std::vector<std::string> outcomes;
     outcomes.reserve(scene.hosts.size());
-    for (const SceneHost& host : scene.hosts) outcomes.push_back({host.name, OutcomeOf(host)});
-    return outcomes;
+    for (const SceneHost& host : scene.hosts) outcomes.push_back(OutcomeOf(host));
+    return GroupByOutcome(outcomes);
+}
+
+std::vector<std::string> NamesOf(const Scene& scene, const OutcomeGroup& group) {
+    std::vector<std::string> names;
+    names.reserve(group.hosts.size());
+    for (const std::size_t host : group.hosts) names.push_back(scene.hosts[host].name);
+    return names;
 }
 
 }  // namespace Kemffdc::Fleet

@@ -22,7 +22,9 @@ std::string ReasonOf(const Scene& scene, int exitCode);
 // "kemffdc fleet resume 12"; empty where there is nothing left to do, or the run is at work.
 std::string ResumeCommand(const Scene& scene);
 
-std::vector<HostOutcome> HostOutcomes(const Scene& scene);
+// The hosts by their outcomes.
+std::vector<OutcomeGroup> GroupsOf(const Scene& scene);
+std::vector<std::string> NamesOf(const Scene& scene, const OutcomeGroup& group);
 
 }  // namespace Kemffdc::Fleet
 
