@@ -5,6 +5,7 @@ import hashlib
 import json
 import os
 import random
+import re
 import subprocess
 import time
 
@@ -130,6 +131,42 @@ def test_the_inventory_of_a_fleet_that_others_have_written(folder, kind):
         fleet.stdin.close()
         fleet.wait(timeout=60)
         fleet.stdout.close()
+
+
+def blocks_of_the_page(heading):
+    """What stands between back-ticks below a heading of docs/fleet.md."""
+    page = (tool.ROOT / "docs" / "fleet.md").read_text(encoding="utf-8")
+    part = re.search(rf"^## {heading}$(.*?)^## ", page, re.MULTILINE | re.DOTALL)[1]
+    return re.findall(r"^```\w*\n(.*?)^```", part, re.MULTILINE | re.DOTALL)
+
+
+def test_the_lists_of_the_page_are_what_it_says(folder):
+    blocks = blocks_of_the_page("The inventory")
+    table = next(block for block in blocks if block.startswith("name,"))
+    groups = next(block for block in blocks if block.startswith("credentials:"))
+    accounts = blocks_of_the_page("Credentials")[0]
+    (folder / "rack.csv").write_text(table, encoding="utf-8")
+    (folder / "fleet.yaml").write_text(groups, encoding="utf-8")
+    (folder / "accounts.yaml").write_text(accounts, encoding="utf-8")
+    shown = hosts(folder, "F/rack.csv", "--credentials", "F/accounts.yaml", "--json")
+    assert NodeSet.fromlist(names(shown)) == NodeSet("bmc[001-040],old7.example")
+    assert (shown.err, shown.json["hosts"][39]["host"]) == ("", "10.0.0.40")
+    shown = hosts(folder, "F/fleet.yaml", "--json")
+    assert NodeSet.fromlist(names(shown)) == NodeSet("bmc[001-040].example,old[7-9].example,lone.example")
+    assert {group["name"]: group["hosts"] for group in shown.json["groups"]} == {
+        "old": "old[7-9].example", "rack3": "bmc[001-040].example", "spare": "old7.example"}
+    assert {host["credential"] for host in shown.json["hosts"]} == {"lab"}
+
+
+def test_faults_read_as_the_page_shows_them(folder):
+    told = next(block for block in blocks_of_the_page("The inventory") if block.startswith("rack.csv:17"))
+    rows = [f"bmc{number:03},10.0.0.{number - 1}," for number in range(2, 32)]
+    rows[17 - 2] += "redfihs"
+    rows[31 - 2] = "bmc031,10.0.0.9,"
+    rows[10 - 2] = "bmc009,10.0.0.9,"
+    rows[9 - 2] = "bmc010,10.0.0.8,"
+    (folder / "rack.csv").write_text("name,address,via\n" + "\n".join(rows), encoding="utf-8")
+    assert hosts(folder, "F/rack.csv").err == "kemffdc: " + told.replace("rack.csv", "F/rack.csv").rstrip() + " [exit code 2]\n"
 
 
 # --- which hosts -----------------------------------------------------------------------------
