@@ -214,10 +214,10 @@ worker.stdin.write(sys.argv[2].replace("CONDUCTOR", str(os.getpid())).encode() +
 worker.stdin.flush()
 os.set_inheritable(worker.stdin.fileno(), True)
 others = os.fork()  # holds the pipe, as a careless sibling would
-print(worker.pid, flush=True)
 if others == 0:
     os.close(int(sys.argv[3]))
     os.execvp("sleep", ["sleep", "20"])
+print(worker.pid, flush=True)
 sys.stdin.read()
 """
 
