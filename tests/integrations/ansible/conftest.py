@@ -5,10 +5,12 @@ import json
 import os
 import select
 import subprocess
+import tempfile
 
 import pytest
 
 import controller
+import stations
 import tool
 
 
@@ -39,7 +41,8 @@ def collections(tmp_path_factory):
 def ansible(tmp_path, collections):
     """A controller of this test's own."""
     (tmp_path / "controller").mkdir()
-    return controller.Controller(tmp_path / "controller", collections)
+    with tempfile.TemporaryDirectory(prefix="ansible-") as sockets:
+        yield controller.Controller(tmp_path / "controller", collections, sockets)
 
 
 @pytest.fixture
@@ -74,3 +77,25 @@ def start_fleet(tmp_path):
         process.stdin.close()
         assert process.wait(timeout=60) == 0
         process.stdout.close()
+
+
+@pytest.fixture
+def start_station(tmp_path):
+    """Starts stations that Ansible reaches by SSH, until the end of the test."""
+    if os.environ.get("VARNEX_PRIVATE_NET") != "private":
+        pytest.skip("stations have SSH's own port, to be had in tools/private-net")
+    key = stations.make_key(tmp_path)
+    started = []
+
+    def start():
+        number = len(started) + 1
+        try:
+            station = stations.Station(tmp_path / f"station{number}", number, key)
+        except stations.openssh_sftp.Skip as why:
+            pytest.skip(str(why))
+        started.append(station)
+        return station
+
+    yield start
+    for station in started:
+        station.stop()

@@ -34,9 +34,11 @@ class Played:
 class Controller:
     """The machine that ansible-playbook runs on; everything of it lies in a folder."""
 
-    def __init__(self, folder, collections):
+    def __init__(self, folder, collections, sockets):
+        """`sockets`: a folder whose name is short enough for sockets in it."""
         self.folder = folder
         self.collections = collections
+        self.sockets = sockets
 
     def environment(self):
         sanitizers = {k: v for k, v in os.environ.items() if k.endswith("SAN_OPTIONS")}
@@ -52,6 +54,8 @@ class Controller:
             "ANSIBLE_CALLBACKS_ENABLED": "results",
             "ANSIBLE_PYTHON_INTERPRETER": "/usr/bin/python3",
             "ANSIBLE_NOCOLOR": "1",
+            "ANSIBLE_PIPELINING": "1",
+            "ANSIBLE_SSH_CONTROL_PATH_DIR": str(self.sockets),
             "ANSIBLE_RETRY_FILES_ENABLED": "0",
             "VARNEX_RESULTS": str(self.folder / "results"),
         }

@@ -253,6 +253,9 @@ result:
     bmc:
       description: What the BMC says of itself.
       type: dict
+    tree:
+      description: What was read of the BMC, where I(operation=tree).
+      type: dict
     objects:
       description: Data objects, over CIM.
       type: list
