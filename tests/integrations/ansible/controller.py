@@ -16,6 +16,19 @@ sys.path.insert(0, str(ROOT / "tests" / "cli"))
 import tool  # noqa: E402
 
 
+def sanitizers():
+    """What an instrumented tool reads of this process's environment."""
+    return {name: value for name, value in os.environ.items() if name.endswith("SAN_OPTIONS")}
+
+
+def gathered(bmc):
+    """How often a BMC of emulated-fleet was told to gather."""
+    file = pathlib.Path(bmc["requests"])
+    lines = file.read_text(encoding="utf-8").splitlines() if file.exists() else []
+    requests = [json.loads(line) for line in lines]
+    return sum(r.get("method") == "POST" and "Export" in r["path"] for r in requests)
+
+
 class Played:
     """What came of a play: exit code, what was shown, and the results of tasks."""
 
@@ -41,9 +54,8 @@ class Controller:
         self.sockets = sockets
 
     def environment(self):
-        sanitizers = {k: v for k, v in os.environ.items() if k.endswith("SAN_OPTIONS")}
         return {
-            **tool.clean_environment(), **sanitizers,
+            **tool.clean_environment(), **sanitizers(),
             "HOME": str(self.folder),
             "LC_ALL": "C.UTF-8",
             "ANSIBLE_HOME": str(self.folder / "ansible"),

@@ -67,10 +67,10 @@ class Station:
         with open(self.folder / "etc" / "passwd", "a", encoding="utf-8") as file:
             file.write("sshd:x:65533:65534::/run/sshd:/usr/sbin/nologin\n")
         shutil.copy(f"{self._key}.pub", self.folder / "authorized_keys")
-        sanitizers = [f"{k}={v}" for k, v in os.environ.items() if k.endswith("SAN_OPTIONS")]
-        environment = " ".join([f"XDG_STATE_HOME={self.folder}/state", *sanitizers])
+        environment = {"XDG_STATE_HOME": f"{self.folder}/state", **controller.sanitizers()}
         (self.folder / "config").write_text(
-            CONFIGURATION.format(port=22, address=self.address, folder=self.folder, environment=environment),
+            CONFIGURATION.format(port=22, address=self.address, folder=self.folder,
+                                 environment=" ".join(f"{k}={v}" for k, v in environment.items())),
             encoding="utf-8")
 
     def host(self):

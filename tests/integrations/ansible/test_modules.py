@@ -150,7 +150,7 @@ def test_what_is_wrong_with_the_task_itself_is_said(ansible, station, tmp_path):
     ])
 
     assert "/nonexistent/kemffdc" in played.of("no tool")["msg"]
-    assert played.of("no result")["msg"].endswith("check ended with 3 and printed no result. some words")
+    assert played.of("no result")["msg"].endswith("check 192.0.2.1 ended with 3 and printed no result. some words")
     assert played.of("no span")["msg"] == 'max_age: "a day" is no span of time: a number with s, m, h, d or w'
     assert "mutually exclusive" in played.of("two passwords")["msg"]
 

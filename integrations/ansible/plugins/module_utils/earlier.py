@@ -3,12 +3,11 @@
 
 from __future__ import absolute_import, division, print_function
 
-import calendar
 import json
 import os
-import time
 
 from ansible_collections.varnex.ffdc.plugins.module_utils.kemffdc import options_on_line
+from ansible_collections.varnex.ffdc.plugins.module_utils.times import age_of
 
 __metaclass__ = type
 
@@ -52,8 +51,7 @@ class Earlier(object):
         return None if _delivered(newest) else newest
 
     def _is_young(self, moment):
-        # A station's clock may have been set back: what comes from its future is no newer.
-        return moment is not None and abs(time.time() - _seconds(moment)) < self._max_age
+        return moment is not None and age_of(moment) < self._max_age
 
 
 def record_of(run):
@@ -68,10 +66,6 @@ def record_of(run):
         if isinstance(record, dict) and record.get("started") == run["started"]:
             return record
     return dict(run, path=names[0] if names else None, retryable=False)
-
-
-def _seconds(moment):
-    return calendar.timegm(time.strptime(moment, "%Y-%m-%dT%H:%M:%SZ"))
 
 
 def _fits(run, params):

@@ -59,7 +59,7 @@ class Tool(object):
             for descriptor in descriptors:
                 os.close(descriptor)
         out, err = process.communicate(_line(password))
-        return self._read(words[0], process.returncode, out, err)
+        return self._read(" ".join(command[1:3]), process.returncode, out, err)
 
     def _read(self, command, code, out, err):
         words = err.decode("utf-8", "replace").strip()[-_MOST_WORDS:]

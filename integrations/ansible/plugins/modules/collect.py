@@ -277,20 +277,13 @@ import time
 
 from ansible.module_utils.basic import AnsibleModule
 from ansible_collections.varnex.ffdc.plugins.module_utils import bmc
-from ansible_collections.varnex.ffdc.plugins.module_utils.durations import seconds_of
 from ansible_collections.varnex.ffdc.plugins.module_utils.earlier import Earlier, record_of
 from ansible_collections.varnex.ffdc.plugins.module_utils.kemffdc import Tool
+from ansible_collections.varnex.ffdc.plugins.module_utils.times import span_of
 
 BETWEEN_LOOKS = 2  # seconds, while another run is at work
 USAGE = 2
 LOST = "task-lost"
-
-
-def span(module, name):
-    try:
-        return seconds_of(module.params[name])
-    except ValueError as error:
-        module.fail_json(msg="%s: %s" % (name, error))
 
 
 def told(document, resumed=None):
@@ -316,7 +309,7 @@ def gather(module, tool, earlier):
 
 def gather_in_turn(module, tool, max_age):
     """The same, after the run that is at work on this BMC now; that may bring the archive."""
-    longest = span(module, "deadline") if module.params["deadline"] else 7200
+    longest = span_of(module, "deadline") if module.params["deadline"] else 7200
     end = time.time() + longest if longest else None
     while True:
         waits = module.params["wait"] and (end is None or time.time() < end)
@@ -336,7 +329,7 @@ def main():
         supports_check_mode=True,
     )
     tool = Tool(module)
-    max_age = span(module, "max_age")
+    max_age = span_of(module, "max_age")
     if module.check_mode:
         exit_with_earlier(module, Earlier(tool, module.params, max_age))
         answer, resumed = bmc.check(tool, module.params), None
