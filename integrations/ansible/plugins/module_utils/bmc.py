@@ -38,6 +38,7 @@ _GATHERING = dict(
     name_template=dict(type="str"),
     max_size=dict(type="str"),
 )
+GATHERING = frozenset(_GATHERING) | frozenset(["wait"])  # what `kemffdc check` does not take
 _EXPORT = dict(
     uri=dict(type="str", required=True),
     user=dict(type="str"),

@@ -6,6 +6,7 @@ from __future__ import absolute_import, division, print_function
 import glob
 import os
 
+from ansible_collections.varnex.ffdc.plugins.module_utils.bmc import GATHERING
 from ansible_collections.varnex.ffdc.plugins.module_utils.kemffdc import (
     options_on_line,
     station_arguments,
@@ -88,12 +89,14 @@ class Share(object):
 
     def done(self, run):
         """How many of them it has done."""
-        return sum(host["state"] == "done" for host in run["hosts"] if host["name"] in self.names)
+        hosts = run.get("hosts") or []  # none where the tool has refused its command line
+        return sum(host["state"] == "done" for host in hosts if host["name"] in self.names)
 
     def check(self):
         """Sees which of them can be used; nothing is gathered."""
-        pace = sorted(set(_PACE) - {"transfers"})
-        return self._run("check", self._selection() + options_on_line(self._params, ["output"] + pace))
+        pace = sorted(set(_PACE) - set(["transfers"]))
+        words = self._selection(without=GATHERING) + options_on_line(self._params, ["output"] + pace)
+        return self._run("check", words)
 
     def collect(self):
         """Has all of them gather, in a new run."""
@@ -111,9 +114,10 @@ class Share(object):
         state = options_on_line(self._params, ["state_dir"])
         return self._tool.run(["fleet", command] + words + state)
 
-    def _selection(self):
+    def _selection(self, without=()):
         words = [self._params["inventory"]] if self._params["inventory"] else []
         if self._params["group"]:
             words += ["--group", ",".join(self._params["group"])]
         words += options_on_line(self._params, sorted(_SELECTION))
-        return words + options_on_line(self._params["settings"], sorted(self._params["settings"]))
+        settings = self._params["settings"]
+        return words + options_on_line(settings, sorted(set(settings) - set(without)))
