@@ -44,6 +44,24 @@ class Played:
         return {**found[0]["result"], "status": found[0]["status"]}
 
 
+class Playing:
+    """An ansible-playbook that has been started."""
+
+    def __init__(self, controller, process):
+        self._results = controller.folder / "results"
+        self._process = process
+
+    def end(self, seconds=120.0):
+        try:
+            shown, _ = self._process.communicate(timeout=seconds * tool.SLOWNESS)
+        except subprocess.TimeoutExpired:
+            self._process.kill()
+            shown, _ = self._process.communicate()
+            raise AssertionError(f"the play did not end within {seconds} s: {shown}") from None
+        lines = self._results.read_text(encoding="utf-8").splitlines() if self._results.exists() else []
+        return Played(self._process.returncode, shown, [json.loads(line) for line in lines])
+
+
 class Controller:
     """The machine that ansible-playbook runs on; everything of it lies in a folder."""
 
@@ -80,15 +98,15 @@ class Controller:
             plays = str(self.folder / "plays.json")
         return ["ansible-playbook", "-i", str(self.folder / "inventory.json"), *arguments, plays]
 
-    def play(self, plays, inventory, *arguments, seconds=120.0, environment=None):
-        results = self.folder / "results"
-        results.unlink(missing_ok=True)
-        ended = subprocess.run(
+    def start(self, plays, inventory, *arguments, environment=None):
+        (self.folder / "results").unlink(missing_ok=True)
+        return Playing(self, subprocess.Popen(
             self.command(plays, inventory, arguments), cwd=self.folder, stdin=subprocess.DEVNULL,
-            env={**self.environment(), **(environment or {})}, capture_output=True, text=True,
-            timeout=seconds * tool.SLOWNESS, check=False)
-        lines = results.read_text(encoding="utf-8").splitlines() if results.exists() else []
-        return Played(ended.returncode, ended.stdout + ended.stderr, [json.loads(li) for li in lines])
+            env={**self.environment(), **(environment or {})}, stdout=subprocess.PIPE,
+            stderr=subprocess.STDOUT, text=True))
+
+    def play(self, plays, inventory, *arguments, **options):
+        return self.start(plays, inventory, *arguments, **options).end()
 
     def tasks(self, tasks, *arguments, **options):
         """Plays tasks on this machine itself; a failed one does not end the play."""

@@ -50,14 +50,18 @@ class Station:
         self.name = f"station{number}"
         self.address = f"127.0.2.{number}"
         self._key = key
-        program = openssh_sftp.check()
+        self._program = openssh_sftp.check()
         self._write_files()
         openssh_sftp.make_host_key(folder)
-        libraries = ":".join(str(path) for path in program.parents[1].glob("lib/*-linux-gnu"))
-        with open(folder / "log", "wb") as log:
+        self.start()
+
+    def start(self):
+        libraries = ":".join(str(path) for path in self._program.parents[1].glob("lib/*-linux-gnu"))
+        command = ["unshare", "--mount", "--propagation", "private", "sh", "-c", INSIDE, "sh", self.folder,
+                   self._program]
+        with open(self.folder / "log", "ab") as log:
             self.process = subprocess.Popen(
-                ["unshare", "--mount", "--propagation", "private", "sh", "-c", INSIDE, "sh", folder, program],
-                stdin=subprocess.DEVNULL, stdout=log, stderr=log,
+                command, stdin=subprocess.DEVNULL, stdout=log, stderr=log,
                 env={**tool.clean_environment(), "LD_LIBRARY_PATH": libraries})
         openssh_sftp.wait_until_ready(self.process, self.address, 22)
 
@@ -82,29 +86,36 @@ class Station:
             "ansible_remote_tmp": str(self.folder / "remote"),
         }
 
-    def cut_connections(self):
-        """Kills what serves its connections now, as if the way to it had gone. How many there were."""
-        cut = 0
-        for process in self._children():
-            os.kill(process, signal.SIGKILL)
-            cut += 1
-        return cut
+    def stop(self):
+        """Nobody reaches it any more, and connections are gone. What runs on it goes on."""
+        self.process.send_signal(signal.SIGSTOP)  # no new ones meanwhile
+        for connection in self._connections():
+            os.kill(connection, signal.SIGKILL)
+        self.process.kill()
+        self.process.wait(30)
 
-    def _children(self):
+    def _connections(self):
         parent = self.process.pid
         children = pathlib.Path(f"/proc/{parent}/task/{parent}/children").read_text(encoding="ascii")
         return [int(number) for number in children.split()]
+
+    def conductors(self):
+        """The processes of this station that work on a fleet run."""
+        home = f"XDG_STATE_HOME={self.folder}/state"
+        found = []
+        for process in pathlib.Path("/proc").glob("[0-9]*"):
+            try:
+                words = (process / "cmdline").read_bytes().split(b"\0")
+                if words[1:3] == [b"fleet", b"collect"] and home.encode() in (process / "environ").read_bytes():
+                    found.append(int(process.name))
+            except OSError:
+                pass  # it has ended
+        return found
 
     def path(self, path):
         """Where a file of the station lies."""
         top, _, rest = path.lstrip("/").partition("/")
         return self.folder / top / rest if top in ("etc", "srv") else pathlib.Path(path)
-
-    def stop(self):
-        """Ends the connections too: Ansible's clients keep them for a minute."""
-        self.cut_connections()
-        self.process.terminate()
-        self.process.wait(30)
 
 
 def make_key(folder):

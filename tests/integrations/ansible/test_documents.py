@@ -28,9 +28,9 @@ def documented(ansible, module):
 
 
 def options_of_the_tool(command):
-    words = subprocess.run([tool.TOOL, "help", command], capture_output=True, text=True, timeout=60,
+    words = subprocess.run([tool.TOOL, "help", *command.split()], capture_output=True, text=True, timeout=60,
                            check=True).stdout
-    return set(re.findall(r"^  --([a-z-]+)", words, re.MULTILINE)) - OWN
+    return set(re.findall(r"^  (?:-., )?--([a-z-]+)", words, re.MULTILINE)) - OWN
 
 
 @pytest.mark.parametrize("module", MODULES)
@@ -44,6 +44,13 @@ def test_a_module_has_the_options_of_its_command(ansible, module):
     assert there - known == set()
 
 
+def test_the_module_for_a_fleet_has_the_options_of_fleets(ansible):
+    options = {name.replace("_", "-") for name in documented(ansible, "fleet")["doc"]["options"]}
+
+    own = {"executable", "state-dir", "inventory", "output", "settings", "command", "max-age", "allow-partial"}
+    assert options - own == options_of_the_tool("fleet collect") - options_of_the_tool("collect")
+
+
 def test_what_collect_returns_is_what_the_schema_has(ansible):
     told = documented(ansible, "collect")["return"]["result"]["contains"]
 
@@ -53,7 +60,7 @@ def test_what_collect_returns_is_what_the_schema_has(ansible):
             assert told[name]["type"] == TYPES[member["type"]], name
 
 
-@pytest.mark.parametrize("module", MODULES)
+@pytest.mark.parametrize("module", [*MODULES, "fleet"])
 def test_examples_are_tasks(ansible, tmp_path, module):
     examples = yaml.safe_load(documented(ansible, module)["examples"])
 
@@ -63,6 +70,20 @@ def test_examples_are_tasks(ansible, tmp_path, module):
                           capture_output=True, text=True, timeout=60, check=False)
 
     assert done.returncode == 0, done.stderr
+
+
+def test_the_role_and_the_playbooks_are_found(ansible):
+    def run(*command):
+        done = subprocess.run(command, env=ansible.environment(), capture_output=True, text=True, timeout=60,
+                              check=False)
+        assert done.returncode == 0, done.stderr
+        return done.stdout
+
+    role = json.loads(run("ansible-doc", "-t", "role", "--json", "varnex.ffdc.station"))
+    told = set(role["varnex.ffdc.station"]["entry_points"]["main"]["options"])
+    assert told == set(yaml.safe_load((controller.COLLECTION / "roles/station/defaults/main.yml").read_text()))
+    for name in ("one_station", "three_sites"):
+        run("ansible-playbook", "--syntax-check", f"varnex.ffdc.{name}")
 
 
 def test_the_collection_has_the_version_of_the_tool():

@@ -59,6 +59,18 @@ options:
       be read of it (C(tree)), or the first of them that it has (C(auto)).
     type: str
     choices: [auto, oem, standard, tree]
+  log_service:
+    description: Redfish, the log service whose diagnostic data are collected by the standard's action.
+    type: str
+  diagnostic_type:
+    description: Redfish, which diagnostic data the standard's action collects.
+    type: str
+  oem_type:
+    description: Redfish, the vendor's name for them.
+    type: str
+  all_types:
+    description: Redfish, all types of diagnostic data that the BMC offers.
+    type: bool
   cipher_suite:
     description: IPMI over the LAN, how the session is protected.
     type: int

@@ -43,6 +43,9 @@ options:
   interval:
     description: Redfish, seconds between two questions.
     type: int
+  delete_after:
+    description: Redfish, removes from the BMC what the standard's action has made there, once it is fetched.
+    type: bool
   initialize:
     description: CIM, tells the BMC to initialise before it gathers.
     type: bool
@@ -76,8 +79,6 @@ attributes:
   diff_mode:
     description: There is nothing to show.
     support: none
-notes:
-  - Gathering takes minutes. Where connections to the station do not last, use C(async).
 seealso:
   - module: varnex.ffdc.check
   - module: varnex.ffdc.fleet
@@ -253,6 +254,14 @@ result:
     bmc:
       description: What the BMC says of itself.
       type: dict
+    collections:
+      description: What was collected by the standard's action, over Redfish.
+      type: list
+      elements: dict
+    log_services:
+      description: Log services of the BMC that offer diagnostic data, over Redfish.
+      type: list
+      elements: dict
     tree:
       description: What was read of the BMC, where I(operation=tree).
       type: dict

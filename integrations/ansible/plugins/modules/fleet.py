@@ -102,7 +102,8 @@ attributes:
     support: none
 notes:
   - Options have the names of those of C(kemffdc fleet collect), whose defaults hold where they are not given.
-  - A run takes an hour where the BMCs do. Use C(async), so that no connection to the station has to last as long.
+  - A run takes as long as its slowest BMC. Have ssh notice a lost connection (C(ServerAliveInterval)); the next play takes
+    the run up. With C(async) a play outlives short losses, but waits for a station that stays away until the limit of C(async).
 seealso:
   - module: varnex.ffdc.collect
 """
@@ -113,8 +114,6 @@ EXAMPLES = r"""
     inventory: /etc/kemffdc/fleet.yaml
     credentials: /etc/kemffdc/credentials.yaml
     output: /var/lib/kemffdc/runs
-  async: 86400
-  poll: 30
 
 - name: Divide one list among all stations
   varnex.ffdc.fleet:
