@@ -5,7 +5,8 @@
 #include <archive_entry.h>
 
 #include <algorithm>
-#include <cctype>
+#include <boost/algorithm/string/case_conv.hpp>
+#include <boost/algorithm/string/predicate.hpp>
 #include <cstring>
 #include <fstream>
 #include <memory>
@@ -47,17 +48,6 @@ constexpr const char* kExtensions[] = {
     ".tar.gz", ".tar.xz", ".tar.bz2", ".tar.zst", ".tgz", ".txz", ".gz",  ".xz",  ".bz2",
     ".zst",    ".zip",    ".7z",      ".tar",     ".bin", ".txt", ".log", ".xml", ".json",
 };
-
-std::string LowerCase(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return text;
-}
-
-bool EndsWith(const std::string& text, const std::string& end) {
-    return text.size() >= end.size() &&
-           text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
 
 std::string Beginning(const std::string& path) {
     std::string bytes(kBeginning, '\0');
@@ -108,7 +98,7 @@ std::string ExtensionFor(const std::string& path, const std::string& contentType
             first != std::string::npos && (bytes[first] == '{' || bytes[first] == '[');
         return json ? ".json" : ".txt";
     }
-    const std::string type = LowerCase(contentType);
+    const std::string type = boost::algorithm::to_lower_copy(contentType);
     for (const Type& known : kTypes) {
         if (type.compare(0, std::strlen(known.name), known.name) == 0) return known.extension;
     }
@@ -116,9 +106,10 @@ std::string ExtensionFor(const std::string& path, const std::string& contentType
 }
 
 std::string NamedAs(const std::string& name, const std::string& extension) {
-    const std::string lower = LowerCase(name);
+    const std::string lower = boost::algorithm::to_lower_copy(name);
     for (const char* known : kExtensions) {
-        if (!EndsWith(lower, known) || lower.size() == std::strlen(known)) continue;
+        if (!boost::algorithm::ends_with(lower, known) || lower.size() == std::strlen(known))
+            continue;
         if (Usual(known) == extension) return name;
         // An unknown kind is called what its owner calls it.
         if (extension == ".bin") return name;

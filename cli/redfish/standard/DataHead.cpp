@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/redfish/standard/DataHead.h"
 
-#include <algorithm>
-#include <cctype>
-#include <cstring>
+#include <boost/algorithm/string/case_conv.hpp>
 
 #include "shared/Base64.h"
 #include "shared/Hex.h"
@@ -15,15 +13,9 @@ namespace {
 constexpr std::size_t kSha256Bytes = 32;
 constexpr std::size_t kMaxName = 200;
 
-std::string LowerCase(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return text;
-}
-
 // What follows `begin`, in whatever case, up to one of `ends`; empty where it is not there.
 std::string Behind(const std::string& text, const std::string& begin, const char* ends) {
-    const std::size_t at = LowerCase(text).find(begin);
+    const std::size_t at = boost::algorithm::to_lower_copy(text).find(begin);
     if (at == std::string::npos) return "";
     const std::string rest = text.substr(at + begin.size());
     return rest.substr(0, rest.find_first_of(ends));
@@ -40,10 +32,7 @@ std::string Sha256In(const Answer& answer) {
     std::string base64 = Behind(answer.Header("repr-digest"), "sha-256=:", ":");
     if (base64.empty()) base64 = Behind(answer.Header("digest"), "sha-256=", ", ");
     const std::string bytes = shared::FromBase64(base64);
-    std::string digits;
-    if (bytes.size() != kSha256Bytes) return digits;
-    for (const char byte : bytes) shared::AppendHex(digits, byte, shared::kLowerDigits);
-    return digits;
+    return bytes.size() == kSha256Bytes ? shared::ToHex(bytes) : "";
 }
 
 }  // namespace

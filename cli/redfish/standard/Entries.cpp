@@ -2,6 +2,7 @@
 #include "cli/redfish/standard/Entries.h"
 
 #include <algorithm>
+#include <boost/algorithm/string/case_conv.hpp>
 #include <cctype>
 
 #include "cli/redfish/Adoption.h"
@@ -17,15 +18,9 @@ constexpr std::time_t kClockSlack = 5;  // seconds: two clocks of one BMC
 constexpr std::size_t kMaxHint = 200;
 constexpr std::size_t kSha256Digits = 64;
 
-std::string LowerCase(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return text;
-}
-
 // "SHA256", "Sha-256", "ImageSHA256Sum"
 bool NamesSha256(const std::string& member) {
-    std::string plain = LowerCase(member);
+    std::string plain = boost::algorithm::to_lower_copy(member);
     plain.erase(
         std::remove_if(plain.begin(), plain.end(), [](char c) { return c == '-' || c == '_'; }),
         plain.end());
@@ -43,7 +38,8 @@ std::string Sha256In(const json::object& object, int levels) {
     for (const json::key_value_pair& member : object) {
         if (const json::string* text = member.value().if_string()) {
             const std::string value(*text);
-            if (NamesSha256(std::string(member.key())) && IsSha256(value)) return LowerCase(value);
+            if (NamesSha256(std::string(member.key())) && IsSha256(value))
+                return boost::algorithm::to_lower_copy(value);
         } else if (const json::object* inner = member.value().if_object();
                    inner != nullptr && levels > 0) {
             std::string found = Sha256In(*inner, levels - 1);
