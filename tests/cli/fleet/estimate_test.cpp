@@ -52,6 +52,7 @@ TEST(TimeLeft, LeavesOutWhatAnEarlierRunHasDone) {
     Scene scene = RunOf(10);
     AddMany(scene, 1, 10, HostState::kDone, -500, -600);
     Add(scene, "bmc011", HostState::kGathering, 1, 0);
+    Add(scene, "bmc012", HostState::kFailed, 9, 0);
     EXPECT_EQ(TimeLeft(scene), std::nullopt);
 }
 
