@@ -170,6 +170,19 @@ def test_a_bmc_that_tells_the_runs_own_secrets_tells_them_to_nobody(start_bmc, t
     assert password not in "".join(contents(result["path"]).values())
 
 
+def test_every_word_that_the_page_names_makes_a_secret(start_bmc, tmp_path):
+    page = (tool.ROOT / "docs" / "redfish-operations.md").read_text(encoding="utf-8")
+    listed = page.partition("### Secrets")[2].partition("- `Value`")[0]
+    words = re.findall(r"`([a-z]+)`", listed)
+    assert len(words) == 20
+    members = {f"My_{word.upper()}.1": f"hush-{number}" for number, word in enumerate(words)}
+    bmc = start_bmc({"redfish": {"answers": {CHASSIS: [{"json": {"Id": "1", **members}}]}}})
+    result = collect(bmc, tmp_path)
+
+    assert result["tree"]["masked"] == len(words)
+    assert "hush-" not in "".join(contents(result["path"]).values())
+
+
 def test_accounts_sessions_certificates_and_keys_are_not_asked_for(start_bmc, tmp_path):
     bmc = start_bmc(shaped("harrow"))
     result = collect(bmc, tmp_path)
