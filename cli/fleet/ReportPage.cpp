@@ -289,7 +289,7 @@ Columns ColumnsOf(const Results& results) {
     for (const HostResult& host : results.hosts) {
         columns.group = columns.group || !host.group.empty();
         columns.tries = columns.tries || host.attempts > 1;
-        columns.files = columns.files || !host.archive.empty();
+        columns.files = columns.files || !host.archive.empty() || !host.exportUri.empty();
     }
     return columns;
 }
@@ -323,6 +323,8 @@ void AddFiles(xml_node row, const HostResult& host, const std::string& folder) {
     const xml_node cell = Add(row, "td", "files");
     if (!host.removed.empty()) {
         AddWith(cell, "span", "removed " + host.removed.substr(0, 10), "quiet");
+    } else if (!host.exportUri.empty()) {
+        Set(AddWith(cell, "span", "in the file store", "quiet"), "title", host.exportUri);
     } else if (!host.archive.empty()) {
         AddLink(cell, host.archive, folder, "archive", host.name);
         if (!host.record.empty()) AddLink(cell, host.record, folder, "record", host.name);

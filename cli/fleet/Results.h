@@ -52,9 +52,10 @@ struct HostResult {
     int attempts = 0;
     std::vector<StateChange> states;  // in order of time
     std::string task;
-    std::string archive;  // absolute path: a file, or a folder of files
-    std::string record;   // absolute path of the object beside it; empty: it is not there
-    std::string removed;  // UTC, when `archive` was removed to make room
+    std::string archive;    // absolute path: a file, or a folder of files
+    std::string record;     // absolute path of the object beside it; empty: it is not there
+    std::string exportUri;  // where the BMC has sent its archive to instead
+    std::string removed;    // UTC, when `archive` was removed to make room
     std::uint64_t size = 0;
     std::string sha256;  // of a file
     History::Bmc bmc;

@@ -61,6 +61,7 @@ HostResult HostOf(const FleetHostRow& row) {
     host.attempts = row.attempts;
     host.task = row.task;
     host.archive = row.archive;
+    host.exportUri = row.exportUri;
     host.record = RecordOf(row.archive);
     host.size = row.size;
     host.sha256 = row.sha256;

@@ -108,6 +108,7 @@ json::object HostObject(const Results& results, const HostResult& host) {
             {"archive", TextOrNull(host.archive)},
             {"record", TextOrNull(host.record)},
             {"removed", TextOrNull(host.removed)},
+            {"export_uri", TextOrNull(host.exportUri)},
             {"size", host.archive.empty() ? json::value(nullptr) : json::value(host.size)},
             {"sha256", TextOrNull(host.sha256)},
             {"bmc", BmcObject(host.bmc)}};
@@ -199,6 +200,7 @@ HostResult HostIn(const json::object& object, const std::vector<RunResult>& runs
     host.archive = TextIn(object, "archive");
     host.record = TextIn(object, "record");
     host.removed = TextIn(object, "removed");
+    host.exportUri = TextIn(object, "export_uri");
     host.size = static_cast<std::uint64_t>(std::max<std::int64_t>(0, NumberIn(object, "size", 0)));
     host.sha256 = TextIn(object, "sha256");
     host.bmc = BmcIn(object);

@@ -94,6 +94,14 @@ TEST(FleetReportPage, ARemovedArchiveIsToldAndNotLinked) {
     EXPECT_THAT(Content(sample), Not(HasSubstr("<a href=\"bmc0001")));
 }
 
+TEST(FleetReportPage, AnArchiveThatTheBmcSentElsewhereIsTold) {
+    SampleResults sample(1);
+    sample.Get().hosts[0].archive.clear();
+    sample.Get().hosts[0].exportUri = "sftp://store.example/in/";
+    EXPECT_THAT(Content(sample),
+                HasSubstr("title=\"sftp://store.example/in/\">in the file store<"));
+}
+
 TEST(FleetReportPage, ARunThatWasKilledSaysHowToGoOn) {
     SampleResults sample(3);
     sample.Get().runs[0].ended = 0;
