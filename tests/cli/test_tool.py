@@ -91,8 +91,8 @@ def test_json_is_one_object_with_schema_steps_and_result(bmc, tmp_path):
     account = ended.json
     assert list(account) == [
         "schema", "version", "run", "command", "channel", "host", "address", "port", "user", "started",
-        "ended", "outcome", "exit_code", "retryable", "reason", "attempts", "steps", "log_kind", "task",
-        "path", "remote_path", "size", "sha256", "damage", "export_uri", "bmc"]
+        "ended", "outcome", "exit_code", "retryable", "reason", "attempts", "steps", "log_kind", "operation",
+        "operation_reason", "task", "path", "remote_path", "size", "sha256", "damage", "export_uri", "bmc"]
     assert account["schema"] == 1
     assert (account["command"], account["channel"]) == ("collect", "redfish")
     assert (account["host"], account["port"]) == (bmc.address, bmc.port)
