@@ -48,14 +48,12 @@ Redfish::Operation OperationOf(const History::RunRow& run) {
 
 // The BMC has a task of that run, or may have one: it is gone on with in the same way.
 Outcome GoOnWith(const History::RunRow& run, Options& options) {
-    const Channel* channel = FindChannel(run.channel);
-    if (channel == nullptr || channel->resume == nullptr) return {};
     options.command = Command::kResume;
     options.resumes = run.id;
     options.via = run.channel;
     options.port = run.port;
     Part<Redfish::ChannelOptions>(options).operation = OperationOf(run);
-    const std::string fault = channel->complete(options);
+    const std::string fault = FindChannel(run.channel)->complete(options);
     return fault.empty() ? Outcome{} : Failure(kUsage, fault);
 }
 
@@ -87,6 +85,18 @@ void SpareMemory() {
     constexpr int kLarge = 64 * 1024;
     mallopt(M_ARENA_MAX, 1);
     mallopt(M_MMAP_THRESHOLD, kLarge);
+}
+
+// What the run is to do, from the arguments and from what earlier attempts have left.
+Outcome Prepare(const Fleet::Assignment& assignment, Options& options) {
+    const Parsed parsed = Parse(assignment.arguments);
+    if (!parsed.fault.Ok()) return parsed.fault;
+    if (!parsed.options) return Failure(kUsage, "Assignment: there is nothing to do.");  // help
+    options = *parsed.options;
+    options.attempt.emplace();
+    options.attempt->fleet = assignment.fleet;
+    options.attempt->number = assignment.number;
+    return LookBack(options);
 }
 
 // As far as it can be told without its options.
@@ -126,18 +136,8 @@ int RunWorker() {
     // The kernel tells of a death from the call above on; of an earlier one it has told nobody.
     const bool orphaned = assignment.conductor != 0 && getppid() != assignment.conductor;
     if (orphaned) return kInterrupted;
-    Parsed parsed = Parse(assignment.arguments);
-    if (!parsed.options) {
-        const bool asksForHelp = parsed.fault.Ok();
-        outcome =
-            asksForHelp ? Failure(kUsage, "Assignment: there is nothing to do.") : parsed.fault;
-        return End(FaultOf(EndHost(assignment, outcome)));
-    }
-    Options& options = *parsed.options;
-    options.attempt.emplace();
-    options.attempt->fleet = assignment.fleet;
-    options.attempt->number = assignment.number;
-    outcome = LookBack(options);
+    Options options;
+    outcome = Prepare(assignment, options);
     if (!outcome.Ok()) return End(FaultOf(EndHost(assignment, outcome)));
 
     Fleet::ConductorPipe conductor(STDIN_FILENO);
