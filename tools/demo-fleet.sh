@@ -27,8 +27,8 @@ stop_fleet() {
 
 # Some of them cannot be had: the run ends with 20 and says which and why.
 collect_from_fleet() {
-    local code=0 command=(fleet collect demo-output/rack.csv --interval 1 --tries 20
-        --credentials demo-output/fleet-bmcs/credentials.yaml --retry-pause 2s --host-deadline 20s
+    local code=0 command=(fleet collect demo-output/rack.csv --interval 1 --tries 120
+        --credentials demo-output/fleet-bmcs/credentials.yaml --retry-pause 2s
         --output demo-output/runs)
     start_fleet
     say
