@@ -50,7 +50,8 @@ TEST(TimeLeft, IsUnknownWhereNothingHasEndedForLong) {
 
 TEST(TimeLeft, LeavesOutWhatAnEarlierRunHasDone) {
     Scene scene = RunOf(10);
-    AddMany(scene, 1, 10, HostState::kDone, -500, -600);
+    AddMany(scene, 1, 10, HostState::kDone, -500);
+    for (SceneHost& host : scene.hosts) host.begun = At(-600);
     Add(scene, "bmc011", HostState::kGathering, 1, 0);
     Add(scene, "bmc012", HostState::kFailed, 9, 0);
     EXPECT_EQ(TimeLeft(scene), std::nullopt);
