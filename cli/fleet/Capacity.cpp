@@ -18,8 +18,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// What one more worker takes of each. A worker that waits has 5 MB of its own in memory, and a
-// third more while it downloads; five threads, and one more for each connection that is opened.
+// What one more worker is counted with. While it waits it has 3 MB of memory of its own
+// (bench/fleet/run); the rest is room for a download, and for the threads of name look-ups.
 constexpr std::uint64_t kFilesEach = 4;  // of the conductor: three pipes, and its end
 constexpr std::uint64_t kProcessesEach = 7;
 constexpr std::uint64_t kMemoryEach = std::uint64_t{8} << 20;
