@@ -149,13 +149,13 @@ def test_check_as_json_holds_the_same(bmc):
 
 def test_check_of_a_bmc_without_the_manager_ends_as_limited(start_bmc):
     bmc = start_bmc({"redfish": {"answers": {"GET /redfish/v1/Managers/1": [{"status": 404, "repeat": True}]}}})
-    ended = tool.run(tool.check(bmc), password=bmc.password)
+    ended = tool.run(tool.check(bmc, "--operation", "oem"), password=bmc.password)
     assert ended.code == 10
     note = "The BMC has no /redfish/v1/Managers/1; it will refuse the export."
     assert f"kemffdc: {note} [exit code 10]\n" in ended.err
     assert f"127.0.0.1 port {bmc.port}, reached, but of no use through redfish\n" in ended.out
     assert f"Note: {note}\n" in ended.out
-    account = tool.run(tool.check(bmc, "--json"), password=bmc.password).json
+    account = tool.run(tool.check(bmc, "--operation", "oem", "--json"), password=bmc.password).json
     assert (account["outcome"], account["exit_code"], account["reason"]) == ("limited", 10, note)
 
 
