@@ -24,14 +24,14 @@ def gathered(ready):
 
 
 def test_a_hundred_bmcs_with_fifty_forks(ansible, start_fleet, tmp_path):
-    ready = start_fleet("--count", str(BMCS), "--gathering", "1", "--archive-size", "0")
+    ready = start_fleet("--count", str(BMCS), "--gathering", "1")
     inventory = {
         "children": {"bmcs": {"hosts": {
             bmc["name"]: {"bmc_address": bmc["address"], "bmc_port": bmc["port"]} for bmc in ready["bmcs"]}}},
         "vars": {
             "ansible_connection": "local", "bmc_via": "redfish", "bmc_user": ready["user"],
             "bmc_password": password_of(ready), "ffdc_output": str(tmp_path / "archives"),
-            "ffdc_executable": tool.TOOL,
+            "ffdc_executable": tool.TOOL, "ffdc_delay": 1,
         },
     }
     state = {"XDG_STATE_HOME": str(tmp_path / "state")}
@@ -39,12 +39,12 @@ def test_a_hundred_bmcs_with_fifty_forks(ansible, start_fleet, tmp_path):
     started = time.monotonic()
     first = ansible.play("varnex.ffdc.one_station", inventory, "--forks", str(FORKS), environment=state)
     seconds = time.monotonic() - started
-    second = ansible.play("varnex.ffdc.one_station", inventory, "--forks", str(FORKS), environment=state)
+    second = ansible.play("varnex.ffdc.one_station", inventory, "--limit", "bmc04*", environment=state)
 
     print(f"{BMCS} BMCs with {FORKS} forks: {seconds:.1f} s")
     assert (first.code, second.code) == (0, 0), first.shown[-3000:] + second.shown[-3000:]
     assert [r["result"]["changed"] for r in first.results] == [True] * BMCS
-    assert [r["result"]["changed"] for r in second.results] == [False] * BMCS
+    assert [r["result"]["changed"] for r in second.results] == [False] * 10
     assert len(tool.archives_in(tmp_path / "archives")) == BMCS
     assert set(gathered(ready).values()) == {1}
 
