@@ -11,6 +11,7 @@ import re
 import subprocess
 import sys
 
+VERSION = 'VARNEXPLATFORM_1.0'
 OURS = 'varnex_platform::'  # no class of a host's own has these names
 EXPECTED = [OURS + name for name in (
     'Log::Log', 'Uri::Uri', 'file_client::download', 'Clock::Now', 'Ipmanip::is_ipv6',
@@ -23,11 +24,16 @@ EXPECTED = [OURS + name for name in (
 def exported(library):
     lines = subprocess.run(['nm', '-DC', '--defined-only', library], check=True,
                            capture_output=True, text=True).stdout.splitlines()
-    return [line.split(' ', 2)[2] for line in lines]
+    symbols = [line.split(' ', 2)[2] for line in lines]
+    symbols.remove(VERSION)  # a symbol of its own
+    return symbols
 
 
 def belongs(symbol, declared):
-    name = re.sub(r'^(typeinfo name for|typeinfo for|vtable for) ', '', symbol)
+    name, _, version = symbol.partition('@@')
+    if version != VERSION:
+        return False
+    name = re.sub(r'^(typeinfo name for|typeinfo for|vtable for) ', '', name)
     name = re.sub(r'\[abi:.*?\]|\(.*', '', name)
     if not name.startswith((OURS, 'Varnex::')):
         return False
@@ -42,7 +48,7 @@ def main():
     symbols = exported(library)
     strangers = [symbol for symbol in symbols if not belongs(symbol, declared)]
     for symbol in strangers:
-        print('exported, but in no header or no namespace of ours:', symbol)
+        print('exported, but in no header, no namespace of ours or no version:', symbol)
     missing = [name for name in EXPECTED
                if not any(symbol.startswith(name + '(') for symbol in symbols)]
     for name in missing:
