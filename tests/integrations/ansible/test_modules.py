@@ -57,7 +57,7 @@ def test_check_tells_what_the_bmc_is_and_changes_nothing(ansible, station, start
 
 def test_a_whole_archive_that_is_young_is_not_gathered_again(ansible, station, start_bmc):
     bmc = start_bmc(QUICK)
-    options = (station, reach(bmc), {"interval": 0})
+    options = (station, reach(bmc), {"interval": 1})
 
     played = ansible.tasks([
         task("first", "collect", *options), task("second", "collect", *options),
@@ -77,7 +77,7 @@ def test_a_whole_archive_that_is_young_is_not_gathered_again(ansible, station, s
 ])
 def test_what_was_not_asked_for_is_gathered(ansible, station, start_bmc, tmp_path, change):
     bmc = start_bmc(QUICK)
-    options = (station, reach(bmc), {"interval": 0, "log": "full"})
+    options = (station, reach(bmc), {"interval": 1, "log": "full"})
     first = ansible.tasks([task("first", "collect", *options)]).of("first")
     archive = pathlib.Path(first["archive"])
     if change == "cut":
@@ -194,7 +194,7 @@ def test_a_task_that_is_gone_does_not_end_the_matter(ansible, station, start_bmc
     time.sleep(SLOW["redfish"]["task_step_seconds"])
 
     second = ansible.tasks([
-        task("second", "collect", station, reach(bmc), {"interval": 0})]).of("second")
+        task("second", "collect", station, reach(bmc), {"interval": 1})]).of("second")
 
     assert "resumed" not in second
     assert gathered(bmc) == 2
