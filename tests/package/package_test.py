@@ -10,7 +10,7 @@ import subprocess
 
 import pytest
 
-from commands import BUILD, CXX, run
+from commands import BUILD, CXX, ENVIRONMENT, run
 from emulated_bmc import emulated_bmc
 
 HERE = pathlib.Path(__file__).resolve().parent
@@ -32,6 +32,28 @@ def pkg_config(prefix, *words):
 def compile_with_pkg_config(prefix, source, program, *more):
     flags = pkg_config(prefix, "--cflags", "--libs", "varnex-ffdc")
     run(CXX, *STRICT, source, "-o", program, *flags, f"-Wl,-rpath,{libraries(prefix)}", *more)
+
+
+HOST = """
+cmake_minimum_required(VERSION 3.16)
+project(Host LANGUAGES CXX)
+find_package(VarnexFfdc {asked} REQUIRED)
+add_executable(host {source})
+target_compile_features(host PRIVATE cxx_std_11)
+target_link_libraries(host PRIVATE {linked})
+{more}
+"""
+
+
+def configure_host(folder, prefix, *settings, asked="1.0", source=ROOT / "examples" / "collect.cpp",
+                   linked="Varnex::ffdc", more=""):
+    """The finished cmake, whatever it said."""
+    (folder / "CMakeLists.txt").write_text(
+        HOST.format(asked=asked, source=source, linked=linked, more=more), encoding="utf-8")
+    return subprocess.run(
+        ["cmake", "-S", folder, "-B", folder / "out", f"-DCMAKE_PREFIX_PATH={prefix}",
+         f"-DCMAKE_CXX_COMPILER={CXX}", *settings],
+        capture_output=True, text=True, timeout=300, check=False, env=ENVIRONMENT)
 
 
 def collect(host, bmc, archive):
@@ -72,22 +94,93 @@ def test_a_host_finds_the_package_with_pkg_config(prefix, tmp_path):
 
 
 def test_a_host_uses_the_platforms_own_services(prefix, tmp_path):
-    (tmp_path / "CMakeLists.txt").write_text(
-        "cmake_minimum_required(VERSION 3.16)\n"
-        "project(Host LANGUAGES CXX)\n"
-        "find_package(VarnexFfdc 1.0 REQUIRED)\n"
-        f"add_executable(host {HERE}/hosts/masks.cpp)\n"
-        "target_compile_features(host PRIVATE cxx_std_11)\n"
-        "target_link_libraries(host PRIVATE Varnex::platform)\n", encoding="utf-8")
-    run("cmake", "-S", tmp_path, "-B", tmp_path / "out", f"-DCMAKE_PREFIX_PATH={prefix}",
-        f"-DCMAKE_CXX_COMPILER={CXX}")
+    masks = HERE / "hosts" / "masks.cpp"
+    configured = configure_host(tmp_path, prefix, source=masks, linked="Varnex::platform")
+    assert configured.returncode == 0, configured.stderr
     run("cmake", "--build", tmp_path / "out")
     flags = pkg_config(prefix, "--cflags", "--libs", "varnex-platform")
-    run(CXX, "-std=c++11", HERE / "hosts" / "masks.cpp", "-o", tmp_path / "host", *flags,
-        f"-Wl,-rpath,{libraries(prefix)}")
+    run(CXX, "-std=c++11", masks, "-o", tmp_path / "host", *flags, f"-Wl,-rpath,{libraries(prefix)}")
 
     assert "secret" not in run(tmp_path / "out" / "host").stdout
     assert "secret" not in run(tmp_path / "host").stdout
+
+
+NO_CURL = "-DCMAKE_DISABLE_FIND_PACKAGE_CURL=ON"
+
+
+@pytest.mark.parametrize("asked", ["1.0", "1.0 COMPONENTS ffdc"])
+def test_the_library_alone_needs_no_headers_of_libcurl(prefix, asked, tmp_path):
+    configured = configure_host(tmp_path, prefix, NO_CURL, asked=asked)
+    assert configured.returncode == 0, configured.stderr
+
+    run("cmake", "--build", tmp_path / "out")
+
+
+def test_a_host_asks_for_each_component_by_name(prefix, tmp_path):
+    module = "file(GENERATE OUTPUT module CONTENT $<TARGET_FILE:Varnex::ipmi>)"
+    configured = configure_host(tmp_path, prefix, asked="COMPONENTS ffdc platform ipmi",
+                                linked="Varnex::platform", more=module)
+    assert configured.returncode == 0, configured.stderr
+
+    named = pathlib.Path((tmp_path / "out" / "module").read_text(encoding="utf-8"))
+    assert named == libraries(prefix) / "varnex-ffdc" / "1" / "libvarnexplatform-ipmi.so"
+    assert named.is_file()
+
+
+@pytest.mark.parametrize("component,why", [
+    ("platform", "No component platform: it needs libcurl's headers"),
+    ("ipmi", "No component ipmi: there is no "),
+    ("redfish", "No component redfish: there are ffdc, platform and ipmi."),
+])
+def test_a_component_that_is_not_there_is_named_with_the_reason(prefix, component, why, tmp_path):
+    without = shutil.copytree(prefix / "lib", tmp_path / "without" / "lib", symlinks=True).parent
+    shutil.rmtree(without / "lib" / "varnex-ffdc")
+    configured = configure_host(tmp_path, without, NO_CURL, asked=f"COMPONENTS ffdc {component}")
+
+    assert configured.returncode != 0
+    assert why in " ".join(configured.stderr.split()), configured.stderr
+
+
+def test_a_component_that_is_optional_may_be_missing(prefix, tmp_path):
+    configured = configure_host(tmp_path, prefix, NO_CURL,
+                                asked="COMPONENTS ffdc OPTIONAL_COMPONENTS platform",
+                                more="message(STATUS \"found: ${VarnexFfdc_platform_FOUND}.\")")
+
+    assert configured.returncode == 0, configured.stderr
+    assert "-- found: .\n" in configured.stdout
+
+
+def test_a_host_can_compare_the_version(prefix, tmp_path):
+    source = tmp_path / "version.cpp"
+    source.write_text("""
+#include <varnex/version.h>
+#if VARNEX_FFDC_VERSION < VARNEX_FFDC_VERSION_NUMBER(1, 0, 0) || \\
+    VARNEX_FFDC_VERSION >= VARNEX_FFDC_VERSION_NUMBER(1, 100, 0)
+#error not version 1
+#endif
+#include <iostream>
+int main() {
+    std::cout << VARNEX_FFDC_VERSION_MAJOR << '.' << VARNEX_FFDC_VERSION_MINOR << '.'
+              << VARNEX_FFDC_VERSION_PATCH << '\\n';
+}
+""", encoding="utf-8")
+    compile_with_pkg_config(prefix, source, tmp_path / "version", "-std=c++11")
+
+    version = run(tmp_path / "version").stdout
+    assert pkg_config(prefix, "--modversion", "varnex-ffdc") == version.split()
+    assert f"libvarnexffdc.so.{version.strip()}" in {file.name for file in libraries(prefix).iterdir()}
+
+
+def test_folders_given_as_whole_paths_stand_so_in_the_pkg_config_files(tmp_path):
+    run("cmake", "-S", ROOT, "-B", tmp_path, f"-DCMAKE_CXX_COMPILER={CXX}", "-DVARNEX_BUILD_TESTS=OFF",
+        "-DCMAKE_INSTALL_PREFIX=/opt/varnex", "-DCMAKE_INSTALL_LIBDIR=/usr/lib/varnex",
+        "-DCMAKE_INSTALL_INCLUDEDIR=/usr/include/varnex-1")
+
+    def flags(package):
+        return run("pkg-config", "--cflags", "--libs", package,
+                   environment={"PKG_CONFIG_PATH": str(tmp_path / "packaging")}).stdout.split()
+    assert flags("varnex-ffdc") == ["-I/usr/include/varnex-1", "-L/usr/lib/varnex", "-lvarnexffdc"]
+    assert flags("varnex-platform")[0] == "-I/usr/include/varnex-1/varnex/platform"
 
 
 @pytest.mark.parametrize("package,words", [("varnex-ffdc", []),
@@ -115,7 +208,7 @@ def test_the_platform_exports_in_a_version_too(prefix):
 @pytest.mark.parametrize("compiler", ["g++", "clang++"])
 def test_public_headers_are_plain_cpp11(prefix, compiler, tmp_path):
     headers = sorted((prefix / "include" / "varnex").glob("*.h"))
-    assert len(headers) == 5
+    assert len(headers) == 6
 
     for header in headers:
         source = tmp_path / "alone.cpp"

@@ -14,7 +14,8 @@ def text(name):
 
 
 def test_the_newest_release_of_the_changelog_is_the_version_that_is_built():
-    built = re.search(r"^project\(VarnexFfdc VERSION (\S+)", text("CMakeLists.txt"), re.MULTILINE)[1]
+    built = ".".join(re.findall(r"^#define VARNEX_FFDC_VERSION_(?:MAJOR|MINOR|PATCH) (\d+)$",
+                                text("include/varnex/version.h"), re.MULTILINE))
     releases = RELEASE.findall(text("CHANGELOG.md"))
 
     assert releases[0][0] == built

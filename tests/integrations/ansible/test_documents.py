@@ -88,9 +88,9 @@ def test_the_role_and_the_playbooks_are_found(ansible):
 
 def test_the_collection_has_the_version_of_the_tool():
     galaxy = yaml.safe_load((controller.COLLECTION / "galaxy.yml").read_text())
-    project = (controller.ROOT / "CMakeLists.txt").read_text()
+    header = (controller.ROOT / "include" / "varnex" / "version.h").read_text()
 
-    assert f"project(VarnexFfdc VERSION {galaxy['version']} " in project
+    assert re.findall(r"^#define VARNEX_FFDC_VERSION_[A-Z]+ (\d+)$", header, re.M) == galaxy["version"].split(".")
 
 
 def test_nothing_but_the_collection_is_packed(collections):
