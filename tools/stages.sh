@@ -106,6 +106,8 @@ stage_benchmarks() {
     "$root/bench/redfish/tree" --quick --build "$root/build/release"
 }
 
+stage_demo_in_root() { "$root/tools/demo-in-root" "$1"; }
+
 stage_clang() { build tidy; }
 
 stage_tidy() {

@@ -80,7 +80,7 @@ std::string ParseYaml(const std::string& path, const std::string& text,
 
 int LineOf(const YAML::Node& node) { return LineOf(node.Mark()); }
 
-const YAML::Node& MapOf(const YAML::Node& node, const std::string& name) {
+YAML::Node MapOf(const YAML::Node& node, const std::string& name) {
     if (!node.IsMap()) {
         throw Fault{LineOf(node), name + " holds no members (NAME: VALUE)."};
     }

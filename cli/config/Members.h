@@ -47,7 +47,7 @@ std::string ParseYaml(const std::string& path, const std::string& text,
                       const std::function<void(const YAML::Node&)>& walk);
 
 int LineOf(const YAML::Node& node);
-const YAML::Node& MapOf(const YAML::Node& node, const std::string& name);
+YAML::Node MapOf(const YAML::Node& node, const std::string& name);  // the same node
 
 // A plain key that is not in `seen` yet: the library would take the first of two equal ones.
 std::string KeyOf(const YAML::Node& node, const std::string& below, std::vector<std::string>& seen);

@@ -57,12 +57,16 @@ def test_the_whole_demo_shows_reason_record_resume_history_and_a_fleet(tmp_path)
         program.parent.mkdir(parents=True, exist_ok=True)
         program.write_text(f"#!/bin/sh\n{text}\n", encoding="utf-8")
         program.chmod(0o755)
+    home = tmp_path / "home"
+    home.mkdir()
+    theirs = {name: value for name, value in tool.clean_environment().items() if not name.startswith("XDG_")}
     ended = subprocess.run(
         ["./demo"], cwd=root, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
         timeout=SECONDS * tool.SLOWNESS, check=False,
-        env={**tool.clean_environment(), "PATH": f"{root / 'bin'}:{os.environ['PATH']}"})
+        env={**theirs, "HOME": str(home), "PATH": f"{root / 'bin'}:{os.environ['PATH']}"})
 
     assert ended.returncode == 0, ended.stdout
+    assert not list(home.rglob("*"))  # the user's own history and settings are not touched
     for text in ("Operation standard is taken", '"serial": "TV', "refused the login of user ffdc.", "store-refused", "ffdc/manifest.json"):
         assert text in ended.stdout, text
     assert len(re.findall(r"^ok  ", ended.stdout, re.MULTILINE)) == 6

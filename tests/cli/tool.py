@@ -42,7 +42,7 @@ def clean_environment():
         if name not in _FOREIGN
         and not name.lower().endswith("_proxy")
         and not name.startswith(("VARNEX_", "KEMFFDC"))
-    } | {"XDG_CONFIG_HOME": "/nonexistent"}
+    } | {"XDG_CONFIG_HOME": "/nonexistent", "XDG_STATE_HOME": f"{_states.name}/others"}
 
 
 _states = tempfile.TemporaryDirectory(prefix="kemffdc-states-")
