@@ -13,6 +13,7 @@ import uuid
 from dataclasses import dataclass
 from typing import Any, Iterable, Iterator
 
+from bmc.events import EVENTS, Event, count_of_places
 from bmc.scenario import Checker
 
 DRAWN = "drawn"  # serial number and UUID: from the seed
@@ -20,27 +21,6 @@ _LABEL = re.compile("[^A-Za-z0-9_-]")
 _LONGEST_LABEL = 40
 _MEMBERS = ("serial", "uuid", "model", "firmware")
 FIXED_TIME = datetime.datetime(2024, 3, 1, 12, 0, 0, tzinfo=datetime.timezone.utc)
-
-_EVENTS = (
-    ("OK", "Power supply {n} is present."),
-    ("OK", "The host was powered on."),
-    ("OK", "User admin logged in from 192.0.2.{n}."),
-    ("OK", "Fan {n} returned to its normal speed."),
-    ("Warning", "Fan {n} runs below its lower non-critical threshold."),
-    ("Warning", "Correctable ECC errors on DIMM {n} reached the logging limit."),
-    ("Warning", "Inlet temperature is {n} degrees above its warning limit."),
-    ("Critical", "Power supply {n} lost its input."),
-    ("Critical", "Machine check on processor {p}, bank {n}."),
-    ("Critical", "PCIe device in slot {n} reported an uncorrectable error."),
-)
-
-
-@dataclass(frozen=True)
-class Event:
-    number: int
-    time: datetime.datetime
-    severity: str
-    text: str
 
 
 @dataclass(frozen=True)
@@ -118,9 +98,9 @@ class Machine:
         events = []
         for number in range(1, count + 1):
             time += datetime.timedelta(seconds=self.random.randrange(1, step))
-            severity, text = self.random.choices(_EVENTS, weights=(6, 4, 9, 5, 3, 3, 2, 1, 1, 1))[0]
-            text = text.format(n=self.random.randrange(1, 9), p=self.random.randrange(1, 3))
-            events.append(Event(number, time, severity, text))
+            kind = self.random.choices(EVENTS, weights=[kind.weight for kind in EVENTS])[0]
+            drawn = str(self.random.randrange(1, 9)), str(self.random.randrange(1, 3))
+            events.append(Event(number, time, kind, drawn[:count_of_places(kind.text)]))
         return events
 
     def console_lines(self, count: int) -> Iterator[str]:

@@ -198,6 +198,19 @@ def bmc(tmp_path_factory: pytest.TempPathFactory) -> Iterator[Bmc]:
     starter.stop_all()
 
 
+def links_of(value: Any) -> Iterator[str]:
+    """Every link in a document."""
+    if isinstance(value, dict):
+        for name, member in value.items():
+            if name in ("@odata.id", "Uri"):
+                yield member
+            else:
+                yield from links_of(member)
+    elif isinstance(value, list):
+        for member in value:
+            yield from links_of(member)
+
+
 def peer(name: str) -> tuple[Path, dict[str, str]]:
     """A daemon out of the peers' folder, and the environment that finds its libraries."""
     root = os.environ.get("VARNEX_PEERS")

@@ -6,24 +6,11 @@ from __future__ import annotations
 import json
 import re
 import socket
-from typing import Any, Iterator
+from typing import Any
 
 import pytest
 
-from conftest import EXPORT, FULL_EXPORT, NO_USER, ROOT, SESSIONS, TASKS, Bmc, Starter
-
-
-def links_of(value: Any) -> Iterator[str]:
-    """Every link in a document."""
-    if isinstance(value, dict):
-        for name, member in value.items():
-            if name in ("@odata.id", "Uri"):
-                yield member
-            else:
-                yield from links_of(member)
-    elif isinstance(value, list):
-        for member in value:
-            yield from links_of(member)
+from conftest import EXPORT, FULL_EXPORT, NO_USER, ROOT, SESSIONS, TASKS, Bmc, Starter, links_of
 
 
 def walk(bmc: Bmc) -> dict[str, dict]:

@@ -17,8 +17,9 @@ from bmc.cim.errors import FAILED, CimError, Refusal
 from bmc.cim.messages import Call, read_call, return_value
 from bmc.cim.operations import Operations
 from bmc.cim.settings import CimSettings
-from bmc.cim.wire import LONGEST_HEAD, HttpReply, HttpRequest, NotHttp, read_request
+from bmc.cim.wire import LONGEST_HEAD, HttpReply, HttpRequest, read_request
 from bmc.http.bodies import Chunk
+from bmc.http.head import NotHttp
 from bmc.record import RequestRecord, decoded
 
 _LOG = logging.getLogger("emulated-bmc")

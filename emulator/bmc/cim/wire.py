@@ -9,23 +9,18 @@ from __future__ import annotations
 
 import asyncio
 import re
-from dataclasses import dataclass, field
+from dataclasses import dataclass, field, replace
 from http import HTTPStatus
 from typing import Iterator, Mapping
 
 from bmc.http.bodies import Body, BytesBody, Chunk
+from bmc.http.head import NotHttp, read_head
 from bmc.http.messages import Request
-from bmc.record import header_map
 
 LONGEST_HEAD = 64 * 1024
 _LARGEST_REQUEST = 16 * 1024 * 1024
 _PATIENCE = 60.0  # seconds for the rest of a request that has begun
-_REQUEST_LINE = re.compile(rb"([A-Z][A-Z-]*) (\S+) (HTTP/1\.[01])")
 _MAN = re.compile(r'\s*"?http://www\.dmtf\.org/cim/mapping/http/v1\.0"?\s*;\s*ns\s*=\s*"?(\d+)"?')
-
-
-class NotHttp(Exception):
-    """What came is no HTTP request: a TLS hello on the plain port, or worse."""
 
 
 @dataclass(frozen=True)
@@ -116,26 +111,11 @@ async def read_request(reader: asyncio.StreamReader, writer: asyncio.StreamWrite
 async def _rest(
     first: bytes, reader: asyncio.StreamReader, writer: asyncio.StreamWriter
 ) -> HttpRequest:
-    head = first + await reader.readuntil(b"\r\n\r\n")
-    lines = head[:-4].split(b"\r\n")
-    start = _REQUEST_LINE.fullmatch(lines[0])
-    if not start:
-        raise NotHttp
-    method, target, version = (part.decode("latin-1") for part in start.groups())
-    headers = header_map(_header(line) for line in lines[1:])
-    path, _, query = target.partition("?")
-    request = HttpRequest(method, path, query, headers, b"", version)
+    head = read_head(first + await reader.readuntil(b"\r\n\r\n"))
+    request = HttpRequest(head.method, head.path, head.query, head.headers, b"", head.version)
     if (request.header("Expect") or "").lower() == "100-continue":
         writer.write(b"HTTP/1.1 100 Continue\r\n\r\n")
-    body = await _body(request, reader)
-    return HttpRequest(method, path, query, headers, body, version)
-
-
-def _header(line: bytes) -> tuple[bytes, bytes]:
-    name, colon, value = line.partition(b":")
-    if not colon:
-        raise NotHttp
-    return name, value.strip(b" \t")
+    return replace(request, body=await _body(request, reader))
 
 
 async def _body(request: HttpRequest, reader: asyncio.StreamReader) -> bytes:

@@ -14,6 +14,8 @@ from aiohttp import web
 from aiohttp.web_protocol import RequestHandler
 
 from bmc.http.bodies import BytesBody, Chunk
+from bmc.http.connection import Connection
+from bmc.http.head import Head
 from bmc.http.messages import Reply, Request, WebService
 from bmc.http.script import Answer, Script
 from bmc.record import RequestRecord, decoded, header_map
@@ -34,18 +36,22 @@ class WebServer:
 
     async def start(self, listener: socket.socket, context: ssl.SSLContext | None) -> None:
         """Serves on `listener` until the process ends."""
-        handler = web.Server(
-            self._serve,
-            access_log=None,
-            max_line_size=_LONGEST_LINE,
-            max_field_size=_LONGEST_LINE,
-            max_headers=_LONGEST_LINE,
-        )
         loop = asyncio.get_running_loop()
-        await loop.create_server(handler, sock=listener, ssl=context, backlog=128)
+        server = web.Server(self._serve)
+        options = {
+            "loop": loop, "access_log": None, "max_line_size": _LONGEST_LINE, "max_field_size": _LONGEST_LINE,
+            "max_headers": _LONGEST_LINE,
+        }
+        await loop.create_server(
+            lambda: Connection(server, self._serve_strange, **options), sock=listener, ssl=context, backlog=128)
 
     async def _serve(self, raw: web.BaseRequest) -> web.StreamResponse:
-        request = await _received(raw)
+        return await self._answer(raw, await _received(raw))
+
+    async def _serve_strange(self, raw: web.BaseRequest, head: Head) -> web.StreamResponse:
+        return await self._answer(raw, Request(head.method, head.path, head.query, head.headers, b""))
+
+    async def _answer(self, raw: web.BaseRequest, request: Request) -> web.StreamResponse:
         self._note(request)
         answer = self._script.next(request.method, request.path)
         if answer.delay:

@@ -20,6 +20,7 @@ from bmc.redfish.diagnostic_settings import DataSettings, DiagnosticSettings, Lo
 from bmc.redfish.documents import Document, collection, link, reply_with, request_object, resource
 from bmc.redfish.download import Downloads
 from bmc.redfish.errors import RedfishError, error_reply
+from bmc.redfish.registries import log_message
 from bmc.redfish.tasks import ENDED, ExportTask, Walk
 
 ACTION = "LogService.CollectDiagnosticData"
@@ -201,7 +202,7 @@ class Diagnostics:
         created = datetime.datetime.now(datetime.timezone.utc)
         document = resource(
             path, "LogEntry", "1_11_0", f"Collected data {number}",
-            EntryType="Event", Severity="OK", Created=iso(created), Message="Diagnostic data was collected.",
+            EntryType="Event", Created=iso(created), **log_message("DiagnosticDataCollected"),
             DiagnosticDataType=asked.get("DiagnosticDataType"), AdditionalDataURI=path + "/attachment",
             AdditionalDataSizeBytes=archive.size,
         )
@@ -248,8 +249,8 @@ def _check(settings: LogServiceSettings, asked: Document) -> None:
 
 def _old_entry(entries: str, number: int) -> Document:
     return resource(
-        f"{entries}/{number}", "LogEntry", "1_11_0", f"Entry {number}", EntryType="Event", Severity="OK",
-        Created=iso(FIXED_TIME + datetime.timedelta(seconds=number)), Message="An earlier event.",
+        f"{entries}/{number}", "LogEntry", "1_11_0", f"Entry {number}", EntryType="Event",
+        Created=iso(FIXED_TIME + datetime.timedelta(seconds=number)), **log_message("Note", "An earlier event."),
     )
 
 

@@ -9,6 +9,7 @@ from typing import Any, Iterable, Mapping
 from bmc.http.bodies import BytesBody
 from bmc.http.messages import Reply, Request
 from bmc.redfish.errors import RedfishError
+from bmc.redfish.schemas import description_of
 
 JSON = "application/json; charset=utf-8"
 
@@ -43,7 +44,9 @@ def resource(path: str, type_: str, version: str, name: str, **members: Any) -> 
 
 
 def reply_with(document: Document, status: int = 200, headers: Mapping[str, str] | None = None) -> Reply:
-    return Reply(status, {"Content-Type": JSON, **(headers or {})}, BytesBody(as_json(document)))
+    """A resource with the link to its schema."""
+    own = {"Content-Type": JSON, **description_of(document)}
+    return Reply(status, {**own, **(headers or {})}, BytesBody(as_json(document)))
 
 
 def as_json(document: Document) -> bytes:

@@ -3,9 +3,10 @@
 
 from __future__ import annotations
 
-import re
 from dataclasses import dataclass
 from typing import Any, Mapping
+
+from bmc.events import EVENTS, count_of_places, filled
 
 BASE, BASE_VERSION = "Base", "1.12.0"
 TASK, TASK_VERSION = "TaskEvent", "1.0.1"
@@ -24,7 +25,7 @@ class Message:
     @property
     def arguments(self) -> int:
         """How many values the text has places for."""
-        return max(map(int, re.findall("%([1-9])", self.text)), default=0)
+        return count_of_places(self.text)
 
 
 MESSAGES: Mapping[str, Mapping[str, Message]] = {
@@ -105,6 +106,11 @@ MESSAGES: Mapping[str, Mapping[str, Message]] = {
     },
     OEM: {
         "Note": Message(0, "OK", "%1", "None."),
+        "DiagnosticDataCollected": Message(0, "OK", "Diagnostic data was collected.", "None."),
+        "SensorThresholdOK": Message(0, "OK", "Sensor %1 crossed a threshold.", "None."),
+        "SensorThresholdWarning": Message(0, "Warning", "Sensor %1 crossed a threshold.", "Look after what it measures."),
+        "SensorThresholdCritical": Message(0, "Critical", "Sensor %1 crossed a threshold.", "Look after what it measures."),
+        **{kind.name: Message(0, kind.severity, kind.text, kind.resolution) for kind in EVENTS},
         "ExportLoginRefused": Message(
             0, "Critical", "The file store %1 refused the login of user %2.",
             "Correct the user or the password of the export, and start it again.",
@@ -131,6 +137,9 @@ MESSAGES: Mapping[str, Mapping[str, Message]] = {
         "ExportFailed": Message(
             0, "Critical", "The upload to the file store %1 failed: %2",
             "Check the file store, and start the export again.",
+        ),
+        "MethodUnknown": Message(
+            501, "Critical", "The method %1 is not one that this service knows.", "Use a method of the Redfish standard."
         ),
         # Clients look for this sentence in the body to tell a refusal from everything else.
         "AuthenticationRequired": Message(
@@ -159,9 +168,21 @@ def message_object(name: str, *args: str) -> dict[str, Any]:
     return {
         "@odata.type": "#Message.v1_1_2.Message",
         "MessageId": message_id(name),
-        "Message": re.sub("%([1-9])", lambda place: args[int(place[1]) - 1], message.text),
+        "Message": filled(message.text, args),
         "MessageArgs": list(args),
         "MessageSeverity": message.severity,
         "Severity": message.severity,
+        "Resolution": message.resolution,
+    }
+
+
+def log_message(name: str, *args: str) -> dict[str, Any]:
+    """The message as it stands in an entry of a log."""
+    message = MESSAGES[registry_of(name)][name]
+    return {
+        "Severity": message.severity,
+        "Message": filled(message.text, args),
+        "MessageId": message_id(name),
+        "MessageArgs": list(args),
         "Resolution": message.resolution,
     }

@@ -15,6 +15,7 @@ from bmc.redfish.diagnostics import Diagnostics, DiagnosticTask
 from bmc.redfish.documents import JSON, Document, as_json, collection, reply_with, request_object, resource
 from bmc.redfish.download import Downloads
 from bmc.redfish.errors import RedfishError, error_for_status
+from bmc.redfish.schemas import schema_file
 from bmc.redfish.sessions import Account, Session, Sessions
 from bmc.redfish.settings import RedfishSettings
 from bmc.redfish.tasks import ENDED, ExportTask, Walk
@@ -23,6 +24,7 @@ from bmc.scenario import Scenario
 from bmc.upload import usable_uri
 
 _PUBLIC = ("/redfish", ROOT, ROOT + "/odata", ROOT + "/$metadata")
+_METHODS = ("GET", "HEAD", "POST", "PUT", "PATCH", "DELETE", "OPTIONS")  # those that DSP0266 speaks of
 _LARGEST_TASK_COUNT = 256
 _EXPORT_TYPES = {
     "InitializationNeeded": bool,
@@ -64,6 +66,7 @@ class RedfishService:
     async def answer(self, request: Request, wishes: Mapping[str, Any]) -> Reply:
         path = request.decoded_path.rstrip("/") or "/"
         try:
+            self._check_method(request)
             self._check_versions(request, path)
             self._check_access(request, path)
             reply = self._dispatch(request, path, wishes)
@@ -77,6 +80,11 @@ class RedfishService:
         if status >= 400:
             return error_for_status(status, request.path, request.method)
         return Reply(status, {"Content-Type": JSON})
+
+    @staticmethod
+    def _check_method(request: Request) -> None:
+        if request.method not in _METHODS:
+            raise RedfishError("MethodUnknown", request.method)
 
     def _check_versions(self, request: Request, path: str) -> None:
         if (request.header("OData-Version") or "4.0").strip() != "4.0":
@@ -131,6 +139,8 @@ class RedfishService:
             return _reader(self._tree.odata())
         if path == ROOT + "/$metadata":
             return {"GET": lambda *_: _xml_reply(self._tree.metadata())}
+        if (file := schema_file(path)) is not None:
+            return {"GET": lambda *_: file}
         if path in RESETS and self._tree.shape is None:
             return {"POST": lambda request, _: self._reset(request, path)}
         if path == EXPORT and self._can_export:

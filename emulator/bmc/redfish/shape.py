@@ -12,10 +12,11 @@ from bmc.http.messages import Reply, Request
 from bmc.machine import FIXED_TIME, Machine, iso
 from bmc.redfish.documents import Document, link, reply_with
 from bmc.redfish.errors import RedfishError
+from bmc.redfish.registries import log_message
 from bmc.redfish.shape_settings import Log, Part, ShapeSettings
 
 _EXPANSIONS = {".": "NoLinks", "*": "ExpandAll"}
-_SEVERITIES = ("OK", "OK", "OK", "Warning", "Critical")
+_MESSAGES = (*["SensorThresholdOK"] * 3, "SensorThresholdWarning", "SensorThresholdCritical")
 
 
 class Shape:
@@ -158,5 +159,5 @@ def _entry(log: Log, number: int) -> Document:
     return {
         "@odata.id": f"{log.path}/{number}", "@odata.type": "#LogEntry.v1_15_0.LogEntry", "Id": str(number),
         "Name": f"Entry {number}", "EntryType": "Event", "Created": iso(created),
-        "Severity": _SEVERITIES[number % len(_SEVERITIES)], "Message": f"Sensor {number % 40} crossed a threshold.",
+        **log_message(_MESSAGES[number % len(_MESSAGES)], str(number % 40)),
     }

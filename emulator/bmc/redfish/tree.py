@@ -8,6 +8,7 @@ from typing import Any, Iterable, Mapping
 from bmc.machine import Machine, iso
 from bmc.redfish import registries
 from bmc.redfish.documents import Document, collection, link, resource
+from bmc.redfish.schemas import OEM_TYPES, is_foreign, namespace_of, references
 from bmc.redfish.sessions import Account
 from bmc.redfish.settings import RedfishSettings
 from bmc.redfish.shape import Shape
@@ -251,7 +252,7 @@ class Tree:
         entries = [
             resource(
                 f"{path}/{event.number}", "LogEntry", "1_11_0", f"Event {event.number}",
-                EntryType="Event", Created=iso(event.time), Severity=event.severity, Message=event.text,
+                EntryType="Event", Created=iso(event.time), **registries.log_message(event.name, *event.args),
             )
             for event in self._machine.events[-40:]
         ]
@@ -339,17 +340,13 @@ class Tree:
 
     def metadata(self) -> str:
         """The CSDL document: references to the schemas of all types in use."""
-        types = {d["@odata.type"][1:].rpartition(".")[0] for d in self._documents.values()}
-        types |= {"Task.v1_7_0", "Session.v1_5_0", "TaskCollection", "SessionCollection"}
+        types = {namespace_of(d["@odata.type"]) for d in self._documents.values() if not is_foreign(d)}
+        types |= {"Task.v1_7_0", "Session.v1_5_0", "TaskCollection", "SessionCollection", *OEM_TYPES.values()}
         if self._settings.diagnostics.services:
             types |= {"LogService.v1_4_0", "LogEntry.v1_11_0", "LogEntryCollection", "ActionInfo.v1_3_0"}
         lines = ['<?xml version="1.0" encoding="UTF-8"?>']
         lines.append('<edmx:Edmx xmlns:edmx="http://docs.oasis-open.org/odata/ns/edmx" Version="4.0">')
-        for family in sorted({name.split(".")[0] for name in types}):
-            lines.append(f'  <edmx:Reference Uri="http://redfish.dmtf.org/schemas/v1/{family}_v1.xml">')
-            for name in sorted(n for n in types | {family} if n.split(".")[0] == family):
-                lines.append(f'    <edmx:Include Namespace="{name}"/>')
-            lines.append("  </edmx:Reference>")
+        lines += references(types)
         lines += [
             "  <edmx:DataServices>",
             '    <Schema xmlns="http://docs.oasis-open.org/odata/ns/edm" Namespace="Service">',
