@@ -17,7 +17,7 @@ _FOLDER = Path(__file__).parent / "schemas"
 _STANDARD = "http://redfish.dmtf.org/schemas/v1"
 _CSDL, _JSON = "/redfish/v1/Schemas", "/redfish/v1/JsonSchemas"
 _CONTENT_TYPES = {_CSDL: ("xml", "application/xml; charset=utf-8"), _JSON: ("json", "application/schema+json")}
-_VENDOR = re.compile("/Oem/([A-Za-z0-9]+)/")
+_VENDOR = re.compile("/Oem(?:/([A-Za-z0-9]+)|$)")
 
 # The vendor's own types by family. Only resources have a JSON schema; the others stand in an Oem member.
 OEM_TYPES = {
@@ -51,7 +51,7 @@ def is_foreign(document: Mapping[str, Any]) -> bool:
     """Whether the type is one that only the vendor of a shape could describe."""
     vendor = _VENDOR.search(str(document.get("@odata.id")))
     family = namespace_of(document["@odata.type"]).partition(".")[0]
-    return vendor is not None and family.startswith(vendor[1]) and family not in OEM_TYPES
+    return vendor is not None and family.startswith(vendor[1] or "") and family not in OEM_TYPES
 
 
 def references(types: Iterable[str]) -> Iterable[str]:
