@@ -302,6 +302,11 @@ void Conductor::Take(std::size_t host, const ChannelTold& told) {
     Changed(host);
 }
 
+void Conductor::Take(std::size_t host, const OperationTold& told) {
+    m_scene.hosts[host].operation = told.operation;
+    Changed(host);
+}
+
 void Conductor::Take(std::size_t host, const WorkTold& told) {
     m_scene.hosts[host].percent = told.percent;
     if (!told.message.empty()) m_scene.hosts[host].message = told.message;

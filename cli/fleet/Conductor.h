@@ -77,6 +77,7 @@ private:
     void Said(std::size_t host, const std::string& line);
     void Take(std::size_t host, const StateTold& told);
     void Take(std::size_t host, const ChannelTold& told);
+    void Take(std::size_t host, const OperationTold& told);
     void Take(std::size_t host, const WorkTold& told);
     void Take(std::size_t host, const BytesTold& told);
     void Take(std::size_t host, const TurnAsked& told);

@@ -61,11 +61,13 @@ SceneHost HostOf(const FleetHostRow& row, const Times& times, const History::Sto
     SceneHost host;
     host.name = row.name;
     host.channel = row.channel;
+    host.operation = row.operation;
     host.state = row.state;
     if (row.changedAt > 0) host.since = FromSeconds(row.changedAt);
     const auto firstTry = times.firstTry.find(row.number);
     if (firstTry != times.firstTry.end()) host.begun = firstTry->second;
     host.attempts = row.attempts;
+    if (row.state == HostState::kGathering) host.percent = row.taskPercent;
     host.bytes = row.size;
     host.outcome = row.outcome;
     host.reason = row.state == HostState::kDone ? "" : row.reason;

@@ -343,7 +343,8 @@ void AddHost(xml_node body, const Results& results, const HostResult& host, cons
     AddResult(row, host);
     if (columns.station) AddWith(row, "td", results.runs[host.run].station);
     if (columns.group) AddWith(row, "td", host.group);
-    AddWith(row, "td", host.channel);
+    const xml_node via = AddWith(row, "td", host.channel);
+    if (!host.operation.empty()) AddWith(via, "small", host.operation);
     if (columns.tries) AddNumber(row, std::to_string(host.attempts), host.attempts);
     const double seconds = host.Seconds();
     AddNumber(row, seconds > 0 ? DurationText(seconds) : "", seconds);

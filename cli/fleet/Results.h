@@ -43,6 +43,7 @@ struct HostResult {
     std::string name;
     std::string host;  // name or address of the BMC
     std::string channel;
+    std::string operation;  // of a channel that knows several
     std::string group;
     std::string credential;  // its name
     History::HostState state = History::HostState::kQueued;

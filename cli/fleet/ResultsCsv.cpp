@@ -42,6 +42,7 @@ const Column kColumns[] = {
     {"host", [](const HostResult& host, const RunResult&) { return host.host; }},
     {"group", [](const HostResult& host, const RunResult&) { return host.group; }},
     {"channel", [](const HostResult& host, const RunResult&) { return host.channel; }},
+    {"operation", [](const HostResult& host, const RunResult&) { return host.operation; }},
     {"state",
      [](const HostResult& host, const RunResult&) -> std::string {
          return History::NameOf(host.state);

@@ -52,6 +52,7 @@ HostResult HostOf(const FleetHostRow& row) {
     host.name = row.name;
     host.host = row.host;
     host.channel = row.channel;
+    host.operation = row.operation;
     host.group = row.group;
     host.credential = row.credential;
     host.state = row.state;

@@ -93,6 +93,7 @@ json::object HostObject(const Results& results, const HostResult& host) {
             {"name", TextValue(host.name)},
             {"host", TextOrNull(host.host)},
             {"channel", TextOrNull(host.channel)},
+            {"operation", TextOrNull(host.operation)},
             {"group", TextOrNull(host.group)},
             {"credential", TextOrNull(host.credential)},
             {"state", History::NameOf(host.state)},
@@ -183,6 +184,7 @@ HostResult HostIn(const json::object& object, const std::vector<RunResult>& runs
     host.name = TextIn(object, "name");
     host.host = TextIn(object, "host");
     host.channel = TextIn(object, "channel");
+    host.operation = TextIn(object, "operation");
     host.group = TextIn(object, "group");
     host.credential = TextIn(object, "credential");
     host.state =

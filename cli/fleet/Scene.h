@@ -17,8 +17,9 @@ using WallTime = std::chrono::system_clock::time_point;  // the epoch: not yet
 
 // One BMC of the run, as it is now.
 struct SceneHost {
-    std::string name;     // unique in the run
-    std::string channel;  // empty until one has been found
+    std::string name;       // unique in the run
+    std::string channel;    // empty until one has been found
+    std::string operation;  // of the channel, where it knows several and one is chosen
     History::HostState state = History::HostState::kQueued;
     WallTime since;              // of the state
     WallTime begun;              // of the first attempt

@@ -75,6 +75,7 @@ json::object SceneObject(const Scene& scene, int exitCode) {
 json::object SceneHostObject(const SceneHost& host) {
     return {{"name", TextValue(host.name)},
             {"channel", TextOrNull(host.channel)},
+            {"operation", TextOrNull(host.operation)},
             {"state", NameOf(host.state)},
             {"since", TimeOrNull(host.since)},
             {"begun", TimeOrNull(host.begun)},

@@ -55,6 +55,7 @@ std::optional<WorkerLine> ReadWorkerLine(const std::string& text) {
     if (event == "host-state") return ReadState(line);
     if (event == "turn") return TurnAsked{};
     if (event == "run-begun" || event == "way-chosen") return ChannelTold{TextOf(line, "channel")};
+    if (event == "operation-chosen") return OperationTold{TextOf(line, "operation")};
     if (event == "work") return WorkTold{NumberOf<int>(line, "percent"), TextOf(line, "message")};
     if (event == "bytes") {
         return BytesTold{NumberOf<std::uint64_t>(line, "bytes").value_or(0),

@@ -18,6 +18,9 @@ struct StateTold {
 struct ChannelTold {
     std::string channel;
 };
+struct OperationTold {
+    std::string operation;
+};
 struct WorkTold {
     std::optional<int> percent;
     std::string message;
@@ -36,8 +39,8 @@ struct ResultTold {
 };
 struct SomethingElse {};
 
-using WorkerLine =
-    std::variant<StateTold, ChannelTold, WorkTold, BytesTold, TurnAsked, ResultTold, SomethingElse>;
+using WorkerLine = std::variant<StateTold, ChannelTold, OperationTold, WorkTold, BytesTold,
+                                TurnAsked, ResultTold, SomethingElse>;
 
 // None: it is nothing that a worker says.
 std::optional<WorkerLine> ReadWorkerLine(const std::string& line);

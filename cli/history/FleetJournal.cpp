@@ -19,7 +19,7 @@ constexpr char kFleetColumns[] =
 constexpr char kHostQuery[] =
     "SELECT h.fleet, number, name, h.host, h.channel, host_group, credential, arguments, state, "
     "changed_at, attempts, run, h.exit_code, h.outcome, h.reason, h.export_uri, archive, size, "
-    "sha256, task, task_state, address, service_version, vendor, product, model, firmware, serial, "
+    "sha256, task, task_state, task_percent, operation, address, service_version, vendor, product, model, firmware, serial, "
     "uuid, certificate, host_key FROM fleet_hosts AS h LEFT JOIN runs ON runs.id = run WHERE "
     "h.fleet = ?";
 
@@ -65,10 +65,12 @@ FleetHostRow ReadHost(const SQLite::Statement& statement) {
         *text = row.Text();
     }
     host.size = row.Bytes();
+    for (std::string* text : {&host.sha256, &host.task, &host.taskState}) *text = row.Text();
+    host.taskPercent = row.MaybeNumber();
     for (std::string* text :
-         {&host.sha256, &host.task, &host.taskState, &host.bmc.address, &host.bmc.serviceVersion,
-          &host.bmc.vendor, &host.bmc.product, &host.bmc.model, &host.bmc.firmware,
-          &host.bmc.serial, &host.bmc.uuid, &host.bmc.certificate, &host.bmc.hostKey}) {
+         {&host.operation, &host.bmc.address, &host.bmc.serviceVersion, &host.bmc.vendor,
+          &host.bmc.product, &host.bmc.model, &host.bmc.firmware, &host.bmc.serial, &host.bmc.uuid,
+          &host.bmc.certificate, &host.bmc.hostKey}) {
         *text = row.Text();
     }
     return host;

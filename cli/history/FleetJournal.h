@@ -49,8 +49,10 @@ struct FleetHostRow {
     std::string outcome;   // "downloaded", "login-refused" ... (docs/json.md)
     std::string reason;    // a sentence
 
-    std::string task;       // of the latest attempt, as the next; the task's URI on the BMC
-    std::string taskState;  // as the BMC last told it
+    std::string task;       // of the latest attempt, as the next two; the task's URI on the BMC
+    std::string taskState;  // as the BMC last told it, and the next
+    std::optional<int> taskPercent;
+    std::string operation;  // how the BMC gathers, where its channel knows several ways
     std::string exportUri;  // where the BMC has sent its archive to
     std::string archive;    // absolute path of the file, or of the folder of files
     std::uint64_t size = 0;

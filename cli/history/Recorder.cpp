@@ -110,8 +110,10 @@ void Recorder::FactsChanged(const BmcFacts& facts) {
 
 void Recorder::TaskChanged(const Task& task) {
     Write([&] {
-        if (task.uri == m_task.uri && task.state == m_task.state) return;
-        m_store->SetTask(m_run, task.uri, task.state);
+        const bool isNews =
+            task.uri != m_task.uri || task.state != m_task.state || task.percent != m_task.percent;
+        if (!isNews) return;
+        m_store->SetTask(m_run, task.uri, task.state, task.percent);
         m_task = task;
     });
 }

@@ -43,6 +43,11 @@ public:
         m_statement.bind(++m_index, seconds);
         return *this;
     }
+    Values& MaybeNumber(const std::optional<int>& value) {
+        ++m_index;
+        if (value) m_statement.bind(m_index, *value);
+        return *this;
+    }
     Values& MaybeTrue(const std::optional<bool>& value) {
         ++m_index;
         if (value) m_statement.bind(m_index, *value ? 1 : 0);
@@ -67,6 +72,11 @@ public:
     }
     std::uint64_t Bytes() { return static_cast<std::uint64_t>(Number()); }
     double Seconds() { return m_statement.getColumn(m_index++).getDouble(); }
+    std::optional<int> MaybeNumber() {
+        const SQLite::Column column = m_statement.getColumn(m_index++);
+        if (column.isNull()) return {};
+        return column.getInt();
+    }
     std::optional<bool> MaybeTrue() {
         const SQLite::Column column = m_statement.getColumn(m_index++);
         if (column.isNull()) return {};

@@ -116,11 +116,12 @@ void Store::SetBmc(Id run, const Bmc& bmc) {
     });
 }
 
-void Store::SetTask(Id run, const std::string& uri, const std::string& state) {
+void Store::SetTask(Id run, const std::string& uri, const std::string& state,
+                    std::optional<int> percent) {
     m_database->Do([&](SQLite::Database& connection) {
-        SQLite::Statement update(connection,
-                                 "UPDATE runs SET task = ?, task_state = ? WHERE id = ?");
-        Values(update).Text(uri).Text(state).Number(run);
+        SQLite::Statement update(
+            connection, "UPDATE runs SET task = ?, task_state = ?, task_percent = ? WHERE id = ?");
+        Values(update).Text(uri).Text(state).MaybeNumber(percent).Number(run);
         update.exec();
     });
 }

@@ -122,7 +122,8 @@ public:
     void EndRun(Id run, int exitCode, const std::string& outcome, const std::string& reason);
     void SetWay(Id run, const std::string& channel, std::uint16_t port);
     void SetBmc(Id run, const Bmc& bmc);
-    void SetTask(Id run, const std::string& uri, const std::string& state);
+    void SetTask(Id run, const std::string& uri, const std::string& state,
+                 std::optional<int> percent = {});
     void SetOperation(Id run, const std::string& operation);
     void SetBmcPath(Id run, const std::string& path);
 

@@ -40,6 +40,16 @@ std::string CheckStandard(const Options& options) {
     return "";
 }
 
+// A file says it for all BMCs, and this one is asked for another operation.
+void ForgetStandard(Options& options) {
+    ChannelOptions& own = options.own.Of<ChannelOptions>();
+    if (own.operation != Operation::kOem && own.operation != Operation::kTree) return;
+    own.diagnosticType.clear();
+    own.oemType.clear();
+    own.logService.clear();
+    own.allTypes = own.deleteAfter = false;
+}
+
 std::string CheckOperation(const Options& options) {
     const Operation asked = Own(options).operation;
     const bool sends = asked == Operation::kAuto || asked == Operation::kOem;
@@ -55,6 +65,7 @@ std::string Complete(Options& options) {
     if (fault.empty()) fault = CheckBasicUser(options);
     if (fault.empty()) fault = CheckExport(options);
     if (fault.empty()) fault = CheckStandard(options);
+    if (fault.empty()) ForgetStandard(options);
     return fault.empty() ? CheckOperation(options) : fault;
 }
 

@@ -62,7 +62,7 @@ def _options(arguments: list[str]) -> argparse.Namespace:
     parser = argparse.ArgumentParser(prog="emulated-fleet", description=__doc__)
     parser.add_argument("--count", type=int, default=24, metavar="N", help="how many BMCs [24]")
     parser.add_argument(
-        "--mix", default="redfish=100", metavar="SHARES", help="kinds in their shares: redfish=60,ipmi=20,cim=20"
+        "--mix", default="redfish=100", metavar="SHARES", help="kinds (%s) in their shares: redfish=60,ipmi=20,cim=20" % ", ".join(KINDS),
     )
     parser.add_argument(
         "--faults", type=_percent, default=0.0, metavar="PERCENT",
@@ -76,6 +76,9 @@ def _options(arguments: list[str]) -> argparse.Namespace:
         help="443, 623, 5989 and %d at each address, in tools/private-net; default: free ones" % SFTP_PORT,
     )
     parser.add_argument("--inventory", type=Path, metavar="FILE", help="written as .csv or .yaml")
+    parser.add_argument(
+        "--operations", action="store_true", help="the inventory names each BMC's operation over Redfish, too"
+    )
     parser.add_argument("--state-dir", type=Path, metavar="DIR", help="default: a folder that goes at the end")
     return parser.parse_args(arguments)
 
@@ -128,7 +131,7 @@ async def _run(
     store = await _serve_store(folder, password) if any(p.kind == "cim" for p in fleet) else None
     credentials = _write_credentials(folder, password)
     if options.inventory:
-        _write_inventory(options.inventory, served, store, credentials)
+        _write_inventory(options.inventory, options.operations, served, store, credentials)
     print(json.dumps({
         "schema": 1, "user": USER, "credentials": str(credentials), "store": store,
         "inventory": str(options.inventory) if options.inventory else None,
@@ -148,10 +151,10 @@ def _described(planned: PlannedBmc, facts: Mapping[str, Any]) -> dict[str, Any]:
         "redfish": facts["redfish"]["port"],
         "ipmi": facts["ipmi"]["port"],
         "cim": facts["cim"]["https_port"],
-    }[planned.kind]
+    }[planned.via]
     return {
-        "name": planned.name, "address": planned.address, "kind": planned.kind, "fault": planned.fault,
-        "port": port, "serial": facts["machine"]["serial"], "archive": facts["archive"],
+        "name": planned.name, "address": planned.address, "kind": planned.kind, "via": planned.via,
+        "operation": planned.operation, "fault": planned.fault, "port": port, "serial": facts["machine"]["serial"], "archive": facts["archive"],
         "sha256": facts["redfish"]["sha256"], "requests": facts["requests"],
     }
 
@@ -185,36 +188,41 @@ def _write_credentials(folder: Path, password: str) -> Path:
 
 
 def _write_inventory(
-    path: Path, served: Sequence[Mapping[str, Any]], store: Mapping[str, Any] | None, credentials: Path
+    path: Path, operations: bool, served: Sequence[Mapping[str, Any]], store: Mapping[str, Any] | None,
+    credentials: Path,
 ) -> None:
     write = _write_csv if path.suffix == ".csv" else _write_yaml
-    write(path, served, store, credentials)
+    write(path, operations, served, store, credentials)
 
 
 def _write_csv(
-    path: Path, served: Sequence[Mapping[str, Any]], store: Mapping[str, Any] | None, _: Path
+    path: Path, operations: bool, served: Sequence[Mapping[str, Any]], store: Mapping[str, Any] | None, _: Path
 ) -> None:
     """As a spreadsheet in a country with decimal commas writes it."""
     columns = ["name", "address", "via", "port", "group", "credential"]
     export = {"export.uri": "uri", "export.user": "user", "export.password_file": "password_file"}
     with path.open("w", newline="", encoding="utf-8-sig") as file:
         table = csv.writer(file, delimiter=";", lineterminator="\r\n")
-        table.writerow(columns + (list(export) if store else []))
+        table.writerow(columns + (["operation"] if operations else []) + (list(export) if store else []))
         for bmc in served:
-            row = [bmc["name"], bmc["address"], bmc["kind"], bmc["port"], bmc["kind"], CREDENTIAL]
+            row = [bmc["name"], bmc["address"], bmc["via"], bmc["port"], bmc["kind"], CREDENTIAL]
+            row += [bmc["operation"]] if operations else []
             uploads = store is not None and bmc["kind"] == "cim"
             table.writerow(row + [store[name] if uploads else "" for name in export.values()] if store else row)
 
 
 def _write_yaml(
-    path: Path, served: Sequence[Mapping[str, Any]], store: Mapping[str, Any] | None, credentials: Path
+    path: Path, operations: bool, served: Sequence[Mapping[str, Any]], store: Mapping[str, Any] | None,
+    credentials: Path,
 ) -> None:
     groups: dict[str, Any] = {}
     for kind in KINDS:
         members = [bmc for bmc in served if bmc["kind"] == kind]
         if not members:
             continue
-        groups[kind] = {"via": kind}
+        groups[kind] = {"via": members[0]["via"]}
+        if operations and members[0]["operation"]:
+            groups[kind]["operation"] = members[0]["operation"]
         if kind == "cim" and store:
             groups[kind]["export"] = {k: store[k] for k in ("uri", "user", "password_file")}
         groups[kind]["hosts"] = {

@@ -6,16 +6,22 @@ from __future__ import annotations
 import ipaddress
 import random
 from dataclasses import dataclass
+from pathlib import Path
 from typing import Any, Mapping, Sequence
 
+from bmc.redfish.diagnostic_settings import ANSWERS
+
 USER = "admin"
-KINDS = ("redfish", "ipmi", "cim")
+SHAPES = ("harrow", "orlan", "quillon")  # other vendors' trees
+_OPERATIONS = {"redfish": "oem", "standard": "standard", "tree": "tree", **{shape: "tree" for shape in SHAPES}}
+KINDS = (*_OPERATIONS, "ipmi", "cim")
 FAULTS = ("wrong-password", "silent", "busy", "slow", "dies", "cut")
 _OTHERS = {
     "redfish": ["cim", "cim-https", "ipmi"],
     "ipmi": ["redfish", "cim", "cim-https"],
     "cim": ["redfish", "cim", "ipmi"],
 }
+_SHAPE_FILES = Path(__file__).resolve().parents[1] / "shapes"
 _SLOWER = 5  # times
 _SMALL = 4096  # bytes that come before a download is cut
 
@@ -43,9 +49,19 @@ class PlannedBmc:
 
     name: str
     address: str
-    kind: str
+    kind: str  # one of KINDS
     fault: str  # one of FAULTS; empty: none
     scenario: Mapping[str, Any]
+
+    @property
+    def via(self) -> str:
+        """The channel that is open."""
+        return "redfish" if self.kind in _OPERATIONS else self.kind
+
+    @property
+    def operation(self) -> str | None:
+        """By which operation over Redfish it gives service data; None: it has another channel."""
+        return _OPERATIONS.get(self.kind)
 
 
 def plan(wishes: FleetWishes) -> Sequence[PlannedBmc]:
@@ -72,7 +88,7 @@ def read_mix(text: str) -> dict[str, int]:
     for part in text.split(","):
         kind, _, share = part.partition("=")
         if kind not in KINDS or not share.isdecimal():
-            raise PlanError(f"{part!r} is no share of a kind: redfish=60,ipmi=20,cim=20")
+            raise PlanError(f"{part!r} is no share of a kind ({', '.join(KINDS)}): redfish=60,ipmi=20,cim=20")
         mix[kind] = int(share)
     if not sum(mix.values()):
         raise PlanError("no kind has a share")
@@ -96,15 +112,11 @@ def _scenario(wishes: FleetWishes, number: int, kind: str) -> dict[str, Any]:
     scenario: dict[str, Any] = {
         "user": USER,
         "password": wishes.password,
-        "closed": list(_OTHERS[kind]),
+        "closed": list(_OTHERS["redfish" if kind in _OPERATIONS else kind]),
         "redfish": {"archive": {"seed": wishes.seed * 100_003 + number, "size": wishes.archive_size}},
     }
-    if kind == "redfish":
-        scenario["redfish"].update(
-            task_step_seconds=max(0.01, wishes.gathering / 4),
-            task_states=["New", *_running(10, 40, 80), "Completed"],
-            download={"ranges": True},
-        )
+    if kind in _OPERATIONS:
+        scenario["redfish"].update(_redfish(wishes, number, kind))
     elif kind == "ipmi":
         scenario["ipmi"] = {
             "polls": max(0, round(wishes.gathering / 5)),  # the client asks every five seconds
@@ -116,6 +128,22 @@ def _scenario(wishes: FleetWishes, number: int, kind: str) -> dict[str, Any]:
     return scenario
 
 
+def _redfish(wishes: FleetWishes, number: int, kind: str) -> dict[str, Any]:
+    section: dict[str, Any] = {
+        "task_step_seconds": max(0.01, wishes.gathering / 4),
+        "task_states": ["New", *_running(10, 40, 80), "Completed"],
+        "download": {"ranges": True},
+    }
+    if kind == "redfish":
+        return section
+    section["export_action"] = "missing"
+    if kind == "standard":  # each form of its answer by turns
+        section["diagnostics"] = {"services": [{"entries": 5}], "answer": ANSWERS[number % len(ANSWERS)]}
+    elif kind in SHAPES:
+        section["shape"] = str(_SHAPE_FILES / f"{kind}.yaml")
+    return section
+
+
 def _running(*percents: int) -> list[dict[str, Any]]:
     return [{"state": "Running", "percent": percent} for percent in percents]
 
@@ -125,8 +153,8 @@ def _spoil(scenario: dict[str, Any], kind: str, fault: str, wishes: FleetWishes)
     if fault == "wrong-password":
         scenario["password"] = wishes.password[::-1] + "X"
         return
-    spoil = {"redfish": _spoil_redfish, "ipmi": _spoil_ipmi, "cim": _spoil_cim}[kind]
-    spoil(scenario, fault, wishes.gathering)
+    spoil = {"redfish": _spoil_redfish, "standard": _spoil_standard, "ipmi": _spoil_ipmi, "cim": _spoil_cim}
+    spoil.get(kind, _spoil_tree)(scenario, fault, wishes.gathering)
 
 
 def _spoil_redfish(scenario: dict[str, Any], fault: str, gathering: float) -> None:
@@ -143,6 +171,32 @@ def _spoil_redfish(scenario: dict[str, Any], fault: str, gathering: float) -> No
         section["answers"] = {"GET /download/*": [{"cut_after": _SMALL}]}
     else:
         section["answers"] = {"POST *Export*": [{"status": 503, "repeat": True}]}
+
+
+def _spoil_standard(scenario: dict[str, Any], fault: str, gathering: float) -> None:
+    section = scenario["redfish"]
+    if fault in ("silent", "slow"):
+        _spoil_redfish(scenario, fault, gathering)
+    elif fault == "dies":  # a task that is gone leaves its entry in the log
+        section["task_states"] = ["New", *_running(10), "Exception"]
+        section["diagnostics"]["answer"] = "both"
+    elif fault == "cut":
+        section["answers"] = {"GET */attachment": [{"cut_after": _SMALL}]}
+    else:
+        section["answers"] = {"POST *CollectDiagnosticData": [{"status": 503, "repeat": True}]}
+
+
+def _spoil_tree(scenario: dict[str, Any], fault: str, gathering: float) -> None:
+    section = scenario["redfish"]
+    if fault in ("silent", "slow"):
+        _spoil_redfish(scenario, fault, gathering)
+    elif fault == "dies":
+        section["answers"] = {"GET /redfish/v1/Chassis*": [{"cut_after": 0, "repeat": True}]}
+    elif fault == "cut":
+        section["answers"] = {"GET /redfish/v1/Chassis/*": [{"cut_after": 20}]}
+    else:
+        busy = {"status": 503, "headers": {"Retry-After": "1"}, "repeat": True}
+        section["answers"] = {"GET /redfish/v1/Chassis*": [busy]}
 
 
 def _spoil_ipmi(scenario: dict[str, Any], fault: str, gathering: float) -> None:

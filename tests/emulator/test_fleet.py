@@ -135,6 +135,29 @@ def test_an_inventory_is_written_in_groups(fleet: Start, tmp_path: Path) -> None
             "address": bmc["address"], "port": bmc["port"]}
 
 
+def test_kinds_differ_in_what_they_offer_over_redfish(fleet: Start) -> None:
+    bmcs = {bmc["kind"]: bmc for bmc in fleet("--count", "4", "--mix", "redfish=1,standard=1,tree=1,harrow=1")["bmcs"]}
+
+    assert {kind: (bmc["via"], bmc["operation"]) for kind, bmc in bmcs.items()} == {
+        "redfish": ("redfish", "oem"), "standard": ("redfish", "standard"), "tree": ("redfish", "tree"),
+        "harrow": ("redfish", "tree")}
+    assert read(bmcs["harrow"], "/redfish/v1/")["Vendor"] == "Harrow"
+
+
+@pytest.mark.parametrize("kind", ["csv", "yaml"])
+def test_an_inventory_names_operations_where_it_is_asked_to(fleet: Start, tmp_path: Path, kind: str) -> None:
+    file = tmp_path / f"rack.{kind}"
+    fleet("--count", "3", "--mix", "tree=1,standard=1,cim=1", "--operations", "--inventory", str(file))
+
+    if kind == "csv":
+        rows = csv.DictReader(file.open(encoding="utf-8-sig", newline=""), delimiter=";")
+        found = {row["group"]: (row["via"], row["operation"]) for row in rows}
+    else:
+        groups = yaml.safe_load(file.read_text())["groups"]
+        found = {name: (group["via"], group.get("operation", "")) for name, group in groups.items()}
+    assert found == {"tree": ("redfish", "tree"), "standard": ("redfish", "standard"), "cim": ("cim", "")}
+
+
 @pytest.mark.parametrize("arguments, said", [
     (["--mix", "ipmi=1"], "take --standard-ports"),
     (["--mix", "redfish=x"], "'redfish=x' is no share of a kind"),

@@ -55,9 +55,11 @@ private:
         host.name = host.host = name.data();
         constexpr std::array<const char*, 3> kGroups{"rack1", "rack2", "storage"};
         constexpr std::array<const char*, 3> kChannels{"redfish", "ipmi", "redfish"};
+        constexpr std::array<const char*, 3> kOperations{"oem", "", "standard"};
         const auto group = static_cast<std::size_t>((number - 1) * 3 / count);
         host.group = kGroups.at(group);
         host.channel = kChannels.at(group);
+        if (host.channel == "redfish") host.operation = kOperations.at(group);
         host.credential = "site";
         host.attempts = 1;
         m_at = kBegun + 0.02 * number;

@@ -98,6 +98,18 @@ TEST_F(JournalScenes, HaveTheStatesAndOutcomesOfHosts) {
     EXPECT_EQ(scene.hosts[1].reason, "Nothing answers.");
 }
 
+TEST_F(JournalScenes, SayHowFarABmcIsWhileItGathers) {
+    const Id run = BeginAttempt(1);
+    m_store.SetOperation(run, "standard");
+    m_store.SetTask(run, "/redfish/v1/TaskService/Tasks/1", "Running", 40);
+    m_conductor->SetState(m_fleet, 1, HostState::kGathering);
+    EXPECT_EQ(Read().hosts[0].percent, 40);
+    EXPECT_EQ(Read().hosts[0].operation, "standard");
+    m_conductor->SetState(m_fleet, 1, HostState::kWaiting);
+    EXPECT_EQ(Read().hosts[0].percent, std::nullopt);
+    EXPECT_EQ(Read().hosts[1].percent, std::nullopt);
+}
+
 TEST_F(JournalScenes, CountTheBytesThatAreOnTheDisk) {
     const Id run = BeginAttempt(1);
     m_conductor->SetState(m_fleet, 1, HostState::kTransferring);

@@ -167,6 +167,46 @@ TEST_F(MakePlan, AWorkerIsToldAllThatSomebodyHasSaidButSecretsAndFolders) {
     EXPECT_EQ("sftp://s/x", worker.options->exportUri);
 }
 
+TEST_F(MakePlan, AnOperationIsAColumn) {
+    EXPECT_EQ("",
+              Table("name,via,operation\nbmc1,redfish,tree\nbmc2,,\nbmc3,ipmi,standard\n").reason);
+
+    EXPECT_EQ("tree F/rack.csv:2", Held("operation"));
+    EXPECT_THAT(m_plan.hosts[0].arguments, testing::Contains("--operation=tree"));
+    EXPECT_THAT(m_plan.hosts[1].arguments,
+                testing::Not(testing::Contains(HasSubstr("--operation"))));
+    EXPECT_EQ(" F/rack.csv:4 ignored", Held("operation", 2)) << "another channel has none";
+    EXPECT_THAT(m_plan.hosts[2].arguments,
+                testing::Not(testing::Contains(HasSubstr("--operation"))));
+}
+
+TEST_F(MakePlan, AnOperationOfAGroupCountsForItsHosts) {
+    m_folder.Write("fleet.yaml",
+                   "defaults: {via: redfish, operation: standard, diagnostic_type: Manager}\n"
+                   "groups: {bare: {operation: tree, hosts: bmc1}}\n"
+                   "hosts: bmc2\n");
+
+    EXPECT_EQ("", Make({m_folder / "fleet.yaml"}).reason);
+
+    EXPECT_EQ("tree F/fleet.yaml:2 groups.bare", Held("operation"));
+    EXPECT_EQ("standard F/fleet.yaml:1 defaults", Held("operation", 1));
+    EXPECT_THAT(m_plan.hosts[1].arguments, testing::Contains("--diagnostic-type=Manager"));
+    const Parsed worker = ::Parse(m_plan.hosts[0].arguments);
+    EXPECT_TRUE(worker.options.has_value()) << worker.err;
+}
+
+TEST_F(MakePlan, WhatIsWrongWithAnOperationIsToldByItsRow) {
+    EXPECT_EQ(
+        "F/rack.csv:2: operation: \"standrd\" is none of auto, oem, standard and tree. Did you mean "
+        "standard?\n"
+        "F/rack.csv:3: --operation tree brings the data here; --export-uri goes with the OEM "
+        "export alone.",
+        WhyNot("name,via,operation,export.uri\n"
+               "bmc1,redfish,standrd,\n"
+               "bmc2,redfish,tree,sftp://s/x\n"
+               "bmc3,redfish,standard,\n"));
+}
+
 TEST_F(MakePlan, AllIsCheckedAndToldLineByLine) {
     EXPECT_EQ(
         "F/rack.csv:2: via: \"redfihs\" is none of auto, redfish, cim, ipmi and kcs. Did you mean "

@@ -61,6 +61,7 @@ TEST(FleetReportPage, WhatABmcSaysIsAText) {
     host.reason = SampleResults::kHostile;
     host.outcome = SampleResults::kHostile;
     host.group = "\" onmouseover=\"alert(1)";
+    host.operation = SampleResults::kHostile;
     host.channel = "<b>\x01\x7F\xFF";
     const std::string content = Content(sample);
     EXPECT_THAT(content, Not(HasSubstr("<img")));
@@ -70,6 +71,14 @@ TEST(FleetReportPage, WhatABmcSaysIsAText) {
     const std::string data = Between(content, "id=\"data\">", "</script>");
     EXPECT_EQ(data.find('<'), std::string::npos);
     EXPECT_EQ(data.back(), '}');
+}
+
+TEST(FleetReportPage, TheOperationStandsBesideItsChannel) {
+    SampleResults sample(1);
+    sample.Get().hosts[0].operation = "tree";
+    EXPECT_THAT(Content(sample), HasSubstr("<td>redfish<small>tree</small></td>"));
+    sample.Get().hosts[0].operation.clear();
+    EXPECT_THAT(Content(sample), HasSubstr("<td>redfish</td>"));
 }
 
 TEST(FleetReportPage, PlacesToFillAreNotLookedForInWhatIsFilledIn) {

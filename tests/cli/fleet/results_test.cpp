@@ -127,6 +127,7 @@ TEST(FleetReportJson, WhatIsReadBackIsWhatWasWritten) {
     ASSERT_EQ(read.hosts.size(), 40U);
     EXPECT_TRUE(ReportJson(read) == text);  // too long to be shown
     EXPECT_EQ(read.hosts[0].bmc.model, SampleResults::kHostile);
+    EXPECT_EQ(read.hosts[39].operation, "standard");
 }
 
 TEST(FleetReportJson, HostsStandOnLinesOfTheirOwn) {
@@ -192,6 +193,7 @@ TEST(FleetReportCsv, AHostIsARow) {
     for (const CsvRow& row : rows) EXPECT_EQ(row.fields.size(), rows[0].fields.size());
     EXPECT_EQ(rows[7].fields[ColumnOf(rows[0], "outcome")], "login-refused");
     EXPECT_EQ(rows[1].fields[ColumnOf(rows[0], "model")], SampleResults::kHostile);
+    EXPECT_EQ(rows[40].fields[ColumnOf(rows[0], "operation")], "standard");
     EXPECT_EQ(rows[1].fields[ColumnOf(rows[0], "size")],
               std::to_string(sample.Get().hosts[0].size));
 }

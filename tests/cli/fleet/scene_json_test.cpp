@@ -19,25 +19,28 @@ using testing::HasSubstr;
 TEST(SceneHostObject, SaysAllThatIsSeenOfAHost) {
     Scene scene = RunOf(30);
     SceneHost& host = Add(scene, "bmc001", HostState::kTransferring, 20, 5);
+    host.operation = "standard";
     host.percent = 85;
     host.message = "Dumping \x1b[2J.";
     host.bytes = 13002342;
     host.expected = 104857600;
-    EXPECT_EQ(JsonText(SceneHostObject(host)),
-              R"({"name":"bmc001","channel":"redfish","state":"transferring",)"
-              R"("since":"2023-11-14T22:13:40Z","begun":"2023-11-14T22:13:25Z","attempts":1,)"
-              R"("percent":85,"message":"Dumping \\x1B[2J.","bytes":13002342,)"
-              R"("expected":104857600,"outcome":null,"reason":null})");
+    EXPECT_EQ(
+        JsonText(SceneHostObject(host)),
+        R"({"name":"bmc001","channel":"redfish","operation":"standard","state":"transferring",)"
+        R"("since":"2023-11-14T22:13:40Z","begun":"2023-11-14T22:13:25Z","attempts":1,)"
+        R"("percent":85,"message":"Dumping \\x1B[2J.","bytes":13002342,)"
+        R"("expected":104857600,"outcome":null,"reason":null})");
 }
 
 TEST(SceneHostObject, KnowsNothingOfAHostThatNobodyHasBegunWith) {
     SceneHost host;
     host.name = "bmc001";
     host.channel.clear();
-    EXPECT_EQ(JsonText(SceneHostObject(host)),
-              R"({"name":"bmc001","channel":null,"state":"queued","since":null,"begun":null,)"
-              R"("attempts":0,"percent":null,"message":null,"bytes":0,"expected":null,)"
-              R"("outcome":null,"reason":null})");
+    EXPECT_EQ(
+        JsonText(SceneHostObject(host)),
+        R"({"name":"bmc001","channel":null,"operation":null,"state":"queued","since":null,)"
+        R"("begun":null,"attempts":0,"percent":null,"message":null,"bytes":0,"expected":null,)"
+        R"("outcome":null,"reason":null})");
 }
 
 TEST(SceneObject, CountsAndFolds) {

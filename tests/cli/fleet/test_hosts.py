@@ -93,6 +93,17 @@ def test_as_json_each_host_has_its_settings_and_who_has_said_them(folder):
     assert {one["name"] for one in ended.json["hosts"][3]["settings"]} >= {"via", "cipher_suite", "port"}
 
 
+def test_the_operation_is_a_setting_like_others(folder):
+    (folder / "rack.csv").write_text("name,via,operation\na,redfish,tree\nb,redfish,\nc,ipmi,tree\n", encoding="utf-8")
+    settings = [{one["name"]: (one["value"], one["origin"]) for one in host["settings"]}
+                for host in hosts(folder, "F/rack.csv", "--json").json["hosts"]]
+    assert settings[0]["operation"] == ("tree", "inventory")
+    assert settings[1]["operation"] == ("auto", "default")
+    shown = re.sub(r" *\n? *\S+/rack.csv:(?=\d)", " :", hosts(folder, "F/rack.csv").out)
+    assert re.search(r"^a\nvia +redfish :2\noperation +tree :2$", shown, re.MULTILINE), shown
+    assert re.search(r"^Left out, as they do not fit here:\noperation :4$", shown, re.MULTILINE), shown
+
+
 def test_nothing_is_connected_to(folder, bmc):
     (folder / "rack.csv").write_text(f"name,address,via,port\na,{bmc.address},redfish,{bmc.port}\n", encoding="utf-8")
     assert names(hosts(folder, "F/rack.csv", "--json")) == ["a"]

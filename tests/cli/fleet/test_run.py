@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """Fleet runs: every host has an outcome, limits and the guard hold, and nothing that ends a run loses what was done."""
 
+import csv
 import json
 import os
 import pathlib
@@ -9,8 +10,10 @@ import subprocess
 import time
 
 import pytest
+import yaml
 
 import tool
+import json_contract
 from fleet_tool import AtOnce, EmulatedFleet, FleetRun, Journal, is_alive, wait_until
 
 DONE, USAGE, LOCAL, SOME, NONE, INTERRUPTED = 0, 2, 8, 20, 21, 130
@@ -58,21 +61,68 @@ def archives(folder, name):
     return [file for file in (folder / name).iterdir() if not file.name.endswith(".json")]
 
 
-def test_all_hosts_of_three_kinds_are_collected(fleet, run):
-    bmcs = fleet("--count", "12", "--mix", "redfish=6,ipmi=3,cim=3", "--gathering", "1", "--standard-ports")
+def report_rows(folder):
+    """report.csv, by host."""
+    with (folder / "report.csv").open(encoding="utf-8", newline="") as file:
+        return {row["name"]: row for row in csv.DictReader(file)}
+
+
+def test_bmcs_of_every_make_end_in_one_report(fleet, run):
+    bmcs = fleet("--count", "10", "--mix", "redfish=1,standard=4,tree=1,harrow=1,orlan=1,ipmi=1,cim=1",
+                 "--gathering", "1", "--standard-ports")
 
     ended = run("collect", bmcs).end()
 
     assert ended.code == DONE, ended.err
-    expected = {bmc["name"]: "exported" if bmc["kind"] == "cim" else "downloaded" for bmc in bmcs.bmcs}
-    assert ended.outcomes() == expected
+    assert ended.outcomes() == {bmc["name"]: "exported" if bmc["kind"] == "cim" else "downloaded" for bmc in bmcs.bmcs}
+    expected = {bmc["name"]: (bmc["via"], bmc["operation"]) for bmc in bmcs.bmcs}
+    assert {host["name"]: (host["channel"], host["operation"]) for host in ended.result["hosts"]} == expected
     folder = folder_of(ended)
     for bmc in bmcs.bmcs:
         if bmc["kind"] != "cim":
             assert len(archives(folder, bmc["name"])) == 1
-    report = json.loads((folder / "report.json").read_text())
-    assert {host["name"]: host["outcome"] for host in report["hosts"]} == expected
-    assert (folder / "report.csv").exists() and (folder / "report.html").exists()
+    report = json_contract.check_report((folder / "report.json").read_text())
+    assert report["totals"]["done"] == 10
+    assert {host["name"]: (host["channel"], host["operation"]) for host in report["hosts"]} == expected
+    rows = report_rows(folder)
+    assert {name: (row["channel"], row["operation"] or None) for name, row in rows.items()} == expected
+    page = (folder / "report.html").read_text(encoding="utf-8")
+    assert all(f"<td>redfish<small>{operation}</small></td>" in page for operation in ("oem", "standard", "tree"))
+
+
+@pytest.mark.parametrize("kind", ["csv", "yaml"])
+def test_the_inventory_says_by_which_operation(fleet, run, tmp_path, kind):
+    """Also by another than would be found: each of these BMCs offers the OEM's export."""
+    bmcs = fleet("--count", "3", "--gathering", "1", "--inventory", tmp_path / "given.csv")
+    wanted = dict(zip(("bmc001", "bmc002", "bmc003"), ("tree", "standard", "oem")))
+    bmcs.inventory = tmp_path / f"own.{kind}"
+    if kind == "csv":
+        lines = [f"{b['name']},{b['address']},redfish,{b['port']},fleet,{wanted[b['name']]}\n" for b in bmcs.bmcs]
+        bmcs.inventory.write_text("name,address,via,port,credential,operation\n" + "".join(lines))
+    else:
+        hosts = {b["name"]: {"address": b["address"], "port": b["port"], "operation": wanted[b["name"]]} for b in bmcs.bmcs}
+        del hosts["bmc001"]["operation"]  # as the defaults have it
+        bmcs.inventory.write_text(yaml.safe_dump(
+            {"defaults": {"via": "redfish", "credential": "fleet", "operation": "tree"}, "hosts": hosts}))
+
+    ended = run("collect", bmcs, *QUICKLY).end()
+
+    assert ended.code == SOME, ended.err
+    assert ended.outcomes() == {"bmc001": "downloaded", "bmc002": "unsupported", "bmc003": "downloaded"}
+    rows = report_rows(folder_of(ended))
+    assert {name: row["operation"] for name, row in rows.items()} == wanted
+    assert [name for name, row in rows.items() if row["archive"].endswith("_tree.tar.gz")] == ["bmc001"]
+    assert bmcs.exports() == {"bmc001": 0, "bmc002": 0, "bmc003": 1}
+
+
+def test_an_operation_that_there_is_not_is_told_by_its_row(run, tmp_path):
+    inventory = tmp_path / "rack.csv"
+    inventory.write_text("name,via,operation\nbmc1,redfish,oem\nbmc2,redfish,trees\n")
+
+    ended = run("collect", None, inventory, "--user", "admin").end()
+
+    assert ended.code == USAGE
+    assert f'{inventory}:3: operation: "trees" is none of auto, oem, standard and tree. Did you mean tree?' in ended.err
 
 
 def test_every_host_of_a_fleet_with_faults_has_an_outcome(fleet, run):

@@ -23,6 +23,9 @@ TEST(WorkerLine, WhatConcernsTheConductorIsRead) {
               HostState::kReached);
     EXPECT_EQ(Read<ChannelTold>(R"({"event":"way-chosen","channel":"cim"})").channel, "cim");
     EXPECT_EQ(Read<ChannelTold>(R"({"event":"run-begun","channel":null})").channel, "");
+    EXPECT_EQ(Read<OperationTold>(R"({"event":"operation-chosen","operation":"tree","reason":"x"})")
+                  .operation,
+              "tree");
     const auto work = Read<WorkTold>(R"({"event":"work","percent":40,"message":"Reading"})");
     EXPECT_EQ(work.percent, 40);
     EXPECT_EQ(work.message, "Reading");

@@ -174,7 +174,8 @@ TEST_F(FleetJournalTest, AHostIsWhatItsLatestAttemptFoundAndWhatAnyHasBrought) {
     store.SetTask(first, "/tasks/1", "Running");
     journal.SetArchive(fleet, 2, "/srv/ffdc/night/b/ffdc.tgz", 5000000000, "abc");
     const Id second = store.BeginRun(Attempt(fleet, 2));
-    store.SetTask(second, "/tasks/2", "Completed");
+    store.SetTask(second, "/tasks/2", "Completed", 0);
+    store.SetOperation(second, "oem");
     store.SetBmc(second, {"192.0.2.7", "1.15.0", "Varnex", "Server", "KEM-1", "2.3", "SN1", "0a",
                           "AA:BB", "SHA256:xyz"});
     journal.SetExported(fleet, 1, "sftp://store/a.tgz");
@@ -184,6 +185,8 @@ TEST_F(FleetJournalTest, AHostIsWhatItsLatestAttemptFoundAndWhatAnyHasBrought) {
     EXPECT_EQ(host.run, second);
     EXPECT_EQ(host.task, "/tasks/2");
     EXPECT_EQ(host.taskState, "Completed");
+    EXPECT_EQ(host.taskPercent, 0);
+    EXPECT_EQ(host.operation, "oem");
     EXPECT_EQ(host.archive, "/srv/ffdc/night/b/ffdc.tgz");
     EXPECT_EQ(host.size, 5000000000U);
     EXPECT_EQ(host.sha256, "abc");
@@ -192,6 +195,7 @@ TEST_F(FleetJournalTest, AHostIsWhatItsLatestAttemptFoundAndWhatAnyHasBrought) {
     EXPECT_EQ(host.bmc.hostKey, "SHA256:xyz");
     EXPECT_EQ(journal.Host(fleet, 1)->exportUri, "sftp://store/a.tgz");
     EXPECT_EQ(journal.Host(fleet, 1)->attempts, 0);
+    EXPECT_EQ(journal.Host(fleet, 1)->taskPercent, std::nullopt);
     EXPECT_THAT(journal.Attempts(fleet, 2),
                 ElementsAre(Field(&RunRow::id, second), Field(&RunRow::id, first)));
     EXPECT_EQ(journal.Attempts(fleet, 2).front().fleet, fleet);

@@ -74,6 +74,8 @@ TEST_F(RecorderTest, WritesWhatItHears) {
     facts.certificate->sha256 = "AA";
     recorder.FactsChanged(facts);
     recorder.TaskChanged({"/tasks/1", "Running", "", {}, {}});
+    recorder.TaskChanged({"/tasks/1", "Running", "", 40, {}});
+    recorder.OperationChosen("oem", "the BMC offers it");
     recorder.SetBmcPath("/download/a.tgz");
     recorder.WayChosen("ipmi", 623);
     EXPECT_EQ(Row().endedAt, "");
@@ -86,6 +88,11 @@ TEST_F(RecorderTest, WritesWhatItHears) {
     EXPECT_EQ(row.bmc.address, "192.0.2.7");
     EXPECT_EQ(row.bmc.certificate, "AA");
     EXPECT_EQ(row.task, "/tasks/1");
+    EXPECT_EQ(SQLite::Database(folder + "/history.db")
+                  .execAndGet("SELECT task_percent FROM runs")
+                  .getInt(),
+              40);
+    EXPECT_EQ(row.operation, "oem");
     EXPECT_EQ(row.taskState, "Running");
     EXPECT_EQ(row.bmcPath, "/download/a.tgz");
     EXPECT_EQ(row.exitCode, 5);
