@@ -2,8 +2,6 @@
 #include "cli/http/ConnectionWatch.h"
 
 #include <netdb.h>
-#include <openssl/bio.h>
-#include <openssl/pem.h>
 #include <openssl/ssl.h>
 #include <sys/socket.h>
 
@@ -12,24 +10,6 @@
 #include <memory>
 
 namespace Kemffdc {
-namespace {
-
-struct FreeBio {
-    void operator()(BIO* bio) const { BIO_free_all(bio); }
-};
-
-// The certificate that the peer itself showed, in PEM form.
-std::string PemOfPeer(X509_STORE_CTX* chain) {
-    const std::unique_ptr<BIO, FreeBio> bio(BIO_new(BIO_s_mem()));
-    X509* shown = X509_STORE_CTX_get0_cert(chain);
-    if (!bio || shown == nullptr || PEM_write_bio_X509(bio.get(), shown) != 1) return "";
-    char* text = nullptr;
-    const long length = BIO_get_mem_data(bio.get(), &text);
-    return std::string(text, static_cast<std::size_t>(length));
-}
-
-}  // namespace
-
 // Where OpenSSL tells what it sees. The watch hangs on the context.
 struct TlsCallbacks {
     static int Index() {
@@ -61,7 +41,8 @@ struct TlsCallbacks {
     static int OnCertificateShown(X509_STORE_CTX* chain, void* self) {
         auto& watch = *static_cast<ConnectionWatch*>(self);
         try {
-            watch.m_judged = ReadCertificate(PemOfPeer(chain));
+            const X509* shown = X509_STORE_CTX_get0_cert(chain);
+            if (shown != nullptr) watch.m_judged = DescribeCertificate(*shown);
             watch.m_refusal = watch.m_judged ? watch.m_judge(*watch.m_judged)
                                              : "The certificate that was shown "
                                                "cannot be read.";

@@ -94,8 +94,10 @@ struct Url {
 };
 
 // Null where nobody but libcurl judges.
+bool IsJudged(const Trust& trust) { return trust.caFile.empty() && trust.judge; }
+
 ConnectionWatch::Judge JudgeAt(const std::string& url, const Trust& trust) {
-    if (!trust.caFile.empty() || !trust.judge) return nullptr;
+    if (!IsJudged(trust)) return nullptr;
     const std::string text = Url(url).Part(CURLUPART_PORT);
     std::uint16_t port = 0;
     std::from_chars(text.data(), text.data() + text.size(), port);
@@ -258,6 +260,7 @@ Answer Transport::Send(const Request& request) {
 Answer Transport::Perform(const Request& request, const std::string& url, long milliseconds) {
     CURL* easy = m_connection->handle.Renew();
     SetUp(easy, url, m_trust, *m_connection);
+    if (!IsJudged(m_trust)) curl_easy_setopt(easy, CURLOPT_CERTINFO, 1L);
     Reception reception(m_kind);
     const List lines = request.HeaderLines();
     curl_easy_setopt(easy, CURLOPT_USERAGENT, "kemffdc/" KEMFFDC_VERSION);
@@ -283,7 +286,7 @@ Answer Transport::Perform(const Request& request, const std::string& url, long m
     const CURLcode code = curl_easy_perform(easy);
     curl_easy_setopt(easy, CURLOPT_HTTPHEADER, nullptr);
     NoteAddress(easy);
-    NoteCertificate(easy, !m_trust.caFile.empty());
+    NoteCertificate(easy);
 
     const bool endedByUs =
         code == CURLE_WRITE_ERROR && reception.IsEnough() && !reception.IsEndless();
@@ -349,7 +352,6 @@ void Transport::SetUp(void* easy, const std::string& url, const Trust& trust,
     curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, m_endpoint.tls ? "https" : "http");
     if (!m_kind.usesProxies) curl_easy_setopt(easy, CURLOPT_PROXY, "");
     curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
-    curl_easy_setopt(easy, CURLOPT_CERTINFO, 1L);
     curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, connection.error);
     SetVerification(easy, trust.caFile);
 }
@@ -370,14 +372,19 @@ void Transport::NoteUntrusted() {
     Connection connection;
     CURL* easy = connection.handle.Renew();
     SetUp(easy, m_endpoint.Url(), Trust(), connection);
+    curl_easy_setopt(easy, CURLOPT_CERTINFO, 1L);
     curl_easy_setopt(easy, CURLOPT_CONNECT_ONLY, 1L);
     curl_easy_setopt(easy, CURLOPT_TIMEOUT,
                      static_cast<long>(std::min(m_seconds, kConnectSeconds)));
-    if (curl_easy_perform(easy) == CURLE_OK) NoteCertificate(easy, false);
+    if (curl_easy_perform(easy) != CURLE_OK) return;
+    if (const auto shown = CertificateOf(easy, false)) m_certificate = shown;
 }
 
-void Transport::NoteCertificate(void* easy, bool verified) {
-    if (const auto shown = CertificateOf(easy, verified)) m_certificate = shown;
+// A judge has been shown it in the handshake; libcurl's own description takes longer.
+void Transport::NoteCertificate(void* easy) {
+    const auto shown = IsJudged(m_trust) ? m_connection->watch.Judged()
+                                         : CertificateOf(easy, !m_trust.caFile.empty());
+    if (shown) m_certificate = shown;
 }
 
 Answer Transport::Explained(int curlCode, const Reception& reception) const {

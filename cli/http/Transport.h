@@ -112,7 +112,7 @@ private:
                Connection& connection) const;
     void NoteAddress(void* easy);
     void NoteUntrusted();
-    void NoteCertificate(void* easy, bool verified);
+    void NoteCertificate(void* easy);
     Answer Explained(int curlCode, const Reception& reception) const;
 
     const Endpoint m_endpoint;

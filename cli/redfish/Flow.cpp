@@ -32,7 +32,8 @@
 namespace Kemffdc::Redfish {
 namespace {
 
-constexpr int kLookSeconds = 10;  // for what is told besides
+constexpr int kLookSeconds = 10;                 // for what is told besides
+constexpr std::chrono::seconds kFleetPause{20};  // nobody follows the percentages of four hundred
 
 // One BMC, reached through the library.
 class BmcRun {
@@ -191,10 +192,14 @@ private:
         m_run.report.Reach(Milestone::kGathering, m_taskUri);
     }
 
+    std::chrono::seconds PauseBetweenLooks() const {
+        const std::chrono::seconds interval(Own(m_run.options).interval);
+        return m_run.options.attempt ? std::max(interval, kFleetPause) : interval;
+    }
+
     void WatchTask() {
         if (m_taskUri.empty()) return;
-        m_watch.emplace(m_run.options, m_run.trust, m_run.password, m_taskUri,
-                        std::chrono::seconds(Own(m_run.options).interval),
+        m_watch.emplace(m_run.options, m_run.trust, m_run.password, m_taskUri, PauseBetweenLooks(),
                         [this](const Task& task) {
                             m_run.report.SetTask(task);
                             if (!task.state.empty()) {

@@ -57,16 +57,20 @@ std::optional<Certificate> ReadCertificate(const std::string& pem) {
     const std::unique_ptr<X509, FreeOpenSsl> read(
         PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
     if (!read) return std::nullopt;
-    const ASN1_TIME* begin = X509_get0_notBefore(read.get());
-    const ASN1_TIME* end = X509_get0_notAfter(read.get());
+    return DescribeCertificate(*read);
+}
+
+Certificate DescribeCertificate(const X509& read) {
+    const ASN1_TIME* begin = X509_get0_notBefore(&read);
+    const ASN1_TIME* end = X509_get0_notAfter(&read);
     Certificate certificate;
-    certificate.sha256 = Fingerprint(read.get());
-    certificate.subject = NameText(X509_get_subject_name(read.get()));
-    certificate.issuer = NameText(X509_get_issuer_name(read.get()));
+    certificate.sha256 = Fingerprint(&read);
+    certificate.subject = NameText(X509_get_subject_name(&read));
+    certificate.issuer = NameText(X509_get_issuer_name(&read));
     certificate.notBefore = TimeText(begin);
     certificate.notAfter = TimeText(end);
     certificate.validNow = X509_cmp_current_time(begin) < 0 && X509_cmp_current_time(end) > 0;
-    certificate.selfSigned = X509_self_signed(read.get(), 0) == 1;
+    certificate.selfSigned = X509_self_signed(const_cast<X509*>(&read), 0) == 1;
     return certificate;
 }
 

@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 
+struct x509_st;  // OpenSSL's X509
+
 namespace Kemffdc {
 
 // Why a run takes a certificate for the BMC's.
@@ -33,6 +35,10 @@ struct Certificate {
 
 // What a certificate in PEM form says; nothing when it cannot be read.
 std::optional<Certificate> ReadCertificate(const std::string& pem);
+
+// What one says that OpenSSL has read already, as in a handshake: reading it once more costs about
+// as much as half a handshake.
+Certificate DescribeCertificate(const x509_st& read);
 
 }  // namespace Kemffdc
 

@@ -35,8 +35,11 @@ void Warn(const std::string& text) { Log(2, kLogSource, __LINE__).Stream() << te
 std::optional<std::string> FileText(const std::string& path, bool mustExist) {
     errno = 0;
     std::ifstream file(path, std::ios::binary);
-    std::string text(static_cast<std::size_t>(kLargestFile) + 1, '\0');
-    if (file) file.read(&text[0], kLargestFile + 1);
+    std::string text;
+    if (file) {  // settings are asked for at each request: no mebibyte is cleared for no file
+        text.resize(static_cast<std::size_t>(kLargestFile) + 1);
+        file.read(&text[0], kLargestFile + 1);
+    }
     if (!file.is_open() || file.bad()) {  // a folder opens, and fails to be read
         if (mustExist || errno != ENOENT) {
             Warn("Configuration file " + path + " cannot be read: " + std::strerror(errno));
