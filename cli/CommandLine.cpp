@@ -29,6 +29,12 @@ Parsed Answer(const std::string& text) {
     return parsed;
 }
 
+Parsed AnswerVersion() {
+    Parsed parsed;
+    parsed.asksForVersion = true;
+    return parsed;
+}
+
 // `command` is empty where none is known.
 Parsed Fault(const Outcome& outcome, const std::string& command) {
     Outcome clean = outcome;
@@ -293,7 +299,7 @@ Parsed Parse(const Words& words, const Surroundings& surroundings) {
     }
     const std::string& first = words.front();
     if (IsHelp(first)) return Answer(Help());
-    if (first == "--version") return Answer("kemffdc " KEMFFDC_VERSION "\n");
+    if (first == "--version") return AnswerVersion();
     const Words rest(words.begin() + 1, words.end());
     if (first == "help") return AnswerHelp(rest);
     if (first == "complete") return Answer(Printed(Complete(rest, surroundings)));

@@ -13,6 +13,7 @@ namespace Kemffdc {
 // Either options to run with, or the text and the exit code to end with at once.
 struct Parsed {
     std::optional<Options> options;
+    bool asksForVersion = false;  // VersionText() is the answer
     int exitCode = 0;
     Outcome fault;    // what is wrong with the line; none where it asks for help
     std::string out;  // for standard output: a JSON object where the line asks for JSON

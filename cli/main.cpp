@@ -9,9 +9,11 @@
 #include <cstring>
 #include <iostream>
 
+#include "cli/BuiltFrom.h"
 #include "cli/CommandLine.h"
 #include "cli/Commands.h"
 #include "cli/ExitCodes.h"
+#include "cli/Version.h"
 #include "cli/Worker.h"
 
 namespace {
@@ -65,6 +67,7 @@ int main(int argc, char** argv) {
         return Ended(Kemffdc::RunWorker());
     }
     Kemffdc::Parsed parsed = Kemffdc::ParseOptions(argc, argv, Kemffdc::SurroundingsOfProcess());
+    if (parsed.asksForVersion) parsed.out = Kemffdc::VersionText(Kemffdc::kBuiltFrom);
     if (!parsed.options) {
         std::cout << parsed.out;
         std::cerr << parsed.err;

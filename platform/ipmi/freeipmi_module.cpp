@@ -316,8 +316,18 @@ void Close(varnex_ipmi_session* session) {
     delete session;
 }
 
-constexpr varnex_ipmi_module kModule = {
-    VARNEX_IPMI_MODULE_VERSION, KnowsCipherSuite, OpenLan, OpenDevice, Send, Close};
+#define VARNEX_TEXT(word) VARNEX_TEXT_OF(word)
+#define VARNEX_TEXT_OF(word) #word
+
+// FreeIPMI tells its version to who compiles with it, and to nobody else.
+constexpr varnex_ipmi_module kModule = {VARNEX_IPMI_MODULE_VERSION,
+                                        "FreeIPMI " VARNEX_TEXT(FREEIPMI_PACKAGE_VERSION),
+                                        "GPL-3.0-or-later",
+                                        KnowsCipherSuite,
+                                        OpenLan,
+                                        OpenDevice,
+                                        Send,
+                                        Close};
 
 }  // namespace
 

@@ -19,7 +19,7 @@
 extern "C" {
 #endif
 
-#define VARNEX_IPMI_MODULE_VERSION 2
+#define VARNEX_IPMI_MODULE_VERSION 3
 
 // Why an operation failed. Numbers of IpmiClient.h; those that only the module tells apart.
 enum varnex_ipmi_result {
@@ -55,6 +55,9 @@ struct varnex_ipmi_error {
 
 struct varnex_ipmi_module {
     uint32_t version;  // VARNEX_IPMI_MODULE_VERSION
+
+    const char* library;  // what it was built with: "FreeIPMI 1.6.10"
+    const char* licence;  // of the module as it is linked, as an SPDX expression
 
     // Whether a session can be set up with this cipher suite, 1 or 0, and the numbers of its
     // algorithms: authentication, integrity, confidentiality.

@@ -414,10 +414,11 @@ TEST(ParseOptions, PasswordInTheExportUriIsRefusedWithoutBeingRepeated) {
     EXPECT_THAT(parsed.err, Not(HasSubstr("hunter2")));
 }
 
-TEST(ParseOptions, VersionIsOneLine) {
-    const Parsed parsed = Parse({"--version"});
-    EXPECT_EQ(parsed.exitCode, 0);
-    EXPECT_EQ(parsed.out, "kemffdc 1.0.0\n");
+TEST(ParseOptions, VersionIsAskedForByTheFirstWordAlone) {
+    EXPECT_TRUE(Parse({"--version"}).asksForVersion);
+    EXPECT_EQ(Parse({"--version"}).exitCode, 0);
+    EXPECT_FALSE(Parse({"collect", "--version"}).asksForVersion);
+    EXPECT_EQ(Parse({"collect", "--version"}).exitCode, 2);
 }
 
 }  // namespace

@@ -6,7 +6,7 @@
 namespace {
 
 constexpr varnex_ipmi_module kModule = {
-    VARNEX_IPMI_MODULE_VERSION + 1, nullptr, nullptr, nullptr, nullptr, nullptr};
+    VARNEX_IPMI_MODULE_VERSION + 1, "", "", nullptr, nullptr, nullptr, nullptr, nullptr};
 
 }  // namespace
 

@@ -18,7 +18,8 @@ EXPECTED = [OURS + name for name in (
     'GetGlobalConfigValue', 'XM_WIDGETS::GetKEMAccountViaKCS')] + [
     'Varnex::AddLogSink', 'Varnex::AddTransferWatcher', 'Varnex::MaskedForDisplay', 'Varnex::HideInLog',
             'Varnex::WithoutHiddenSecrets', 'Varnex::AddIpmiWatcher', 'Varnex::IpmiCategory',
-            'Varnex::make_error_condition', 'Varnex::TransferCategory', 'Varnex::HttpStatusOf']
+            'Varnex::make_error_condition', 'Varnex::TransferCategory', 'Varnex::HttpStatusOf', 'Varnex::LoadedLibraries',
+            'Varnex::DescribeIpmiModule']
 
 
 def exported(library):
