@@ -22,6 +22,8 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "tests" / "support"))
 
 import json_contract  # noqa: E402
+import warm_bmc  # noqa: E402
+
 TOOL = os.environ.get("KEMFFDC", "")
 # Instrumented builds are slower; bounds of time stretch, nothing else.
 SLOWNESS = float(os.environ.get("KEMFFDC_SLOWNESS", "1"))
@@ -75,19 +77,13 @@ class Bmc:
 
     def __init__(self, scenario=None, arguments=()):
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="kemffdc-bmc-"))
-        command = [str(ROOT / "emulator" / "emulated-bmc"), "--state-dir", str(self.folder / "state")]
+        words = ["--state-dir", self.folder / "state"]
         (self.folder / "state").mkdir()
         if scenario is not None:
             file = self.folder / "scenario.yaml"
             file.write_text(yaml.safe_dump(scenario, allow_unicode=True), encoding="utf-8")
-            command += ["--scenario", str(file)]
-        self.process = subprocess.Popen(
-            command + list(arguments),
-            stdin=subprocess.PIPE,
-            stdout=subprocess.PIPE,
-            env=clean_environment(),
-            text=True,
-        )
+            words += ["--scenario", file]
+        self.process = warm_bmc.start([*words, *arguments], clean_environment())
         line = self.process.stdout.readline()
         assert line, "the emulated BMC did not start"
         self.ready = json.loads(line)
