@@ -137,7 +137,7 @@ def _members(machine: Machine, kind: str) -> Iterator[tuple[str, bytes]]:
         "SerialNumber": machine.serial,
         "UUID": machine.uuid,
     })
-    events = machine.events if full else machine.events[-40:]
+    events = machine.events if full else machine.recent_events
     yield "event_log/events.txt", _lines(
         f"{event.number:5d}  {iso(event.time)}  {event.severity:8s}  {event.text}" for event in events
     )

@@ -11,7 +11,7 @@ import random
 import re
 import uuid
 from dataclasses import dataclass
-from typing import Any, Iterable, Iterator
+from typing import Any, Iterable, Iterator, Sequence
 
 from bmc.events import EVENTS, Event, count_of_places
 from bmc.scenario import Checker
@@ -19,6 +19,7 @@ from bmc.scenario import Checker
 DRAWN = "drawn"  # serial number and UUID: from the seed
 _LABEL = re.compile("[^A-Za-z0-9_-]")
 _LONGEST_LABEL = 40
+_KEPT_EVENTS = 40
 _MEMBERS = ("serial", "uuid", "model", "firmware")
 FIXED_TIME = datetime.datetime(2024, 3, 1, 12, 0, 0, tzinfo=datetime.timezone.utc)
 
@@ -61,11 +62,17 @@ class Machine:
         self.fans = self._sensors([f"Fan {n}" for n in range(1, 7)], 3200, 7400)
         self.watts = self.random.randrange(180, 420)
         self.events = self._events(240)
+        self.power = "On"  # the host's
 
     @property
     def label(self) -> str:
         """The serial number as it may stand in names of files and hosts, whatever it is."""
         return _LABEL.sub("_", self.serial or "")[:_LONGEST_LABEL] or "unnamed"
+
+    @property
+    def recent_events(self) -> Sequence[Event]:
+        """Those that the logs of the BMC still hold."""
+        return self.events[-_KEPT_EVENTS:]
 
     def facts(self) -> dict[str, str | None]:
         return {"serial": self.serial, "uuid": self.uuid, "model": self.model, "firmware": self.firmware}

@@ -12,7 +12,7 @@ import pytest
 from conftest import EMULATOR, EXPORT, FULL_EXPORT, ROOT, Bmc, Starter, clean_environment
 
 sys.path.insert(0, str(EMULATOR))
-from bmc.ipmi.identity import FruDevice  # noqa: E402
+from bmc.ipmi.inventory import Inventory  # noqa: E402
 from bmc.machine import Identity, Machine  # noqa: E402
 
 SERVICE_DATA = ROOT + "Managers/1/Oem/Tavrin/ServiceData"
@@ -83,7 +83,7 @@ def test_the_inventory_holds_any_serial_number(start: Starter, length: int) -> N
 
     if length:
         assert field(product, "Product Serial") == serial[:63]
-    stored = FruDevice(Machine(1, Identity(serial=serial))).content
+    stored = Inventory(Machine(1, Identity(serial=serial))).content
     area = stored[8:8 + 8 * stored[9]]
     assert sum(stored[:8]) % 256 == sum(area) % 256 == 0
     assert len(stored) == 8 + len(area)

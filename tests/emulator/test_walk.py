@@ -18,7 +18,7 @@ from conftest import EMULATOR, clean_environment
 PAGE = EMULATOR.parent / "docs" / "emulator.md"
 SECONDS = 60
 WALKS = ["emulator/emulated-bmc --", "X-Auth-Token|SessionService", "ExportFFDCData", "redfishtool -r",
-         "wbemcli -nl", "wbemcli cm", "ipmitool -I", "curl --insecure"]
+         "wbemcli -nl", "wbemcli cm", "ipmitool -I", "sel elist", "ipmi-sensors --", "curl --insecure"]
 
 
 def commands() -> str:
@@ -56,4 +56,6 @@ def test_every_walk_works_as_written(typed: str, tmp_path: Path) -> None:
     assert '"Dumping processor 1."' in typed and "ffdc/manifest.json" in typed
     assert len(list((tmp_path / "store").iterdir())) == 1
     assert re.search(r"(?m)^ 0[01]$", typed), "ipmitool's answer"
+    assert re.search(r"(?m)^ +28 \|.*\| (Asserted|Deasserted)", typed), "the fortieth event"
+    assert re.search(r"(?m)^6 +\| Exhaust Temp +\| Temperature", typed), "FreeIPMI's sensors"
     assert re.search(r"(?m)^-.*\.tgz$", typed), "the listing by SFTP"

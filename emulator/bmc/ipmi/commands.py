@@ -4,13 +4,12 @@
 from __future__ import annotations
 
 from dataclasses import replace
+from functools import cached_property
 from typing import Any
 
-from bmc.ipmi.identity import GET_DEVICE_ID, GET_SYSTEM_GUID, FruDevice, device_id, system_guid
+from bmc.ipmi.identity import GET_DEVICE_GUID, GET_DEVICE_ID, GET_SYSTEM_GUID, device_id, system_guid
 from bmc.ipmi.settings import COLLECT, CREDENTIAL, OWN, POLL, Command, IpmiAnswer, IpmiSettings
 from bmc.machine import Machine
-
-_INVALID_COMMAND = 0xC1
 
 
 class Commands:
@@ -19,7 +18,7 @@ class Commands:
     def __init__(self, settings: IpmiSettings, account: tuple[str, str], machine: Machine) -> None:
         self.guid = system_guid(machine)
         self._device_id = device_id(machine)
-        self._fru = FruDevice(machine)
+        self._machine = machine
         self._polls = settings.polls
         self._account = settings.credential or account
         self._scripted = {command: list(answers) for command, answers in settings.answers.items()}
@@ -55,9 +54,15 @@ class Commands:
             return 0, b"".join(_length_and_text(text) for text in self._account)
         if command == GET_DEVICE_ID:
             return 0, self._device_id
-        if command == GET_SYSTEM_GUID:
+        if command in (GET_DEVICE_GUID, GET_SYSTEM_GUID):
             return 0, self.guid
-        return self._fru.answer(command, request) or (_INVALID_COMMAND, b"")
+        return self._standard.answer(command, request)
+
+    @cached_property
+    def _standard(self) -> Any:
+        from bmc.ipmi.standard import StandardCommands
+
+        return StandardCommands(self._machine)
 
 
 def _length_and_text(text: str) -> bytes:

@@ -72,6 +72,7 @@ class Tree:
 
     def set_power(self, state: str) -> None:
         """The host is switched on or off."""
+        self._machine.power = state
         for part in ("/Systems/1", "/Chassis/1"):
             self._documents[ROOT + part]["PowerState"] = state
 
@@ -254,7 +255,7 @@ class Tree:
                 f"{path}/{event.number}", "LogEntry", "1_11_0", f"Event {event.number}",
                 EntryType="Event", Created=iso(event.time), **registries.log_message(event.name, *event.args),
             )
-            for event in self._machine.events[-40:]
+            for event in self._machine.recent_events
         ]
         listed = collection(path, "LogEntry", "Event Log Entries", [e["Id"] for e in entries])
         yield {**listed, "Members": entries}
