@@ -13,13 +13,15 @@ namespace {
 constexpr char kNotAvailable[] = "IPMI is not available: the module ";
 
 std::string ModulePath() {
+    const std::string module(VARNEX_IPMI_MODULE);
+    if (module.front() == '/') return module;  // a static library knows no folder of its own
     Dl_info here{};
     if (dladdr(kNotAvailable, &here) == 0 || here.dli_fname == nullptr) return {};
     const std::unique_ptr<char, decltype(&std::free)> file(realpath(here.dli_fname, nullptr),
                                                            &std::free);
     if (!file) return {};
     const std::string library(file.get());
-    return library.substr(0, library.rfind('/') + 1) + VARNEX_IPMI_MODULE;
+    return library.substr(0, library.rfind('/') + 1) + module;
 }
 
 // Found while the library is loaded: its own name may be relative, and the host may later change

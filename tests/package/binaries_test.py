@@ -2,20 +2,14 @@
 """What readelf says about the programs and libraries: where they look for others, and how they are
 built to stand a memory error."""
 
-import pathlib
 import platform
 import re
 
 import pytest
 
-from commands import BUILD, CXX, run
+from commands import BUILD, CXX, ROOT, configured, run
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
 X86 = platform.machine() == "x86_64"
-
-
-def configured(setting, build=BUILD):
-    return setting in (build / "CMakeCache.txt").read_text(encoding="utf-8").splitlines()
 
 
 HARDENED = configured("VARNEX_HARDENING:BOOL=ON")

@@ -10,11 +10,10 @@ import subprocess
 
 import pytest
 
-from commands import BUILD, CXX, ENVIRONMENT, run
+from commands import BUILD, CXX, ENVIRONMENT, ROOT, run
 from emulated_bmc import emulated_bmc
 
 HERE = pathlib.Path(__file__).resolve().parent
-ROOT = HERE.parents[1]
 QUICK = "{redfish: {task_states: [Completed]}}"
 STRICT = ["-Wall", "-Wextra", "-Wpedantic", "-Werror"]
 
@@ -293,18 +292,10 @@ def test_nothing_installed_knows_where_it_was_built(prefix):
             assert str(prefix.parent / "installed").encode() not in content, file
 
 
-def test_a_host_brings_its_own_platform_library(prefix, tmp_path):
+def test_a_host_brings_its_own_platform_library(built_elsewhere, other_platform, tmp_path):
     """Same sources, another library behind the platform's headers: nothing of ours is linked."""
-    platform = tmp_path / "libotherplatform.so"
-    run(CXX, "-std=c++17", *STRICT, "-DVARNEX_PLATFORM_GLOBAL", "-shared", "-fPIC",
-        HERE / "otherplatform" / "platform.cpp", f"-I{prefix}/include/varnex/platform",
-        "-o", platform, "-Wl,-soname,libotherplatform.so")
-    out, other = tmp_path / "out", tmp_path / "other"
-    run("cmake", "-S", ROOT, "-B", out, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug",
-        f"-DVARNEX_PLATFORM={platform}", f"-DCMAKE_CXX_COMPILER={CXX}")
-    run("cmake", "--build", out, "-j2")
-    run("cmake", "--install", out, "--prefix", other)
-    shutil.copy(platform, libraries(other))  # the library looks for it beside itself
+    other = shutil.copytree(built_elsewhere, tmp_path / "other", symlinks=True)
+    shutil.copy(other_platform, libraries(other))  # the library looks for it beside itself
     compile_with_pkg_config(other, ROOT / "examples" / "collect.cpp", tmp_path / "collect")
 
     with emulated_bmc(tmp_path, QUICK) as bmc:
