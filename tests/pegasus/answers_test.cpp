@@ -474,8 +474,9 @@ TEST(PegasusAnswer, ArraysReferencesAndQualifiersAreRead) {
     property.getQualifier(property.findQualifier("values")).getValue().get(values);
     EXPECT_EQ(2U, values.size());
     EXPECT_STREQ("two", values[1].getCString());
-    EXPECT_STREQ("ZOR_O", property.getClassOrigin().getString().getCString());
-    EXPECT_TRUE(property.getPropagated());
+    EXPECT_EQ("1", Utf8(property.getValue().toString()));
+    ExpectRefused(PropertyOutcome("<PROPERTY NAME=\"P\" CLASSORIGIN=\"a b\" TYPE=\"string\"/>"),
+                  "a class origin that is no name");
 }
 
 TEST(PegasusAnswer, KeysAreKeptAsSentAndSorted) {

@@ -22,9 +22,6 @@ TEST(PegasusCIMInstance, PropertiesKeepTheirOrderAndAreFoundWithoutCase) {
     EXPECT_EQ(99U, instance.findProperty("NAME99"));
     EXPECT_EQ(PEG_NOT_FOUND, instance.findProperty("Name100"));
     EXPECT_STREQ("Name42", instance.getProperty(42).getName().getString().getCString());
-    instance.removeProperty(0);
-    EXPECT_EQ(PEG_NOT_FOUND, instance.findProperty("Name0"));
-    EXPECT_EQ(98U, instance.findProperty("Name99"));
 }
 
 TEST(PegasusCIMInstance, AddingAPropertyTwiceThrows) {
@@ -40,20 +37,16 @@ TEST(PegasusCIMInstance, AnIndexOutOfRangeThrows) {
     const CIMInstance& readOnly = instance;
     EXPECT_EQ(kOutOfBounds, Thrown([&] { instance.getProperty(0); }));
     EXPECT_EQ(kOutOfBounds, Thrown([&] { readOnly.getProperty(0); }));
-    EXPECT_EQ(kOutOfBounds, Thrown([&] { instance.removeProperty(0); }));
 }
 
-TEST(PegasusCIMInstance, HandlesShareAndClonesDoNot) {
+TEST(PegasusCIMInstance, CopiesOfAHandleShareItsContent) {
     CIMInstance instance("ZOR_X");
     CIMInstance same(instance);
-    const CIMInstance other = instance.clone();
     same.addProperty(CIMProperty("a", CIMValue(Uint8(1))));
     same.setPath(CIMObjectPath("ZOR_X.k=1"));
 
     EXPECT_EQ(1U, instance.getPropertyCount());
     EXPECT_STREQ("ZOR_X.k=1", instance.getPath().toString().getCString());
-    EXPECT_EQ(0U, other.getPropertyCount());
-    EXPECT_STREQ("ZOR_X", other.getPath().toString().getCString());
 }
 
 TEST(PegasusCIMInstance, DefaultConstructedHandlesThrowWhenUsed) {
@@ -67,7 +60,6 @@ TEST(PegasusCIMInstance, DefaultConstructedHandlesThrowWhenUsed) {
     EXPECT_EQ(kUninitialized, Thrown([&] { property.findQualifier("a"); }));
     EXPECT_EQ(kUninitialized, Thrown([&] { qualifier.getName(); }));
     EXPECT_EQ(kUninitialized, Thrown([&] { CIMInstance("ZOR_X").addProperty(property); }));
-    EXPECT_EQ(kUninitialized, Thrown([&] { CIMValue value(instance); }));
 }
 
 TEST(PegasusCIMProperty, QualifiersAreFoundWithoutCaseAndReadAsArrays) {
@@ -91,14 +83,11 @@ TEST(PegasusCIMProperty, QualifiersAreFoundWithoutCaseAndReadAsArrays) {
 }
 
 TEST(PegasusCIMProperty, ANewValueMustHaveTheType) {
-    CIMProperty property("p", CIMValue(Uint16(1)), 3, "ZOR_R", "ZOR_O", true);
+    CIMProperty property("p", CIMValue(Uint16(1)));
     property.setValue(CIMValue(Uint16(2)));
     EXPECT_EQ("2", Utf8(property.getValue().toString()));
     EXPECT_EQ("TypeMismatchException: type mismatch",
               Thrown([&] { property.setValue(CIMValue(Uint32(2))); }));
-    EXPECT_STREQ("ZOR_O", property.getClassOrigin().getString().getCString());
-    EXPECT_TRUE(property.getPropagated());
-    EXPECT_EQ(3U, property.clone().getArraySize());
 }
 
 }  // namespace

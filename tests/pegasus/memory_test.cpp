@@ -158,7 +158,7 @@ std::size_t PeakOf(const Answer& answer) {
 
 }  // namespace
 
-TEST(PegasusMemory, NoAnswerTakesMoreThan160MiB) {
+TEST(PegasusMemory, NoAnswerTakesMoreThan140MiB) {
     pugi::set_memory_management_functions(Allocate, Release);
-    for (const Answer& answer : Answers()) EXPECT_LT(PeakOf(answer), 160U) << answer.name;
+    for (const Answer& answer : Answers()) EXPECT_LT(PeakOf(answer), 140U) << answer.name;
 }

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // Names, types, status codes: the small vocabulary.
-#include <Pegasus/Common/CIMFlavor.h>
 #include <Pegasus/Common/CIMName.h>
 #include <Pegasus/Common/CIMStatusCode.h>
 #include <Pegasus/Common/CIMType.h>
@@ -64,12 +63,6 @@ Boolean CIMNamespaceName::legal(const String& name) {
         rest.remove_prefix(slash + 1);
     }
 }
-
-const CIMFlavor CIMFlavor::NONE(0);
-const CIMFlavor CIMFlavor::OVERRIDABLE(1);
-const CIMFlavor CIMFlavor::TOSUBCLASS(2);
-const CIMFlavor CIMFlavor::TOINSTANCE(4);
-const CIMFlavor CIMFlavor::TRANSLATABLE(8);
 
 const char* cimTypeToString(CIMType type) {
     static constexpr std::array<const char*, 17> kNames = {

@@ -1,14 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <Pegasus/Common/CIMValue.h>
 
-#include <Pegasus/Common/CIMInstance.h>
-#include <Pegasus/Common/CIMObject.h>
-
 #include <array>
 #include <charconv>
 
 #include "Text.h"
-#include "XmlWriter.h"
 
 namespace Pegasus {
 
@@ -19,122 +15,56 @@ struct CIMValue::Content {
     virtual ~Content() = default;
 
     virtual String Text() const = 0;
-    virtual Uint32 Size() const = 0;
     // `other` holds a value of the same type.
     virtual bool Same(const Content& other) const = 0;
 };
 
 namespace {
 
+template <CIMType type>
+struct Scalar {
+    static constexpr CIMType kType = type;
+    static constexpr bool kIsArray = false;
+};
+
 template <class T>
 struct Traits;
 template <>
-struct Traits<Boolean> {
-    static constexpr CIMType kType = CIMTYPE_BOOLEAN;
-    static constexpr bool kIsArray = false;
-};
+struct Traits<Boolean> : Scalar<CIMTYPE_BOOLEAN> {};
 template <>
-struct Traits<Uint8> {
-    static constexpr CIMType kType = CIMTYPE_UINT8;
-    static constexpr bool kIsArray = false;
-};
+struct Traits<Uint8> : Scalar<CIMTYPE_UINT8> {};
 template <>
-struct Traits<Sint8> {
-    static constexpr CIMType kType = CIMTYPE_SINT8;
-    static constexpr bool kIsArray = false;
-};
+struct Traits<Sint8> : Scalar<CIMTYPE_SINT8> {};
 template <>
-struct Traits<Uint16> {
-    static constexpr CIMType kType = CIMTYPE_UINT16;
-    static constexpr bool kIsArray = false;
-};
+struct Traits<Uint16> : Scalar<CIMTYPE_UINT16> {};
 template <>
-struct Traits<Sint16> {
-    static constexpr CIMType kType = CIMTYPE_SINT16;
-    static constexpr bool kIsArray = false;
-};
+struct Traits<Sint16> : Scalar<CIMTYPE_SINT16> {};
 template <>
-struct Traits<Uint32> {
-    static constexpr CIMType kType = CIMTYPE_UINT32;
-    static constexpr bool kIsArray = false;
-};
+struct Traits<Uint32> : Scalar<CIMTYPE_UINT32> {};
 template <>
-struct Traits<Sint32> {
-    static constexpr CIMType kType = CIMTYPE_SINT32;
-    static constexpr bool kIsArray = false;
-};
+struct Traits<Sint32> : Scalar<CIMTYPE_SINT32> {};
 template <>
-struct Traits<Uint64> {
-    static constexpr CIMType kType = CIMTYPE_UINT64;
-    static constexpr bool kIsArray = false;
-};
+struct Traits<Uint64> : Scalar<CIMTYPE_UINT64> {};
 template <>
-struct Traits<Sint64> {
-    static constexpr CIMType kType = CIMTYPE_SINT64;
-    static constexpr bool kIsArray = false;
-};
+struct Traits<Sint64> : Scalar<CIMTYPE_SINT64> {};
 template <>
-struct Traits<Real32> {
-    static constexpr CIMType kType = CIMTYPE_REAL32;
-    static constexpr bool kIsArray = false;
-};
+struct Traits<Real32> : Scalar<CIMTYPE_REAL32> {};
 template <>
-struct Traits<Real64> {
-    static constexpr CIMType kType = CIMTYPE_REAL64;
-    static constexpr bool kIsArray = false;
-};
+struct Traits<Real64> : Scalar<CIMTYPE_REAL64> {};
 template <>
-struct Traits<Char16> {
-    static constexpr CIMType kType = CIMTYPE_CHAR16;
-    static constexpr bool kIsArray = false;
-};
+struct Traits<Char16> : Scalar<CIMTYPE_CHAR16> {};
 template <>
-struct Traits<String> {
-    static constexpr CIMType kType = CIMTYPE_STRING;
-    static constexpr bool kIsArray = false;
-};
+struct Traits<String> : Scalar<CIMTYPE_STRING> {};
 template <>
-struct Traits<CIMDateTime> {
-    static constexpr CIMType kType = CIMTYPE_DATETIME;
-    static constexpr bool kIsArray = false;
-};
+struct Traits<CIMDateTime> : Scalar<CIMTYPE_DATETIME> {};
 template <>
-struct Traits<CIMObjectPath> {
-    static constexpr CIMType kType = CIMTYPE_REFERENCE;
-    static constexpr bool kIsArray = false;
-};
-template <>
-struct Traits<CIMObject> {
-    static constexpr CIMType kType = CIMTYPE_OBJECT;
-    static constexpr bool kIsArray = false;
-};
-template <>
-struct Traits<CIMInstance> {
-    static constexpr CIMType kType = CIMTYPE_INSTANCE;
-    static constexpr bool kIsArray = false;
-};
+struct Traits<CIMObjectPath> : Scalar<CIMTYPE_REFERENCE> {};
 
 template <class T>
 struct Traits<Array<T>> {
     static constexpr CIMType kType = Traits<T>::kType;
     static constexpr bool kIsArray = true;
 };
-
-void Require(bool initialized) {
-    if (!initialized) throw UninitializedObjectException();
-}
-
-template <class T>
-void RequireInitialized(const T& value) {
-    if constexpr (std::is_same_v<T, CIMObject> || std::is_same_v<T, CIMInstance>) {
-        Require(!value.isUninitialized());
-    }
-}
-
-template <class T>
-void RequireInitialized(const Array<T>& values) {
-    for (Uint32 i = 0; i < values.size(); ++i) RequireInitialized(values[i]);
-}
 
 template <class T>
 String TextOf(T number) {
@@ -157,29 +87,11 @@ String TextOf(const String& value) { return value; }
 String TextOf(const CIMDateTime& value) { return value.toString(); }
 String TextOf(const CIMObjectPath& value) { return value.toString(); }
 
-String TextOf(const CIMInstance& value) {
-    std::string xml;
-    Internal::AppendInstance(xml, value);
-    return Internal::FromUtf8(xml);
-}
-
-String TextOf(const CIMObject& value) { return TextOf(value.getInstance()); }
-
 template <class T>
 String TextOf(const Array<T>& values) {
     std::u16string text;
     for (Uint32 i = 0; i < values.size(); ++i) text += StringUnits::Of(TextOf(values[i])) + u' ';
     return StringUnits::Make(std::move(text));
-}
-
-template <class T>
-Uint32 SizeOf(const T&) {
-    return 0;
-}
-
-template <class T>
-Uint32 SizeOf(const Array<T>& values) {
-    return values.size();
 }
 
 }  // namespace
@@ -189,7 +101,6 @@ struct CIMValue::ContentOf final : CIMValue::Content {
     explicit ContentOf(const T& held) : value(held) {}
 
     String Text() const override { return TextOf(value); }
-    Uint32 Size() const override { return SizeOf(value); }
     bool Same(const Content& other) const override {
         return value == static_cast<const ContentOf&>(other).value;
     }
@@ -203,7 +114,6 @@ CIMValue::CIMValue(CIMType type, Boolean isArray, Uint32) : m_type(type), m_isAr
 
 template <class T>
 void CIMValue::Set(const T& value) {
-    RequireInitialized(value);
     m_type = Traits<T>::kType;
     m_isArray = Traits<T>::kIsArray;
     m_content = std::make_shared<const ContentOf<T>>(value);
@@ -224,8 +134,6 @@ CIMValue::CIMValue(const Char16& value) { Set(value); }
 CIMValue::CIMValue(const String& value) { Set(value); }
 CIMValue::CIMValue(const CIMDateTime& value) { Set(value); }
 CIMValue::CIMValue(const CIMObjectPath& value) { Set(value); }
-CIMValue::CIMValue(const CIMObject& value) { Set(value); }
-CIMValue::CIMValue(const CIMInstance& value) { Set(value); }
 CIMValue::CIMValue(const Array<Boolean>& value) { Set(value); }
 CIMValue::CIMValue(const Array<Uint8>& value) { Set(value); }
 CIMValue::CIMValue(const Array<Sint8>& value) { Set(value); }
@@ -241,10 +149,6 @@ CIMValue::CIMValue(const Array<Char16>& value) { Set(value); }
 CIMValue::CIMValue(const Array<String>& value) { Set(value); }
 CIMValue::CIMValue(const Array<CIMDateTime>& value) { Set(value); }
 CIMValue::CIMValue(const Array<CIMObjectPath>& value) { Set(value); }
-CIMValue::CIMValue(const Array<CIMObject>& value) { Set(value); }
-CIMValue::CIMValue(const Array<CIMInstance>& value) { Set(value); }
-
-Uint32 CIMValue::getArraySize() const { return isNull() ? 0 : m_content->Size(); }
 
 template <class T>
 void CIMValue::get(T& value) const {
@@ -269,8 +173,6 @@ template void CIMValue::get(Char16&) const;
 template void CIMValue::get(String&) const;
 template void CIMValue::get(CIMDateTime&) const;
 template void CIMValue::get(CIMObjectPath&) const;
-template void CIMValue::get(CIMObject&) const;
-template void CIMValue::get(CIMInstance&) const;
 template void CIMValue::get(Array<Boolean>&) const;
 template void CIMValue::get(Array<Uint8>&) const;
 template void CIMValue::get(Array<Sint8>&) const;
@@ -286,8 +188,6 @@ template void CIMValue::get(Array<Char16>&) const;
 template void CIMValue::get(Array<String>&) const;
 template void CIMValue::get(Array<CIMDateTime>&) const;
 template void CIMValue::get(Array<CIMObjectPath>&) const;
-template void CIMValue::get(Array<CIMObject>&) const;
-template void CIMValue::get(Array<CIMInstance>&) const;
 
 Boolean CIMValue::equal(const CIMValue& other) const {
     if (m_type != other.m_type || m_isArray != other.m_isArray || isNull() != other.isNull()) {

@@ -37,17 +37,7 @@ public:
         return m_items[index];
     }
 
-    void Remove(Uint32 index) {
-        m_places.erase(&At(index).getName());
-        m_items.erase(m_items.begin() + static_cast<std::ptrdiff_t>(index));
-        for (auto& [name, place] : m_places) {
-            if (place > index) --place;
-        }
-    }
-
     Uint32 Size() const { return static_cast<Uint32>(m_items.size()); }
-    auto begin() const { return m_items.begin(); }
-    auto end() const { return m_items.end(); }
 
 private:
     struct Before {

@@ -6,10 +6,8 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <ostream>
 
 #include "Text.h"
-#include "shared/Hex.h"
 #include "shared/Percent.h"
 #include "shared/Utf8.h"
 
@@ -100,21 +98,7 @@ Boolean String::equalNoCase(const String& a, const String& b) {
     return a.size() == b.size() && Internal::CompareNoCase(a, b) == 0;
 }
 
-bool operator<(const String& a, const String& b) { return StringUnits::Of(a) < StringUnits::Of(b); }
-
 String operator+(const String& a, const String& b) { return String(a).append(b); }
-
-std::ostream& operator<<(std::ostream& out, const String& text) {
-    for (const char16_t unit : StringUnits::Of(text)) {
-        if (unit < 0x100) {
-            out << static_cast<char>(unit);
-        } else {
-            const char bytes[] = {static_cast<char>(unit >> 8), static_cast<char>(unit)};
-            out << "\\x" << shared::ToHex({bytes, sizeof bytes}, shared::kUpperDigits);
-        }
-    }
-    return out;
-}
 
 namespace Internal {
 

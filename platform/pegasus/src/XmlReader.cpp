@@ -218,9 +218,7 @@ private:
     CIMInstance Instance(xml_node element) {
         CIMInstance instance(m_document.NameAttribute(element, "CLASSNAME"));
         XmlChildren children(m_document, element);
-        while (const xml_node qualifier = children.If("QUALIFIER")) {
-            Add(qualifier, instance, &CIMInstance::addQualifier, Qualifier(qualifier));
-        }
+        while (const xml_node qualifier = children.If("QUALIFIER")) Qualifier(qualifier);
         while (!children.AtEnd()) AddProperty(children, instance);
         return instance;
     }
@@ -262,9 +260,10 @@ private:
         CIMValue value(type, isArray);
         if (const xml_node found = children.If(valueElement)) value = Value(found, type);
         children.End();
-        CIMProperty property(m_document.NameAttribute(element, "NAME"), value, 0,
-                             OptionalName(element, "REFERENCECLASS"),
-                             OptionalName(element, "CLASSORIGIN"), IsTrue(element, "PROPAGATED"));
+        for (const char* name : {"REFERENCECLASS", "CLASSORIGIN"}) {  // read, and no more
+            if (m_document.Has(element, name)) m_document.NameAttribute(element, name);
+        }
+        CIMProperty property(m_document.NameAttribute(element, "NAME"), value);
         for (const CIMQualifier& qualifier : qualifiers) {
             Add(element, property, &CIMProperty::addQualifier, qualifier);
         }
@@ -282,8 +281,7 @@ private:
             value = Value(array, type);
         }
         children.End();
-        return {m_document.NameAttribute(element, "NAME"), value, CIMFlavor::NONE,
-                IsTrue(element, "PROPAGATED")};
+        return {m_document.NameAttribute(element, "NAME"), value};
     }
 
     CIMValue ReturnValue(xml_node element) {
@@ -316,16 +314,6 @@ private:
         children.End();
         return {m_document.ToString(element, m_document.Attribute(element, "NAME")), value,
                 m_document.Has(element, "PARAMTYPE")};
-    }
-
-    CIMName OptionalName(xml_node element, const char* attribute) const {
-        if (!m_document.Has(element, attribute)) return {};
-        return m_document.NameAttribute(element, attribute);
-    }
-
-    bool IsTrue(xml_node element, const char* attribute) const {
-        return m_document.Has(element, attribute) &&
-               m_document.Attribute(element, attribute) == "true";
     }
 
     CIMType Type(xml_node element) const { return TypeNamed(element, "TYPE"); }

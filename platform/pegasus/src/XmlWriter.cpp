@@ -145,52 +145,12 @@ void AppendReference(std::string& xml, const CIMObjectPath& path) {
     xml += "</VALUE.REFERENCE>\n";
 }
 
-void AppendQualifier(std::string& xml, const CIMConstQualifier& qualifier) {
-    xml += "<QUALIFIER NAME=\"" + Escaped(qualifier.getName()) + "\" TYPE=\"" +
-           cimTypeToString(qualifier.getType()) + "\"";
-    if (qualifier.getPropagated()) xml += " PROPAGATED=\"true\"";
-    xml += ">\n";
-    AppendValue(xml, qualifier.getValue());
-    xml += "</QUALIFIER>\n";
-}
-
-// The type as it is written: instances travel as strings with a mark.
-std::string TypeText(const char* attribute, const CIMValue& value) {
-    const bool embedded = value.getType() == CIMTYPE_OBJECT || value.getType() == CIMTYPE_INSTANCE;
-    const char* type = embedded ? "string" : cimTypeToString(value.getType());
-    std::string text = std::string(" ") + attribute + "=\"" + type + "\"";
-    if (embedded) {
-        text += std::string(" EmbeddedObject=\"") + cimTypeToString(value.getType()) + "\"";
-    }
-    return text;
-}
-
-void AppendProperty(std::string& xml, const CIMConstProperty& property) {
-    const bool reference = property.getType() == CIMTYPE_REFERENCE && !property.isArray();
-    const char* element = reference            ? "PROPERTY.REFERENCE"
-                          : property.isArray() ? "PROPERTY.ARRAY"
-                                               : "PROPERTY";
-    xml.append("<").append(element).append(" NAME=\"").append(Escaped(property.getName()));
-    xml += "\" ";
-    if (!property.getReferenceClassName().isNull()) {
-        xml += " REFERENCECLASS=\"" + Escaped(property.getReferenceClassName()) + "\"";
-    }
-    if (!property.getClassOrigin().isNull()) {
-        xml += " CLASSORIGIN=\"" + Escaped(property.getClassOrigin()) + "\"";
-    }
-    if (property.getPropagated()) xml += " PROPAGATED=\"true\"";
-    if (!reference) xml += TypeText("TYPE", property.getValue());
-    xml += ">\n";
-    for (Uint32 i = 0; i < property.getQualifierCount(); ++i) {
-        AppendQualifier(xml, property.getQualifier(i));
-    }
-    AppendValue(xml, property.getValue());
-    xml.append("</").append(element).append(">\n");
-}
-
 void AppendParameter(std::string& xml, const CIMParamValue& parameter) {
     xml += "<PARAMVALUE NAME=\"" + Escaped(parameter.getParameterName()) + "\"";
-    if (parameter.isTyped()) xml += TypeText("PARAMTYPE", parameter.getValue());
+    if (parameter.isTyped()) {
+        xml +=
+            std::string(" PARAMTYPE=\"") + cimTypeToString(parameter.getValue().getType()) + "\"";
+    }
     xml += ">\n";
     AppendValue(xml, parameter.getValue());
     xml += "</PARAMVALUE>\n";
@@ -252,17 +212,6 @@ void AppendEscaped(std::string& xml, const String& text) {
     }
 }
 
-void AppendInstance(std::string& xml, const CIMInstance& instance) {
-    xml += "<INSTANCE CLASSNAME=\"" + Escaped(instance.getClassName()) + "\" >\n";
-    for (Uint32 i = 0; i < instance.getQualifierCount(); ++i) {
-        AppendQualifier(xml, instance.getQualifier(i));
-    }
-    for (Uint32 i = 0; i < instance.getPropertyCount(); ++i) {
-        AppendProperty(xml, instance.getProperty(i));
-    }
-    xml += "</INSTANCE>\n";
-}
-
 void AppendValue(std::string& xml, const CIMValue& value) {
     if (value.isNull()) return;
     switch (value.getType()) {
@@ -294,12 +243,8 @@ void AppendValue(std::string& xml, const CIMValue& value) {
             return AppendTyped<String>(xml, value);
         case CIMTYPE_DATETIME:
             return AppendTyped<CIMDateTime>(xml, value);
-        case CIMTYPE_REFERENCE:
+        default:  // no value is an object or an instance
             return AppendTyped<CIMObjectPath>(xml, value);
-        case CIMTYPE_OBJECT:
-            return AppendTyped<CIMObject>(xml, value);
-        case CIMTYPE_INSTANCE:
-            return AppendTyped<CIMInstance>(xml, value);
     }
 }
 

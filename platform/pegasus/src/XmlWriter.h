@@ -2,7 +2,6 @@
 #ifndef VARNEX_PEGASUS_XMLWRITER_H
 #define VARNEX_PEGASUS_XMLWRITER_H
 
-#include <Pegasus/Common/CIMInstance.h>
 #include <Pegasus/Common/CIMObjectPath.h>
 #include <Pegasus/Common/CIMParamValue.h>
 #include <Pegasus/Common/CIMPropertyList.h>
@@ -18,8 +17,6 @@ void AppendEscaped(std::string& xml, const String& text);
 
 // <VALUE>, <VALUE.ARRAY>, <VALUE.REFERENCE>, <VALUE.REFARRAY>; nothing for a null.
 void AppendValue(std::string& xml, const CIMValue& value);
-
-void AppendInstance(std::string& xml, const CIMInstance& instance);
 
 struct EnumerateInstancesRequest {
     CIMNamespaceName nameSpace;

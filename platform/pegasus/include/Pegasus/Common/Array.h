@@ -29,17 +29,8 @@ public:
         Check(index);
         return m_items[index];
     }
-    void remove(Uint32 index) {
-        Check(index);
-        m_items.erase(m_items.begin() + static_cast<std::ptrdiff_t>(index));
-    }
 
     void append(const T& item) { m_items.push_back(item); }
-    void appendArray(const Array& other) {
-        const Array copy(other);  // `other` may be this one
-        m_items.insert(m_items.end(), copy.m_items.begin(), copy.m_items.end());
-    }
-    void clear() { m_items.clear(); }
     void reserveCapacity(Uint32 capacity) {
         if constexpr (!std::is_same<T, bool>::value) m_items.reserve(capacity);
     }

@@ -16,16 +16,15 @@ public:
     CIMDateTime(const String& text);
 
     const String& toString() const { return m_text; }
-    Boolean isInterval() const;
-    // Time stamps are equal that name the same instant, whatever their zone.
-    Boolean equal(const CIMDateTime& other) const;
 
 private:
     String m_text;
 };
 
-inline bool operator==(const CIMDateTime& a, const CIMDateTime& b) { return a.equal(b); }
-inline bool operator!=(const CIMDateTime& a, const CIMDateTime& b) { return !a.equal(b); }
+inline bool operator==(const CIMDateTime& a, const CIMDateTime& b) {
+    return a.toString() == b.toString();
+}
+inline bool operator!=(const CIMDateTime& a, const CIMDateTime& b) { return !(a == b); }
 
 }  // namespace Pegasus
 

@@ -4,7 +4,6 @@
 
 #include <Pegasus/Common/Array.h>
 #include <Pegasus/Common/CIMName.h>
-#include <Pegasus/Common/CIMObject.h>
 #include <Pegasus/Common/CIMObjectPath.h>
 #include <Pegasus/Common/CIMProperty.h>
 #include <Pegasus/Common/CIMQualifier.h>
@@ -25,11 +24,6 @@ public:
     const CIMObjectPath& getPath() const;
     void setPath(const CIMObjectPath& path);
 
-    CIMInstance& addQualifier(const CIMQualifier& qualifier);
-    Uint32 findQualifier(const CIMName& name) const;
-    CIMConstQualifier getQualifier(Uint32 index) const;
-    Uint32 getQualifierCount() const;
-
     // Throws AlreadyExistsException: already exists: property "NAME"
     CIMInstance& addProperty(const CIMProperty& property);
     // The position, or PEG_NOT_FOUND; ignores case.
@@ -37,13 +31,9 @@ public:
     // Throw IndexOutOfBoundsException.
     CIMProperty getProperty(Uint32 index);
     CIMConstProperty getProperty(Uint32 index) const;
-    void removeProperty(Uint32 index);
     Uint32 getPropertyCount() const;
 
     Boolean isUninitialized() const { return !m_rep; }
-    CIMInstance clone() const;
-    // Class, properties and qualifiers agree, in order, and the paths too.
-    Boolean identical(const CIMInstance& other) const;
 
 private:
     struct Rep;
@@ -51,8 +41,6 @@ private:
 
     std::shared_ptr<Rep> m_rep;
 };
-
-inline bool operator==(const CIMInstance& a, const CIMInstance& b) { return a.identical(b); }
 
 }  // namespace Pegasus
 

@@ -18,7 +18,6 @@ public:
 
     const String& getString() const { return m_name; }
     Boolean isNull() const { return m_name.size() == 0; }
-    void clear() { m_name.clear(); }
     Boolean equal(const CIMName& other) const;
     // Whether a name could be made of it.
     static Boolean legal(const String& name);
@@ -40,7 +39,6 @@ public:
 
     const String& getString() const { return m_name; }
     Boolean isNull() const { return m_name.size() == 0; }
-    void clear() { m_name.clear(); }
     Boolean equal(const CIMNamespaceName& other) const;
     static Boolean legal(const String& name);
 

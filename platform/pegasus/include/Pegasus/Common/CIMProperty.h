@@ -15,18 +15,12 @@ namespace Pegasus {
 class CIMProperty {
 public:
     CIMProperty() = default;
-    CIMProperty(const CIMName& name, const CIMValue& value, Uint32 arraySize = 0,
-                const CIMName& referenceClassName = CIMName(),
-                const CIMName& classOrigin = CIMName(), Boolean propagated = false);
+    CIMProperty(const CIMName& name, const CIMValue& value);
 
     const CIMName& getName() const;
     const CIMValue& getValue() const;
     CIMType getType() const { return getValue().getType(); }
     Boolean isArray() const { return getValue().isArray(); }
-    Uint32 getArraySize() const;
-    const CIMName& getReferenceClassName() const;
-    const CIMName& getClassOrigin() const;
-    Boolean getPropagated() const;
     // Throws TypeMismatchException when the type or being an array differs.
     void setValue(const CIMValue& value);
 
@@ -40,7 +34,6 @@ public:
     Uint32 getQualifierCount() const;
 
     Boolean isUninitialized() const { return !m_rep; }
-    CIMProperty clone() const;
 
 private:
     struct Rep;
@@ -59,10 +52,6 @@ public:
     const CIMValue& getValue() const { return m_property.getValue(); }
     CIMType getType() const { return m_property.getType(); }
     Boolean isArray() const { return m_property.isArray(); }
-    Uint32 getArraySize() const { return m_property.getArraySize(); }
-    const CIMName& getReferenceClassName() const { return m_property.getReferenceClassName(); }
-    const CIMName& getClassOrigin() const { return m_property.getClassOrigin(); }
-    Boolean getPropagated() const { return m_property.getPropagated(); }
     Uint32 findQualifier(const CIMName& name) const { return m_property.findQualifier(name); }
     CIMConstQualifier getQualifier(Uint32 index) const { return m_property.getQualifier(index); }
     Uint32 getQualifierCount() const { return m_property.getQualifierCount(); }

@@ -2,7 +2,6 @@
 #ifndef PEGASUS_CIMQUALIFIER_H
 #define PEGASUS_CIMQUALIFIER_H
 
-#include <Pegasus/Common/CIMFlavor.h>
 #include <Pegasus/Common/CIMName.h>
 #include <Pegasus/Common/CIMValue.h>
 
@@ -15,23 +14,19 @@ namespace Pegasus {
 class CIMQualifier {
 public:
     CIMQualifier() = default;
-    CIMQualifier(const CIMName& name, const CIMValue& value, const CIMFlavor& flavor = CIMFlavor(),
-                 Boolean propagated = false);
+    CIMQualifier(const CIMName& name, const CIMValue& value);
 
     const CIMName& getName() const;
     const CIMValue& getValue() const;
     CIMType getType() const { return getValue().getType(); }
     Boolean isArray() const { return getValue().isArray(); }
-    const CIMFlavor& getFlavor() const;
-    Boolean getPropagated() const;
-    void setValue(const CIMValue& value);
     Boolean isUninitialized() const { return !m_rep; }
 
 private:
     struct Rep;
-    Rep& Held() const;
+    const Rep& Held() const;
 
-    std::shared_ptr<Rep> m_rep;
+    std::shared_ptr<const Rep> m_rep;
 };
 
 // The same, for reading.
@@ -44,8 +39,6 @@ public:
     const CIMValue& getValue() const { return m_qualifier.getValue(); }
     CIMType getType() const { return m_qualifier.getType(); }
     Boolean isArray() const { return m_qualifier.isArray(); }
-    const CIMFlavor& getFlavor() const { return m_qualifier.getFlavor(); }
-    Boolean getPropagated() const { return m_qualifier.getPropagated(); }
     Boolean isUninitialized() const { return m_qualifier.isUninitialized(); }
 
 private:

@@ -13,9 +13,6 @@
 
 namespace Pegasus {
 
-class CIMInstance;
-class CIMObject;
-
 // A value of one CIM type or an array of it, or a null of that type. Copies share their content,
 // which never changes.
 //
@@ -42,8 +39,6 @@ public:
     CIMValue(const String& value);
     CIMValue(const CIMDateTime& value);
     CIMValue(const CIMObjectPath& value);
-    CIMValue(const CIMObject& value);
-    CIMValue(const CIMInstance& value);
     CIMValue(const Array<Boolean>& value);
     CIMValue(const Array<Uint8>& value);
     CIMValue(const Array<Sint8>& value);
@@ -59,31 +54,21 @@ public:
     CIMValue(const Array<String>& value);
     CIMValue(const Array<CIMDateTime>& value);
     CIMValue(const Array<CIMObjectPath>& value);
-    CIMValue(const Array<CIMObject>& value);
-    CIMValue(const Array<CIMInstance>& value);
 
     CIMType getType() const { return m_type; }
     Boolean isArray() const { return m_isArray; }
     Boolean isNull() const { return !m_content; }
-    // 0 for nulls and for what is no array.
-    Uint32 getArraySize() const;
 
     // T: the types above, Array<> of each included. Throws TypeMismatchException for another type;
     // a null leaves `value` as it was.
     template <class T>
     void get(T& value) const;
-    template <class T>
-    void set(const T& value) {
-        *this = CIMValue(value);
-    }
-    // To a null boolean.
-    void clear() { *this = CIMValue(); }
 
     // Type, being an array, being null and content must all agree.
     Boolean equal(const CIMValue& other) const;
 
-    // Nulls are empty; booleans TRUE and FALSE; reals as printf's "%.16e"; instances as CIM-XML;
-    // each element of an array is followed by one blank, the last one too.
+    // Nulls are empty; booleans TRUE and FALSE; reals as printf's "%.16e"; each element of an array
+    // is followed by one blank, the last one too.
     String toString() const;
 
 private:

@@ -4,7 +4,6 @@
 
 #include <Pegasus/Common/Config.h>
 
-#include <iosfwd>
 #include <string>
 #include <utility>
 
@@ -49,7 +48,6 @@ public:
 
     Uint32 size() const { return static_cast<Uint32>(m_units.size()); }
     CString getCString() const;
-    void clear() { m_units.clear(); }
     String& append(const String& text);
     // From `index` to the end or `n` units; throws IndexOutOfBoundsException beyond the end.
     String subString(Uint32 index, Uint32 n = PEG_NOT_FOUND) const;
@@ -68,10 +66,8 @@ private:
 
 inline bool operator==(const String& a, const String& b) { return String::equal(a, b); }
 inline bool operator!=(const String& a, const String& b) { return !String::equal(a, b); }
-bool operator<(const String& a, const String& b);
 String operator+(const String& a, const String& b);
 // Not UTF-8: one byte per character up to U+00FF. Write getCString() where UTF-8 is wanted.
-std::ostream& operator<<(std::ostream& out, const String& text);
 
 }  // namespace Pegasus
 
