@@ -344,7 +344,7 @@ private:
     // The BMC has a task, whose archive has not come, and nothing says that it never will.
     bool CanGoOn(ExitCode code) {
         static const std::set<ExitCode> ended{kDone, kUsage, kTaskFailed, kIncomplete, kLimited};
-        if (m_recorder.Number() == 0) return false;
+        if (m_recorder.Number() == 0 || m_recorder.HasSeveral()) return false;
         const RunRecord now = m_report.Now();
         const Channel* taken = FindChannel(now.channel);  // not the one that has searched for it
         if (taken == nullptr || taken->resume == nullptr) return false;

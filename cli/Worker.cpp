@@ -65,9 +65,11 @@ Outcome LookBack(Options& options) {
     if (options.command == Command::kCheck || folder.empty()) return {};
     if (!History::Store::Exists(folder)) return {};
     try {
-        const Fleet::Earlier earlier = Fleet::LookBack(
-            History::Store(folder), options.attempt->fleet, options.attempt->number,
-            [](const std::string& channel) { return CanResume(FindChannel(channel)); });
+        const Fleet::Earlier earlier =
+            Fleet::LookBack(History::Store(folder), options.attempt->fleet, options.attempt->number,
+                            [](const History::RunRow& run) {
+                                return !run.several && CanResume(FindChannel(run.channel));
+                            });
         options.attempt->archive = earlier.archive;
         options.attempt->size = earlier.size;
         options.attempt->sha256 = earlier.sha256;

@@ -41,6 +41,12 @@ Outcome CannotGoOn(const Store& store, const RunRow& run) {
     }
     if (run.exitCode == kDone) return Usage(name + " has ended well.");
     if (store.IsLive(run.id)) return Usage(name + " is still at work.");
+    if (run.several) {
+        return Usage(name +
+                     " was to bring several types of data, one after the other: it cannot be gone "
+                     "on with. Use kemffdc collect.");
+    }
+    if (run.operation == "tree") return {};  // needs no task
     if (run.task.empty() && store.AskedAt(run.id).empty()) {
         return Usage(name +
                      " has started no task on the BMC: there is nothing to go on with. Use "

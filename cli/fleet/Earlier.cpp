@@ -31,14 +31,20 @@ bool IsWhole(const Store& store, const History::FleetHostRow& host) {
 }
 
 std::string GathersAgain(const RunRow& run) {
-    return "An earlier attempt had made the BMC gather (run " + std::to_string(run.id) +
-           "); over " + run.channel + " nobody can go on with that, so it gathers again.";
+    return "An earlier attempt had made the BMC gather (run " + std::to_string(run.id) + "); " +
+           (run.several ? "of several types of data" : "over " + run.channel) +
+           " nobody can go on with that, so it gathers again.";
+}
+
+std::string ReadsAnew(const RunRow& run) {
+    return "An earlier attempt was reading the BMC's Redfish tree (run " + std::to_string(run.id) +
+           "); nothing of that is kept, so it is read anew.";
 }
 
 }  // namespace
 
 Earlier LookBack(const Store& store, History::Id fleet, int number,
-                 const std::function<bool(const std::string& channel)>& canGoOn) {
+                 const std::function<bool(const RunRow& run)>& canGoOn) {
     const History::FleetJournal journal(store);
     Earlier earlier;
     const std::optional<History::FleetHostRow> host = journal.Host(fleet, number);
@@ -52,9 +58,13 @@ Earlier LookBack(const Store& store, History::Id fleet, int number,
     for (const RunRow& run : journal.Attempts(fleet, number)) {
         if (IsSpent(run) || inVain.count(run.id) > 0) break;
         if (HasWaitedInVain(run)) inVain.insert(run.continues);
+        if (run.operation == "tree") {
+            earlier.note = ReadsAnew(run);
+            break;
+        }
         // One that did not get so far leaves what was before.
         if (run.task.empty() && store.AskedAt(run.id).empty()) continue;
-        if (canGoOn(run.channel)) {
+        if (canGoOn(run)) {
             earlier.run = run;
         } else {
             earlier.note = GathersAgain(run);

@@ -24,10 +24,10 @@ struct Earlier {
     std::string note;
 };
 
-// Of host `number` in that fleet run. `canGoOn`: whether a run over the channel of that name can be
+// Of host `number` in that fleet run. `canGoOn`: whether a run that has made the BMC gather can be
 // gone on with. Throws StoreError.
 Earlier LookBack(const History::Store& store, History::Id fleet, int number,
-                 const std::function<bool(const std::string& channel)>& canGoOn);
+                 const std::function<bool(const History::RunRow& run)>& canGoOn);
 
 }  // namespace Kemffdc::Fleet
 

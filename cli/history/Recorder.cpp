@@ -118,6 +118,11 @@ void Recorder::TaskChanged(const Task& task) {
     });
 }
 
+void Recorder::SetSeveral() {
+    m_several = true;
+    Write([&] { m_store->SetSeveral(m_run); });
+}
+
 void Recorder::SetBmcPath(const std::string& path) {
     Write([&] {
         m_bmcPath = path;

@@ -35,6 +35,10 @@ public:
     // Where the BMC has the archive that is going to be fetched.
     void SetBmcPath(const std::string& path);
 
+    // It brings archives of several tasks, one after the other: nobody can go on with it.
+    void SetSeveral();
+    bool HasSeveral() const { return m_several; }
+
     // From now on nothing waits for another process. Does not wait itself.
     void Hurry() { m_hurry = true; }
 
@@ -75,6 +79,7 @@ private:
 
     std::atomic<bool> m_hurry{false};
     std::atomic<Id> m_run{0};
+    std::atomic<bool> m_several{false};
     std::mutex m_lock;  // of all below
     std::unique_ptr<Store> m_store;
     std::unique_ptr<FleetJournal> m_journal;  // null: it is no attempt of a fleet run

@@ -7,7 +7,7 @@ const char kRunColumns[] =
     "id, command, tool_version, continues, channel, host, port, user, log_kind, export_uri, "
     "output, begun_at, ended_at, exit_code, outcome, reason, address, service_version, vendor, "
     "product, model, firmware, serial, uuid, certificate, host_key, task, task_state, bmc_path, "
-    "fleet, fleet_number, operation";
+    "fleet, fleet_number, operation, several";
 
 RunRow ReadRun(const SQLite::Statement& statement) {
     Row row(statement);
@@ -37,6 +37,7 @@ RunRow ReadRun(const SQLite::Statement& statement) {
     run.fleet = row.Number();
     run.fleetNumber = row.Int();
     run.operation = row.Text();
+    run.several = row.Int() != 0;
     return run;
 }
 

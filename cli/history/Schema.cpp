@@ -116,6 +116,7 @@ ALTER TABLE runs ADD COLUMN fleet INTEGER REFERENCES fleet_runs(id);
 ALTER TABLE runs ADD COLUMN fleet_number INTEGER;
 ALTER TABLE runs ADD COLUMN operation TEXT;
 ALTER TABLE runs ADD COLUMN task_percent INTEGER;
+ALTER TABLE runs ADD COLUMN several INTEGER;  -- it was to bring archives of several tasks
 ALTER TABLE archives ADD COLUMN removed_at TEXT;  -- null: still to be there
 CREATE INDEX runs_by_fleet ON runs(fleet, fleet_number) WHERE fleet IS NOT NULL;
 )"};

@@ -134,6 +134,14 @@ void Store::SetOperation(Id run, const std::string& operation) {
     });
 }
 
+void Store::SetSeveral(Id run) {
+    m_database->Do([&](SQLite::Database& connection) {
+        SQLite::Statement update(connection, "UPDATE runs SET several = 1 WHERE id = ?");
+        Values(update).Number(run);
+        update.exec();
+    });
+}
+
 void Store::SetBmcPath(Id run, const std::string& path) {
     m_database->Do([&](SQLite::Database& connection) {
         SQLite::Statement update(connection, "UPDATE runs SET bmc_path = ? WHERE id = ?");

@@ -63,6 +63,7 @@ struct RunRow {
     std::string taskState;  // as the BMC last told it
     std::string bmcPath;    // where the archive lies on the BMC
     std::string operation;  // how the BMC gathers, where its channel knows several ways
+    bool several = false;   // it was to bring archives of several tasks, one after the other
 
     Id fleet = 0;         // the fleet run that this one is an attempt of
     int fleetNumber = 0;  // of the host in it, from 1
@@ -125,6 +126,7 @@ public:
     void SetTask(Id run, const std::string& uri, const std::string& state,
                  std::optional<int> percent = {});
     void SetOperation(Id run, const std::string& operation);
+    void SetSeveral(Id run);
     void SetBmcPath(Id run, const std::string& path);
 
     void BeginStep(Id run, const std::string& name);

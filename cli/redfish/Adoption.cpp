@@ -18,6 +18,7 @@ namespace json = boost::json;
 
 constexpr char kServiceRoot[] = "/redfish/v1/";
 constexpr char kExportAction[] = "ServiceData.ExportFFDCData";
+constexpr char kCollectAction[] = "LogService.CollectDiagnosticData";
 constexpr char kMini[] = "Mini-log";
 constexpr char kFull[] = "ProcessorDump";
 constexpr std::size_t kMostTasks = 64;
@@ -44,10 +45,11 @@ bool IsEnd(const std::string& state) {
     return std::find(std::begin(kEnds), std::end(kEnds), state) != std::end(kEnds);
 }
 
-bool IsCandidate(const ListedTask& task, const ExportIntent& intent, std::time_t ahead) {
+bool IsCandidate(const ListedTask& task, const Intent& intent, std::time_t ahead) {
     const char* wanted = intent.miniLog ? kMini : kFull;
-    if (!task.isExport || intent.known.count(task.uri) > 0) return false;
-    if (!task.kind.empty() && task.kind != wanted) return false;
+    const bool fits = intent.standard ? task.isCollection : task.isExport;
+    if (!fits || intent.known.count(task.uri) > 0) return false;
+    if (!intent.standard && !task.kind.empty() && task.kind != wanted) return false;
     return task.started ? *task.started >= intent.at + ahead - kSlack : !task.ended;
 }
 
@@ -76,7 +78,7 @@ std::optional<std::vector<std::string>> ListTasks(Transport& transport, const Lo
     return page.empty() ? std::nullopt : std::optional(links);
 }
 
-FoundTask LookOnce(Transport& transport, const Login& login, const ExportIntent& intent) {
+FoundTask LookOnce(Transport& transport, const Login& login, const Intent& intent) {
     std::string date;
     const auto links = ListTasks(transport, login, &date);
     if (!links) return {};
@@ -109,10 +111,11 @@ std::optional<ListedTask> ReadListedTask(const std::string& uri, const std::stri
     const json::object* payload = ObjectMember(*object, "Payload");
     const std::string target = payload == nullptr ? "" : TextMember(*payload, "TargetUri");
     task.isExport = !task.kind.empty() || target.find(kExportAction) != std::string::npos;
+    task.isCollection = target.find(kCollectAction) != std::string::npos;
     return task;
 }
 
-std::string ChooseTask(const std::vector<ListedTask>& tasks, const ExportIntent& intent,
+std::string ChooseTask(const std::vector<ListedTask>& tasks, const Intent& intent,
                        std::time_t ahead) {
     const ListedTask* chosen = nullptr;
     for (const ListedTask& task : tasks) {
@@ -138,7 +141,7 @@ std::optional<std::time_t> ReadHttpTime(const std::string& text) {
     return time < 0 ? std::nullopt : std::optional(time);
 }
 
-FoundTask FindExport(Transport& transport, const Login& login, const ExportIntent& intent) {
+FoundTask FindTask(Transport& transport, const Login& login, const Intent& intent) {
     for (;;) {
         const FoundTask found = LookOnce(transport, login, intent);
         const bool late = std::time(nullptr) >= intent.at + kLatest;

@@ -25,6 +25,11 @@ struct Earlier {
 // kLocalFile where the history cannot be read.
 Outcome Recall(const Context& run, Earlier& earlier);
 
+// Where the earlier run was ended before it knew its task: looks for it among the BMC's, as a step
+// of this run. What was asked for is as the options say. `earlier.task` stays empty where there is
+// none. kLocalFile where the history cannot be read.
+Outcome Adopt(Context& run, Operation operation, Earlier& earlier);
+
 // The preflight of a resumed run, as a step of it; the BMC must be ready.
 Outcome ReachAgain(Context& run, Operation operation, Preflight& found);
 

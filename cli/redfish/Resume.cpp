@@ -11,9 +11,6 @@
 #include "Uri.h"
 #include "cli/CertificateGuard.h"
 #include "cli/Context.h"
-#include "cli/history/StateFolder.h"
-#include "cli/history/Store.h"
-#include "cli/redfish/Adoption.h"
 #include "cli/redfish/Diagnosis.h"
 #include "cli/redfish/Earlier.h"
 #include "cli/redfish/Fetching.h"
@@ -23,13 +20,13 @@
 #include "cli/redfish/Sessions.h"
 #include "cli/redfish/Task.h"
 #include "cli/redfish/standard/Collect.h"
+#include "cli/redfish/tree/Collect.h"
 #include "file_client.h"
 
 namespace Kemffdc::Redfish {
 namespace {
 
-constexpr int kMaxFailures = 3;    // as the library
-constexpr std::time_t kNear = 60;  // seconds, of two requests
+constexpr int kMaxFailures = 3;  // as the library
 
 using HeaderLines = curlcpp::option_traits<std::list<std::string>, CURLOPT_HTTPHEADER>;
 
@@ -42,28 +39,15 @@ public:
           m_guard(run, EndpointOf(run.options), kRedfishService),
           m_login(BasicLogin(run.options.user, run.password.Reveal())) {}
 
-    Outcome Recall() {
-        const Outcome outcome = Redfish::Recall(m_run, m_earlier);
-        return outcome.Ok() && m_earlier.task.empty() ? RecallIntent() : outcome;
-    }
+    Outcome Recall() { return Redfish::Recall(m_run, m_earlier); }
 
     Outcome Reach() {
         Preflight found;
         return ReachAgain(m_run, Operation::kOem, found);
     }
 
-    // The run was ended before it knew its task: this one looks for it. False: the BMC has none.
-    bool Adopt() {
-        if (!m_earlier.task.empty()) return true;
-        m_run.Begin("adopt");
-        Transport transport(EndpointOf(m_run.options), m_run.trust, kRedfishService,
-                            RequestSeconds());
-        m_earlier.task = FindExport(transport, m_login, m_intent).uri;
-        if (!m_earlier.task.empty()) m_run.report.SetTask({m_earlier.task, "", "", {}, {}});
-        (void)m_run.End(m_earlier.task.empty() ? 1 : 0, {},
-                        m_earlier.task.empty() ? "the BMC has no task of it" : m_earlier.task);
-        return !m_earlier.task.empty();
-    }
+    Outcome Adopt() { return Redfish::Adopt(m_run, Operation::kOem, m_earlier); }
+    bool HasTask() const { return !m_earlier.task.empty(); }
 
     // Until the task is completed: `path` is where the archive lies on the BMC.
     Outcome Wait(std::string& path) {
@@ -104,30 +88,6 @@ public:
     }
 
 private:
-    Outcome RecallIntent() {
-        try {
-            const History::Store store(History::StateFolder(m_run.options.stateDir));
-            RecallIntent(store, m_run.options.resumes);
-        } catch (const History::StoreError& error) {
-            return Failure(kLocalFile, error.what());
-        }
-        return {};
-    }
-
-    void RecallIntent(const History::Store& store, History::Id earlier) {
-        constexpr int kManyRuns = 50;
-        const auto asked = [&store](History::Id run) {
-            return ReadIsoTime(store.AskedAt(run)).value_or(0);
-        };
-        m_intent.at = asked(earlier);
-        m_intent.miniLog = Own(m_run.options).miniLog;
-        // A BMC that was reset counts its tasks from the beginning: older ones tell nothing.
-        for (const History::RunRow& run : store.Runs(m_earlier.host, kManyRuns)) {
-            const bool near = asked(run.id) >= m_intent.at - kNear;
-            if (near && !run.task.empty()) m_intent.known.insert(run.task);
-        }
-    }
-
     Outcome NotFinished() const {
         const int tries = Own(m_run.options).tries;
         return Failure(kNotFinished, "The BMC has not finished gathering after " +
@@ -207,7 +167,6 @@ private:
     CertificateGuard m_guard;
     const Login m_login;
     Earlier m_earlier;
-    ExportIntent m_intent;       // of a run that knew no task
     std::optional<Task> m_task;  // as the BMC last showed it
 };
 
@@ -221,14 +180,28 @@ Outcome WithoutTask(Context& run) {
                    "has forgotten it. Use kemffdc collect.");
 }
 
+// What had been read of it is gone: nothing is left half.
+Outcome ReadTreeAnew(Context& run) {
+    const std::string note = "Of a tree nothing can be gone on with: it is read anew.";
+    run.progress.Say("Note: " + note);
+    run.report.AddNote(note);
+    Preflight found;
+    Outcome outcome = ReachAgain(run, Operation::kTree, found);
+    if (outcome.Ok()) outcome = run.AwaitTurn();
+    return outcome.Ok() ? CollectTree(run) : outcome;
+}
+
 }  // namespace
 
 Outcome Resume(Context& run) {
-    if (Own(run.options).operation == Operation::kStandard) return ResumeStandard(run);
+    const Operation operation = Own(run.options).operation;
+    if (operation == Operation::kStandard) return ResumeStandard(run);
+    if (operation == Operation::kTree) return ReadTreeAnew(run);
     ResumedRun resumed(run);
     Outcome outcome = resumed.Recall();
     if (outcome.Ok()) outcome = resumed.Reach();
-    if (outcome.Ok() && !resumed.Adopt()) return WithoutTask(run);
+    if (outcome.Ok()) outcome = resumed.Adopt();
+    if (outcome.Ok() && !resumed.HasTask()) return WithoutTask(run);
     std::string path;
     if (outcome.Ok()) outcome = resumed.Wait(path);
     if (!outcome.Ok()) return outcome;

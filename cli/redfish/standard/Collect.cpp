@@ -100,6 +100,7 @@ private:
         if (mkdir(m_run.folder.WorkPath(kFolder).c_str(), 0700) != 0) {
             return Failure(kLocalFile, "The working folder cannot be written to.");
         }
+        m_run.recorder.SetSeveral();
         std::vector<Collected> all;
         for (const Collection& wanted : collections) {
             Collected one{wanted, "", {}, {}};
@@ -288,7 +289,16 @@ Outcome ResumeStandard(Context& run) {
     if (!outcome.Ok()) return outcome;
     Preflight found;
     outcome = ReachAgain(run, Operation::kStandard, found);
-    return outcome.Ok() ? StandardRun(run, found.logServices).Resume(earlier) : outcome;
+    if (outcome.Ok()) outcome = Adopt(run, Operation::kStandard, earlier);
+    if (!outcome.Ok()) return outcome;
+    outcome = StandardRun(run, found.logServices).Resume(earlier);
+    // An attempt of a fleet run asks once more; who has named a run is told.
+    const bool lost = earlier.task.empty() && outcome.cause == Cause::kTaskLost;
+    if (!lost || !run.options.attempt || run.interrupt.Raised()) return outcome;
+    run.report.AddNote(
+        "An earlier attempt had asked for a collection, and the BMC has neither a task nor an entry "
+        "of it: it was asked once more.");
+    return CollectStandard(run, found.logServices);
 }
 
 }  // namespace Kemffdc::Redfish

@@ -6,6 +6,7 @@ from __future__ import annotations
 import datetime
 import hashlib
 import io
+import json
 import random
 import tarfile
 import zipfile
@@ -97,12 +98,17 @@ class DiagnosticTask(ExportTask):
         document = super().document(uri, wishes)
         document.pop("Oem", None)
         document["Name"] = "Collection of diagnostic data"
+        document["HidePayload"] = False
+        document["Payload"] = {
+            "HttpOperation": "POST", "TargetUri": f"{self.log.settings.path}/Actions/{ACTION}",
+            "JsonBody": json.dumps(self.asked),
+        }
         if self.entry is None or document.get("TaskState") != "Completed":
             return document
         if self._named_by == "created-resources":
             document["Links"] = {"CreatedResources": [link(self.entry)]}
         elif self._named_by == "header":
-            document["Payload"] = {"HttpHeaders": ["Content-Length: 0", "Location: " + self.entry]}
+            document["Payload"]["HttpHeaders"] = ["Content-Length: 0", "Location: " + self.entry]
         elif self._named_by == "message":
             document["Messages"][-1]["Message"] += f" The data lies in {self.entry}."
         return document

@@ -56,7 +56,7 @@ protected:
 
     Earlier Found() const { return LookBack(store, fleet, 1, IsRedfish); }
 
-    static bool IsRedfish(const std::string& channel) { return channel == "redfish"; }
+    static bool IsRedfish(const RunRow& run) { return run.channel == "redfish" && !run.several; }
 
     TempFolder place;
     Store store;
@@ -151,6 +151,28 @@ TEST_F(EarlierTest, ADamagedArchiveAndOneThatWasRemovedDoNot) {
     EXPECT_EQ(Found().archive, "/srv/a.tgz");
     for (const ArchiveRow& row : store.Archives(run)) store.NoteRemoved(row.id);
     EXPECT_EQ(Found().archive, "");
+}
+
+TEST_F(EarlierTest, ATreeIsReadAnewAndTheReportSaysSo) {
+    const Id run = Attempt();
+    store.SetOperation(run, "tree");
+    EXPECT_EQ(Found().run.id, 0);
+    EXPECT_EQ(Found().note, "An earlier attempt was reading the BMC's Redfish tree (run " +
+                                std::to_string(run) +
+                                "); nothing of that is kept, so it is read anew.");
+    store.EndRun(run, 9, "files-missing", "Not all.");
+    EXPECT_EQ(Found().note, "");
+}
+
+TEST_F(EarlierTest, OfSeveralTypesItGathersAgainAndTheReportSaysSo) {
+    const Id run = Attempt();
+    store.SetTask(run, "/tasks/1", "Running");
+    store.SetSeveral(run);
+    EXPECT_EQ(Found().run.id, 0);
+    EXPECT_EQ(Found().note, "An earlier attempt had made the BMC gather (run " +
+                                std::to_string(run) +
+                                "); of several types of data nobody can go on with that, so it "
+                                "gathers again.");
 }
 
 TEST_F(EarlierTest, OverIpmiAndCimItGathersAgainAndTheReportSaysSo) {

@@ -7,6 +7,7 @@ import os
 import signal
 import subprocess
 import sys
+import tarfile
 import time
 
 import pytest
@@ -309,6 +310,73 @@ def test_killed_while_a_bmc_gathers_by_the_standards_action_another_one_goes_on(
     assert worker.end()["outcome"] == "downloaded"
     assert len([r for r in bmc.requests("POST") if "CollectDiagnosticData" in r["path"]]) == 1
     assert len(fleet.archives()) == 1
+
+
+STANDARD = {"export_action": "missing", "task_states": ["New", *["Running"] * 20, "Completed"], "task_step_seconds": 0.1,
+            "diagnostics": {"services": [{"entries": 3}]}}
+
+
+def collections(bmc):
+    return [r for r in bmc.requests("POST") if "CollectDiagnosticData" in r["path"]]
+
+
+def test_killed_while_the_standards_request_is_on_its_way_the_task_is_adopted(fleet, start_bmc):
+    bmc = start_bmc({"redfish": {**STANDARD, "answers": {"POST *CollectDiagnosticData": [{"delay": 1.0}]}}})
+    worker = start(fleet, bmc, "--interval", "1")
+    bmc.wait_for("CollectDiagnosticData")
+    worker.kill()
+    assert fleet.runs()[0]["task"] is None
+    result = start(fleet, bmc, "--interval", "1").end()
+    assert result["outcome"] == "downloaded", result["reason"]
+    assert next(step for step in result["steps"] if step["name"] == "adopt")["detail"].endswith("/Tasks/1")
+    assert len(collections(bmc)) == 1
+    assert len(fleet.archives()) == 1
+
+
+def test_killed_before_the_standards_request_it_is_asked_once_more(fleet, start_bmc):
+    bmc = start_bmc({"redfish": {**STANDARD, "answers": {"GET */Dump/Entries": [{"delay": 2.0}]}}})
+    worker = start(fleet, bmc, "--interval", "0")
+    bmc.wait_for("/Dump/Entries")
+    worker.kill()
+    assert fleet.host()["state"] == "exporting" and not collections(bmc)
+    result = start(fleet, bmc, "--interval", "0").end()
+    assert result["outcome"] == "downloaded", result["reason"]
+    assert any("it was asked once more" in note for note in result["bmc"]["notes"]), result["bmc"]["notes"]
+    assert len(collections(bmc)) == 1
+
+
+def test_killed_among_several_types_all_are_gathered_again(fleet, start_bmc):
+    diagnostics = {"services": [{"types": ["Manager", "OS"]}]}
+    bmc = start_bmc({"redfish": {**STANDARD, "diagnostics": diagnostics}})
+    worker = start(fleet, bmc, "--interval", "1", "--all-types")
+    worker.reach("gathering")
+    worker.kill()
+    time.sleep(2.5 * tool.SLOWNESS / 4)  # the first of them ends: one at a time
+    result = start(fleet, bmc, "--interval", "1", "--all-types").end()
+    assert result["outcome"] == "downloaded", result["reason"]
+    assert [one["type"] for one in result["collections"]] == ["Manager", "OS"]
+    assert any("of several types of data nobody can go on" in note for note in result["bmc"]["notes"])
+    (folder,) = [path for path in fleet.folder.iterdir() if path.is_dir()]
+    assert len(list(folder.iterdir())) == 2
+
+
+@pytest.mark.parametrize("kill", [True, False])
+def test_a_tree_that_was_cut_short_is_read_anew_and_says_so(fleet, start_bmc, kill):
+    bmc = start_bmc({"redfish": {"export_action": "missing", "answers": {"GET /redfish/v1/TaskService": [{"delay": 1.0}]}}})
+    worker = start(fleet, bmc)
+    bmc.wait_for("/redfish/v1/TaskService")
+    if kill:
+        worker.kill()
+    else:
+        worker.process.stdin.close()
+        assert worker.end()["outcome"] == "interrupted"
+    assert not fleet.archives()
+    result = start(fleet, bmc).end()
+    assert (result["outcome"], result["operation"]) == ("downloaded", "tree")
+    assert any("it is read anew" in note for note in result["bmc"]["notes"]), result["bmc"]["notes"]
+    (archive,) = fleet.archives()
+    with tarfile.open(archive) as files:
+        assert "manifest.json" in files.getnames()
 
 
 def test_killed_at_its_end_it_is_done_without_the_bmc(fleet, start_bmc):

@@ -9,7 +9,7 @@
 namespace {
 
 using Kemffdc::Redfish::ChooseTask;
-using Kemffdc::Redfish::ExportIntent;
+using Kemffdc::Redfish::Intent;
 using Kemffdc::Redfish::ListedTask;
 using Kemffdc::Redfish::ReadHttpTime;
 using Kemffdc::Redfish::ReadIsoTime;
@@ -69,27 +69,38 @@ TEST(AdoptionReading, KnowsAnExportByTheActionThatWasPosted) {
     EXPECT_TRUE(task->ended);
 }
 
+TEST(AdoptionReading, KnowsACollectionByTheActionThatWasPosted) {
+    const auto task = ReadListedTask("/t/1", R"({"TaskState":"Running","Payload":{"TargetUri":
+        "/redfish/v1/Managers/1/LogServices/Dump/Actions/LogService.CollectDiagnosticData"}})");
+    ASSERT_TRUE(task.has_value());
+    EXPECT_TRUE(task->isCollection);
+    EXPECT_FALSE(task->isExport);
+}
+
 TEST(AdoptionReading, TakesNoOtherTaskForAnExport) {
     const auto task = ReadListedTask("/t/1", R"({"Name":"Firmware update","Payload":{"TargetUri":
         "/redfish/v1/UpdateService/Actions/UpdateService.SimpleUpdate"}})");
     ASSERT_TRUE(task.has_value());
     EXPECT_FALSE(task->isExport);
+    EXPECT_FALSE(task->isCollection);
     EXPECT_FALSE(ReadListedTask("/t/1", "[]").has_value());
 }
 
 struct Row {
     const char* why;
     std::vector<ListedTask> tasks;
-    ExportIntent intent;
+    Intent intent;
     std::time_t ahead;
     const char* chosen;
 };
 
 TEST(AdoptionChoice, TakesTheExportThatTheIntentHasBegun) {
-    const ExportIntent intent{kIntent, false, {}};
+    const Intent intent{kIntent, false, {}};
     const ListedTask mini{"/m", true, "Mini-log", kIntent, false};
     const ListedTask update{"/u", false, "", kIntent, false};
     const ListedTask unnamed{"/p", true, "", kIntent, false};
+    const ListedTask collection{"/c", false, "", kIntent, false, true};
+    const Intent standard{kIntent, true, {}, true};
     const std::vector<Row> rows{
         {"there are no tasks", {}, intent, 0, ""},
         {"it began right then", {Export("/1", kIntent)}, intent, 0, "/1"},
@@ -112,6 +123,8 @@ TEST(AdoptionChoice, TakesTheExportThatTheIntentHasBegun) {
         {"the logs alone were asked for", {mini}, {kIntent, true, {}}, 0, "/m"},
         {"its kind is not told", {unnamed}, intent, 0, "/p"},
         {"it is no export", {update}, intent, 0, ""},
+        {"a collection is no export", {collection}, intent, 0, ""},
+        {"a collection was asked for", {unnamed, collection}, standard, 0, "/c"},
     };
     for (const Row& row : rows) {
         EXPECT_EQ(ChooseTask(row.tasks, row.intent, row.ahead), row.chosen) << row.why;

@@ -283,6 +283,27 @@ def test_a_task_that_is_forgotten_meanwhile_leaves_its_entry(start_bmc, tmp_path
     assert arrived(ended) == data_of(bmc, 41)
 
 
+def test_a_task_that_was_not_known_yet_is_found_and_nothing_is_posted_again(start_bmc, tmp_path, state):
+    bmc = start_bmc(scenario(states=["Running"] * 12 + ["Completed"], answers={COLLECT: [{"delay": 1.0}]}))
+    running = tool.Running(tool.collect(bmc, tmp_path / "out"), password=bmc.password)
+    bmc.wait_for("CollectDiagnosticData")
+    running.process.kill()
+    running.end(20)
+    ended = tool.run(["resume", "1", "--password-file", "-", "--interval", "0", "--json"], password=bmc.password)
+    assert ended.code == 0, ended.err
+    assert arrived(ended) == data_of(bmc)
+    assert len(asked(bmc)) == 1
+
+
+def test_of_several_types_nothing_can_be_gone_on_with(start_bmc, tmp_path, state):
+    bmc = start_bmc(scenario(TWO, states=["Running"] * 12 + ["Completed"]))
+    first = collect(bmc, tmp_path / "out", "--all-types", "--tries", "2")
+    assert first.code == 6 and "kemffdc resume" not in first.err, first.err
+    ended = tool.run(["resume", "1", "--password-file", "-"], password=bmc.password)
+    assert ended.code == 2
+    assert "Run 1 was to bring several types of data, one after the other: it cannot be gone on with." in ended.err
+
+
 def test_no_secret_in_any_place(start_bmc, tmp_path):
     bmc = start_bmc(scenario())
     log = tmp_path / "log"

@@ -290,6 +290,18 @@ def test_an_interrupt_leaves_nothing(start_bmc, tmp_path, number):
     assert len(paths(bmc, "DELETE")) == 1
 
 
+def test_one_that_was_interrupted_is_read_anew(start_bmc, tmp_path, state):
+    bmc = start_bmc(shaped("harrow", answers={"GET /redfish/v1/Systems/Self/Memory": [{"delay": 2.0}]}))
+    running = tool.Running(tree(bmc, tmp_path / "out"), password=bmc.password)
+    bmc.wait_for("/redfish/v1/Systems/Self/Memory")
+    assert running.interrupt().code == 130
+    ended = tool.run(["resume", "1", "--password-file", "-", "--json"], password=bmc.password)
+    assert ended.code == 0, ended.err
+    assert "Of a tree nothing can be gone on with: it is read anew." in ended.json["bmc"]["notes"]
+    assert (ended.json["command"], ended.json["tree"]["resources"]) == ("resume", 3195)
+    assert tool.archives_in(tmp_path / "out") == [pathlib.Path(ended.json["path"]).name]
+
+
 def test_a_deadline_leaves_nothing(start_bmc, tmp_path):
     bmc = start_bmc(shaped("harrow", **SLOW))
     ended = tool.run(tree(bmc, tmp_path, "--deadline", f"{int(4 * tool.SLOWNESS)}s"), password=bmc.password)
