@@ -9,21 +9,12 @@ import subprocess
 
 import pytest
 
-from commands import BUILD, CXX, ENVIRONMENT, KEPT, ROOT, build_library, configured, run
+from commands import CXX, ENVIRONMENT, ROOT, configured, run
+from conftest import parent
 from emulated_bmc import emulated_bmc
 
 COLLECT = ROOT / "examples" / "collect.cpp"
 QUICK = "{redfish: {task_states: [Completed]}}"
-PARENT = f"""
-cmake_minimum_required(VERSION 3.25)
-project(Parent LANGUAGES CXX)
-include(FetchContent)
-FetchContent_Declare(VarnexFfdc SOURCE_DIR "{ROOT}")
-FetchContent_MakeAvailable(VarnexFfdc)
-add_executable(host "{COLLECT}")
-target_link_libraries(host PRIVATE Varnex::ffdc Varnex::platform)
-"""
-
 
 def collect(host, folder):
     with emulated_bmc(folder, QUICK) as bmc:
@@ -34,26 +25,6 @@ def collect(host, folder):
 
 def targets(folder):
     return {line.split(":")[0] for line in run("ninja", "-C", folder, "-t", "targets", "all").stdout.splitlines()}
-
-
-def parent(folder):
-    folder.mkdir(parents=True, exist_ok=True)
-    text = folder / "CMakeLists.txt"
-    if not text.is_file() or text.read_text(encoding="utf-8") != PARENT:
-        text.write_text(PARENT, encoding="utf-8")
-    return folder
-
-
-@pytest.fixture(scope="module")
-def static():
-    """A project that has the library for a part, static, and installs it."""
-    folder = parent(KEPT / "static")
-    build_library(folder, folder / "out", "-DBUILD_SHARED_LIBS=OFF", "-DVARNEX_INSTALL=ON",
-                  f"-DCMAKE_INSTALL_PREFIX={folder}/installed",
-                  f"-DVARNEX_IPMI={'ON' if configured('VARNEX_IPMI:BOOL=ON') else 'OFF'}")
-    shutil.rmtree(folder / "installed", ignore_errors=True)
-    run("cmake", "--install", folder / "out")
-    return folder
 
 
 def files(folder):
@@ -68,6 +39,23 @@ def test_builds_in_two_folders_make_the_same_files(built_in_an_odd_folder, built
 
     assert odd.keys() == plain.keys()
     assert [name for name in plain if plain[name] != odd[name]] == []
+
+
+def test_a_host_brings_its_own_platform_library(built_elsewhere, other_platform, tmp_path):
+    """Same sources, another library behind the platform's headers: nothing of ours is linked."""
+    lib = shutil.copytree(built_elsewhere / "lib", tmp_path / "lib", symlinks=True)
+    shutil.copy(other_platform, lib)  # the library looks for it beside itself
+    run(CXX, "-std=c++11", COLLECT, "-o", tmp_path / "collect", f"-I{built_elsewhere}/include",
+        f"-L{lib}", "-lvarnexffdc", f"-Wl,-rpath,{lib}")
+
+    with emulated_bmc(tmp_path, QUICK) as bmc:
+        host = run(tmp_path / "collect", bmc["address"], bmc["redfish"]["port"], bmc["user"],
+                   tmp_path / "ffdc.tar.gz", input=bmc["password"] + "\n")
+
+    assert (tmp_path / "ffdc.tar.gz").read_text() == "fetched by another platform\n"
+    assert "other log 4 src/module/kvs/ffdc/ffdc: Calling constructor of KEMFfdc" in host.stderr
+    assert not list(built_elsewhere.rglob("libvarnexplatform*"))
+    assert "libvarnexplatform" not in run("ldd", tmp_path / "collect").stdout
 
 
 def test_a_part_of_a_project_is_the_library_and_nothing_else(tmp_path):

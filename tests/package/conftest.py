@@ -6,9 +6,18 @@ import shutil
 
 import pytest
 
-from commands import BUILD, CXX, KEPT, ROOT, build_library, run
+from commands import BUILD, CXX, KEPT, ROOT, build_library, configured, run
 
 HERE = pathlib.Path(__file__).resolve().parent
+PARENT = f"""
+cmake_minimum_required(VERSION 3.25)
+project(Parent LANGUAGES CXX)
+include(FetchContent)
+FetchContent_Declare(VarnexFfdc SOURCE_DIR "{ROOT}")
+FetchContent_MakeAvailable(VarnexFfdc)
+add_executable(host "{ROOT}/examples/collect.cpp")
+target_link_libraries(host PRIVATE Varnex::ffdc Varnex::platform)
+"""
 SOURCES = ["CMakeLists.txt", "CHANGELOG.md", "LICENSES", "cmake", "include", "packaging", "platform", "shared", "src"]
 
 
@@ -60,3 +69,24 @@ def with_other_platform(source, folder, platform):
     shutil.rmtree(KEPT / "installed" / folder.name, ignore_errors=True)
     run("cmake", "--install", folder, "--prefix", KEPT / "installed" / folder.name)
     return KEPT / "installed" / folder.name
+
+
+def parent(folder):
+    """A project that has the library for a part."""
+    text = folder / "CMakeLists.txt"
+    folder.mkdir(parents=True, exist_ok=True)
+    if not text.is_file() or text.read_text(encoding="utf-8") != PARENT:
+        text.write_text(PARENT, encoding="utf-8")
+    return folder
+
+
+@pytest.fixture(scope="session")
+def static():
+    """Such a project, with static libraries, installed; with debug information."""
+    folder = parent(KEPT / "static")
+    build_library(folder, folder / "out", "-DBUILD_SHARED_LIBS=OFF", "-DVARNEX_INSTALL=ON", "-DCMAKE_CXX_FLAGS=-g",
+                  f"-DCMAKE_INSTALL_PREFIX={folder}/installed",
+                  f"-DVARNEX_IPMI={'ON' if configured('VARNEX_IPMI:BOOL=ON') else 'OFF'}")
+    shutil.rmtree(folder / "installed", ignore_errors=True)
+    run("cmake", "--install", folder / "out")
+    return folder

@@ -292,22 +292,6 @@ def test_nothing_installed_knows_where_it_was_built(prefix):
             assert str(prefix.parent / "installed").encode() not in content, file
 
 
-def test_a_host_brings_its_own_platform_library(built_elsewhere, other_platform, tmp_path):
-    """Same sources, another library behind the platform's headers: nothing of ours is linked."""
-    other = shutil.copytree(built_elsewhere, tmp_path / "other", symlinks=True)
-    shutil.copy(other_platform, libraries(other))  # the library looks for it beside itself
-    compile_with_pkg_config(other, ROOT / "examples" / "collect.cpp", tmp_path / "collect")
-
-    with emulated_bmc(tmp_path, QUICK) as bmc:
-        host = run(tmp_path / "collect", bmc["address"], bmc["redfish"]["port"], bmc["user"],
-                   tmp_path / "ffdc.tar.gz", input=bmc["password"] + "\n")
-
-    assert (tmp_path / "ffdc.tar.gz").read_text() == "fetched by another platform\n"
-    assert "other log 4 src/module/kvs/ffdc/ffdc: Calling constructor of KEMFfdc" in host.stderr
-    assert not list(other.rglob("libvarnexplatform*"))
-    assert "libvarnexplatform" not in run("ldd", tmp_path / "collect").stdout
-
-
 def test_the_readme_shows_the_example_that_is_built_here():
     example = (ROOT / "examples" / "collect.cpp").read_text(encoding="utf-8")
     shown = example[example.index("// collect"):]
