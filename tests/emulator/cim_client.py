@@ -303,6 +303,11 @@ def exchange(bmc: Bmc, data: bytes, tls: bool = False) -> CimReply:
         return wire.ask(data)
 
 
+def call(bmc: Bmc, method: str, parameters: str, namespace: str = "root/cimv2", **headers: Any) -> CimReply:
+    body = message(intrinsic(method, parameters, namespace))
+    return exchange(bmc, request(body, method, namespace, headers))
+
+
 def cim_requests(bmc: Bmc) -> list[dict[str, Any]]:
     return [entry for entry in bmc.requests() if entry["service"] == "cim"]
 

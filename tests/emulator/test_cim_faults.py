@@ -325,8 +325,9 @@ def test_the_named_faults_do_what_their_names_say(start: Starter) -> None:
 
 
 @pytest.mark.parametrize("cim, complaint", [
-    ({"name": 1}, "cim.name: unknown member; allowed: namespaces, services,"),
+    ({"name": 1}, "cim.name: unknown member; allowed: namespaces, interop, services,"),
     ({"namespaces": ["a b"]}, 'cim.namespaces[0]: must be names with "/" between them'),
+    ({"interop": "a//b"}, 'cim.interop: must be names with "/" between them'),
     ({"services": -1}, "cim.services: must be a whole number from 0 to 100000, not -1"),
     ({"data": [70000]}, "cim.data[0]: must be a whole number from 0 to 65535, not 70000"),
     ({"data": [{"kind": 1}]}, "cim.data[0].kind: unknown member; allowed: type, id, properties, without"),

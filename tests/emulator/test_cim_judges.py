@@ -83,6 +83,36 @@ def test_it_reads_one_object_and_the_classes(judged: Bmc) -> None:
     assert {name.rpartition(":")[2] for name in names} == {"ZOR_FFDCService", "ZOR_FFDCData"}
 
 
+def test_it_lists_classes_with_their_properties(judged: Bmc) -> None:
+    data = lines(wbemcli(judged, "http", "ec", "root/cimv2"))
+    interop = lines(wbemcli(judged, "http", "ec", "interop"))
+
+    assert [line.rpartition(":")[0].rpartition(":")[2].strip() for line in data if line[0] != "-"] == [
+        "ZOR_FFDCService", "ZOR_FFDCData"]
+    assert data.count("-ElementName=") == 2 and "-DataCollectionType=" in data
+    assert [line.rpartition(":")[0].rpartition(":")[2].strip() for line in interop if line[0] != "-"] == [
+        "CIM_ObjectManager", "CIM_Namespace", "CIM_RegisteredProfile"]
+
+
+@both
+def test_it_learns_from_the_interop_namespace_who_serves_what(judged: Bmc, scheme: str) -> None:
+    manager = lines(wbemcli(judged, scheme, "ei", "interop:CIM_ObjectManager"))
+    namespaces = lines(wbemcli(judged, scheme, "ei", "interop:CIM_Namespace"))
+    profiles = lines(wbemcli(judged, scheme, "ei", "interop:CIM_RegisteredProfile"))
+
+    assert manager[1:] == [
+        '-SystemCreationClassName="CIM_ComputerSystem"', '-SystemName="kem"', '-CreationClassName="CIM_ObjectManager"',
+        '-Name="Tavrin:CIM"', '-ElementName="Tavrin CIM Server"', '-Description="Tavrin CIM Server Version 4.20.1183"',
+        '-Version="4.20.1183"', "-Started=TRUE",
+    ]
+    assert [line for line in namespaces if line.startswith("-Name=")] == [
+        f'-Name="{name}"' for name in ("root/cimv2", *(f"zor/kem{n}/cimv2" for n in range(1, 5)), "interop")]
+    assert profiles[1:] == [
+        '-InstanceID="ZOR:ServiceData:1.0.0"', "-RegisteredOrganization=1", '-OtherRegisteredOrganization="Tavrin"',
+        '-RegisteredName="Service Data"', '-RegisteredVersion="1.0.0"', "-AdvertiseTypes=2",
+    ]
+
+
 @both
 def test_it_makes_the_bmc_export(
     start: Starter, store: SftpStore, scheme: str, monkeypatch: pytest.MonkeyPatch  # noqa: F811

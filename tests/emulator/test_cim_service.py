@@ -10,7 +10,7 @@ from typing import Any, Iterator
 import pytest
 
 from cim_client import (
-    SERVICE_KEYS, CimReply, Wire, basic, class_parameter, cim_requests, enumeration, exchange,
+    SERVICE_KEYS, Wire, basic, call, class_parameter, cim_requests, enumeration, exchange,
     export_parameters, instance_name, intrinsic, invocation, message, request,
 )
 from conftest import Bmc, Starter
@@ -25,11 +25,6 @@ def open_bmc(tmp_path_factory: pytest.TempPathFactory) -> Iterator[Bmc]:
     starter = Starter(tmp_path_factory.mktemp("open"))
     yield starter({"cim": {"authentication": False, "export": {"upload": False}}})
     starter.stop_all()
-
-
-def call(bmc: Bmc, method: str, parameters: str, namespace: str = "root/cimv2", **headers: Any) -> CimReply:
-    body = message(intrinsic(method, parameters, namespace))
-    return exchange(bmc, request(body, method, namespace, headers))
 
 
 def flag(name: str, text: str) -> str:

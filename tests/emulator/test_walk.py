@@ -55,6 +55,7 @@ def test_every_walk_works_as_written(typed: str, tmp_path: Path) -> None:
     assert "HTTP/1.1 201" in typed and "X-Auth-Token: " in typed
     assert '"Dumping processor 1."' in typed and "ffdc/manifest.json" in typed
     assert len(list((tmp_path / "store").iterdir())) == 1
+    assert '-Name="zor/kem4/cimv2"' in typed, "the namespaces"
     assert re.search(r"(?m)^ 0[01]$", typed), "ipmitool's answer"
     assert re.search(r"(?m)^ +28 \|.*\| (Asserted|Deasserted)", typed), "the fortieth event"
     assert re.search(r"(?m)^6 +\| Exhaust Temp +\| Temperature", typed), "FreeIPMI's sensors"

@@ -1,15 +1,17 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The two classes of the BMC and their instances."""
+"""Classes, instances, and the two classes of the BMC."""
 
 from __future__ import annotations
 
-from dataclasses import dataclass
-from typing import Sequence
+from dataclasses import dataclass, field
+from typing import Iterable, Mapping, Sequence
 
+from bmc.cim import errors
+from bmc.cim.errors import CimError
 from bmc.cim.markup import escaped
 from bmc.cim.paths import Key, ObjectPath
 from bmc.cim.settings import CimSettings, DataObject
-from bmc.cim.values import Property, value_xml
+from bmc.cim.values import Property, qualifiers_xml, value_xml
 
 SERVICE, DATA = "ZOR_FFDCService", "ZOR_FFDCData"
 SERVICE_NAME = "FFDC"
@@ -51,7 +53,7 @@ class CimClass:
     description: str
     properties: Sequence[tuple[str, str, bool]]
     keys: int
-
+    value_maps: Mapping[str, Mapping[str, str]] = field(default_factory=dict)  # by property
 
     def xml(self, local_names: Sequence[str] | None, qualifiers: bool, origin: bool) -> str:
         shown = "".join(
@@ -69,11 +71,39 @@ class CimClass:
         from_ = f' CLASSORIGIN="{self.name}"' if origin else ""
         is_key = number < self.keys
         inside = _flag_qualifier("Key") + _LENGTH if qualifiers and is_key else ""
+        inside += qualifiers_xml(self.value_maps.get(name, {})) if qualifiers else ""
         return f'<{tag} NAME="{name}" {from_} TYPE="{type_}">\n{inside}</{tag}>\n'
 
 
-CLASSES = {
-    SERVICE.lower(): CimClass(
+@dataclass(frozen=True)
+class Space:
+    """What there is in a namespace. Throws CimError where something is not."""
+
+    classes: Mapping[str, CimClass]  # by their names in lower case, as the instances
+    instances: Mapping[str, Sequence[Instance]]
+
+    @staticmethod
+    def of(classes: Iterable[CimClass], instances: Mapping[str, Sequence[Instance]]) -> "Space":
+        return Space(
+            {one.name.lower(): one for one in classes}, {name.lower(): ones for name, ones in instances.items()})
+
+    def class_named(self, name: str) -> CimClass:
+        if name.lower() not in self.classes:
+            raise CimError(errors.INVALID_CLASS, name)
+        return self.classes[name.lower()]
+
+    def of_class(self, name: str) -> Sequence[Instance]:
+        return self.instances[self.class_named(name).name.lower()]
+
+    def find(self, path: ObjectPath) -> Instance:
+        for one in self.instances.get(path.class_name.lower(), ()):
+            if one.path.identity == path.identity:
+                return one
+        raise CimError(errors.NOT_FOUND, str(ObjectPath(path.class_name, path.keys)))
+
+
+CLASSES = (
+    CimClass(
         SERVICE,
         "Service object that exports service data",
         [
@@ -86,7 +116,7 @@ CLASSES = {
         ],
         keys=4,
     ),
-    DATA.lower(): CimClass(
+    CimClass(
         DATA,
         "Service data of one kind",
         [
@@ -103,7 +133,7 @@ CLASSES = {
         ],
         keys=1,
     ),
-}
+)
 
 _LENGTH = f'<QUALIFIER NAME="MaxLen" TYPE="uint32">\n{value_xml("256")}</QUALIFIER>\n'
 

@@ -1,20 +1,22 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What the CIM object manager can do: read its two classes, and run ExportData."""
+"""What the CIM object manager can do: read its classes, and run ExportData."""
 
 from __future__ import annotations
 
-from typing import Any, Callable, Mapping, Sequence
+from functools import cached_property
+from typing import Any, Callable, Iterable, Mapping, Sequence
 
 from bmc.cim import errors
 from bmc.cim.errors import CimError
 from bmc.cim.export import Exporter
 from bmc.cim.messages import Call, Parameter, return_value, return_values
 from bmc.cim.model import (
-    CLASSES, DATA, EXPORT, PARAMETERS, SERVICE, CimClass, Instance, data_instance, service_instances,
+    CLASSES, DATA, EXPORT, PARAMETERS, SERVICE, CimClass, Instance, Space, data_instance, service_instances,
 )
 from bmc.cim.paths import Key, ObjectPath
 from bmc.cim.settings import CimSettings
 from bmc.cim.values import Property
+from bmc.machine import Machine
 
 _NEEDED = ("InitializationNeeded", "ExportURI", "DataCollectionType")
 _ENUMERATION = {
@@ -22,49 +24,65 @@ _ENUMERATION = {
     "includequalifiers": bool, "includeclassorigin": bool, "propertylist": list,
 }
 _NAMES = {"classname": ObjectPath}
+_CLASS_NAMES = {"classname": ObjectPath, "deepinheritance": bool}
 _CLASS = {name: _ENUMERATION[name] for name in _ENUMERATION if name != "deepinheritance"}
+_ALL_CLASSES = {name: _ENUMERATION[name] for name in _ENUMERATION if name != "propertylist"}
 _INSTANCE = {**{k: v for k, v in _CLASS.items() if k != "classname"}, "instancename": ObjectPath}
 
 
 class Operations:
     """The content of answers; throws CimError."""
 
-    def __init__(self, settings: CimSettings, exporter: Exporter, may_export: bool) -> None:
+    def __init__(self, settings: CimSettings, exporter: Exporter, machine: Machine, may_export: bool) -> None:
+        self._settings = settings
+        self._machine = machine
         self._namespaces = [name.lower() for name in settings.namespaces]
         self._check = settings.check
         self._exporter = exporter
         self._may_export = may_export
         data = [data_instance(item, exporter.archives[item.id].size) for item in settings.data]
-        self._instances: Mapping[str, Sequence[Instance]] = {
-            SERVICE.lower(): service_instances(settings),
-            DATA.lower(): data,
-        }
+        self._space = Space.of(CLASSES, {SERVICE: service_instances(settings), DATA: data})
         self._intrinsic: Mapping[str, Callable[..., str]] = {
             "enumerateinstances": self._enumerate,
             "enumerateinstancenames": self._enumerate_names,
             "getinstance": self._get_instance,
             "getclass": self._get_class,
+            "enumerateclasses": self._classes,
             "enumerateclassnames": self._class_names,
         }
 
     async def perform(self, call: Call, extra_instances: int = 0, extra_properties: int = 0) -> str:
         """What stands in the answer's IMETHODRESPONSE or METHODRESPONSE."""
-        if call.namespace.lower() not in self._namespaces:
-            raise CimError(errors.INVALID_NAMESPACE, call.namespace)
+        space = self._space_named(call.namespace)
         if not call.intrinsic:
-            return return_value("uint32", str(await self._invoke(call)))
+            return return_value("uint32", str(await self._invoke(space, call)))
         operation = self._intrinsic.get(call.method.lower())
         if operation is None:
             raise CimError(errors.NOT_SUPPORTED, call.method)
         if operation == self._enumerate:
-            return return_values(self._enumerate(call, extra_instances, extra_properties))
-        return return_values(operation(call))
+            return return_values(self._enumerate(space, call, extra_instances, extra_properties))
+        return return_values(operation(space, call))
+
+    def _space_named(self, namespace: str) -> Space:
+        if namespace.lower() in self._namespaces:
+            return self._space
+        if self._settings.interop is not None and namespace.lower() == self._settings.interop.lower():
+            return self._interop
+        raise CimError(errors.INVALID_NAMESPACE, namespace)
+
+    @cached_property
+    def _interop(self) -> Space:
+        from bmc.cim.interop import interop_space
+
+        namespaces = [*self._settings.namespaces, self._settings.interop]
+        return interop_space(namespaces, self._settings.system_name, self._machine)
 
     # --- reading ----------------------------------------------------------------------------
 
-    def _enumerate(self, call: Call, extra_instances: int, extra_properties: int) -> str:
+    @staticmethod
+    def _enumerate(space: Space, call: Call, extra_instances: int, extra_properties: int) -> str:
         given = _read(call, _ENUMERATION)
-        instances = list(self._of_class(given))
+        instances = list(space.of_class(_class_name(given)))
         if extra_instances:
             instances += _copies(instances, extra_instances)
         wanted, origin = _wanted(given), given.get("includeclassorigin", False)
@@ -75,52 +93,40 @@ class Operations:
             for one in instances
         )
 
-    def _enumerate_names(self, call: Call) -> str:
-        return "".join(one.path.xml() for one in self._of_class(_read(call, _NAMES)))
+    @staticmethod
+    def _enumerate_names(space: Space, call: Call) -> str:
+        return "".join(one.path.xml() for one in space.of_class(_class_name(_read(call, _NAMES))))
 
-    def _get_instance(self, call: Call) -> str:
+    @staticmethod
+    def _get_instance(space: Space, call: Call) -> str:
         given = _read(call, _INSTANCE)
         if "instancename" not in given:
             raise CimError(errors.INVALID_PARAMETER, "InstanceName")
         path = given["instancename"]
-        self._class(path.class_name)
-        return self._find(path).xml(_wanted(given), given.get("includeclassorigin", False))
-
-    def _get_class(self, call: Call) -> str:
-        given = _read(call, _CLASS)
-        one = self._class(_class_name(given))
-        qualifiers = given.get("includequalifiers", True)
-        return one.xml(_wanted(given), qualifiers, given.get("includeclassorigin", False))
-
-    def _class_names(self, call: Call) -> str:
-        given = _read(call, {"classname": ObjectPath, "deepinheritance": bool})
-        if "classname" in given:
-            self._class(given["classname"].class_name)
-            return ""  # neither class has others below it
-        return "".join(f'<CLASSNAME NAME="{one.name}"/>\n' for one in CLASSES.values())
-
-    def _of_class(self, given: Mapping[str, Any]) -> Sequence[Instance]:
-        return self._instances[self._class(_class_name(given)).name.lower()]
+        space.class_named(path.class_name)
+        return space.find(path).xml(_wanted(given), given.get("includeclassorigin", False))
 
     @staticmethod
-    def _class(name: str) -> CimClass:
-        if name.lower() not in CLASSES:
-            raise CimError(errors.INVALID_CLASS, name)
-        return CLASSES[name.lower()]
+    def _get_class(space: Space, call: Call) -> str:
+        given = _read(call, _CLASS)
+        return _class_xml(space.class_named(_class_name(given)), given)
 
-    def _find(self, path: ObjectPath) -> Instance:
-        for one in self._instances.get(path.class_name.lower(), ()):
-            if one.path.identity == path.identity:
-                return one
-        raise CimError(errors.NOT_FOUND, str(ObjectPath(path.class_name, path.keys)))
+    @staticmethod
+    def _classes(space: Space, call: Call) -> str:
+        given = _read(call, _ALL_CLASSES)
+        return "".join(_class_xml(one, given) for one in _listed(space, given))
+
+    @staticmethod
+    def _class_names(space: Space, call: Call) -> str:
+        return "".join(f'<CLASSNAME NAME="{one.name}"/>\n' for one in _listed(space, _read(call, _CLASS_NAMES)))
 
     # --- ExportData -------------------------------------------------------------------------
 
-    async def _invoke(self, call: Call) -> int:
+    async def _invoke(self, space: Space, call: Call) -> int:
         assert call.target is not None
-        if call.target.class_name.lower() not in CLASSES:
+        if call.target.class_name.lower() not in space.classes:
             raise CimError(errors.NOT_FOUND, call.target.class_name)
-        service = self._find(call.target)
+        service = space.find(call.target)
         if service.path.class_name != SERVICE or call.method.lower() != EXPORT.lower():
             raise CimError(errors.METHOD_NOT_AVAILABLE, call.method)
         if not self._may_export:
@@ -138,7 +144,7 @@ class Operations:
             raise CimError(errors.INVALID_PARAMETER, "DataCollectionType")
         if path.namespace is not None and path.namespace.lower() not in self._namespaces:
             raise CimError(errors.INVALID_PARAMETER, "DataCollectionType")
-        found = self._find(path).data
+        found = self._space.find(path).data
         assert found is not None
         return found
 
@@ -160,6 +166,19 @@ def _read(call: Call, known: Mapping[str, type]) -> dict[str, Any]:
             raise CimError(errors.INVALID_PARAMETER, parameter.name)
         given[name] = value
     return given
+
+
+def _listed(space: Space, given: Mapping[str, Any]) -> Iterable[CimClass]:
+    """The classes below the one that is named, of which none has any, or those at the top."""
+    if "classname" not in given:
+        return space.classes.values()
+    space.class_named(given["classname"].class_name)
+    return ()
+
+
+def _class_xml(one: CimClass, given: Mapping[str, Any]) -> str:
+    qualifiers = given.get("includequalifiers", True)
+    return one.xml(_wanted(given), qualifiers, given.get("includeclassorigin", False))
 
 
 def _class_name(given: Mapping[str, Any]) -> str:

@@ -42,7 +42,7 @@ async def serve_cim(
     names = ("cim", "cim-https")
     plain, secure = (_listener(doors, name, address, port) for name, port in zip(names, ports))
     exporter = Exporter(machine, folder, settings)
-    operations = Operations(settings, exporter, scenario.role != "ReadOnly")
+    operations = Operations(settings, exporter, machine, scenario.role != "ReadOnly")
     account = Account(scenario.user, scenario.password)
     server = CimServer(settings, account, operations, record, address)
     if doors.is_open("cim"):

@@ -13,12 +13,13 @@ from bmc.cim.values import Property, read_property
 from bmc.scenario import Checker, MemberPath
 
 MEMBERS = (
-    "namespaces", "services", "system_name", "data", "authentication", "challenge",
+    "namespaces", "interop", "services", "system_name", "data", "authentication", "challenge",
     "export", "archive", "answers",
 )
 _OBJECT_MEMBERS = ("type", "id", "properties", "without")
 _EXPORT_MEMBERS = ("upload", "check", "seconds")
 _NAMESPACES = ("root/cimv2", *(f"zor/kem{node}/cimv2" for node in range(1, 5)))
+_INTEROP = "interop"
 _NAMESPACE = re.compile(r"[A-Za-z_][\w-]*(/[A-Za-z_][\w-]*)*")
 _MANY = 100000
 
@@ -38,6 +39,7 @@ class CimSettings:
     """What the CIM object manager is to be."""
 
     namespaces: Sequence[str] = _NAMESPACES
+    interop: str | None = _INTEROP  # the namespace that tells of the others; None: there is none
     services: int = 1
     system_name: str = "kem"
     data: Sequence[DataObject] = ()
@@ -59,6 +61,7 @@ def read_cim(check: Checker, value: Any) -> CimSettings:
     size = archive.get("size")
     return CimSettings(
         namespaces=_read_namespaces(check, entry, place + ("namespaces",)),
+        interop=_read_interop(check, entry.get("interop", _INTEROP), place + ("interop",)),
         services=check.whole(entry.get("services", 1), place + ("services",), 0, _MANY),
         system_name=check.text(entry.get("system_name", "kem"), place + ("system_name",)),
         data=_read_data(check, entry.get("data", [1, 2, 4]), place + ("data",)),
@@ -76,10 +79,17 @@ def read_cim(check: Checker, value: Any) -> CimSettings:
 
 def _read_namespaces(check: Checker, entry: Mapping[str, Any], place: MemberPath) -> Sequence[str]:
     names = check.sequence(entry.get("namespaces", list(_NAMESPACES)), place)
-    for number, name in enumerate(names):
-        if not _NAMESPACE.fullmatch(check.text(name, place + (number,))):
-            check.fail(place + (number,), 'must be names with "/" between them')
-    return tuple(names)
+    return tuple(_namespace(check, name, place + (number,)) for number, name in enumerate(names))
+
+
+def _read_interop(check: Checker, value: Any, place: MemberPath) -> str | None:
+    return None if value is None else _namespace(check, value, place)
+
+
+def _namespace(check: Checker, value: Any, place: MemberPath) -> str:
+    if not _NAMESPACE.fullmatch(check.text(value, place)):
+        check.fail(place, 'must be names with "/" between them')
+    return value
 
 
 def _read_challenge(check: Checker, entry: Mapping[str, Any], place: MemberPath) -> str | None:
