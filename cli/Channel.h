@@ -43,6 +43,8 @@ struct Channel {
     Outcome (*collect)(Context& run);  // gathers, and delivers the archive
     Outcome (*check)(Context& run);    // finds out whether collect would get as far as gathering
     Outcome (*resume)(Context& run) = nullptr;  // goes on with an earlier run; null: cannot
+
+    bool built = true;  // false: left out of this build, and `complete` says so
 };
 
 }  // namespace Kemffdc

@@ -23,6 +23,14 @@ std::string Joined(const std::vector<std::string>& words) {
     return text;
 }
 
+std::string BuiltChannels() {
+    std::vector<std::string> names;
+    for (const Channel* channel : Channels()) {
+        if (channel->built) names.emplace_back(channel->name);
+    }
+    return Joined(names);
+}
+
 // "1_81": also what the loader looks for, as a part of the files' names.
 std::string VersionOfBoost() {
     std::string version = BOOST_LIB_VERSION;
@@ -42,21 +50,19 @@ std::string Libraries() {
 }
 
 std::string IpmiModule() {
+    if (!KEMFFDC_IPMI_BUILT) return "left out of this build (VARNEX_IPMI=OFF)";
     const Varnex::IpmiModuleDescription module = Varnex::DescribeIpmiModule();
-    if (module.why.empty()) return module.library + ", under " + module.licence + " as a whole";
-    return KEMFFDC_IPMI_BUILT ? module.why : "left out of this build (VARNEX_IPMI=OFF)";
+    if (!module.why.empty()) return module.why;
+    return module.library + ", under " + module.licence + " as a whole";
 }
 
 }  // namespace
 
 std::string VersionText(const std::string& builtFrom) {
     const std::pair<std::string, std::string> lines[] = {
-        {"built from:", builtFrom},
-        {"licence:", "Apache-2.0"},
-        {"channels:", Joined(ChannelNames())},
-        {"CIM client:", KEMFFDC_CIM_CLIENT},
-        {"IPMI module:", IpmiModule()},
-        {"libraries:", Libraries()},
+        {"built from:", builtFrom},     {"licence:", "Apache-2.0"},
+        {"channels:", BuiltChannels()}, {"CIM client:", KEMFFDC_CIM_CLIENT},
+        {"IPMI module:", IpmiModule()}, {"libraries:", Libraries()},
     };
     std::string text = "kemffdc " KEMFFDC_VERSION "\n";
     for (const auto& [name, told] : lines) {

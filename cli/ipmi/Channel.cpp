@@ -15,6 +15,17 @@ namespace {
 
 constexpr std::uint16_t kPort = 623;
 
+constexpr char kLeftOut[] = "Not in this build (VARNEX_IPMI=OFF)";
+
+constexpr const char* Brief(const char* brief) { return KEMFFDC_IPMI_BUILT ? brief : kLeftOut; }
+
+// The tool takes a module that happens to be there as little as one that is not.
+std::string FaultOfBuild(const char* name) {
+    if (KEMFFDC_IPMI_BUILT) return "";
+    return std::string("--via ") + name +
+           ": this kemffdc was built without IPMI (VARNEX_IPMI=OFF).";
+}
+
 OptionGroups OverLan() {
     return {&PortOptions(), &LoginOptions(), &LanOptions(), &GatherOptions(), &DownloadOptions()};
 }
@@ -23,13 +34,14 @@ OptionGroups InBand() { return {&LoginOptions(), &GatherOptions(), &DownloadOpti
 
 std::string CompleteOverLan(Options& options) {
     if (options.port == 0) options.port = kPort;
-    return "";
+    return FaultOfBuild("ipmi");
 }
 
 // In band nobody logs in. In the modes that fetch an account in band, the file service may be tried
 // with another one besides.
 std::string CompleteInBand(Options& options) {
     Part<ChannelOptions>(options).inBand = true;
+    if (std::string fault = FaultOfBuild("kcs"); !fault.empty()) return fault;
     const bool useful =
         options.command != Command::kCheck && Own(options).mode != kAccountOverSession;
     const bool onLine = options.IsOnLine("--user") || options.IsOnLine("--password-file");
@@ -51,23 +63,27 @@ void Outline(const Options& /*options*/, Report& report) {
 }  // namespace
 
 const Channel kLanChannel{"ipmi",
-                          "IPMI over the LAN; files come by SFTP (port 115)",
+                          Brief("IPMI over the LAN; files come by SFTP (port 115)"),
                           Channel::Host::kRequired,
                           OverLan,
                           CompleteOverLan,
                           Outline,
                           Knock,
                           Collect,
-                          Check};
+                          Check,
+                          nullptr,
+                          KEMFFDC_IPMI_BUILT};
 
 const Channel kKcsChannel{"kcs",
-                          "The same from this machine's own BMC, in band",
+                          Brief("The same from this machine's own BMC, in band"),
                           Channel::Host::kOptional,
                           InBand,
                           CompleteInBand,
                           Outline,
                           nullptr,
                           Collect,
-                          Check};
+                          Check,
+                          nullptr,
+                          KEMFFDC_IPMI_BUILT};
 
 }  // namespace Kemffdc::Ipmi
