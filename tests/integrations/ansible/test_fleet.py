@@ -75,6 +75,24 @@ def test_a_station_gathers_its_bmcs_once(ansible, station, bmcs):
     assert len(json.loads(pathlib.Path(first["report"]).read_text())["hosts"]) == 5
 
 
+def test_bmcs_of_several_makes_are_asked_as_they_can_be_or_as_the_settings_say(ansible, station, bmcs):
+    ready, options = bmcs("--count", "3", "--gathering", "0.2", "--mix", "redfish=1,standard=1,tree=1")
+
+    played = ansible.tasks([
+        task("found out", station, options),
+        task("trees", station, options, {"max_age": "0", "settings": {"interval": 1, "operation": "tree"}}),
+    ])
+
+    def operations(name):
+        report = json.loads(pathlib.Path(played.of(name)["report"]).read_text())
+        return {host["name"]: host["operation"] for host in report["hosts"]}
+
+    assert told(played.of("found out")) == ["ok", True, False, False, 3, 3]
+    assert operations("found out") == {bmc["name"]: bmc["operation"] for bmc in ready["bmcs"]}
+    assert told(played.of("trees")) == ["ok", True, False, False, 3, 3]
+    assert set(operations("trees").values()) == {"tree"}
+
+
 def test_shares_of_several_stations_have_each_bmc_once(ansible, station, bmcs):
     ready, options = bmcs("--count", "9", "--gathering", "0.1")
 

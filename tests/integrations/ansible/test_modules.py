@@ -95,6 +95,33 @@ def test_what_was_not_asked_for_is_gathered(ansible, station, start_bmc, tmp_pat
     assert gathered(bmc) == 2
 
 
+def test_a_bmc_is_asked_by_the_operation_of_the_task(ansible, station, start_bmc, tmp_path):
+    services = [{"types": ["Manager", "OS"]}, {"below": "Systems", "id": "Crash", "types": ["OS"]}]
+    bmc = start_bmc({"redfish": {"task_step_seconds": 0.05, "diagnostics": {"services": services}}})
+    options = (station, reach(bmc), {"interval": 1})
+    crash = {"log_service": "/redfish/v1/Systems/1/LogServices/Crash", "diagnostic_type": "OS"}
+    all_types = {"all_types": True, "output": str(tmp_path / "all")}
+    asked = {
+        "export": {}, "named": {"operation": "standard", **crash}, "again": {"operation": "standard", **crash},
+        "all": all_types, "all again": {"operation": "standard", **all_types}, "tree": {"operation": "tree"}}
+
+    played = ansible.tasks([
+        task("look", "check", station, reach(bmc), {"operation": "standard"}),
+        *(task(name, "collect", *options, more) for name, more in asked.items())])
+
+    results = {name: played.of(name) for name in asked}
+    assert {name: result["status"] for name, result in results.items()} == dict.fromkeys(asked, "ok"), played.shown
+    assert [results[name]["result"]["operation"] for name in asked] == ["oem", *["standard"] * 4, "tree"]
+    assert [name for name in asked if results[name]["fresh"]] == ["again", "all again"]
+    named = results["named"]["result"]["collections"]
+    assert [(one["log_service"], one["type"]) for one in named] == [(crash["log_service"], "OS")]
+    assert len(results["all"]["result"]["collections"]) == 3
+    assert results["all again"]["archive"] == results["all"]["archive"]
+    assert results["tree"]["archive"].endswith("_tree.tar.gz")
+    look = played.of("look")["result"]
+    assert look["operation"] == "standard" and len(look["log_services"]) == 2
+
+
 def test_in_check_mode_the_bmc_is_looked_at_and_gathers_nothing(ansible, station, start_bmc):
     bmc = start_bmc(QUICK)
     options = (station, reach(bmc))

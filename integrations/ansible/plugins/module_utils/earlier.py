@@ -12,7 +12,6 @@ from ansible_collections.varnex.ffdc.plugins.module_utils.times import age_of
 __metaclass__ = type
 
 _RUNS = 50  # that are looked through, the newest ones
-_FOLDERS = ("ipmi", "kcs")  # channels that bring a folder of files
 _UNFINISHED = (6, 7, 130)  # exit codes of runs that can be gone on with
 
 
@@ -63,7 +62,8 @@ def record_of(run):
                 record = json.loads(file.read().decode("utf-8"))
         except (OSError, ValueError):
             continue
-        if isinstance(record, dict) and record.get("started") == run["started"]:
+        # Its times may differ by a second from those of the history.
+        if isinstance(record, dict) and record.get("run") == run["run"]:
             return record
     return dict(run, path=names[0] if names else None, retryable=False)
 
@@ -108,6 +108,6 @@ def _lies_in(output, run):
     if output is None:
         return True
     folder = os.path.dirname(_delivered(run)[0]["path"])
-    if run["channel"] in _FOLDERS:
+    if os.path.exists(folder + ".json"):  # a folder of files has its record beside it
         folder = os.path.dirname(folder)
     return os.path.realpath(folder) == os.path.realpath(output)

@@ -45,7 +45,7 @@ options:
     type: path
     required: true
   settings:
-    description: Members of C(kemffdc.conf) that hold for each of these BMCs, such as C(log) or C(interval).
+    description: Members of C(kemffdc.conf) that hold for each of these BMCs that they fit, such as C(operation), C(log) or C(interval).
     type: dict
     default: {}
   command:
