@@ -166,8 +166,8 @@ void Listener::Show(const Event& event) {
                         event.kind == EventKind::kTaskStarting ||
                         event.kind == EventKind::kTaskRunning;
     if (!goesOn && m_hooks.taskEnded) m_hooks.taskEnded();
+    if (goesOn && m_hooks.taskGoesOn) m_hooks.taskGoesOn(task);
     m_progress.State(std::string("task ") + task);
-    if (goesOn && m_hooks.taskGoesOn) m_hooks.taskGoesOn();
 }
 
 Events Listener::Take() {

@@ -84,9 +84,10 @@ const char* TaskStateText(EventKind kind);
 struct Hooks {
     // Before each GET, and before a request is repeated.
     std::function<void()> beforeRequest;
-    // The library has asked for the task, which goes on; it will ask again after the interval.
-    std::function<void()> taskGoesOn;
-    std::function<void()> taskEnded;  // before its state is shown
+    // The library has asked for the task, which goes on in that state; it will ask again after the
+    // interval. Before the state is shown, as the next.
+    std::function<void(const char* state)> taskGoesOn;
+    std::function<void()> taskEnded;
 };
 
 // Listens to the library while it works: keeps what was found, in order, and shows the BMC's state.

@@ -42,8 +42,8 @@ public:
         : m_run(run),
           m_guard(run, EndpointOf(run.options), kRedfishService),
           m_listener(run.progress, {[this] { m_guard.CheckRequest(); },
-                                    [this] {
-                                        if (m_watch) m_watch->TaskGoesOn();
+                                    [this](const char* state) {
+                                        if (m_watch) m_watch->TaskGoesOn(state);
                                     },
                                     [this] {
                                         if (m_watch) m_watch->TaskEnded();

@@ -35,10 +35,11 @@ TaskWatch::~TaskWatch() {
     m_thread.join();
 }
 
-void TaskWatch::TaskGoesOn() {
+void TaskWatch::TaskGoesOn(const std::string& state) {
     {
         std::lock_guard<std::mutex> hold(m_lock);
         m_due = true;
+        m_state = state;
     }
     m_wake.notify_all();
 }
@@ -76,7 +77,8 @@ bool TaskWatch::Look() {
     const std::optional<Task> task =
         AskForTask(transport, BasicLogin(m_options.user, m_password.Reveal()), m_uri);
     const std::lock_guard<std::mutex> hold(m_lock);
-    if (task && !m_stop) m_found(*task);
+    const bool isOld = task && m_due && task->state != m_state;
+    if (task && !m_stop && !isOld) m_found(*task);
     return task.has_value();
 }
 

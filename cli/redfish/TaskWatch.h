@@ -40,8 +40,9 @@ public:
     TaskWatch(const TaskWatch&) = delete;
     TaskWatch& operator=(const TaskWatch&) = delete;
 
-    // The library has asked and goes on waiting. Any thread; does not block, nor does the next.
-    void TaskGoesOn();
+    // The library has asked and goes on waiting. What a look brings that was begun before counts
+    // only where it shows the same state. Any thread; does not block, nor does the next.
+    void TaskGoesOn(const std::string& state);
 
     // It has ended: nothing is found any more.
     void TaskEnded();
@@ -59,7 +60,8 @@ private:
     const Found m_found;
     std::mutex m_lock;
     std::condition_variable m_wake;
-    bool m_due = false;
+    bool m_due = false;   // the library has asked since the last look was begun
+    std::string m_state;  // as the library was told last
     std::atomic<bool> m_stop{false};
     std::thread m_thread;
 };

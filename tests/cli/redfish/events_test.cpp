@@ -163,16 +163,18 @@ TEST_F(RedfishListenerTest, WhoeverWantsToKnowIsToldBeforeEachRequest) {
 }
 
 TEST_F(RedfishListenerTest, TellsWhetherTheTaskGoesOnOrHasEnded) {
-    int goesOn = 0;
+    std::string goesOn;
     int ended = 0;
-    const Listener listener(m_progress, {nullptr, [&] { ++goesOn; }, [&] { ++ended; }});
+    const Listener listener(
+        m_progress,
+        {nullptr, [&](const char* state) { goesOn.append(" ").append(state); }, [&] { ++ended; }});
     Log(3, kChannel, 1).Stream() << "The task \"/t\" is newing, please wait... ";
     Log(3, kChannel, 1).Stream() << "The task \"/t\" is starting, please wait... ";
     Log(3, kChannel, 1).Stream() << "The task \"/t\" is running, please wait... ";
-    EXPECT_EQ(goesOn, 3);
+    EXPECT_EQ(goesOn, " New Starting Running");
     EXPECT_EQ(ended, 0);
     Log(1, kChannel, 1).Stream() << "The task \"/t\" is killed. ";
-    EXPECT_EQ(goesOn, 3);
+    EXPECT_EQ(goesOn, " New Starting Running");
     EXPECT_EQ(ended, 1);
 }
 

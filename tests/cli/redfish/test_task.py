@@ -45,6 +45,19 @@ def polls(bmc):
     return [r for r in bmc.requests("GET") if r["path"] == TASK_PATH and r not in looks(bmc)]
 
 
+def test_a_look_that_the_library_has_overtaken_is_not_shown(start_bmc, tmp_path):
+    late = {"delay": 3.0, "task_state": "New"}
+    bmc = start_bmc({"redfish": {"task_states": ["New", *["Running"] * 5, "Completed"],
+                                 "answers": {"GET */Tasks/1": [{}, late]}}})
+    ended = tool.run(collect_slowly(bmc, tmp_path / "out", "--events"), password=bmc.password)
+    assert ended.code == 0, ended.err
+    assert len(looks(bmc)) >= 2, "the one that came late was not the last"
+    states = [e["task"]["state"] for e in ended.events if e["event"] == "task-read" and e["task"]["state"]]
+    running = next(n for n, e in enumerate(ended.events) if e["event"] == "state" and e["state"] == "task Running")
+    told_later = [e["task"]["state"] for e in ended.events[running:] if e["event"] == "task-read"]
+    assert "New" not in told_later, states
+
+
 # --- the reason -----------------------------------------------------------------------------------
 
 
