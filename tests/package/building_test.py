@@ -41,10 +41,10 @@ def test_builds_in_two_folders_make_the_same_files(built_in_an_odd_folder, built
     assert [name for name in plain if plain[name] != odd[name]] == []
 
 
-def test_a_host_brings_its_own_platform_library(built_elsewhere, other_platform, tmp_path):
+def test_a_host_brings_its_own_platform_library(built_elsewhere, own_platform, tmp_path):
     """Same sources, another library behind the platform's headers: nothing of ours is linked."""
     lib = shutil.copytree(built_elsewhere / "lib", tmp_path / "lib", symlinks=True)
-    shutil.copy(other_platform, lib)  # the library looks for it beside itself
+    shutil.copy(own_platform, lib)  # the library looks for it beside itself
     run(CXX, "-std=c++11", COLLECT, "-o", tmp_path / "collect", f"-I{built_elsewhere}/include",
         f"-L{lib}", "-lvarnexffdc", f"-Wl,-rpath,{lib}")
 

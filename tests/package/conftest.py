@@ -1,14 +1,12 @@
 # SPDX-License-Identifier: Apache-2.0
 """The installed package, once for all tests of a run."""
 
-import pathlib
 import shutil
 
 import pytest
 
 from commands import BUILD, CXX, KEPT, ROOT, build_library, configured, run
 
-HERE = pathlib.Path(__file__).resolve().parent
 PARENT = f"""
 cmake_minimum_required(VERSION 3.25)
 project(Parent LANGUAGES CXX)
@@ -30,14 +28,10 @@ def prefix(tmp_path_factory):
 
 
 @pytest.fixture(scope="session")
-def other_platform():
+def own_platform():
     """A platform library of a host's own."""
-    library = KEPT / "libotherplatform.so"
-    KEPT.mkdir(exist_ok=True)
-    run(CXX, "-std=c++17", "-Wall", "-Wextra", "-Wpedantic", "-Werror", "-DVARNEX_PLATFORM_GLOBAL", "-shared", "-fPIC",
-        HERE / "otherplatform" / "platform.cpp", f"-I{ROOT}/platform/include",
-        "-o", library, "-Wl,-soname,libotherplatform.so")
-    return library
+    build_library(ROOT / "examples" / "own-platform", KEPT / "own-platform")
+    return KEPT / "own-platform" / "libownplatform.so"
 
 
 @pytest.fixture(scope="session")
@@ -53,17 +47,17 @@ def odd_folder():
 
 
 @pytest.fixture(scope="session")
-def built_in_an_odd_folder(odd_folder, other_platform):
-    """The library with the other platform, installed: optimised in name alone, because that is quicker."""
-    return with_other_platform(odd_folder / "source", odd_folder / "out", other_platform)
+def built_in_an_odd_folder(odd_folder, own_platform):
+    """The library with that platform, installed: optimised in name alone, because that is quicker."""
+    return with_platform(odd_folder / "source", odd_folder / "out", own_platform)
 
 
 @pytest.fixture(scope="session")
-def built_elsewhere(other_platform):
-    return with_other_platform(ROOT, KEPT / "elsewhere", other_platform)
+def built_elsewhere(own_platform):
+    return with_platform(ROOT, KEPT / "elsewhere", own_platform)
 
 
-def with_other_platform(source, folder, platform):
+def with_platform(source, folder, platform):
     build_library(source, folder, f"-DVARNEX_PLATFORM={platform}",
                   "-DCMAKE_BUILD_TYPE=RelWithDebInfo", "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-g")
     shutil.rmtree(KEPT / "installed" / folder.name, ignore_errors=True)

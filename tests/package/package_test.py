@@ -7,11 +7,12 @@ import re
 import shutil
 import socket
 import subprocess
+import time
 
 import pytest
 
 from commands import BUILD, CXX, ENVIRONMENT, ROOT, run
-from emulated_bmc import emulated_bmc
+from emulated_bmc import emulated_bmc, emulated_fleet
 
 HERE = pathlib.Path(__file__).resolve().parent
 QUICK = "{redfish: {task_states: [Completed]}}"
@@ -75,13 +76,50 @@ def exported(library, version):
                   for (name, _, _), (_, kind), plain in zip(names, symbols, readable, strict=True))
 
 
-def test_a_host_finds_the_package_with_cmake(prefix, tmp_path):
-    run("cmake", "-S", ROOT / "examples", "-B", tmp_path / "out",
-        f"-DCMAKE_PREFIX_PATH={prefix}", f"-DCMAKE_CXX_COMPILER={CXX}")
-    run("cmake", "--build", tmp_path / "out")
+@pytest.fixture(scope="module")
+def examples(prefix, tmp_path_factory):
+    """The programs of examples/, built with the installed package."""
+    folder = tmp_path_factory.mktemp("examples")
+    run("cmake", "-S", ROOT / "examples", "-B", folder, f"-DCMAKE_PREFIX_PATH={prefix}",
+        f"-DCMAKE_CXX_COMPILER={CXX}", f"-DCMAKE_CXX_FLAGS={' '.join(STRICT)}")
+    run("cmake", "--build", folder, "-j2")
+    return folder
 
+
+def test_a_host_finds_the_package_with_cmake(examples, tmp_path):
     with emulated_bmc(tmp_path, QUICK) as bmc:
-        collect(tmp_path / "out" / "collect", bmc, tmp_path / "ffdc.tar.gz")
+        collect(examples / "collect", bmc, tmp_path / "ffdc.tar.gz")
+
+
+def test_a_host_has_a_log_of_its_own_and_shows_how_far_a_download_is(examples, tmp_path):
+    archive = tmp_path / "ffdc.tar.gz"
+    with emulated_bmc(tmp_path, QUICK) as bmc:
+        ended = run(examples / "progress", bmc["address"], bmc["redfish"]["port"], bmc["user"], archive,
+                    input=bmc["password"] + "\n")
+
+    size = archive.stat().st_size
+    steps = ended.stdout.splitlines()  # each begins with a carriage return
+    assert f"{size} of {size} bytes" in steps
+    assert steps[-1] == f"SHA-256 {hashlib.sha256(archive.read_bytes()).hexdigest()}, {size} bytes"
+    assert "host 3: " in ended.stderr
+    assert [line for line in ended.stderr.splitlines() if not re.match("host [123]: ", line)] == []
+    assert bmc["password"] not in ended.stderr
+    token = re.search(r"X-Auth-Token: *(\S+)", ended.stderr)
+    assert token and token[1] == "*" * 10
+
+
+def test_a_host_collects_from_ten_bmcs_at_the_same_time(examples, tmp_path):
+    with emulated_fleet(tmp_path, "--count", "10", "--gathering", "2") as fleet:
+        bmcs = [(bmc["address"], bmc["port"], fleet["user"], fleet["password"], tmp_path / bmc["name"])
+                for bmc in fleet["bmcs"]]
+        lines = "".join(" ".join(map(str, bmc)) + "\n" for bmc in bmcs)
+        began = time.monotonic()
+        said = run(examples / "ten_bmcs", input=lines).stdout
+        seconds = time.monotonic() - began
+
+    assert said == "".join(f"{address}: {file}\n" for address, _, _, _, file in bmcs)
+    assert len({file.read_bytes() for *_, file in bmcs}) == 10
+    assert seconds < 15  # one after the other would take 20
 
 
 def test_a_host_finds_the_package_with_pkg_config(prefix, tmp_path):
