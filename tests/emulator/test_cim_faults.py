@@ -337,7 +337,7 @@ def test_the_named_faults_do_what_their_names_say(start: Starter) -> None:
     ({"challenge": "a\nb"}, "cim.challenge: a header's value is one line"),
     ({"export": {"seconds": "1"}}, "cim.export.seconds: must be a number"),
     ({"answers": {"A B C": []}}, 'cim.answers."A B C": must read "METHOD", "METHOD CLASS" or "*"'),
-    ({"answers": {"X": [1]}}, "cim.answers.X[0]: must be a mapping; {} is the BMC's own answer"),
+    ({"answers": {"X": [1]}}, "cim.answers.X[0]: must be a mapping; {} is the service's own answer"),
     ({"answers": {"X": [{"statsu": 1}]}}, "cim.answers.X[0].statsu: unknown member"),
     ({"answers": {"X": [{"status": 99}]}}, "cim.answers.X[0].status: must be a whole number from 200 to 599"),
     ({"answers": {"X": [{"body": "", "fill": 1}]}}, "cim.answers.X[0].fill: there is a body already: body"),

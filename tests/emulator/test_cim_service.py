@@ -11,7 +11,7 @@ import pytest
 
 from cim_client import (
     SERVICE_KEYS, Wire, basic, call, class_parameter, cim_requests, enumeration, exchange,
-    export_parameters, instance_name, intrinsic, invocation, message, request,
+    export_parameters, instance_name, invocation, message, request,
 )
 from conftest import Bmc, Starter
 

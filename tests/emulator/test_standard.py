@@ -6,7 +6,6 @@ from __future__ import annotations
 import json
 import re
 import socket
-import ssl
 import xml.etree.ElementTree as ET
 from typing import Any, Iterator
 

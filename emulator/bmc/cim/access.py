@@ -3,8 +3,6 @@
 
 from __future__ import annotations
 
-import base64
-import binascii
 import re
 import secrets
 
@@ -12,6 +10,7 @@ from bmc.cim.errors import Refusal
 from bmc.cim.messages import Call
 from bmc.cim.paths import decoded, same_object
 from bmc.cim.wire import HttpRequest
+from bmc.http.basic import basic_credentials
 
 _CONTENT_TYPE = re.compile(r'\s*(?:application|text)/xml\s*(?:;\s*charset\s*=\s*"?utf-8"?\s*)?', re.IGNORECASE)
 
@@ -29,14 +28,8 @@ class Account:
             pass
 
     def admits(self, authorization: str | None) -> bool:
-        scheme, _, token = (authorization or "").partition(" ")
-        if scheme.lower() != "basic":
-            return False
-        try:
-            given = base64.b64decode(token.strip(), validate=True)
-        except (binascii.Error, ValueError):
-            return False
-        return any(secrets.compare_digest(given, known) for known in self._known)
+        given = basic_credentials(authorization)
+        return given is not None and any(secrets.compare_digest(given, known) for known in self._known)
 
 
 def check_head(request: HttpRequest) -> None:

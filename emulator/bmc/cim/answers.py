@@ -7,12 +7,14 @@ import re
 from dataclasses import dataclass, field
 from typing import Any, Mapping, Sequence
 
+from bmc.answer_lists import next_of, read_list
 from bmc.cim.markup import DECLARATION
 from bmc.cim.values import TYPES, scalar_text
-from bmc.http.bodies import Body, BytesBody, FileBody, RepeatBody
+from bmc.http.answer_parts import BODIES, LARGEST_BODY, read_body, read_headers
+from bmc.http.bodies import Body, RepeatBody
 from bmc.scenario import Checker, MemberPath
 
-_BODIES = ("body", "file", "body_repeat", "fill", "nested")
+_BODIES = (*BODIES, "nested")
 _CONTENTS = ("return", "error")
 _CHANGES = (
     "message_id", "protocol", "method", "declaration", "entities", "truncate",
@@ -21,7 +23,6 @@ _CHANGES = (
 _MANNERS = ("headers", "delay", "hang", "hang_after", "cut_after", "rate", "close", "repeat")
 MEMBERS = ("status", *_BODIES, *_CONTENTS, *_CHANGES, *_MANNERS)
 _KEY = re.compile(r"\*|\w+( \w+)?")
-_LARGEST = 1 << 40
 _MOST = 1000000  # instances or properties that one answer may have
 _DEEPEST_ENTITIES = 30
 
@@ -93,7 +94,7 @@ class CimScript:
         for key in (f"{method} {class_name}", method, "*"):
             left = self._lists.get(key)
             if left:
-                return left[0] if len(left) == 1 and left[0].repeat else left.pop(0)
+                return next_of(left)
         return OWN
 
 
@@ -103,17 +104,11 @@ def read_answers(check: Checker, value: Any, place: MemberPath) -> dict[str, lis
     for key, entries in check.mapping(value, place).items():
         if not _KEY.fullmatch(key):
             check.fail(place + (key,), 'must read "METHOD", "METHOD CLASS" or "*"')
-        items = [entries] if isinstance(entries, dict) else check.sequence(entries, place + (key,))
-        answers[key] = [_read_answer(check, item, place + (key, n)) for n, item in enumerate(items)]
-        for n, answer in enumerate(answers[key][:-1]):
-            if answer.repeat:
-                check.fail(place + (key, n, "repeat"), "only the last answer of a list can repeat")
+        answers[key] = read_list(check, entries, place + (key,), lambda item, at: _read_answer(check, item, at))
     return answers
 
 
 def _read_answer(check: Checker, value: Any, place: MemberPath) -> CimAnswer:
-    if not isinstance(value, dict):
-        check.fail(place, "must be a mapping; {} is the BMC's own answer")
     read = _Members(check, check.mapping(value, place, MEMBERS), place)
     read.forbid_contradictions()
     return CimAnswer(
@@ -126,19 +121,19 @@ def _read_answer(check: Checker, value: Any, place: MemberPath) -> CimAnswer:
         method=read.text("method"),
         declaration=read.flag("declaration", True),
         entities=read.whole("entities", 1, _DEEPEST_ENTITIES),
-        truncate=read.whole("truncate", 0, _LARGEST),
+        truncate=read.whole("truncate", 0, LARGEST_BODY),
         instances=read.whole("instances", 0, _MOST),
         properties=read.whole("properties", 0, _MOST),
         chunked=read.flag("chunked", None),
-        chunk_size=read.whole("chunk_size", 1, _LARGEST),
+        chunk_size=read.whole("chunk_size", 1, LARGEST_BODY),
         trailer=read.headers("trailer"),
-        content_length=read.whole("content_length", 0, _LARGEST),
+        content_length=read.whole("content_length", 0, LARGEST_BODY),
         headers=read.headers("headers"),
         delay=read.number("delay", 0, 86400),
         hang=read.flag("hang", False),
-        hang_after=read.whole("hang_after", 0, _LARGEST),
-        cut_after=read.whole("cut_after", 0, _LARGEST),
-        rate=read.whole("rate", 1, _LARGEST),
+        hang_after=read.whole("hang_after", 0, LARGEST_BODY),
+        cut_after=read.whole("cut_after", 0, LARGEST_BODY),
+        rate=read.whole("rate", 1, LARGEST_BODY),
         close=read.choice("close", ("before", "after")),
         repeat=read.flag("repeat", False),
     )
@@ -200,16 +195,7 @@ class _Members:
         return self._check.choice(self._entry[name], self._place + (name,), allowed)
 
     def headers(self, name: str) -> dict[str, str | None]:
-        place = self._place + (name,)
-        headers = self._check.mapping(self._entry.get(name), place)
-        for key, text in headers.items():
-            if not key.isascii() or not key.replace("-", "").replace("_", "").isalnum():
-                self._check.fail(place + (key,), "is no header name")
-            if text is not None and any(
-                ord(c) < 32 and c != "\t" for c in self._check.text(text, place + (key,))
-            ):
-                self._check.fail(place + (key,), "a header's value is one line without control characters")
-        return headers
+        return read_headers(self._check, self._entry.get(name), self._place + (name,))
 
     def returned(self) -> Returned | None:
         """`return: 3`, `return: absent`, `return: {type: uint16, value: 0}`."""
@@ -246,35 +232,15 @@ class _Members:
         return Failing(code, text, raw=True)
 
     def body(self) -> Body | None:
-        read = next((name for name in _BODIES if name in self._entry), None)
-        return None if read is None else getattr(self, "_" + read)(self._entry[read], self._place + (read,))
-
-    def _body(self, value: Any, place: MemberPath) -> Body:
-        return BytesBody(self._check.text(value, place).encode("utf-8", "surrogatepass"))
-
-    def _file(self, value: Any, place: MemberPath) -> Body:
-        file = self._check.folder / self._check.text(value, place)
-        if not file.is_file():
-            self._check.fail(place, f"no such file: {file}")
-        return FileBody(file)
-
-    def _body_repeat(self, value: Any, place: MemberPath) -> Body:
-        entry = self._check.mapping(value, place, ("text", "count", "before", "after"))
-        before, text, after = (
-            self._check.text(entry.get(name, ""), place + (name,)).encode()
-            for name in ("before", "text", "after")
-        )
-        count = self._check.whole(entry.get("count"), place + ("count",), 0, _LARGEST)
-        return RepeatBody([(before, 1), (text, count), (after, 1)])
-
-    def _fill(self, value: Any, place: MemberPath) -> Body:
-        return RepeatBody([(b"x", self._check.whole(value, place, 0, _LARGEST))])
+        if "nested" in self._entry:
+            return self._nested(self._entry["nested"], self._place + ("nested",))
+        return read_body(self._check, self._entry, self._place)
 
     def _nested(self, value: Any, place: MemberPath) -> Body:
         """That many levels of elements; all of them closed again unless told otherwise."""
         entry = value if isinstance(value, dict) else {"depth": value}
         self._check.mapping(entry, place, ("depth", "closed"))
-        depth = self._check.whole(entry.get("depth"), place + ("depth",), 0, _LARGEST)
+        depth = self._check.whole(entry.get("depth"), place + ("depth",), 0, LARGEST_BODY)
         closed = self._check.flag(entry.get("closed", True), place + ("closed",))
         start = (DECLARATION + '<CIM CIMVERSION="2.0" DTDVERSION="2.0">').encode()
         end = [(b"</CIM>\n", 1)] if closed else []

@@ -7,9 +7,7 @@ import asyncio
 import logging
 import socket
 import ssl
-import time
 from email.utils import formatdate
-from typing import Iterator
 
 from bmc.cim import access, replies
 from bmc.cim.answers import OWN, CimAnswer, CimScript
@@ -17,10 +15,10 @@ from bmc.cim.errors import FAILED, CimError, Refusal
 from bmc.cim.messages import Call, read_call, return_value
 from bmc.cim.operations import Operations
 from bmc.cim.settings import CimSettings
-from bmc.cim.wire import LONGEST_HEAD, HttpReply, HttpRequest, read_request
-from bmc.http.bodies import Chunk
-from bmc.http.head import NotHttp
-from bmc.record import RequestRecord, decoded
+from bmc.cim.wire import HttpReply, HttpRequest, read_request
+from bmc.http.head import LONGEST_HEAD, NotHttp
+from bmc.http.pacing import FLUSH_SECONDS, flush, paced
+from bmc.record import RequestRecord
 
 _LOG = logging.getLogger("emulated-bmc")
 # Deliberate: one header runs into the next, as it does on the real server.
@@ -29,8 +27,6 @@ _NOT_FOUND = (
     "<html><head><title>Error</title></head><body><br/><h1>Not Found</h1></body></html>\r\n"
 )
 _NOT_IMPLEMENTED = b"HTTP/1.1 501 Not Implemented\r\n\r\n"
-_FLUSH_SECONDS = 10.0
-_STEP = 0.1  # seconds between the pieces of a paced answer
 
 
 class CimServer:
@@ -109,11 +105,7 @@ class CimServer:
 
     def _note(self, request: HttpRequest, number: int, writer: asyncio.StreamWriter) -> None:
         self._record.add("cim", {
-            "method": request.method,
-            "path": request.path,
-            "query": request.query,
-            "headers": dict(request.headers),
-            "body": decoded(request.body),
+            **request.entry(),
             "version": request.version,
             "tls": writer.get_extra_info("ssl_object") is not None,
             "connection": number,
@@ -178,7 +170,7 @@ async def _send(writer: asyncio.StreamWriter, reply: HttpReply, answer: CimAnswe
     """Sends; whether the connection can go on. A cut counts the bytes after the head."""
     stops = [n for n in (answer.cut_after, answer.hang_after) if n is not None]
     writer.write(reply.head())
-    for chunk in _paced(reply.pieces(), stops[0] if stops else None, answer.rate):
+    for chunk in paced(reply.pieces(), stops[0] if stops else None, answer.rate):
         if isinstance(chunk, float):
             await asyncio.sleep(chunk)
             continue
@@ -189,34 +181,9 @@ async def _send(writer: asyncio.StreamWriter, reply: HttpReply, answer: CimAnswe
     return not stops
 
 
-def _paced(chunks: Iterator[Chunk], limit: int | None, rate: int | None) -> Iterator[Chunk | float]:
-    """Chunks up to `limit` bytes; a float among them is a pause in seconds that keeps the rate."""
-    start, sent = time.monotonic(), 0
-    for chunk in chunks:
-        for part in _pieces(chunk, max(1, int(rate * _STEP)) if rate else None):
-            part = part if limit is None else part[: limit - sent]
-            if len(part):
-                yield part
-            sent += len(part)
-            if limit is not None and sent >= limit:
-                return
-            if rate:
-                yield max(0.0, start + sent / rate - time.monotonic())
-
-
-def _pieces(chunk: Chunk, size: int | None) -> Iterator[Chunk]:
-    if size is None:
-        yield chunk
-        return
-    for start in range(0, len(chunk), size):
-        yield chunk[start : start + size]
-
-
 async def _cut(writer: asyncio.StreamWriter) -> None:
     """Ends the connection without a goodbye of TLS, once the bytes so far are with the kernel."""
-    deadline = time.monotonic() + _FLUSH_SECONDS
-    while writer.transport.get_write_buffer_size() and time.monotonic() < deadline:
-        await asyncio.sleep(0.002)
+    await flush(writer.transport)
     writer.transport.abort()
 
 
@@ -229,6 +196,6 @@ async def _wait_for_end(reader: asyncio.StreamReader) -> None:
 async def _close(writer: asyncio.StreamWriter) -> None:
     writer.close()
     try:
-        await asyncio.wait_for(writer.wait_closed(), _FLUSH_SECONDS)
+        await asyncio.wait_for(writer.wait_closed(), FLUSH_SECONDS)
     except (ConnectionError, ssl.SSLError, asyncio.TimeoutError):
         pass

@@ -15,10 +15,8 @@ from typing import Iterator, Mapping
 
 from bmc.http.bodies import Body, BytesBody, Chunk
 from bmc.http.head import NotHttp, read_head
-from bmc.http.messages import Request
+from bmc.http.messages import LARGEST_REQUEST, Request, changed
 
-LONGEST_HEAD = 64 * 1024
-_LARGEST_REQUEST = 16 * 1024 * 1024
 _PATIENCE = 60.0  # seconds for the rest of a request that has begun
 _MAN = re.compile(r'\s*"?http://www\.dmtf\.org/cim/mapping/http/v1\.0"?\s*;\s*ns\s*=\s*"?(\d+)"?')
 
@@ -81,18 +79,6 @@ class HttpReply:
         yield b"0\r\n" + _latin(trailer) + b"\r\n"
 
 
-def changed(
-    lines: list[tuple[str, str]], changes: Mapping[str, str | None]
-) -> list[tuple[str, str]]:
-    known = {name.lower(): (name, value) for name, value in changes.items()}
-    result = []
-    for name, value in lines:
-        new_name, new_value = known.pop(name.lower(), (name, value))
-        if new_value is not None:
-            result.append((new_name, new_value))
-    return result + [(name, value) for name, value in known.values() if value is not None]
-
-
 async def read_request(reader: asyncio.StreamReader, writer: asyncio.StreamWriter) -> HttpRequest | None:
     """The next request; None when the client has gone. Waits for its start as long as it takes."""
     first = await reader.read(1)
@@ -122,7 +108,7 @@ async def _body(request: HttpRequest, reader: asyncio.StreamReader) -> bytes:
     if "chunked" in (request.header("Transfer-Encoding") or "").lower():
         return await _chunks(reader)
     length = request.header("Content-Length") or "0"
-    if not length.isdecimal() or int(length) > _LARGEST_REQUEST:
+    if not length.isdecimal() or int(length) > LARGEST_REQUEST:
         raise NotHttp
     return await reader.readexactly(int(length))
 
@@ -131,7 +117,7 @@ async def _chunks(reader: asyncio.StreamReader) -> bytes:
     body = bytearray()
     while True:
         size = (await reader.readuntil(b"\r\n")).partition(b";")[0].strip()
-        if not re.fullmatch(rb"[0-9A-Fa-f]{1,8}", size) or len(body) + int(size, 16) > _LARGEST_REQUEST:
+        if not re.fullmatch(rb"[0-9A-Fa-f]{1,8}", size) or len(body) + int(size, 16) > LARGEST_REQUEST:
             raise NotHttp
         if int(size, 16) == 0:
             break

@@ -9,6 +9,7 @@ from typing import Mapping
 
 from bmc.record import header_map
 
+LONGEST_HEAD = 64 * 1024  # bytes, and of each of its lines
 _REQUEST_LINE = re.compile(rb"([A-Za-z0-9!#$%&'*+.^_`|~-]+) (\S+) (HTTP/1\.[01])")
 
 

@@ -4,10 +4,14 @@
 from __future__ import annotations
 
 from dataclasses import dataclass, field
-from typing import Any, Mapping, Protocol
+from typing import Any, Iterable, Mapping, Protocol
 from urllib.parse import unquote
 
 from bmc.http.bodies import Body, BytesBody
+from bmc.record import decoded
+
+
+LARGEST_REQUEST = 16 * 1024 * 1024  # bytes of a body that is looked at
 
 
 @dataclass(frozen=True)
@@ -29,6 +33,13 @@ class Request:
     def decoded_path(self) -> str:
         return unquote(self.path)
 
+    def entry(self) -> dict[str, Any]:
+        """For the record."""
+        return {
+            "method": self.method, "path": self.path, "query": self.query, "headers": dict(self.headers),
+            "body": decoded(self.body),
+        }
+
 
 @dataclass
 class Reply:
@@ -37,6 +48,19 @@ class Reply:
     status: int = 200
     headers: dict[str, str] = field(default_factory=dict)
     body: Body = BytesBody()
+
+
+def changed(
+    headers: Iterable[tuple[str, str]], changes: Mapping[str, str | None]
+) -> list[tuple[str, str]]:
+    """Replaces headers in their place, whatever the spelling, adds others at the end, removes those that are None."""
+    known = {name.lower(): (name, value) for name, value in changes.items()}
+    result = []
+    for name, value in headers:
+        new_name, new_value = known.pop(name.lower(), (name, value))
+        if new_value is not None:
+            result.append((new_name, new_value))
+    return result + [(name, value) for name, value in known.values() if value is not None]
 
 
 class WebService(Protocol):

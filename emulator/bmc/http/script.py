@@ -9,7 +9,9 @@ from dataclasses import dataclass, field
 from typing import Any, Mapping, Sequence
 from urllib.parse import unquote
 
-from bmc.http.bodies import Body, BytesBody, FileBody, RepeatBody
+from bmc.answer_lists import next_of, read_list
+from bmc.http.answer_parts import LARGEST_BODY, read_body, read_headers
+from bmc.http.bodies import Body, BytesBody, RepeatBody
 from bmc.scenario import Checker, MemberPath
 
 METHODS = ("GET", "HEAD", "POST", "PUT", "PATCH", "DELETE", "OPTIONS", "M-POST", "*")
@@ -18,7 +20,6 @@ MEMBERS = (
     "status", *_BODY_MEMBERS, "headers", "redirect",
     "delay", "hang", "hang_after", "cut_after", "rate", "repeat",
 )
-_LARGEST_BODY = 1 << 40
 _LONGEST_DELAY = 86400
 
 
@@ -58,12 +59,8 @@ class Script:
         for matches in (_is_path, _fits_pattern):
             for (wanted, pattern), answers in self._lists:
                 if answers and wanted in (method, "*") and matches(path, pattern):
-                    return answers[0] if _stays(answers) else answers.pop(0)
+                    return next_of(answers)
         return OWN
-
-
-def _stays(answers: list[Answer]) -> bool:
-    return len(answers) == 1 and answers[0].repeat
 
 
 def _is_path(path: str, wanted: str) -> bool:
@@ -84,28 +81,19 @@ def read_answers(
         method, _, pattern = key.partition(" ")
         if method not in METHODS or not pattern.startswith(("/", "*", "...")):
             check.fail(place, f'must read "METHOD /path"; methods: {", ".join(METHODS)}')
-        if isinstance(entries, dict):
-            entries = [entries]
-        items = check.sequence(entries, place)
-        answers[key] = [
-            _read_answer(check, item, place + (n,), wishes) for n, item in enumerate(items)
-        ]
-        for n, answer in enumerate(answers[key][:-1]):
-            if answer.repeat:
-                check.fail(place + (n, "repeat"), "only the last answer of a list can repeat")
+        answers[key] = read_list(
+            check, entries, place, lambda item, at: _read_answer(check, item, at, wishes))
     return answers
 
 
 def _read_answer(check: Checker, value: Any, path: MemberPath, wishes: Sequence[str]) -> Answer:
-    if not isinstance(value, dict):
-        check.fail(path, "must be a mapping; {} is the service's own answer")
     entry = check.mapping(value, path, (*MEMBERS, *wishes))
     _forbid_contradictions(check, entry, path, wishes)
     redirect = entry.get("redirect")
-    headers = _read_headers(check, entry.get("headers"), path + ("headers",))
+    headers = read_headers(check, entry.get("headers"), path + ("headers",))
     if redirect is not None:
         headers = {"Location": check.text(redirect, path + ("redirect",)), **headers}
-    limit = {"low": 0, "high": _LARGEST_BODY}
+    limit = {"low": 0, "high": LARGEST_BODY}
     return Answer(
         status=_status(check, entry, path),
         body=_read_body(check, entry, path),
@@ -115,7 +103,7 @@ def _read_answer(check: Checker, value: Any, path: MemberPath, wishes: Sequence[
         hang=check.flag(entry.get("hang", False), path + ("hang",)),
         hang_after=_optional(check.whole, entry, path, "hang_after", **limit),
         cut_after=_optional(check.whole, entry, path, "cut_after", **limit),
-        rate=_optional(check.whole, entry, path, "rate", low=1, high=_LARGEST_BODY),
+        rate=_optional(check.whole, entry, path, "rate", low=1, high=LARGEST_BODY),
         repeat=check.flag(entry.get("repeat", False), path + ("repeat",)),
         wishes={name: entry[name] for name in wishes if name in entry},
     )
@@ -150,58 +138,19 @@ def _optional(reader: Any, entry: Mapping[str, Any], path: MemberPath, name: str
     return reader(entry[name], path + (name,), **limits) if name in entry else None
 
 
-def _read_headers(check: Checker, value: Any, path: MemberPath) -> dict[str, str | None]:
-    headers = check.mapping(value, path)
-    for name, text in headers.items():
-        if not name.isascii() or not name.replace("-", "").replace("_", "").isalnum():
-            check.fail(path + (name,), "is no header name")
-        if text is None:
-            continue
-        if any(ord(c) < 32 and c != "\t" for c in check.text(text, path + (name,))):
-            check.fail(path + (name,), "a header's value is one line without control characters")
-    return headers
-
-
 def _read_body(check: Checker, entry: Mapping[str, Any], path: MemberPath) -> Body | None:
-    if "body" in entry:
-        return BytesBody(check.text(entry["body"], path + ("body",)).encode("utf-8", "surrogatepass"))
     if "json" in entry:
         return BytesBody(json.dumps(entry["json"], default=str).encode())
-    if "file" in entry:
-        return _read_file(check, entry["file"], path + ("file",))
-    if "body_repeat" in entry:
-        return _read_repeat(check, entry["body_repeat"], path + ("body_repeat",))
     if "nested" in entry:
         return _read_nested(check, entry["nested"], path + ("nested",))
-    if "fill" in entry:
-        return RepeatBody([(b"x", check.whole(entry["fill"], path + ("fill",), 0, _LARGEST_BODY))])
-    return None
-
-
-def _read_file(check: Checker, value: Any, path: MemberPath) -> FileBody:
-    file = check.folder / check.text(value, path)
-    if not file.is_file():
-        check.fail(path, f"no such file: {file}")
-    return FileBody(file)
-
-
-def _read_repeat(check: Checker, value: Any, path: MemberPath) -> RepeatBody:
-    entry = check.mapping(value, path, ("text", "count", "before", "after"))
-    for name in ("text", "count"):
-        if name not in entry:
-            check.fail(path, f"{name} is missing; needed: text, count")
-    before, text, after = (
-        check.text(entry.get(name, ""), path + (name,)).encode() for name in ("before", "text", "after")
-    )
-    count = check.whole(entry["count"], path + ("count",), 0, _LARGEST_BODY)
-    return RepeatBody([(before, 1), (text, count), (after, 1)])
+    return read_body(check, entry, path)
 
 
 def _read_nested(check: Checker, value: Any, path: MemberPath) -> RepeatBody:
     if not isinstance(value, dict):
-        return RepeatBody([(b"[", check.whole(value, path, 0, _LARGEST_BODY))])
+        return RepeatBody([(b"[", check.whole(value, path, 0, LARGEST_BODY))])
     entry = check.mapping(value, path, ("depth", "closed"))
-    depth = check.whole(entry.get("depth"), path + ("depth",), 0, _LARGEST_BODY)
+    depth = check.whole(entry.get("depth"), path + ("depth",), 0, LARGEST_BODY)
     closed = check.flag(entry.get("closed", False), path + ("closed",))
     return RepeatBody([(b"[", depth), (b"]", depth if closed else 0)])
 

@@ -7,23 +7,20 @@ import asyncio
 import logging
 import socket
 import ssl
-import time
-from typing import Any, Iterator, Mapping
+from typing import Any, Mapping
 
 from aiohttp import web
 from aiohttp.web_protocol import RequestHandler
 
-from bmc.http.bodies import BytesBody, Chunk
+from bmc.http.bodies import BytesBody
 from bmc.http.connection import Connection
-from bmc.http.head import Head
-from bmc.http.messages import Reply, Request, WebService
+from bmc.http.head import LONGEST_HEAD, Head
+from bmc.http.messages import LARGEST_REQUEST, Reply, Request, WebService, changed
+from bmc.http.pacing import flush, paced
 from bmc.http.script import Answer, Script
-from bmc.record import RequestRecord, decoded, header_map
+from bmc.record import RequestRecord, header_map
 
 _LOG = logging.getLogger("emulated-bmc")
-_LARGEST_REQUEST = 16 * 1024 * 1024
-_LONGEST_LINE = 64 * 1024
-_FLUSH_SECONDS = 10.0  # how long a cut answer may take to reach a slow reader
 
 
 class WebServer:
@@ -39,8 +36,8 @@ class WebServer:
         loop = asyncio.get_running_loop()
         server = web.Server(self._serve)
         options = {
-            "loop": loop, "access_log": None, "max_line_size": _LONGEST_LINE, "max_field_size": _LONGEST_LINE,
-            "max_headers": _LONGEST_LINE,
+            "loop": loop, "access_log": None, "max_line_size": LONGEST_HEAD, "max_field_size": LONGEST_HEAD,
+            "max_headers": LONGEST_HEAD,
         }
         await loop.create_server(
             lambda: Connection(server, self._serve_strange, **options), sock=listener, ssl=context, backlog=128)
@@ -52,27 +49,18 @@ class WebServer:
         return await self._answer(raw, Request(head.method, head.path, head.query, head.headers, b""))
 
     async def _answer(self, raw: web.BaseRequest, request: Request) -> web.StreamResponse:
-        self._note(request)
+        self._record.add(self._service.name, request.entry())
         answer = self._script.next(request.method, request.path)
         if answer.delay:
             await asyncio.sleep(answer.delay)
         if answer.hang:
             return await _hang(raw)
         reply = await self._reply(request, answer)
-        _apply_headers(reply, answer.headers)
+        reply.headers = dict(changed(reply.headers.items(), answer.headers))
         try:
             return await _send(raw, reply, answer)
         except ConnectionError:
             return _abandoned(raw)
-
-    def _note(self, request: Request) -> None:
-        self._record.add(self._service.name, {
-            "method": request.method,
-            "path": request.path,
-            "query": request.query,
-            "headers": dict(request.headers),
-            "body": decoded(request.body),
-        })
 
     async def _reply(self, request: Request, answer: Answer) -> Reply:
         if answer.is_own:
@@ -82,7 +70,7 @@ class WebServer:
         return Reply(answer.status or 200, {"Content-Type": answer.content_type}, answer.body)
 
     async def _own_reply(self, request: Request, wishes: Mapping[str, Any]) -> Reply:
-        if len(request.body) > _LARGEST_REQUEST:
+        if len(request.body) > LARGEST_REQUEST:
             return self._service.empty_answer(request, 413)
         try:
             return await self._service.answer(request, wishes)
@@ -97,19 +85,10 @@ async def _received(raw: web.BaseRequest) -> Request:
         await raw.writer.write(b"HTTP/1.1 100 Continue\r\n\r\n")
     body = bytearray()
     async for data in raw.content.iter_any():
-        if len(body) <= _LARGEST_REQUEST:
+        if len(body) <= LARGEST_REQUEST:
             body += data
     path, _, query = raw.raw_path.partition("?")
     return Request(raw.method, path, query, header_map(raw.raw_headers), bytes(body))
-
-
-def _apply_headers(reply: Reply, changes: Mapping[str, str | None]) -> None:
-    """Sets, replaces and (null) removes headers, whatever the spelling."""
-    for name, value in changes.items():
-        for old in [known for known in reply.headers if known.lower() == name.lower()]:
-            del reply.headers[old]
-        if value is not None:
-            reply.headers[name] = value
 
 
 class _Response(web.StreamResponse):
@@ -145,44 +124,19 @@ async def _send_body(
     raw: web.BaseRequest, response: web.StreamResponse, reply: Reply, answer: Answer
 ) -> None:
     stops = [n for n in (answer.cut_after, answer.hang_after) if n is not None]
-    for chunk in _paced(reply.body.chunks(), stops[0] if stops else None, answer.rate):
+    for chunk in paced(reply.body.chunks(), stops[0] if stops else None, answer.rate):
         if isinstance(chunk, float):
             await asyncio.sleep(chunk)
         else:
             await response.write(chunk)
     if answer.hang_after is not None:
-        await _flush(raw)
+        await flush(raw.transport)
         await _hang(raw)
     if answer.cut_after is not None:
-        await _flush(raw)
+        await flush(raw.transport)
         _cut(raw)
     else:
         await response.write_eof()
-
-
-def _paced(chunks: Iterator[Chunk], limit: int | None, rate: int | None) -> Iterator[Chunk | float]:
-    """Chunks up to `limit` bytes; a float among them is a pause in seconds that keeps the rate."""
-    start, sent = time.monotonic(), 0
-    piece = max(1, rate // 10) if rate else None
-    for chunk in chunks:
-        for part in _pieces(chunk, piece):
-            if limit is not None:
-                part = part[: limit - sent]
-            if len(part):
-                yield part
-            sent += len(part)
-            if limit is not None and sent >= limit:
-                return
-            if rate:
-                yield max(0.0, start + sent / rate - time.monotonic())
-
-
-def _pieces(chunk: Chunk, size: int | None) -> Iterator[Chunk]:
-    if size is None:
-        yield chunk
-        return
-    for start in range(0, len(chunk), size):
-        yield chunk[start : start + size]
 
 
 async def _hang(raw: web.BaseRequest) -> web.StreamResponse:
@@ -196,22 +150,6 @@ def _abandoned(raw: web.BaseRequest) -> web.StreamResponse:
     """What the framework wants back although nobody is left to read it."""
     _cut(raw)
     return web.Response()
-
-
-async def _flush(raw: web.BaseRequest) -> None:
-    """Waits until the bytes written so far are with the kernel, so that a cut loses none of them."""
-    deadline = time.monotonic() + _FLUSH_SECONDS
-    while _unsent(raw) and time.monotonic() < deadline:
-        await asyncio.sleep(0.002)
-
-
-def _unsent(raw: web.BaseRequest) -> int:
-    transport = raw.transport
-    if transport is None or transport.is_closing():
-        return 0
-    count = transport.get_write_buffer_size()
-    below = getattr(getattr(transport, "_ssl_protocol", None), "_transport", None)
-    return count + (below.get_write_buffer_size() if below is not None else 0)
 
 
 def _cut(raw: web.BaseRequest) -> None:

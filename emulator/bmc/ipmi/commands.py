@@ -7,6 +7,7 @@ from dataclasses import replace
 from functools import cached_property
 from typing import Any
 
+from bmc.answer_lists import next_of
 from bmc.ipmi.identity import GET_DEVICE_GUID, GET_DEVICE_ID, GET_SYSTEM_GUID, device_id, system_guid
 from bmc.ipmi.settings import COLLECT, CREDENTIAL, OWN, POLL, Command, IpmiAnswer, IpmiSettings
 from bmc.machine import Machine
@@ -38,10 +39,7 @@ class Commands:
 
     def _next(self, command: Command) -> IpmiAnswer:
         answers = self._scripted.get(command)
-        if not answers:
-            return OWN
-        stays = len(answers) == 1 and answers[0].repeat
-        return answers[0] if stays else answers.pop(0)
+        return next_of(answers) if answers else OWN
 
     def _own(self, command: Command, request: bytes) -> tuple[int, bytes]:
         if command == COLLECT:

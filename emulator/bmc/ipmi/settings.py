@@ -6,6 +6,7 @@ from __future__ import annotations
 from dataclasses import dataclass, field
 from typing import Any, Mapping, Sequence
 
+from bmc.answer_lists import read_list
 from bmc.ipmi.suites import SUITES
 from bmc.scenario import Checker, MemberPath
 
@@ -133,17 +134,10 @@ def _read_answers(
     answers: dict[Command, list[IpmiAnswer]] = {}
     for name, entries in check.mapping(value, place).items():
         command = _read_command(check, name, place + (name,))
-        if isinstance(entries, dict):
-            entries = [entries]
-        items = check.sequence(entries, place + (name,))
         if command in answers:
             check.fail(place + (name,), "the same command is named twice")
-        answers[command] = [
-            _read_answer(check, item, place + (name, n)) for n, item in enumerate(items)
-        ]
-        for n, answer in enumerate(answers[command][:-1]):
-            if answer.repeat:
-                check.fail(place + (name, n, "repeat"), "only the last answer of a list can repeat")
+        answers[command] = read_list(
+            check, entries, place + (name,), lambda item, at: _read_answer(check, item, at))
     return answers
 
 
@@ -160,8 +154,6 @@ def _read_command(check: Checker, name: Any, place: MemberPath) -> Command:
 
 
 def _read_answer(check: Checker, value: Any, place: MemberPath) -> IpmiAnswer:
-    if not isinstance(value, dict):
-        check.fail(place, "must be a mapping; {} is the BMC's own answer")
     entry = check.mapping(value, place, _ANSWER_MEMBERS)
     silent = [name for name in ("hang", "gone") if entry.get(name)]
     for name in ("code", "data", "delay", "as"):

@@ -14,7 +14,6 @@ from pathlib import Path
 from typing import Any, Callable, Mapping
 
 from bmc.archive import Archive
-from bmc.http.bodies import BytesBody
 from bmc.http.messages import Reply, Request
 from bmc.machine import FIXED_TIME, iso
 from bmc.redfish.diagnostic_settings import DataSettings, DiagnosticSettings, LogServiceSettings

@@ -3,8 +3,6 @@
 
 from __future__ import annotations
 
-import base64
-import binascii
 import datetime
 import hmac
 import secrets
@@ -12,6 +10,7 @@ import time
 from dataclasses import dataclass, field
 from typing import Mapping
 
+from bmc.http.basic import basic_credentials
 from bmc.http.messages import Request
 from bmc.redfish.errors import RedfishError
 from bmc.redfish.settings import SessionSettings
@@ -83,8 +82,8 @@ class Sessions:
         token = request.header("X-Auth-Token")
         if token is not None:
             return self._account_of_token(token)
-        scheme, _, value = (request.header("Authorization") or "").partition(" ")
-        return self._account_of_basic(value.strip()) if scheme.lower() == "basic" else None
+        pair = basic_credentials(request.header("Authorization"))
+        return None if pair is None else self._account_of_basic(pair)
 
     def _account_of_token(self, token: str) -> Account | None:
         session = next((s for s in self.all().values() if s.token == token), None)
@@ -93,10 +92,9 @@ class Sessions:
         session.used = time.monotonic()
         return self._accounts[session.user]
 
-    def _account_of_basic(self, value: str) -> Account | None:
+    def _account_of_basic(self, pair: bytes) -> Account | None:
         try:
-            pair = base64.b64decode(value, validate=True).decode("utf-8")
-        except (binascii.Error, ValueError):
+            user, _, password = pair.decode("utf-8").partition(":")
+        except UnicodeDecodeError:
             return None
-        user, _, password = pair.partition(":")
         return self._accounts[user] if self.knows(user, password) else None

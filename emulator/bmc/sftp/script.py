@@ -7,6 +7,7 @@ import fnmatch
 from dataclasses import dataclass
 from typing import Any, Mapping, Sequence
 
+from bmc.answer_lists import next_of, read_list
 from bmc.scenario import Checker, MemberPath
 
 LOGIN, LIST, OPEN = "login", "list", "open"
@@ -52,7 +53,7 @@ class Script:
         for fits in (str.__eq__, fnmatch.fnmatchcase, _is_any):
             for (wanted, _, pattern), left in self._lists:
                 if left and wanted == operation and fits(path, pattern):
-                    return left[0] if len(left) == 1 and left[0].repeat else left.pop(0)
+                    return next_of(left)
         return OWN
 
 
@@ -70,19 +71,12 @@ def read_answers(
         operation, _, path = key.partition(" ")
         if operation not in _MEMBERS or (operation == LOGIN and path):
             check.fail(here, 'must read "login", "list", "open", "list /folder/" or "open /folder/file"')
-        items = check.sequence([entries] if isinstance(entries, dict) else entries, here)
-        answers[key] = [
-            _read_answer(check, item, here + (n,), operation) for n, item in enumerate(items)
-        ]
-        for n, answer in enumerate(answers[key][:-1]):
-            if answer.repeat:
-                check.fail(here + (n, "repeat"), "only the last answer of a list can repeat")
+        answers[key] = read_list(
+            check, entries, here, lambda item, at: _read_answer(check, item, at, operation))
     return answers
 
 
 def _read_answer(check: Checker, value: Any, place: MemberPath, operation: str) -> SftpAnswer:
-    if not isinstance(value, dict):
-        check.fail(place, "must be a mapping; {} is the service's own answer")
     entry = check.mapping(value, place, _MEMBERS[operation])
     _forbid_contradictions(check, entry, place)
 
