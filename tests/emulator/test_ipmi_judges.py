@@ -5,6 +5,7 @@ from __future__ import annotations
 
 import datetime
 import re
+import socket
 import subprocess
 import sys
 from pathlib import Path
@@ -132,6 +133,20 @@ def test_the_channel_in_use_is_a_network(client: Client) -> None:
     told = client("bmc-info").partition("Channel Information")[2]
 
     assert re.match(r"\s+Channel Number +: 1\nMedium Type +: 802.3 LAN\nProtocol Type +: IPMB-1.0\n", told)
+
+
+def test_the_host_is_told_the_same_in_band(judged: Bmc, client: Client) -> None:
+    """As the kernel asks: network function, command, data; completion code and data come back."""
+    with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as kcs:
+        kcs.settimeout(10)
+        kcs.connect("\0" + judged.ready["ipmi"]["kcs"])
+        for request in ("0a 40", "0a 43 00 00 00 00 00 ff", "04 2d 01", "00 01", "06 08", "0a 23 00 00 01 00 00 ff"):
+            frame = bytes.fromhex(request)
+            kcs.sendall(len(frame).to_bytes(2, "big") + frame)
+            size = int.from_bytes(kcs.recv(2, socket.MSG_WAITALL), "big")
+            answer = kcs.recv(size, socket.MSG_WAITALL)
+            over_lan = client("ipmitool raw " + " ".join(f"0x{byte:02x}" for byte in frame))
+            assert answer == b"\0" + bytes.fromhex("".join(over_lan.split()))
 
 
 # --- byte by byte -----------------------------------------------------------------------------
