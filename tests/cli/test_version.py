@@ -41,11 +41,77 @@ def test_the_first_line_is_the_version_alone():
     assert said()[0] == "kemffdc 1.0.0"
 
 
-def test_the_commit_is_the_one_that_is_checked_out():
-    head = subprocess.run(["git", "-C", tool.ROOT, "rev-parse", "HEAD"], capture_output=True, text=True, check=False)
-    if head.returncode != 0:
+def test_the_page_on_packages_shows_what_is_said():
+    """Names and order of its lines; what stands in them is another machine's."""
+    page = (tool.ROOT / "docs/packages.md").read_text(encoding="utf-8")
+    shown = page.partition("    $ kemffdc --version\n")[2].partition("\n\n")[0].splitlines()
+    first, others = said()
+    assert shown[0].strip() == first
+    assert [line.strip().partition(":")[0] for line in shown[1:]] == list(others)
+    assert re.sub(r" [\d.]+", "", shown[-1].partition(":")[2].strip()) == re.sub(r" [\d.]+", "", others["libraries"])
+
+
+def test_the_commit_is_one_of_this_tree():
+    """That of the last build; others may have come since."""
+    if subprocess.run(["git", "-C", tool.ROOT, "rev-parse", "HEAD"], capture_output=True, check=False).returncode != 0:
         pytest.skip("this tree has no repository")
-    assert said()[1]["built from"] == f"commit {head.stdout[:12]}"
+    told = re.fullmatch(r"commit ([0-9a-f]{12})", said()[1]["built from"])[1]
+    assert output("git", "-C", tool.ROOT, "cat-file", "-t", told) == "commit"
+
+
+def git(folder, *words):
+    return output("git", "-C", folder, "-c", "user.name=A", "-c", "user.email=a@example.org", "-c", "commit.gpgsign=false", *words)
+
+
+def built_from(tree):
+    """What a build of the tree would say."""
+    source = tree.parent / "BuiltFrom.cpp"
+    output("cmake", f"-DSOURCE={tree}", "-DVERSION=1.2.3", f"-DOUTPUT={source}", "-P", tree / "cmake" / "BuiltFrom.cmake")
+    return re.search(r'kBuiltFrom\[\] = "(.*)";', source.read_text(encoding="utf-8"))[1]
+
+
+@pytest.fixture
+def tree(tmp_path):
+    """A repository with one commit, of what makes the text."""
+    tree = tmp_path / "tree"
+    (tree / "cmake").mkdir(parents=True)
+    for name in ("cmake/BuiltFrom.cmake", ".gitattributes"):
+        shutil.copy(tool.ROOT / name, tree / name)
+    git(tmp_path, "init", "-q", tree)
+    git(tree, "add", "-A")
+    git(tree, "commit", "-q", "-m", "one")
+    return tree
+
+
+def test_a_repository_an_archive_and_bare_sources_tell_what_they_know(tree, tmp_path):
+    commit = git(tree, "rev-parse", "HEAD")[:12]
+    assert built_from(tree) == f"commit {commit}"
+    subprocess.run(f"git -C {tree} archive --prefix=archive/ HEAD | tar -x -C {tmp_path}", shell=True, check=True, timeout=60)
+    assert built_from(tmp_path / "archive") == f"commit {commit}"
+    shutil.rmtree(tree / ".git")
+    assert built_from(tree) == "a package of version 1.2.3, commit unknown"
+    (tree / "debian").mkdir()
+    (tree / "debian" / "changelog").write_text("varnex-ffdc (1.2.3-4) unstable; urgency=medium\n", encoding="utf-8")
+    assert built_from(tree) == "the Debian package 1.2.3-4, commit unknown"
+
+
+def test_a_repository_that_the_tree_was_copied_into_has_no_say(tree, tmp_path):
+    shutil.rmtree(tree / ".git")
+    git(tmp_path, "init", "-q", tmp_path)
+    git(tmp_path, "add", "-A")
+    git(tmp_path, "commit", "-q", "-m", "somebody else's")
+    assert built_from(tree) == "a package of version 1.2.3, commit unknown"
+
+
+def test_the_text_is_written_only_when_it_changes(tree):
+    built_from(tree)
+    source = tree.parent / "BuiltFrom.cpp"
+    before = source.stat().st_mtime_ns
+    built_from(tree)
+    assert source.stat().st_mtime_ns == before
+    git(tree, "commit", "-q", "--allow-empty", "-m", "two")
+    built_from(tree)
+    assert source.stat().st_mtime_ns > before
 
 
 def test_channels_are_those_of_the_help():
