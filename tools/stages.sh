@@ -96,7 +96,7 @@ stage_sanitized_tests() {
 # What a user installs is not instrumented: so neither is what these look at. How much memory a
 # hostile BMC costs is only true here.
 stage_release() {
-    build release kemffdc varnex_ffdc varnex_benchmarks varnex_hostile varnex_manual_pages varnex_sbom
+    build release kemffdc varnex_ffdc varnex_benchmarks varnex_hostile varnex_manual_pages varnex_reference varnex_sbom
     run_tests release package -L '^(package|hostile|ansible)$'
 }
 
