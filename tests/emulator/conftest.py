@@ -11,6 +11,7 @@ import re
 import select
 import ssl
 import subprocess
+import sys
 import time
 from dataclasses import dataclass
 from pathlib import Path
@@ -19,7 +20,12 @@ from typing import Any, Iterator, Mapping
 import pytest
 import yaml
 
-EMULATOR = Path(__file__).resolve().parents[2] / "emulator"
+TESTS = Path(__file__).resolve().parents[1]
+sys.path.insert(0, str(TESTS / "support"))
+
+import warm_bmc  # noqa: E402
+
+EMULATOR = TESTS.parent / "emulator"
 PROGRAM = EMULATOR / "emulated-bmc"
 FRONT = EMULATOR / "http2-front"
 ROOT = "/redfish/v1/"
@@ -55,12 +61,15 @@ class Answer:
 class Bmc:
     """One running emulated BMC."""
 
-    def __init__(self, *arguments: str) -> None:
-        self.process = subprocess.Popen(
-            [str(PROGRAM), *arguments],
-            stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-            env=clean_environment(),
-        )
+    def __init__(self, *arguments: str, by_program: bool = False) -> None:
+        """`by_program`: started as users start it, not forked off a process that has loaded it."""
+        if by_program:
+            self.process = subprocess.Popen(
+                [str(PROGRAM), *arguments], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                stderr=subprocess.PIPE, env=clean_environment(), text=True,
+            )
+        else:
+            self.process = warm_bmc.start(arguments, clean_environment(), subprocess.PIPE)
         self.ready = json.loads(first_line(self.process))
         self.user, self.password = self.ready["user"], self.ready["password"]
         self.address, self.port = self.ready["address"], self.ready["redfish"]["port"]
@@ -132,15 +141,15 @@ class Bmc:
             raise
 
 
-def first_line(process: subprocess.Popen) -> bytes:
+def first_line(process: subprocess.Popen | warm_bmc.Process) -> str:
     """The ready line, or a failure that says what the program complained about."""
     assert process.stdout and process.stderr
     ready, _, _ = select.select([process.stdout], [], [], START_SECONDS)
-    line = process.stdout.readline() if ready else b""
+    line = process.stdout.readline() if ready else ""
     if not line:
         process.kill()
         process.wait()
-        raise AssertionError(f"no ready line: {process.stderr.read().decode()}")
+        raise AssertionError(f"no ready line: {process.stderr.read()}")
     return line
 
 
@@ -154,8 +163,9 @@ def trusting_everybody() -> ssl.SSLContext:
 class Starter:
     """Starts BMCs for one test and ends them after it."""
 
-    def __init__(self, folder: Path) -> None:
+    def __init__(self, folder: Path, by_program: bool = False) -> None:
         self._folder = folder
+        self._by_program = by_program
         self._running: list[Bmc] = []
 
     def __call__(self, scenario: Any = None, *arguments: str) -> Bmc:
@@ -163,7 +173,7 @@ class Starter:
         options = list(arguments)
         if scenario is not None:
             options += ["--scenario", str(self.scenario_file(scenario))]
-        bmc = Bmc(*options)
+        bmc = Bmc(*options, by_program=self._by_program)
         self._running.append(bmc)
         return bmc
 
@@ -184,8 +194,8 @@ class Starter:
 
 
 @pytest.fixture
-def start(tmp_path: Path) -> Iterator[Starter]:
-    starter = Starter(tmp_path)
+def start(tmp_path: Path, request: pytest.FixtureRequest) -> Iterator[Starter]:
+    starter = Starter(tmp_path, getattr(request.module, "BY_PROGRAM", False))
     yield starter
     starter.stop_all()
 

@@ -18,6 +18,8 @@ from cryptography.hazmat.primitives.asymmetric import ec
 
 from conftest import EXPORT, FULL_EXPORT, PROGRAM, ROOT, Bmc, Starter, clean_environment
 
+BY_PROGRAM = True  # its own start and end are what is tested here
+
 
 def test_the_ready_line_tells_everything(bmc: Bmc) -> None:
     ready = bmc.ready

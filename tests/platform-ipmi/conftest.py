@@ -5,14 +5,16 @@ from __future__ import annotations
 
 import json
 import os
-import subprocess
+import sys
 from pathlib import Path
 from typing import Any, Iterator
 
 import pytest
 import yaml
 
-PROGRAM = Path(__file__).resolve().parents[2] / "emulator" / "emulated-bmc"
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "support"))
+
+import warm_bmc  # noqa: E402
 
 
 class Bmc:
@@ -21,11 +23,8 @@ class Bmc:
     def __init__(self, folder: Path, ipmi: dict[str, Any], address: str) -> None:
         scenario = folder / "scenario.yaml"
         scenario.write_text(yaml.safe_dump({"user": "admin", "password": "secret", "ipmi": ipmi}))
-        self._process = subprocess.Popen(
-            [str(PROGRAM), "--scenario", str(scenario), "--bind", address,
-             "--state-dir", str(folder / "state")],
-            stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
-        )
+        self._process = warm_bmc.start(
+            ["--scenario", scenario, "--bind", address, "--state-dir", folder / "state"], dict(os.environ))
         ready = self._process.stdout.readline()
         assert ready, "the emulated BMC does not start"
         self.ready = json.loads(ready)

@@ -12,7 +12,7 @@ from typing import Any
 
 import pytest
 
-from conftest import PROGRAM
+from warm_bmc import PROGRAM
 
 GET_CAPABILITIES = bytes.fromhex("0600ff07" "00" "00000000" "00000000" "09" "2018c88100388e04b5")
 OPEN_SESSION_17 = bytes.fromhex(

@@ -32,20 +32,19 @@ LONGEST_REQUEST = 1 << 18
 
 # ---- in the test program --------------------------------------------------------------------------
 
-def start(arguments, environment):
-    """A BMC with these arguments of emulated-bmc."""
+def start(arguments, environment, stderr=None):
+    """A BMC with these arguments of emulated-bmc. `stderr`: subprocess.PIPE, or that of the test program."""
     with _Nursery.guard:
         if _Nursery.running is None:
             _Nursery.running = _Nursery()
-        return _Nursery.running.start([str(argument) for argument in arguments], environment)
+        return _Nursery.running.start([str(argument) for argument in arguments], environment, stderr)
 
 
 class Process:
     """A BMC's process, with those members of subprocess.Popen that tests use. Texts, not bytes."""
 
-    def __init__(self, stdin, stdout, report):
-        self.stdin = stdin
-        self.stdout = stdout
+    def __init__(self, stdin, stdout, stderr, report):
+        self.stdin, self.stdout, self.stderr = stdin, stdout, stderr
         self.returncode = None
         self._report = report
         self.pid = int(self._line())
@@ -87,14 +86,16 @@ class _Nursery:
         self._control.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, LONGEST_REQUEST)
         atexit.register(self._end)
 
-    def start(self, arguments, environment):
+    def start(self, arguments, environment, stderr):
         stdin, stdout, report = os.pipe(), os.pipe(), os.pipe()
+        errors = os.pipe() if stderr == subprocess.PIPE else (None, os.dup(2))
         request = {"arguments": arguments, "environment": environment, "folder": os.getcwd()}
-        theirs = [stdin[0], stdout[1], report[1]]
+        theirs = [stdin[0], stdout[1], errors[1], report[1]]
         socket.send_fds(self._control, [json.dumps(request).encode()], theirs)
         for descriptor in theirs:
             os.close(descriptor)
-        return Process(os.fdopen(stdin[1], "w"), os.fdopen(stdout[0]), os.fdopen(report[0]))
+        return Process(os.fdopen(stdin[1], "w"), os.fdopen(stdout[0]),
+                       None if errors[0] is None else os.fdopen(errors[0]), os.fdopen(report[0]))
 
     def _end(self):
         self._control.close()
@@ -124,18 +125,18 @@ def _serve(control):
 
 
 def _start_one(control, reports):
-    message, descriptors, _, _ = socket.recv_fds(control, LONGEST_REQUEST, 3)
+    message, descriptors, _, _ = socket.recv_fds(control, LONGEST_REQUEST, 4)
     if not message:
         return False
     request = json.loads(message)
-    stdin, stdout, report = descriptors
+    *streams, report = descriptors
     pid = os.fork()
     if pid == 0:
-        _be_a_bmc(request, stdin, stdout)
+        _be_a_bmc(request, streams)
     os.write(report, f"{pid}\n".encode())
     reports[pid] = report
-    os.close(stdin)
-    os.close(stdout)
+    for stream in streams:
+        os.close(stream)
     return True
 
 
@@ -152,14 +153,14 @@ def _tell_ends(reports):
         os.close(report)
 
 
-def _be_a_bmc(request, stdin, stdout):
+def _be_a_bmc(request, streams):
     """As /usr/bin/python3 runs the program; does not return."""
     code = 1
     try:
         signal.set_wakeup_fd(-1)
         signal.signal(signal.SIGCHLD, signal.SIG_DFL)
-        os.dup2(stdin, 0)
-        os.dup2(stdout, 1)
+        for number, stream in enumerate(streams):
+            os.dup2(stream, number)
         os.closerange(3, os.sysconf("SC_OPEN_MAX"))
         os.chdir(request["folder"])
         os.environ.clear()
