@@ -62,9 +62,10 @@ build() {
 run_tests() {
     local found="$root/build/$2.xml"
     results+=("$found")
-    "${launcher[@]}" ctest --preset "$1" -j "$jobs" --no-tests=error --output-junit "$found" "${@:3}"
+    "${launcher[@]}" ctest --preset "$1" -j "$at_once" --no-tests=error --output-junit "$found" "${@:3}"
 }
 launcher=()
+at_once="$jobs"
 
 # Comments, includes, layout, scripts: seconds, so before anything is compiled.
 stage_tree() {
@@ -88,9 +89,11 @@ probe_leak_sanitizer() {
 
 stage_sanitized_build() { build asan; }
 
+# Whole runs of the tool and the library spend most of their time on waiting, so more of them are at work
+# than there are processors.
 stage_sanitized_tests() {
     probe_leak_sanitizer
-    run_tests asan asan -LE '^(tree|package|hostile)$'
+    at_once=$((3 * jobs)) run_tests asan asan -LE '^(tree|package|hostile)$'
 }
 
 # What a user installs is not instrumented: so neither is what these look at. How much memory a
