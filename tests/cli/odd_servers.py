@@ -13,6 +13,7 @@ import subprocess
 import tarfile
 import tempfile
 import threading
+import time
 
 from cryptography import x509
 from cryptography.hazmat.primitives import hashes, serialization
@@ -247,6 +248,7 @@ class Relay:
         self.listener = socket.create_server((address, 0))
         self.port = self.listener.getsockname()[1]
         self.open = []
+        self.last_byte = time.monotonic()
         threading.Thread(target=self._accept, daemon=True).start()
 
     def turn_to(self, port):
@@ -255,6 +257,11 @@ class Relay:
             with contextlib.suppress(OSError):
                 peer.shutdown(socket.SHUT_RDWR)
         self.open = []
+
+    def wait_until_quiet(self, seconds=1.0):
+        """Until the answer to what was asked has passed, too."""
+        while (rest := self.last_byte + seconds - time.monotonic()) > 0:
+            time.sleep(rest)
 
     def stop(self):
         with contextlib.suppress(OSError):
@@ -273,11 +280,11 @@ class Relay:
             for source, sink in ((peer, other), (other, peer)):
                 threading.Thread(target=self._copy, args=(source, sink), daemon=True).start()
 
-    @staticmethod
-    def _copy(source, sink):
+    def _copy(self, source, sink):
         with contextlib.suppress(OSError):
             source.settimeout(30)
             while data := source.recv(65536):
                 sink.sendall(data)
+                self.last_byte = time.monotonic()
         with contextlib.suppress(OSError):
             sink.shutdown(socket.SHUT_RDWR)

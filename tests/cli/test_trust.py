@@ -203,6 +203,7 @@ def test_a_bmc_that_starts_is_checked_before_it_is_asked_again(start_bmc, tmp_pa
     running = tool.Running(arguments, password=bmc.password)
     # The library's first attempt; seconds pass before its next one, and the tool looks before that.
     bmc.wait_for_request(has_authorization, "with a password")
+    relay.wait_until_quiet()
     relay.turn_to(impostor.port)
     ended = running.end()
     relay.stop()
