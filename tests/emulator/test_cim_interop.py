@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Classes and the Interop namespace, in the questions of a client that finds its way about a CIM server it has never met."""
+"""Classes and the Interop namespace: the questions of a client that has never met this CIM server."""
 
 from __future__ import annotations
 
@@ -120,7 +120,8 @@ def value_map(element: Element, name: str) -> dict[str, str]:
 
 
 def test_one_of_its_objects_can_be_read(open_bmc: Bmc) -> None:
-    wanted = f'<IPARAMVALUE NAME="InstanceName">{instance_name("CIM_RegisteredProfile", {"InstanceID": "ZOR:ServiceData:1.0.0"})}</IPARAMVALUE>'
+    name = instance_name("CIM_RegisteredProfile", {"InstanceID": "ZOR:ServiceData:1.0.0"})
+    wanted = f'<IPARAMVALUE NAME="InstanceName">{name}</IPARAMVALUE>'
 
     (profile,) = call(open_bmc, "GetInstance", wanted, "Interop").instances()
     assert profile["RegisteredName"] == "Service Data"
@@ -134,8 +135,12 @@ def test_the_interop_namespace_has_no_service_data_and_the_others_no_interop(ope
     assert export.error()[0] == 6
 
 
-@pytest.mark.parametrize("interop, works, fails", [("root/PG_InterOp", "root/pg_interop", "interop"), (None, None, "interop"), (None, None, "")])
-def test_a_scenario_names_it_or_leaves_it_out(start: Starter, interop: str | None, works: str | None, fails: str) -> None:
+@pytest.mark.parametrize("interop, works, fails", [
+    ("root/PG_InterOp", "root/pg_interop", "interop"), (None, None, "interop"), (None, None, ""),
+])
+def test_a_scenario_names_it_or_leaves_it_out(
+    start: Starter, interop: str | None, works: str | None, fails: str
+) -> None:
     bmc = start({"cim": {"authentication": False, "interop": interop}})
 
     assert call(bmc, "EnumerateClassNames", "", fails).error()[0] == 3

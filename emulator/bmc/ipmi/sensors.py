@@ -55,18 +55,18 @@ class Gauge(Sensor):
 
     @property
     def mask(self) -> int:
-        """The thresholds that there are."""
+        """The thresholds that there are, as bits."""
         return sum(1 << bit for bit, name in enumerate(THRESHOLDS) if name in self.thresholds)
 
-    def crossed(self) -> int:
-        """The thresholds that the value is beyond."""
-        beyond = 0
-        for bit, name in enumerate(THRESHOLDS):
-            limit = self.thresholds.get(name)
-            if limit is not None and self.value is not None:
-                is_beyond = self.raw(self.value) <= self.raw(limit) if name[0] == "l" else self.raw(self.value) >= self.raw(limit)
-                beyond |= is_beyond << bit
-        return beyond
+    def crossed(self, value: int) -> int:
+        """The thresholds that a value is at or beyond, as bits."""
+        return sum(1 << bit for bit, name in enumerate(THRESHOLDS) if self._is_beyond(name, value))
+
+    def _is_beyond(self, name: str, value: int) -> bool:
+        if name not in self.thresholds:
+            return False
+        reading, limit = self.raw(value), self.raw(self.thresholds[name])
+        return reading <= limit if name.startswith("l") else reading >= limit
 
 
 def sensors_of(machine: Machine) -> Sequence[Sensor]:
@@ -112,7 +112,7 @@ class SensorDevice:
         gauge = self._find(request)
         if gauge.value is None:
             return bytes([0, _NO_READING, 0xC0])
-        return bytes([gauge.raw(gauge.value), _WORKS, 0xC0 | gauge.crossed()])
+        return bytes([gauge.raw(gauge.value), _WORKS, 0xC0 | gauge.crossed(gauge.value)])
 
     def _thresholds(self, request: bytes) -> bytes:
         """Get Sensor Thresholds (35.9)."""

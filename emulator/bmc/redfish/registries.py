@@ -108,8 +108,12 @@ MESSAGES: Mapping[str, Mapping[str, Message]] = {
         "Note": Message(0, "OK", "%1", "None."),
         "DiagnosticDataCollected": Message(0, "OK", "Diagnostic data was collected.", "None."),
         "SensorThresholdOK": Message(0, "OK", "Sensor %1 crossed a threshold.", "None."),
-        "SensorThresholdWarning": Message(0, "Warning", "Sensor %1 crossed a threshold.", "Look after what it measures."),
-        "SensorThresholdCritical": Message(0, "Critical", "Sensor %1 crossed a threshold.", "Look after what it measures."),
+        "SensorThresholdWarning": Message(
+            0, "Warning", "Sensor %1 crossed a threshold.", "Look after what it measures."
+        ),
+        "SensorThresholdCritical": Message(
+            0, "Critical", "Sensor %1 crossed a threshold.", "Look after what it measures."
+        ),
         **{kind.name: Message(0, kind.severity, kind.text, kind.resolution) for kind in EVENTS},
         "ExportLoginRefused": Message(
             0, "Critical", "The file store %1 refused the login of user %2.",
@@ -139,7 +143,8 @@ MESSAGES: Mapping[str, Mapping[str, Message]] = {
             "Check the file store, and start the export again.",
         ),
         "MethodUnknown": Message(
-            501, "Critical", "The method %1 is not one that this service knows.", "Use a method of the Redfish standard."
+            501, "Critical", "The method %1 is not one that this service knows.",
+            "Use a method of the Redfish standard.",
         ),
         # Clients look for this sentence in the body to tell a refusal from everything else.
         "AuthenticationRequired": Message(
