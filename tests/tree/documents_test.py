@@ -146,6 +146,12 @@ def test_the_emulator_s_page_names_its_scenarios_and_its_parts():
         assert f"`{scenario.stem}`" in page, scenario.stem
 
 
+def test_the_packages_hold_every_part_of_the_emulator():
+    parts = {path.name for path in (ROOT / "emulator").iterdir() if path.name != "__pycache__"}
+    for packing in ("debian/kemffdc-emulator.install", "packaging/rpm/varnex-ffdc.spec"):
+        assert parts <= set(re.findall(r"(?:^| )emulator/([\w-]+)", text(packing), re.MULTILINE)), packing
+
+
 OURS = re.compile(r"(?:src|include|platform|shared|cli|emulator|tests|bench|fuzz|docs|tools|cmake|packaging|examples)"
                   r"/[\w./-]*[\w/]")
 
