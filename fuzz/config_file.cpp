@@ -1,41 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Any kemffdc.conf. The first line is the name of a host, the rest the file.
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
+#include "Support.h"
 #include "cli/config/ConfigFile.h"
 
 namespace {
 
 using Kemffdc::Outcome;
 using namespace Kemffdc::Config;
-
-void Require(bool holds) {
-    if (!holds) std::abort();
-}
-
-// A file without a name on any disk.
-class MemoryFile {
-public:
-    explicit MemoryFile(const std::string& text)
-        : m_descriptor(memfd_create("kemffdc.conf", MFD_CLOEXEC)) {
-        Require(write(m_descriptor, text.data(), text.size()) == static_cast<ssize_t>(text.size()));
-    }
-    ~MemoryFile() { close(m_descriptor); }
-    MemoryFile(const MemoryFile&) = delete;
-    MemoryFile& operator=(const MemoryFile&) = delete;
-
-    std::string Path() const { return "/proc/self/fd/" + std::to_string(m_descriptor); }
-
-private:
-    int m_descriptor;
-};
 
 std::string NoNumber(const std::vector<std::string>& words) {
     Require(words.size() == 1 && !words.front().empty());

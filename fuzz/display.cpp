@@ -3,16 +3,12 @@
 // Any text for a terminal: no secret and no control byte is left of it, whatever stands around.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
 #include "LogSink.h"
+#include "Support.h"
 
 namespace {
-
-void Require(bool holds) {
-    if (!holds) std::abort();
-}
 
 bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
 

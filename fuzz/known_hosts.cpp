@@ -2,21 +2,14 @@
 //
 // Any file of known host keys. The first line is the name of a host, the second a key's bytes, the
 // rest the file.
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
 #include "KnownHosts.h"
+#include "Support.h"
 
 namespace {
-
-void Require(bool holds) {
-    if (!holds) std::abort();
-}
 
 std::string TakeLine(std::string& text) {
     const std::size_t end = text.find('\n');
@@ -25,23 +18,6 @@ std::string TakeLine(std::string& text) {
     return line;
 }
 
-// A file without a name on any disk.
-class MemoryFile {
-public:
-    MemoryFile() : m_fd(memfd_create("known_hosts", MFD_CLOEXEC)) { Require(m_fd >= 0); }
-    ~MemoryFile() { close(m_fd); }
-    MemoryFile(const MemoryFile&) = delete;
-    MemoryFile& operator=(const MemoryFile&) = delete;
-
-    std::string Path() const { return "/proc/self/fd/" + std::to_string(m_fd); }
-    void Fill(const std::string& text) const {
-        Require(write(m_fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()));
-    }
-
-private:
-    int m_fd;
-};
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -49,8 +25,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string name = KnownHosts::Name(TakeLine(text), 115);
     const HostKey key(TakeLine(text));
     (void)key.Fingerprint();
-    const MemoryFile file;
-    file.Fill(text);
+    const MemoryFile file(text);
     const KnownHosts hosts(file.Path());
 
     const KnownHosts::Result before = hosts.Find(name, key);

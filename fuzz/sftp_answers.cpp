@@ -3,7 +3,6 @@
 // Any bytes of an SFTP server: packets, and in them names, attributes and refusals.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
@@ -11,12 +10,9 @@
 #include "SftpFailure.h"
 #include "SftpNames.h"
 #include "SftpPacket.h"
+#include "Support.h"
 
 namespace {
-
-void Require(bool holds) {
-    if (!holds) std::abort();
-}
 
 void Read(const SftpPacket& packet, SftpNames& names) {
     try {

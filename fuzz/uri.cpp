@@ -6,18 +6,14 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <stdexcept>
 #include <string>
 
+#include "Support.h"
 #include "Uri.h"
 
 namespace {
-
-void Require(bool holds) {
-    if (!holds) std::abort();
-}
 
 struct CleanUp {
     void operator()(CURLU* url) const noexcept { curl_url_cleanup(url); }
