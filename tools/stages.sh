@@ -139,6 +139,8 @@ stage_thread_sanitizer() {
 }
 
 # stage_fuzz SECONDS: so long for each target.
+stage_mutants() { "$root/tools/mutants"; }
+
 stage_fuzz() {
     build fuzz varnex_fuzz_targets
     "$root/fuzz/run" "$root/build/fuzz" "$1"

@@ -64,6 +64,7 @@ TEST(ReadJson, BracketsInStringsDoNotNest) {
 TEST(ReadJson, ClosingBracketsAheadDoNotHideANesting) {
     EXPECT_EQ("<unspecified file>: more than 512 nested levels",
               RefusalOf(std::string(600, ']') + std::string(100000, '[')));
+    EXPECT_EQ("<unspecified file>(1): expected value", RefusalOf("]][")) << "nor make one";
 }
 
 TEST(ReadJson, SixteenMebibytesAreReadAndOneByteMoreRefused) {
