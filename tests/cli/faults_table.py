@@ -33,6 +33,14 @@ def read_table(heading):
     return [Row(line) for line in lines[2:]]
 
 
+def rows(heading):
+    """By what happens. No row is there twice."""
+    listed = read_table(heading)
+    by_name = {row.what: row for row in listed}
+    assert len(by_name) == len(listed), f"something is named twice below {heading}"
+    return by_name
+
+
 def _sections():
     sections = [("", [])]
     for line in TABLE.read_text(encoding="utf-8").splitlines():

@@ -5,18 +5,16 @@ The table says what comes out; the scenarios here say only how the fault is made
 """
 
 import contextlib
-import os
 import pathlib
 import re
-import socket
 import ssl
-import subprocess
 
 import pytest
 
 import odd_servers
 import tool
-from faults_table import read_table
+from faults_play import check_reason, check_texts, closed_port, mute_server, special_folder, unknown_host
+from faults_table import rows
 from tool import EXPORT, SERVICE_ROOT, SESSIONS, TASK
 
 HEADING = "Over Redfish"
@@ -28,7 +26,7 @@ STEP_OF = {
 }
 CODE_OF = {"false": 1, "true": 0, "throws": -1}
 
-ROWS = {row.what: row for row in read_table(HEADING)}
+ROWS = rows(HEADING)
 
 
 def answers(**entries):
@@ -67,25 +65,6 @@ class Trouble:
         self.server = server
         self.folder = folder
         self.seconds = seconds
-
-
-@contextlib.contextmanager
-def closed_port():
-    yield "127.0.0.1", tool.free_port()
-
-
-@contextlib.contextmanager
-def unknown_host():
-    yield "no-such-bmc.invalid", 443
-
-
-@contextlib.contextmanager
-def mute_server():
-    """Accepts connections and says nothing."""
-    with socket.socket() as listener:
-        listener.bind(("127.0.0.1", 0))
-        listener.listen()
-        yield "127.0.0.1", listener.getsockname()[1]
 
 
 def odd(respond=None, prepare=None, trusted=None):
@@ -250,10 +229,6 @@ def test_every_row_has_a_scenario_and_every_scenario_a_row():
     assert sorted(ROWS) == sorted(SCENARIOS)
 
 
-def test_the_table_names_nothing_twice():
-    assert len(read_table(HEADING)) == len(ROWS)
-
-
 @contextlib.contextmanager
 def place_of(trouble):
     """Address, port, user, password and environment for the tool; the BMC, if it is one."""
@@ -267,23 +242,6 @@ def place_of(trouble):
         yield bmc.address, bmc.port, bmc.user, bmc.password, trouble.environment, bmc
     finally:
         bmc.stop()
-
-
-def special_folder(folder, options):
-    """A command prefix under which `folder` is a small or a read-only file system of its own.
-
-    It exists for the tool alone, so what is left in it is listed before it goes.
-    """
-    user = [] if os.geteuid() == 0 else ["--user", "--map-root-user"]
-    script = (
-        f'mount -t tmpfs -o {options} tmpfs "$0" || exit 99; "$@"; code=$?; '
-        'find "$0" -mindepth 1 | sed s/^/LEFT:/ >&2; exit $code'
-    )
-    prefix = ["unshare", *user, "--mount", "sh", "-c", script, str(folder)]
-    probe = subprocess.run([*prefix, "true"], capture_output=True, timeout=20, check=False)
-    if probe.returncode != 0:
-        pytest.skip(f"no file system of one's own here: {probe.stderr.decode().strip()}")
-    return prefix
 
 
 def check_library_code(row, steps):
@@ -304,14 +262,6 @@ def check_library_code(row, steps):
     assert not [step for step in steps if step["name"] in later]
 
 
-def check_secrets(ended, log, password, bmc):
-    texts = {"output": ended.out + ended.err, "log": log, "process list": ended.command_line}
-    secrets = {password, *password.splitlines()} | (bmc.tokens() if bmc else set())
-    for place, text in texts.items():
-        for secret in filter(lambda s: len(s) > 3, secrets):
-            assert secret not in text, f"a secret stands in the {place}"
-
-
 def can_go_on(code, account):
     """Whether there is a task whose archive may still come."""
     return account["task"] is not None and code not in (5, 9)
@@ -324,6 +274,8 @@ def test_fault(what, tmp_path):
     output.mkdir()
     log = tmp_path / "log"
     prefix = special_folder(output, trouble.folder) if trouble.folder else []
+    if prefix is None:
+        pytest.skip("no file system of one's own here")
     with place_of(trouble) as (host, port, user, password, environment, bmc):
         ended = tool.run(
             ["collect", "--via", "redfish", host, "--port", str(port), "--user", user,
@@ -333,7 +285,7 @@ def test_fault(what, tmp_path):
             seconds=trouble.seconds,
         )
         log_text = log.read_text(encoding="utf-8", errors="replace") if log.exists() else ""
-        check_secrets(ended, log_text, password, bmc)
+        check_texts(ended, log_text, {password} | (bmc.tokens() if bmc else set()))
         export_was_asked = bool(bmc and bmc.requests("POST"))
 
     assert ended.code == row.code, ended.err
@@ -344,11 +296,7 @@ def test_fault(what, tmp_path):
     if trouble.folder == "ro":
         assert not export_was_asked, "nothing is to be gathered that cannot be stored"
     if row.code != 0:
-        reason, command = re.fullmatch(r"(.*?)( This run can be continued: kemffdc resume \d+)?", account["reason"],
-                                       re.DOTALL).groups()
-        assert re.fullmatch(row.pattern(host, port), reason)
-        assert bool(command) == can_go_on(row.code, account)
-        assert f"kemffdc: {account['reason']} [exit code {row.code}]" in ended.err
+        assert check_reason(row, (host, port), ended) == can_go_on(row.code, account)
         kept = [pathlib.Path(account["path"]).name] if row.code == 9 else []
         assert (tool.archives_in(output) if output.exists() else []) == kept
         return

@@ -19,7 +19,7 @@ import tool
 
 SHAPES = tool.ROOT / "emulator" / "shapes"
 HEADING = "Over Redfish, the tree"
-ROWS = {row.what: row for row in faults_table.read_table(HEADING)}
+ROWS = faults_table.rows(HEADING)
 TWO_SECONDS = {"VARNEX_REST_ACTION_TIMEOUT": "2"}
 CHASSIS = "GET /redfish/v1/Chassis/1"
 
