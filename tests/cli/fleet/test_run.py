@@ -305,6 +305,19 @@ def test_a_run_that_works_cannot_be_resumed(fleet, run, state):
     begun.kill()
 
 
+def test_status_says_how_far_a_bmc_is_and_by_which_operation(fleet, run, state):
+    bmcs = fleet("--count", "1", "--gathering", "600")
+    begun = run("collect", bmcs)
+
+    def told():
+        shown = run("status", None).end()
+        hosts = json.loads(shown.out)["hosts"] if shown.code == DONE else []
+        return [(host["percent"], host["operation"]) for host in hosts] == [(0, "oem")]
+
+    wait_until(told)
+    begun.kill()
+
+
 def test_a_worker_that_is_killed_is_tried_again(fleet, run, state):
     bmcs = fleet("--count", "3", "--gathering", "6")
     begun = run("collect", bmcs, "--retry-pause", "1")
