@@ -187,7 +187,9 @@ void Conductor::Tick() {
     m_audience.Tick(m_scene);
     m_ticks.expires_after(kTick);
     m_ticks.async_wait([this](const boost::system::error_code& error) {
-        if (!error) Tick();
+        // One that has come due can no longer be cancelled, and another would keep the run from
+        // ending.
+        if (!error && !m_scheduler->HasEnded()) Tick();
     });
 }
 

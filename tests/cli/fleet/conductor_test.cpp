@@ -9,6 +9,7 @@
 #include <fstream>
 #include <map>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -67,6 +68,7 @@ public:
         const HostState state = scene.hosts[host].state;
         auto& seen = states[scene.hosts[host].name];
         if (seen.empty() || seen.back() != state) seen.push_back(state);
+        if (onChange) onChange(state);
     }
     void Tick(const Scene&) override {
         ++ticks;
@@ -80,6 +82,7 @@ public:
     std::map<std::string, std::vector<HostState>> states;
     std::vector<std::string> notes;
     std::function<void()> onTick;
+    std::function<void(HostState)> onChange;
 };
 
 class ConductorTest : public testing::Test {
@@ -307,6 +310,19 @@ TEST_F(ConductorTest, ASecondSignalWaitsForNobody) {
 
     EXPECT_LT(steady_clock::now() - first, milliseconds(800));
     EXPECT_EQ(OutcomeOf(0), "interrupted");
+}
+
+// The tick has come due by the time that the end is seen, and can no longer be taken back.
+TEST_F(ConductorTest, ARunEndsThoughATickComesWithItsLastHost) {
+    Add("good");
+    watcher.onChange = [](HostState state) {
+        if (state == HostState::kDone) std::this_thread::sleep_for(milliseconds(300));
+    };
+    watcher.onTick = [this] {
+        if (watcher.ticks == 40) throw std::runtime_error("the run goes on ticking");
+    };
+
+    EXPECT_EQ(Run(), Kemffdc::kDone);
 }
 
 TEST_F(ConductorTest, WhatIsDoneIsNotTouched) {
