@@ -4,9 +4,11 @@
 VARNEX_BUILD names the build folder that is installed, VARNEX_CXX its compiler.
 """
 
+import json
 import os
 import pathlib
 import re
+import shutil
 import subprocess
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -34,6 +36,16 @@ def configured(setting, build=BUILD):
 
 
 def build_library(source, folder, *settings):
-    """Configures and builds, with Ninja; a folder of an earlier run goes on from there."""
-    run("cmake", "-S", source, "-B", folder, "-G", "Ninja", f"-DCMAKE_CXX_COMPILER={CXX}", *settings)
+    """Configures and builds, with Ninja; a folder of an earlier run goes on if that asked for the same.
+
+    CMake forgets its other settings where the compiler is another one.
+    """
+    command = [str(word) for word in ("cmake", "-S", source, "-B", folder, "-G", "Ninja",
+                                      f"-DCMAKE_CXX_COMPILER={CXX}", *settings)]
+    earlier = folder / "configured-by.json"
+    if not earlier.is_file() or json.loads(earlier.read_text(encoding="utf-8")) != command:
+        shutil.rmtree(folder, ignore_errors=True)
+        folder.mkdir(parents=True)
+        earlier.write_text(json.dumps(command), encoding="utf-8")
+    run(*command)
     run("cmake", "--build", folder, "-j2")

@@ -194,3 +194,13 @@ def test_every_decision_says_why_and_what_checks_it():
         content = page.read_text(encoding="utf-8")
         for part in ("**Decision.** ", "**Why", "**Checked by** "):
             assert part in content, f"{page.name}: {part}"
+
+
+def test_a_build_looks_for_nothing_that_it_was_not_asked_for():
+    """docs/linking.md. What is looked for is needed, and configuring ends where it is not there."""
+    files = [file for file in ROOT.rglob("CMakeLists.txt") if "build" not in file.relative_to(ROOT).parts]
+    lines = [line.strip() for file in files for line in file.read_text(encoding="utf-8").splitlines()]
+    found = [re.match(r"find_(?:package|program|library|path)\((\w+)", line) for line in lines if "REQUIRED" not in line]
+
+    # These end with words of their own: each is asked for by an option.
+    assert {match[1] for match in found if match} == {"FREEIPMI_INCLUDE_DIR", "FREEIPMI_LIBRARY", "GTest", "Pegasus"}
