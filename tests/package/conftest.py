@@ -58,7 +58,8 @@ def built_elsewhere(own_platform):
 
 
 def with_platform(source, folder, platform):
-    build_library(source, folder, f"-DVARNEX_PLATFORM={platform}",
+    # Without a compiler cache: it may change paths, or hand out what the other folder has made.
+    build_library(source, folder, f"-DVARNEX_PLATFORM={platform}", "-DCMAKE_CXX_COMPILER_LAUNCHER=",
                   "-DCMAKE_BUILD_TYPE=RelWithDebInfo", "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-g")
     shutil.rmtree(KEPT / "installed" / folder.name, ignore_errors=True)
     run("cmake", "--install", folder, "--prefix", KEPT / "installed" / folder.name)
