@@ -36,6 +36,8 @@ closing_line() {
         exit 1
     fi
     [[ ${#results[@]} -eq 0 ]] || /usr/bin/python3 "$root/tools/sum-up" "${results[@]}"
+    [[ -z ${left_out-} ]] ||
+        say "NOT RUN: $left_out long tests, each of many whole runs; ./test runs them, ctest --preset asan -L long too."
     [[ -z ${no_leak_check-} ]] ||
         say "NOT CHECKED for leaks: this machine forbids ptrace, which the leak sanitizer needs."
     say "PASSED in $(minutes $((SECONDS - began)))."
@@ -96,6 +98,13 @@ stage_sanitized_tests() {
     at_once=$((3 * jobs)) run_tests asan asan -LE '^(tree|package|hostile)$'
 }
 
+# Whole runs that take a minute each are left out.
+stage_quick_tests() {
+    probe_leak_sanitizer
+    at_once=$((3 * jobs)) run_tests asan asan -LE '^(tree|package|hostile|long)$'
+    left_out="$(ctest --preset asan -N -L '^long$' | sed -n 's/^Total Tests: //p')"
+}
+
 # What a user installs is not instrumented: so neither is what these look at. How much memory a
 # hostile BMC costs is only true here.
 stage_release() {
@@ -136,6 +145,16 @@ stage_thread_sanitizer() {
     probe_thread_sanitizer
     run_tests tsan tsan -LE '^(tree|package|hostile)$'
     launcher=()
+}
+
+# How much of the sources all tests together reach. Whole runs of the tool count; what is killed on purpose does not.
+stage_coverage() {
+    build coverage
+    at_once=$((3 * jobs)) run_tests coverage coverage -LE '^(tree|package|hostile|ansible)$'
+    mkdir -p "$root/build/coverage/report"
+    gcovr --root "$root" --object-directory "$root/build/coverage" -j "$jobs" --print-summary \
+        --filter "$root/(src|include|platform|cli)/" --exclude-throw-branches --exclude-directories '.*/CompilerIdCXX' \
+        --html-details "$root/build/coverage/report/index.html" "$root/build/coverage"
 }
 
 # stage_fuzz SECONDS: so long for each target.
