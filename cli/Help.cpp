@@ -213,8 +213,7 @@ std::string Help() {
     return text +
            "\n"
            "Example: kemffdc collect --via redfish bmc7.example --password-file ~/.bmc7\n"
-           "Files and variables that set options: kemffdc help configuration\n"
-           "What this build is made of: kemffdc --version\n";
+           "Files and variables that set options: kemffdc help configuration\n";
 }
 
 std::string FamilyHelp(const std::string& family) {
