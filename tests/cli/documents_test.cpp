@@ -42,10 +42,11 @@ std::vector<fs::path> Pages() {
     return pages;
 }
 
-// Those that stand on lines of their own, without what follows a pipe, a redirection or a "#".
+// Those that stand on lines of their own, without what follows a pipe, a redirection or a "#". The
+// program's name with its version is what it prints.
 std::vector<std::string> CommandsIn(const fs::path& page) {
     const std::string text = std::regex_replace(Content(page), std::regex(R"( \\\n +)"), " ");
-    const std::regex command(R"((?:^|\n) *(?:\$ )?kemffdc ([^\n|>#]*))");
+    const std::regex command(R"((?:^|\n) *(?:\$ )?kemffdc (?!\d)([^\n|>#]*))");
     std::vector<std::string> commands;
     for (std::sregex_iterator i(text.begin(), text.end(), command), end; i != end; ++i) {
         commands.push_back((*i)[1]);
