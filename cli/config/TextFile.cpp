@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -33,9 +34,11 @@ Outcome ReadTextFile(std::size_t most, TextFile& file) {
     file.exists = true;
     if (!S_ISREG(file.status.st_mode)) return file.Unusable("is not a plain file.");
     std::string& text = file.text;
-    text.resize(most + 1);
+    // Files are far smaller than they may be; one more byte shows whether this one still grows.
+    text.resize(std::min(most, static_cast<std::size_t>(file.status.st_size)) + 1);
     std::size_t size = 0;
-    while (size < text.size()) {
+    while (size <= most) {
+        if (size == text.size()) text.resize(std::min(most, 2 * size) + 1);
         const ssize_t got = read(open.Get(), &text[size], text.size() - size);
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) return Unreadable(file);
