@@ -12,6 +12,7 @@ is not is a child of the caller, and its command line in the process list is the
 """
 
 import atexit
+import contextlib
 import gc
 import importlib
 import json
@@ -62,7 +63,8 @@ class Process:
 
     def send_signal(self, number):
         if self.poll() is None:
-            os.kill(self.pid, number)
+            with contextlib.suppress(ProcessLookupError):  # it has ended, and that is on its way here
+                os.kill(self.pid, number)
 
     def kill(self):
         self.send_signal(signal.SIGKILL)
