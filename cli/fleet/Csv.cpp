@@ -15,7 +15,7 @@ constexpr char kByteOrderMark[] = "\xEF\xBB\xBF";
 
 // What the first line has most of; a comma where it has none.
 unsigned char DelimiterOf(const std::string& text) {
-    const std::string first = text.substr(0, text.find('\n'));
+    const std::string first = text.substr(0, text.find_first_of("\r\n"));
     unsigned char best = ',';
     for (const char candidate : {',', ';', '\t'}) {
         if (std::count(first.begin(), first.end(), candidate) >
@@ -24,6 +24,13 @@ unsigned char DelimiterOf(const std::string& text) {
         }
     }
     return best;
+}
+
+// Behind the line end, which libcsv finds in a CR alone too.
+std::size_t EndOfLine(const std::string& text, std::size_t at) {
+    const std::size_t end = text.find_first_of("\r\n", at);
+    if (end == std::string::npos) return text.size();
+    return text.compare(end, 2, "\r\n") == 0 ? end + 2 : end + 1;
 }
 
 // libcsv's parser, which is to be freed. It cuts off the blanks around a field.
@@ -83,7 +90,7 @@ bool ReadCsv(const std::string& text, std::vector<CsvRow>& rows, int& line, std:
     std::size_t at = text.rfind(kByteOrderMark, 0) == 0 ? sizeof kByteOrderMark - 1 : 0;
     Parser parser(DelimiterOf(text));
     for (int number = 1; at < text.size(); ++number) {
-        const std::size_t end = std::min(text.find('\n', at), text.size() - 1) + 1;
+        const std::size_t end = EndOfLine(text, at);
         const std::string piece = text.substr(at, end - at);
         at = end;
         line = number;

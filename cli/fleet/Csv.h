@@ -14,7 +14,7 @@ struct CsvRow {
 };
 
 // The rows of a CSV file as spreadsheets write it (RFC 4180, and its relatives): with or without a
-// byte order mark, lines that end in CRLF or LF, fields between commas, semicolons or tabs (what
+// byte order mark, lines that end in CRLF, LF or CR, fields between commas, semicolons or tabs (what
 // the first line has most of), in quotes or not. Lines that begin with # are comments.
 //
 // Returns false with what is wrong in `error`, and in `line` where: a quote without its partner,

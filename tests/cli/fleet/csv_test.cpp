@@ -33,6 +33,8 @@ TEST(ReadCsv, TakesWhatSpreadsheetsWrite) {
                 ElementsAre(Row(1, "name", "via"), Row(2, "bmc1", "redfish")));
     EXPECT_THAT(Rows("name\tvia\nbmc1\t\n"),
                 ElementsAre(Row(1, "name", "via"), Row(2, "bmc1", "")));
+    EXPECT_THAT(Rows("name;via\rbmc1;ipmi\r# rack 3\r\"bmc2\";cim"),
+                ElementsAre(Row(1, "name", "via"), Row(2, "bmc1", "ipmi"), Row(4, "bmc2", "cim")));
 }
 
 TEST(ReadCsv, QuotedFieldsHoldDelimitersQuotesAndLineEnds) {
