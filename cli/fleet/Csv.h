@@ -14,8 +14,8 @@ struct CsvRow {
 };
 
 // The rows of a CSV file as spreadsheets write it (RFC 4180, and its relatives): with or without a
-// byte order mark, lines that end in CRLF, LF or CR, fields between commas, semicolons or tabs (what
-// the first line has most of), in quotes or not. Lines that begin with # are comments.
+// byte order mark, lines that end in CRLF, LF or CR, fields between commas, semicolons or tabs
+// (what the first line has most of), in quotes or not. Lines that begin with # are comments.
 //
 // Returns false with what is wrong in `error`, and in `line` where: a quote without its partner,
 // bytes that are no UTF-8, a NUL byte. Throws std::bad_alloc.
