@@ -4,7 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 
@@ -15,6 +15,7 @@ namespace {
 
 constexpr mode_t kOthers = S_IRWXG | S_IRWXO;
 constexpr mode_t kOthersWrite = S_IWGRP | S_IWOTH;
+constexpr std::size_t kPiece = 16384;
 
 Outcome Unreadable(const TextFile& file) {
     return file.Unusable(std::string("cannot be read: ") + std::strerror(errno) + ".");
@@ -33,21 +34,15 @@ Outcome ReadTextFile(std::size_t most, TextFile& file) {
     if (!open.IsOpen() || fstat(open.Get(), &file.status) != 0) return Unreadable(file);
     file.exists = true;
     if (!S_ISREG(file.status.st_mode)) return file.Unusable("is not a plain file.");
-    std::string& text = file.text;
-    // Files are far smaller than they may be; one more byte shows whether this one still grows.
-    text.resize(std::min(most, static_cast<std::size_t>(file.status.st_size)) + 1);
-    std::size_t size = 0;
-    while (size <= most) {
-        if (size == text.size()) text.resize(std::min(most, 2 * size) + 1);
-        const ssize_t got = read(open.Get(), &text[size], text.size() - size);
+    std::array<char, kPiece> piece;  // files are far smaller than they may be
+    while (file.text.size() <= most) {
+        const ssize_t got = read(open.Get(), piece.data(), piece.size());
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) return Unreadable(file);
-        if (got == 0) break;
-        size += static_cast<std::size_t>(got);
+        if (got == 0) return {};
+        file.text.append(piece.data(), static_cast<std::size_t>(got));
     }
-    if (size > most) return file.Unusable("is larger than " + std::to_string(most >> 20) + " MiB.");
-    text.resize(size);
-    return {};
+    return file.Unusable("is larger than " + std::to_string(most >> 20) + " MiB.");
 }
 
 Outcome RefuseForeignFile(const TextFile& file, const std::string& so) {

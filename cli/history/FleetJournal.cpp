@@ -19,9 +19,9 @@ constexpr char kFleetColumns[] =
 constexpr char kHostQuery[] =
     "SELECT h.fleet, number, name, h.host, h.channel, host_group, credential, arguments, state, "
     "changed_at, attempts, run, h.exit_code, h.outcome, h.reason, h.export_uri, archive, size, "
-    "sha256, task, task_state, task_percent, operation, address, service_version, vendor, product, model, firmware, serial, "
-    "uuid, certificate, host_key FROM fleet_hosts AS h LEFT JOIN runs ON runs.id = run WHERE "
-    "h.fleet = ?";
+    "sha256, task, task_state, task_percent, operation, address, service_version, vendor, "
+    "product, model, firmware, serial, uuid, certificate, host_key FROM fleet_hosts AS h LEFT JOIN "
+    "runs ON runs.id = run WHERE h.fleet = ?";
 
 double Now() {
     const std::chrono::duration<double> since1970 =

@@ -7,9 +7,9 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 
 namespace Kemffdc {
+
 // Where OpenSSL tells what it sees. The watch hangs on the context.
 struct TlsCallbacks {
     static int Index() {

@@ -93,9 +93,9 @@ struct Url {
     bool valid;
 };
 
-// Null where nobody but libcurl judges.
 bool IsJudged(const Trust& trust) { return trust.caFile.empty() && trust.judge; }
 
+// Null where nobody but libcurl judges.
 ConnectionWatch::Judge JudgeAt(const std::string& url, const Trust& trust) {
     if (!IsJudged(trust)) return nullptr;
     const std::string text = Url(url).Part(CURLUPART_PORT);

@@ -36,8 +36,7 @@ struct Certificate {
 // What a certificate in PEM form says; nothing when it cannot be read.
 std::optional<Certificate> ReadCertificate(const std::string& pem);
 
-// What one says that OpenSSL has read already, as in a handshake: reading it once more costs about
-// as much as half a handshake.
+// What one says that OpenSSL has read already, as in a handshake.
 Certificate DescribeCertificate(const x509_st& read);
 
 }  // namespace Kemffdc

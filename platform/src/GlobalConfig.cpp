@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "GlobalConfig.h"
 
+#include <array>
 #include <boost/property_tree/ini_parser.hpp>
 #include <boost/property_tree/ptree.hpp>
 #include <charconv>
@@ -17,7 +18,7 @@ namespace {
 
 constexpr char kLogSource[] = "platform/src/GlobalConfig";
 constexpr char kSystemFile[] = "/etc/varnex/global.ini";
-constexpr std::streamsize kLargestFile = 1024L * 1024;  // bytes
+constexpr std::size_t kLargestFile = 1024UL * 1024;  // bytes
 
 struct Setting {
     std::string value;
@@ -36,9 +37,10 @@ std::optional<std::string> FileText(const std::string& path, bool mustExist) {
     errno = 0;
     std::ifstream file(path, std::ios::binary);
     std::string text;
-    if (file) {  // settings are asked for at each request: no mebibyte is cleared for no file
-        text.resize(static_cast<std::size_t>(kLargestFile) + 1);
-        file.read(&text[0], kLargestFile + 1);
+    std::array<char, 4096> piece;  // settings are asked for at each request, and files are small
+    while (file && text.size() <= kLargestFile) {
+        file.read(piece.data(), piece.size());
+        text.append(piece.data(), static_cast<std::size_t>(file.gcount()));
     }
     if (!file.is_open() || file.bad()) {  // a folder opens, and fails to be read
         if (mustExist || errno != ENOENT) {
@@ -46,11 +48,10 @@ std::optional<std::string> FileText(const std::string& path, bool mustExist) {
         }
         return std::nullopt;
     }
-    if (file.gcount() > kLargestFile) {
+    if (text.size() > kLargestFile) {
         Warn("Configuration file " + path + " is larger than 1 MiB and not read.");
         return std::nullopt;
     }
-    text.resize(static_cast<std::size_t>(file.gcount()));
     if (text.compare(0, 3, "\xEF\xBB\xBF") == 0) text.erase(0, 3);  // byte order mark
     return text;
 }
