@@ -159,7 +159,7 @@ WAYS = ["CA file", "fingerprint", "first use"]
 @pytest.mark.parametrize("way", WAYS)
 @pytest.mark.parametrize("last", ["ExportFFDCData", "Tasks/8A6CA3D3EC", "Managers/1"])
 def test_an_impostor_that_takes_over_in_between_gets_no_password(start_bmc, tmp_path, last, way):
-    bmc, impostor = start_bmc({"redfish": {"answers": {f"* *{last}": [{"delay": 0.6}]}}}), start_bmc()
+    bmc, impostor = start_bmc({"redfish": {"answers": {f"* *{last}": [{"delay": 2}]}}}), start_bmc()
     relay = odd_servers.Relay(bmc.port)
     arguments = tool.collect(bmc, tmp_path / "out", *trusted_by(way, bmc))
     arguments[arguments.index("--port") + 1] = str(relay.port)
@@ -181,10 +181,11 @@ def test_an_impostor_that_takes_over_while_the_bmc_gathers_gets_no_password(star
     relay = odd_servers.Relay(bmc.port)
     arguments = tool.collect(bmc, tmp_path / "out", *trusted_by(way, bmc))
     arguments[arguments.index("--port") + 1] = str(relay.port)
-    arguments[arguments.index("--interval") + 1] = "1"
+    arguments[arguments.index("--interval") + 1] = "3"
     running = tool.Running([*arguments, "--json"], password=bmc.password)
     bmc.wait_for("/Tasks/1")
-    relay.turn_to(impostor.port)  # and the library's connection is cut
+    relay.wait_until_quiet()  # in the library's pause: between the tool's look and the library's request nobody looks
+    relay.turn_to(impostor.port)
     ended = running.end()
     relay.stop()
     assert impostor.requests() == []
@@ -320,7 +321,7 @@ def test_a_folder_that_cannot_be_written_is_a_note_and_no_failure(bmc, known, tm
 
 
 def test_what_cannot_be_remembered_still_holds_for_the_run(start_bmc, known, tmp_path):
-    slow = {"redfish": {"answers": {"* *ExportFFDCData": [{"delay": 0.6}]}}}
+    slow = {"redfish": {"answers": {"* *ExportFFDCData": [{"delay": 2}]}}}
     bmc, impostor = start_bmc(slow), start_bmc()
     relay = odd_servers.Relay(bmc.port)
     (tmp_path / "state").write_text("a file is in the way", encoding="utf-8")

@@ -26,7 +26,7 @@ _SCENARIOS = {
         "closed": ["cim", "cim-https", "ipmi"],
         "redfish": {
             "archive": {"seed": 7, "size": 3 << 20},
-            "task_step_seconds": 3,
+            "task_step_seconds": 8,  # longer than the tool's pause between two looks, so that each state is seen
             "download": {"ranges": True},
             "task_states": [
                 "New",
@@ -69,9 +69,12 @@ class Room:
         self._bmc = self._start_bmc("BMC", "127.0.0.2", "--new-certificate")
 
     def _start_rack(self):
-        """The seed makes the second one have a password of its own, and the fourth one cut a download."""
+        """The seed makes the second one have a password of its own, and the fourth one cut a download.
+
+        They gather for so long that all of them do at once, on a busy machine too.
+        """
         _, rack = self._start([EMULATOR / "emulated-fleet", "--count", "6", "--faults", "34", "--seed", "26",
-                            "--gathering", "8", "--standard-ports", "--state-dir", self.folder / "rack"])
+                            "--gathering", "16", "--standard-ports", "--state-dir", self.folder / "rack"])
         accounts = yaml.safe_load(pathlib.Path(rack["credentials"]).read_text(encoding="utf-8"))
         password = pathlib.Path(accounts["fleet"]["password_file"]).read_text(encoding="utf-8").strip()
         self._right_password = password[::-1] + "X"

@@ -18,6 +18,7 @@ import pyte
 COLUMNS, LINES = 80, 24
 PROMPT = "$ "
 _REMEMBERED = 10000  # lines that have left the screen
+_BROKEN_OFF = re.compile(r"\x1b(\[[0-9;<=>?]*)?$")  # a control sequence whose end has not been read yet
 # The title of the window counts the prompts: so it is known when the shell waits again.
 _SHELL = r"""
 PS1='\[\e]2;$((++prompts))\a\]$ '
@@ -58,6 +59,7 @@ class Terminal:
         self._screen = _Screen(columns, lines, history=_REMEMBERED)
         self._stream = pyte.Stream(self._screen)
         self._decoder = codecs.getincrementaldecoder("utf-8")("replace")
+        self._unread = ""  # by the screen
         self._prompts = 0
         self._shell, self._descriptor = pty.fork()
         if self._shell == 0:
@@ -121,8 +123,12 @@ class Terminal:
             data = os.read(self._descriptor, 65536)
         except OSError:  # the shell has ended
             return False
+        text = self._unread + self._decoder.decode(data)
+        broken_off = _BROKEN_OFF.search(text)
+        whole = broken_off.start() if broken_off else len(text)
+        self._unread = text[whole:]
         # pyte takes a private mode that it does not know for text.
-        self._stream.feed(re.sub(r"\x1b\[[<=>][0-9;]*[a-zA-Z]", "", self._decoder.decode(data)))
+        self._stream.feed(re.sub(r"\x1b\[[<=>][0-9;]*[a-zA-Z]", "", text[:whole]))
         return bool(data)
 
     def shows_cursor(self):

@@ -25,8 +25,10 @@ def play(scene, terminal, behind):
     for direction in scene.before:
         behind.happen(direction)
     begin = len(terminal.lines()) - 1
-    for line in scene.typed:
-        terminal.type(line[2:] + "\n")
+    for number, line in enumerate(scene.typed):
+        if number:  # the shell itself says when it wants more; what is typed before may stand there twice
+            terminal.wait_for_question(transcript.CONTINUATION.rstrip(), SECONDS)
+        terminal.type(line[len(transcript.COMMAND):] + "\n")
     last = ""
     for step in scene.steps:
         if step.startswith(transcript.DIRECTION):
