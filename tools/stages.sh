@@ -32,6 +32,7 @@ closing_line() {
     local status=$?
     printf '\n'
     if [[ $status -ne 0 ]]; then
+        [[ ${#results[@]} -eq 0 ]] || /usr/bin/python3 "$root/tools/sum-up" --failed "${results[@]}"
         say "FAILED in the stage \"$stage_name\" after $(minutes $((SECONDS - began)))."
         exit 1
     fi
