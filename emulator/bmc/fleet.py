@@ -62,7 +62,8 @@ def _options(arguments: list[str]) -> argparse.Namespace:
     parser = argparse.ArgumentParser(prog="emulated-fleet", description=__doc__)
     parser.add_argument("--count", type=int, default=24, metavar="N", help="how many BMCs [24]")
     parser.add_argument(
-        "--mix", default="redfish=100", metavar="SHARES", help="kinds (%s) in their shares: redfish=60,ipmi=20,cim=20" % ", ".join(KINDS),
+        "--mix", default="redfish=100", metavar="SHARES",
+        help=f"kinds ({', '.join(KINDS)}) in their shares: redfish=60,ipmi=20,cim=20",
     )
     parser.add_argument(
         "--faults", type=_percent, default=0.0, metavar="PERCENT",
@@ -154,7 +155,8 @@ def _described(planned: PlannedBmc, facts: Mapping[str, Any]) -> dict[str, Any]:
     }[planned.via]
     return {
         "name": planned.name, "address": planned.address, "kind": planned.kind, "via": planned.via,
-        "operation": planned.operation, "fault": planned.fault, "port": port, "serial": facts["machine"]["serial"], "archive": facts["archive"],
+        "operation": planned.operation, "fault": planned.fault, "port": port,
+        "serial": facts["machine"]["serial"], "archive": facts["archive"],
         "sha256": facts["redfish"]["sha256"], "requests": facts["requests"],
     }
 
