@@ -190,7 +190,7 @@ SCENARIOS = {
         always(EXPORT, **{"return": 0, "trailer": {"CIMStatusCode": "99"}})),
     "Export: 503": Trouble(always(EXPORT, status=503)),
     "Export never answered (bounded by --deadline)": Trouble(
-        always(EXPORT, hang=True), arguments=["--deadline", "2"], seconds=8),
+        always(EXPORT, hang=True), arguments=["--deadline", "6"], seconds=12),
     "Export: connection closed instead of an answer": Trouble(always(EXPORT, close="before")),
     "File store refuses the password": Trouble(store_password="not this one"),
     "Connection closed between the requests": Trouble(

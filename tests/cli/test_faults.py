@@ -213,11 +213,11 @@ SCENARIOS = {
         {"redfish": {"archive": {"size": 1048576}}}, ["--max-size", "1M"]),
     "BMC that sends 50 bytes a second (bounded by --deadline)": Trouble(
         {"redfish": {"archive": {"size": 1048576}, "answers": {"GET /download/*": [{"rate": 50}]}}},
-        ["--deadline", "3s"], seconds=10),
+        ["--deadline", "8s"], seconds=16),
     "BMC that gathers for ever (bounded by --deadline)": Trouble(
-        task_states("Running"), ["--tries", "1000000", "--deadline", "2"], seconds=10),
+        task_states("Running"), ["--tries", "1000000", "--deadline", "6"], seconds=14),
     "Export never answered (bounded by --deadline)": Trouble(
-        answers(export={"hang": True}), ["--deadline", "2"], seconds=10),
+        answers(export={"hang": True}), ["--deadline", "6"], seconds=14),
     "Output folder not writable": Trouble(folder="ro"),
     "Password of 1,000 characters with quotes, newlines and UTF-8": Trouble({"password": LONG_PASSWORD}),
     "BMC body with terminal escapes": Trouble(

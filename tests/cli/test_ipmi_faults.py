@@ -75,7 +75,7 @@ SHORT = {"VARNEX_IPMI_SESSION_TIMEOUT": "4"}
 SCENARIOS = {
     "Refused UDP port": Trouble(port=9),
     "Silent UDP port (bounded by IPMI_SESSION_TIMEOUT)": Trouble(ipmi(silent=True), environment=SHORT),
-    "Silent UDP port (bounded by --deadline)": Trouble(ipmi(silent=True), ["--deadline", "2"], seconds=8),
+    "Silent UDP port (bounded by --deadline)": Trouble(ipmi(silent=True), ["--deadline", "6"], seconds=12),
     "Unknown host": Trouble(host="no-such-bmc.invalid"),
     "Wrong password": Trouble(password="not this one"),
     "Unknown user": Trouble(user="nobody"),
@@ -161,8 +161,8 @@ SCENARIOS = {
         sftp(["a.log", {"name": "b.log", "size": 1048576}, {"name": "c_{n}.log", "count": 5000, "text": "c"}]),
         ["--max-size", "1M"], seconds=60),
     "BMC that sends 50 bytes a second (bounded by --deadline)": Trouble(
-        sftp(["a.log", "b.log"], answers={"open": [{"rate": 50, "repeat": True}]}), ["--deadline", "4"],
-        seconds=10),
+        sftp(["a.log", "b.log"], answers={"open": [{"rate": 50, "repeat": True}]}), ["--deadline", "8"],
+        seconds=14),
     "Clock going back during the run": Trouble(environment={"PLAYED_BACKWARDS": "1"}),
     "In band: no network interface to the BMC": Trouble(
         kcs=True, environment={"VARNEX_DMI_TABLE": "/nonexistent"}),
