@@ -266,8 +266,10 @@ std::vector<TimeAxis::Tick> TimeAxis::Ticks(std::size_t most) const {
     std::vector<Tick> ticks;
     for (const Piece& piece : m_pieces) {
         if (piece.isBreak) continue;
-        double since = std::ceil((piece.from - begin) / step) * step;
-        for (; since <= piece.to - begin; since += step) {
+        const auto last = std::llround(std::floor((piece.to - begin) / step));
+        for (auto tick = std::llround(std::ceil((piece.from - begin) / step)); tick <= last;
+             ++tick) {
+            const double since = static_cast<double>(tick) * step;
             ticks.push_back({begin + since, DurationText(since)});
         }
     }
@@ -304,7 +306,8 @@ TimelineLayout::TimelineLayout(std::size_t hosts) {
 }
 
 double TimelineLayout::Left(std::size_t place) const {
-    return static_cast<double>(place / lines) * (column + gap);
+    const std::size_t number = place / lines;
+    return static_cast<double>(number) * (column + gap);
 }
 
 double TimelineLayout::Top(std::size_t place) const {

@@ -13,7 +13,7 @@ namespace {
 constexpr char kNotAvailable[] = "IPMI is not available: the module ";
 
 std::string ModulePath() {
-    const std::string module(VARNEX_IPMI_MODULE);
+    std::string module(VARNEX_IPMI_MODULE);
     if (module.front() == '/') return module;  // a static library knows no folder of its own
     Dl_info here{};
     if (dladdr(kNotAvailable, &here) == 0 || here.dli_fname == nullptr) return {};

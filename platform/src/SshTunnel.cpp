@@ -23,7 +23,7 @@ using shared::FileDescriptor;
 
 std::string ProxyOfEnvironment() {
     for (const char* name : {"sftp_proxy", "SFTP_PROXY", "all_proxy", "ALL_PROXY"}) {
-        const std::string proxy = EnvironmentText(name);
+        std::string proxy = EnvironmentText(name);
         if (!proxy.empty()) return proxy;
     }
     return "";
