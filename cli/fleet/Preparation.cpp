@@ -129,7 +129,7 @@ public:
         if (!user.empty()) options.user = user;
         options.exportUri = ValueOf(arguments, "--export-uri");
         options.exportUser = ValueOf(arguments, "--export-user");
-        const Outcome outcome =
+        Outcome outcome =
             row.credential.empty() ? UseFiles(row, options) : UseNamed(row.credential, options);
         login.password = PasswordSource(options);
         login.exportPassword = ExportPasswordSource(options);

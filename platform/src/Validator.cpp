@@ -39,7 +39,7 @@ std::string AnswerHeader(CURL* handle, const char* name) {
 }
 
 std::string ValidatorOf(CURL* handle) {
-    const std::string tag = AnswerHeader(handle, "ETag");
+    std::string tag = AnswerHeader(handle, "ETag");
     if (IsStrongTag(tag)) return tag;
     const std::string changed = AnswerHeader(handle, "Last-Modified");
     const std::string made = AnswerHeader(handle, "Date");

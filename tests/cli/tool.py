@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """The tool as a user runs it, and the emulated BMC that it talks to."""
 
+import contextlib
 import itertools
 import json
 import os
@@ -169,9 +170,10 @@ class Running:
             **options,
         )
         self.command_line = self._read("cmdline")
-        if password is not None:
-            self.process.stdin.write(password.encode())
-        self.process.stdin.close()
+        with contextlib.suppress(BrokenPipeError):  # who is refused for his options is not asked for a password
+            if password is not None:
+                self.process.stdin.write(password.encode())
+            self.process.stdin.close()
         self.process.stdin = None
 
     def _read(self, name):
