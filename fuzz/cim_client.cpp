@@ -77,8 +77,7 @@ void Try(Action action) {
 }  // namespace
 
 // In place of the client's own.
-std::unique_ptr<Internal::Transport> Internal::Transport::Open(const std::string&, Uint32,
-                                                               const SSLContext*,
+std::unique_ptr<Internal::Transport> Internal::Transport::Open(const std::string&, Uint32, bool,
                                                                std::chrono::milliseconds) {
     if (++g_connections > kMostConnections) throw CannotConnectException("enough");
     return std::make_unique<Script>();
@@ -89,13 +88,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     g_connections = 0;
     g_challenged = false;
     CIMClient client;
+    Array<CIMKeyBinding> keys;
+    keys.append(CIMKeyBinding("A", "1", CIMKeyBinding::NUMERIC));
+    const CIMObjectPath service(String(), CIMNamespaceName(), "ZOR_FFDCService", keys);
     client.connect("host", 5988, "user", "password");
     for (int i = 0; i < 3; ++i) {
         Try([&] { client.enumerateInstances("root/cimv2", "ZOR_FFDCData"); });
         Array<CIMParamValue> out;
         Try([&] {
-            client.invokeMethod("root/cimv2", CIMObjectPath("ZOR_FFDCService.A=1"), "ExportData",
-                                Array<CIMParamValue>(), out);
+            client.invokeMethod("root/cimv2", service, "ExportData", Array<CIMParamValue>(), out);
         });
     }
     return 0;

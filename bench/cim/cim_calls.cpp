@@ -16,8 +16,10 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <initializer_list>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -109,9 +111,14 @@ private:
 
 // --- the two clients ---
 
-const char kService[] =
-    "ZOR_FFDCService.CreationClassName=\"ZOR_FFDCService\",Name=\"FFDC\","
-    "SystemCreationClassName=\"ZOR_ComputerSystem\",SystemName=\"kem\"";
+CIMObjectPath Path(const char* className,
+                   std::initializer_list<std::pair<const char*, const char*>> keys) {
+    Array<CIMKeyBinding> bindings;
+    for (const auto& [name, value] : keys) {
+        bindings.append(CIMKeyBinding(name, value, CIMKeyBinding::STRING));
+    }
+    return {String(), CIMNamespaceName(), className, bindings};
+}
 
 template <class Call>
 double Seconds(int calls, Call call) {
@@ -123,8 +130,12 @@ double Seconds(int calls, Call call) {
 double WithCimClient(unsigned port, int calls) {
     CIMClient client;
     client.connect("127.0.0.1", port, "user", "password");
-    const CIMObjectPath service(kService);
-    const CIMObjectPath data("ZOR_FFDCData.InstanceID=\"ZOR:FFDC:1:1\"");
+    const CIMObjectPath service =
+        Path("ZOR_FFDCService", {{"CreationClassName", "ZOR_FFDCService"},
+                                 {"Name", "FFDC"},
+                                 {"SystemCreationClassName", "ZOR_ComputerSystem"},
+                                 {"SystemName", "kem"}});
+    const CIMObjectPath data = Path("ZOR_FFDCData", {{"InstanceID", "ZOR:FFDC:1:1"}});
     return Seconds(calls, [&] {
         Array<CIMParamValue> in;
         in.append(CIMParamValue("InitializationNeeded", CIMValue(true)));

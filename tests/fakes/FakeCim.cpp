@@ -62,8 +62,7 @@ std::string Parameters(const Pegasus::Array<Pegasus::CIMParamValue>& parameters)
 namespace Pegasus {
 
 SSLContext::SSLContext(const String& trustStore, SSLCertificateVerifyFunction* verifyCert,
-                       const String& randomFile)
-    : m_trustStore(trustStore), m_verifyCert(verifyCert), m_randomFile(randomFile) {
+                       const String& randomFile) {
     fakes::Journal::Append("ssl context '" + Text(trustStore) + "'" +
                            (verifyCert != nullptr ? " callback" : "") + " '" + Text(randomFile) +
                            "'");

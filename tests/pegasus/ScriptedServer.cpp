@@ -5,7 +5,6 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <openssl/evp.h>
-#include <openssl/pem.h>
 #include <openssl/x509.h>
 #include <poll.h>
 #include <signal.h>
@@ -186,14 +185,6 @@ std::shared_ptr<SSL_CTX> SelfSigned(const char* commonName, long validSeconds) {
     SSL_CTX_use_certificate(context.get(), certificate.get());
     SSL_CTX_use_PrivateKey(context.get(), key.get());
     return context;
-}
-
-std::string CertificateOf(SSL_CTX* context) {
-    const std::unique_ptr<BIO, decltype(&BIO_free)> memory(BIO_new(BIO_s_mem()), &BIO_free);
-    PEM_write_bio_X509(memory.get(), SSL_CTX_get0_certificate(context));
-    char* data = nullptr;
-    const long size = BIO_get_mem_data(memory.get(), &data);
-    return {data, static_cast<std::size_t>(size)};
 }
 
 unsigned ClosedPort() {

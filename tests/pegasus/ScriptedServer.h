@@ -87,8 +87,6 @@ private:
 
 // A key and a certificate signed with it, made on the spot.
 std::shared_ptr<SSL_CTX> SelfSigned(const char* commonName, long validSeconds = 3600);
-// The certificate of such a context as PEM.
-std::string CertificateOf(SSL_CTX* context);
 
 // A port of 127.0.0.1 where nobody listens.
 unsigned ClosedPort();

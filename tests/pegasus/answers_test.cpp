@@ -2,6 +2,7 @@
 // What a client makes of answers: headers, trailers, documents, values.
 #include <gtest/gtest.h>
 
+#include "ValueContent.h"
 #include "support.h"
 
 using namespace Pegasus;
@@ -52,8 +53,7 @@ std::string PropertyOutcome(const std::string& xml) {
     ConnectedClient client(server);
     std::string outcome;
     const std::string thrown = Thrown([&] {
-        const Array<CIMInstance> instances = client.Enumerate();
-        const CIMValue value = CIMConstProperty(instances[0].getProperty(0)).getValue();
+        const CIMValue value = client.Enumerate()[0].getProperty(0).getValue();
         outcome = std::string(cimTypeToString(value.getType())) + (value.isArray() ? "[] " : " ") +
                   (value.isNull() ? "(null)" : Utf8(value.toString()));
     });
@@ -93,22 +93,6 @@ TEST(PegasusAnswer, AnyOtherStatusThan200IsAnHttpError) {
     for (const Row& row : rows) {
         EXPECT_EQ("CIMClientHTTPErrorException: HTTP Error " + std::string(row.message),
                   Outcome([&](const std::string&) { return "HTTP/1.1 " + std::string(row.head); }));
-    }
-}
-
-TEST(PegasusAnswer, AnHttpErrorTellsItsPieces) {
-    ScriptedServer server({[](Peer& peer) {
-        peer.Request();
-        peer.Send("HTTP/1.1 501 Not Implemented\r\nCIMError: c\r\nPGErrorDetail: d%2Fe\r\n\r\n");
-    }});
-    ConnectedClient client(server);
-    try {
-        client.Enumerate();
-        FAIL();
-    } catch (const CIMClientHTTPErrorException& e) {
-        EXPECT_EQ(501U, e.getCode());
-        EXPECT_STREQ("c", e.getCIMError().getCString());
-        EXPECT_STREQ("d/e", e.getCIMErrorDetail().getCString());
     }
 }
 
@@ -362,15 +346,25 @@ TEST(PegasusAnswer, ValuesAreReadByTheirType) {
         {"uint16", "<VALUE> \n 5\t </VALUE>", "uint16 5"},
         {"uint16", "<VALUE>&#32;5&#32;</VALUE>", "uint16 5"},
         {"sint64", "<VALUE>-9223372036854775808</VALUE>", "sint64 -9223372036854775808"},
+        {"sint64", "<VALUE>9223372036854775807</VALUE>", "sint64 9223372036854775807"},
         {"uint64", "<VALUE>18446744073709551615</VALUE>", "uint64 18446744073709551615"},
+        {"uint16", "<VALUE>65535</VALUE>", "uint16 65535"},
+        {"sint16", "<VALUE>32767</VALUE>", "sint16 32767"},
+        {"uint32", "<VALUE>4294967295</VALUE>", "uint32 4294967295"},
+        {"sint32", "<VALUE>-2147483648</VALUE>", "sint32 -2147483648"},
         {"boolean", "<VALUE>true</VALUE>", "boolean TRUE"},
         {"boolean", "<VALUE> FALSE </VALUE>", "boolean FALSE"},
         {"real32", "<VALUE>1.2500000e+01</VALUE>", "real32 1.2500000000000000e+01"},
+        {"real32", "<VALUE>0.1</VALUE>", "real32 1.0000000149011612e-01"},
+        {"real64", "<VALUE>0.1</VALUE>", "real64 1.0000000000000001e-01"},
+        {"real64", "<VALUE>-1e300</VALUE>", "real64 -1.0000000000000001e+300"},
         {"real64", "<VALUE>-.5E2</VALUE>", "real64 -5.0000000000000000e+01"},
         {"char16", "<VALUE>\xE2\x82\xAC</VALUE>", "char16 \xE2\x82\xAC"},
         {"char16", "<VALUE>&#32;</VALUE>", "char16  "},
         {"datetime", "<VALUE>00000001020304.000005:000</VALUE>",
          "datetime 00000001020304.000005:000"},
+        {"datetime", "<VALUE>2024022912****.******+060</VALUE>",
+         "datetime 2024022912****.******+060"},
         {"datetime", "<VALUE></VALUE>", "datetime 00000000000000.000000:000"},
         {"sint32", "<VALUE>-0</VALUE>", "sint32 0"},
         {"uint32", "<VALUE>0</VALUE>", "uint32 0"},
@@ -397,6 +391,12 @@ TEST(PegasusAnswer, ValuesThatAreNoneOfTheirTypeAreRefused) {
         {"uint8", "<VALUE>-1</VALUE>"},
         {"sint8", "<VALUE>128</VALUE>"},
         {"sint8", "<VALUE>-129</VALUE>"},
+        {"uint16", "<VALUE>65536</VALUE>"},
+        {"sint16", "<VALUE>32768</VALUE>"},
+        {"uint32", "<VALUE>4294967296</VALUE>"},
+        {"sint32", "<VALUE>-2147483649</VALUE>"},
+        {"sint64", "<VALUE>9223372036854775808</VALUE>"},
+        {"sint64", "<VALUE>-9223372036854775809</VALUE>"},
         {"uint64", "<VALUE>18446744073709551616</VALUE>"},
         {"uint32", "<VALUE></VALUE>"},
         {"uint32", "<VALUE>1 2</VALUE>"},
@@ -414,8 +414,15 @@ TEST(PegasusAnswer, ValuesThatAreNoneOfTheirTypeAreRefused) {
         {"real64", "<VALUE>inf</VALUE>"},
         {"real64", "<VALUE>1e999</VALUE>"},
         {"real64", "<VALUE>1,5</VALUE>"},
+        {"real32", "<VALUE>1e300</VALUE>"},
         {"char16", "<VALUE>ab</VALUE>"},
+        {"char16", "<VALUE></VALUE>"},
+        {"char16", "<VALUE>\xF0\x9D\x84\x9E</VALUE>"},
         {"datetime", "<VALUE>today</VALUE>"},
+        {"datetime", "<VALUE>20240229123456.654321</VALUE>"},
+        {"datetime", "<VALUE>20240229123456.654321+06x</VALUE>"},
+        {"datetime", "<VALUE>20241329123456.654321+060</VALUE>"},
+        {"datetime", "<VALUE>20240229993456.654321+060</VALUE>"},
         {"string", "<VALUE>a<![CDATA[b]]></VALUE>"},
         {"string", "<VALUE>a<b/></VALUE>"},
         {"string", "<VALUE><b/></VALUE>"},
@@ -467,9 +474,8 @@ TEST(PegasusAnswer, ArraysReferencesAndQualifiersAreRead) {
         "<VALUE>TRUE</VALUE></QUALIFIER><VALUE>1</VALUE></PROPERTY>"
         "</INSTANCE></VALUE.NAMEDINSTANCE>"))});
     ConnectedClient client(server);
-    const Array<CIMInstance> instances = client.Enumerate();
-    const CIMConstProperty property = instances[0].getProperty(0);
-    EXPECT_EQ(2U, property.getQualifierCount());
+    const CIMProperty property = client.Enumerate()[0].getProperty(0);
+    EXPECT_NE(PEG_NOT_FOUND, property.findQualifier("KEY"));
     Array<String> values;
     property.getQualifier(property.findQualifier("values")).getValue().get(values);
     EXPECT_EQ(2U, values.size());
@@ -554,7 +560,7 @@ TEST(PegasusAnswer, OutParametersAreReplacedOnSuccessOnly) {
 
     EXPECT_TRUE(client.Invoke(out).isNull());
     ASSERT_EQ(4U, out.size());
-    EXPECT_TRUE(out[0].getValue() == CIMValue(Uint8(4)));
+    EXPECT_TRUE(out[0].getValue() == ValueContent::Make(CIMTYPE_UINT8, "4"));
     EXPECT_TRUE(out[1].getValue() == CIMValue(String("t")));
     EXPECT_FALSE(out[1].isTyped());
     EXPECT_TRUE(out[2].getValue() == CIMValue(CIMTYPE_REAL32, false));

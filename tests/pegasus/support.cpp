@@ -43,6 +43,12 @@ const char kOneInstance[] =
     "<VALUE.NAMEDINSTANCE><INSTANCENAME CLASSNAME=\"ZOR_X\"></INSTANCENAME>"
     "<INSTANCE CLASSNAME=\"ZOR_X\"></INSTANCE></VALUE.NAMEDINSTANCE>";
 
+CIMObjectPath Path(const char* className, std::initializer_list<CIMKeyBinding> keys) {
+    Array<CIMKeyBinding> array;
+    for (const CIMKeyBinding& key : keys) array.append(key);
+    return {String(), CIMNamespaceName(), className, array};
+}
+
 std::string Thrown(const std::function<void()>& action) {
     try {
         action();
@@ -120,6 +126,6 @@ CIMValue ConnectedClient::Invoke() {
 }
 
 CIMValue ConnectedClient::Invoke(Array<CIMParamValue>& out) {
-    return m_client.invokeMethod("root/cimv2", CIMObjectPath("ZOR_X.K=\"v\""), "Do",
-                                 Array<CIMParamValue>(), out);
+    const CIMObjectPath object = Path("ZOR_X", {CIMKeyBinding("K", "v", CIMKeyBinding::STRING)});
+    return m_client.invokeMethod("root/cimv2", object, "Do", Array<CIMParamValue>(), out);
 }

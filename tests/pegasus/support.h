@@ -5,6 +5,7 @@
 #include <Pegasus/Client/CIMClient.h>
 
 #include <functional>
+#include <initializer_list>
 #include <ostream>
 #include <string>
 
@@ -12,6 +13,10 @@
 
 // What a text is in UTF-8.
 std::string Utf8(const Pegasus::String& text);
+
+// The path of an instance without host and namespace.
+Pegasus::CIMObjectPath Path(const char* className,
+                            std::initializer_list<Pegasus::CIMKeyBinding> keys);
 
 // "" when nothing is thrown, else the class and the message:
 //   CIMException 3: CIM_ERR_INVALID_NAMESPACE: root/x

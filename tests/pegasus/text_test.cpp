@@ -2,28 +2,16 @@
 // Texts, names, arrays.
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 #include "support.h"
 
 using namespace Pegasus;
 
 namespace {
 
-TEST(PegasusString, RoundTripsThroughUtf16AreExact) {
+TEST(PegasusString, RoundTripsAreExact) {
     for (const char* text : {"", "plain", "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9D\x84\x9E clef"}) {
         EXPECT_STREQ(text, String(text).getCString());
     }
-    EXPECT_EQ(1U, String("\xE2\x82\xAC").size());
-    EXPECT_EQ(2U, String("\xF0\x9D\x84\x9E").size());  // a pair of units
-}
-
-TEST(PegasusString, AnEmbeddedNulSurvivesButEndsTheTextForAReaderOfPointers) {
-    const String text("a\0b", 3);
-
-    EXPECT_EQ(3U, text.size());
-    EXPECT_STREQ("a", text.getCString());
-    EXPECT_TRUE(String::equal(text.subString(2), "b"));
 }
 
 TEST(PegasusString, BytesThatAreNoUtf8Throw) {
@@ -41,21 +29,17 @@ TEST(PegasusString, ANullPointerThrows) {
     EXPECT_EQ("NullPointer: null pointer", Thrown([&] { String text(none); }));
 }
 
-TEST(PegasusString, ComparesAndSearches) {
+TEST(PegasusString, Compares) {
     EXPECT_TRUE(String("a") + "b" == String("ab"));
     EXPECT_TRUE(String("a") != String("A"));
     EXPECT_TRUE(String::equalNoCase("Name", "nAmE"));
-    EXPECT_EQ(2U, String("abcd").find("cd"));
-    EXPECT_EQ(PEG_NOT_FOUND, String("abcd").find("x"));
-    EXPECT_STREQ("bc", String("abcd").subString(1, 2).getCString());
-    EXPECT_EQ("IndexOutOfBoundsException: index out of bounds",
-              Thrown([] { String("ab").subString(3); }));
+    EXPECT_FALSE(String::equalNoCase("Name", "Names"));
 }
 
-TEST(PegasusCIMName, LegalNamesAreTakenAndComparedWithoutCase) {
-    EXPECT_TRUE(CIMName("ZOR_FFDCData") == CIMName("zor_ffdcdata"));
-    EXPECT_TRUE(CIMName("_a1").equal("_A1"));
-    EXPECT_TRUE(CIMName("caf\xC3\xA9") != CIMName("cafe"));
+TEST(PegasusCIMName, LegalNamesAreTaken) {
+    for (const char* name : {"ZOR_FFDCData", "_a1", "caf\xC3\xA9"}) {
+        EXPECT_STREQ(name, CIMName(name).getString().getCString());
+    }
     EXPECT_TRUE(CIMName().isNull());
     EXPECT_STREQ("", CIMName().getString().getCString());
 }
@@ -69,7 +53,6 @@ TEST(PegasusCIMName, AnIllegalNameThrows) {
 
 TEST(PegasusCIMNamespaceName, OneLeadingSlashIsDropped) {
     EXPECT_STREQ("root/cimv2", CIMNamespaceName("/root/cimv2").getString().getCString());
-    EXPECT_TRUE(CIMNamespaceName("ROOT/CimV2") == CIMNamespaceName("root/cimv2"));
     EXPECT_TRUE(CIMNamespaceName().isNull());
 }
 
@@ -92,32 +75,34 @@ TEST(PegasusArray, GrowsAndCopiesIndependently) {
     EXPECT_EQ(2U, a.size());
     EXPECT_EQ(3U, b.size());
     EXPECT_EQ(7U, b[0]);
-    EXPECT_EQ(3U, Array<String>(3).size());
-    EXPECT_TRUE(Array<Boolean>(2, true)[1]);
 }
 
 TEST(PegasusArray, OutOfRangeThrows) {
     Array<String> empty;
     const std::string text = "IndexOutOfBoundsException: index out of bounds";
-    EXPECT_EQ(text, Thrown([&] { empty[0].size(); }));
+    EXPECT_EQ(text, Thrown([&] { (void)empty[0]; }));
 }
 
-TEST(PegasusCIMStatusCode, EveryCodeHasItsNameAndNumber) {
-    EXPECT_EQ(7, static_cast<int>(CIM_ERR_NOT_SUPPORTED));
-    EXPECT_EQ(17, static_cast<int>(CIM_ERR_METHOD_NOT_FOUND));
-    EXPECT_EQ(28, static_cast<int>(CIM_ERR_SERVER_IS_SHUTTING_DOWN));
-    EXPECT_STREQ("CIM_ERR_METHOD_NOT_FOUND",
-                 cimStatusCodeToString(CIM_ERR_METHOD_NOT_FOUND).getCString());
+TEST(PegasusCIMStatusCode, CodesHaveTheirNames) {
+    const std::pair<Uint32, const char*> rows[] = {
+        {CIM_ERR_INVALID_NAMESPACE, "CIM_ERR_INVALID_NAMESPACE"},
+        {17, "CIM_ERR_METHOD_NOT_FOUND"},
+        {28, "CIM_ERR_SERVER_IS_SHUTTING_DOWN"},
+        {18, "Unrecognized CIM status code \"18\""},
+    };
+    for (const auto& [code, name] : rows) {
+        EXPECT_STREQ(name, cimStatusCodeToString(static_cast<CIMStatusCode>(code)).getCString());
+    }
 }
 
 TEST(PegasusCIMType, TypesHaveTheirNamesInOrder) {
-    const char* names[] = {"boolean", "uint8",    "sint8",     "uint16", "sint16",  "uint32",
-                           "sint32",  "uint64",   "sint64",    "real32", "real64",  "char16",
-                           "string",  "datetime", "reference", "object", "instance"};
-    for (Uint32 i = 0; i < 17; ++i) {
+    const char* names[] = {"boolean", "uint8",  "sint8",  "uint16",   "sint16",
+                           "uint32",  "sint32", "uint64", "sint64",   "real32",
+                           "real64",  "char16", "string", "datetime", "reference"};
+    for (Uint32 i = 0; i < 15; ++i) {
         EXPECT_STREQ(names[i], cimTypeToString(static_cast<CIMType>(i)));
     }
-    EXPECT_EQ(16, static_cast<int>(CIMTYPE_INSTANCE));
+    EXPECT_EQ(14, static_cast<int>(CIMTYPE_REFERENCE));
 }
 
 }  // namespace

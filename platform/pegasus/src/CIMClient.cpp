@@ -166,16 +166,15 @@ struct CIMClient::Impl {
     struct Peer {
         std::string host;
         Uint32 port;
-        std::optional<SSLContext> tls;
+        bool tls;
         std::string credentials;  // user:password in Base64
     };
 
-    void Connect(const String& host, Uint32 port, const SSLContext* tls, const String& userName,
+    void Connect(const String& host, Uint32 port, bool tls, const String& userName,
                  const String& password) {
         if (peer) throw AlreadyConnectedException();
-        Peer wanted{host.size() == 0 ? "localhost" : ToUtf8(host), port, std::nullopt,
+        Peer wanted{host == String::EMPTY ? "localhost" : ToUtf8(host), port, tls,
                     shared::ToBase64(ToLatin1(userName) + ":" + ToLatin1(password))};
-        if (tls != nullptr) wanted.tls = *tls;
         authorized = false;
         Open(wanted);
         peer = std::move(wanted);
@@ -189,7 +188,7 @@ struct CIMClient::Impl {
     void Open(const Peer& to) {
         connection.reset();
         connection = std::make_unique<HttpConnection>(
-            Transport::Open(to.host, to.port, to.tls ? &*to.tls : nullptr, Milliseconds(timeout)));
+            Transport::Open(to.host, to.port, to.tls, Milliseconds(timeout)));
     }
 
     void RequireConnected() const {
@@ -255,12 +254,12 @@ void CIMClient::setTimeout(Uint32 milliseconds) { m_impl->timeout = milliseconds
 
 void CIMClient::connect(const String& host, Uint32 port, const String& userName,
                         const String& password) {
-    m_impl->Connect(host, port, nullptr, userName, password);
+    m_impl->Connect(host, port, false, userName, password);
 }
 
-void CIMClient::connect(const String& host, Uint32 port, const SSLContext& sslContext,
-                        const String& userName, const String& password) {
-    m_impl->Connect(host, port, &sslContext, userName, password);
+void CIMClient::connect(const String& host, Uint32 port, const SSLContext&, const String& userName,
+                        const String& password) {
+    m_impl->Connect(host, port, true, userName, password);
 }
 
 void CIMClient::disconnect() { m_impl->Disconnect(); }

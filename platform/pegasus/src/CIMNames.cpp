@@ -5,6 +5,7 @@
 #include <Pegasus/Common/CIMType.h>
 #include <Pegasus/Common/Exception.h>
 
+#include <algorithm>
 #include <array>
 
 #include "Text.h"
@@ -13,19 +14,26 @@ namespace Pegasus {
 
 namespace {
 
-bool IsLetter(char16_t unit) {
-    return (unit >= u'a' && unit <= u'z') || (unit >= u'A' && unit <= u'Z') || unit == u'_' ||
-           unit >= 0x80;
+// Each byte of a character from U+0080 on counts as one.
+bool IsLetter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' ||
+           static_cast<unsigned char>(c) >= 0x80;
 }
 
-bool IsDigit(char16_t unit) { return unit >= u'0' && unit <= u'9'; }
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
-bool IsName(std::u16string_view units) {
-    if (units.empty() || !IsLetter(units[0])) return false;
-    for (const char16_t unit : units) {
-        if (!IsLetter(unit) && !IsDigit(unit)) return false;
+bool IsName(std::string_view text) {
+    if (text.empty() || !IsLetter(text[0])) return false;
+    return std::all_of(text.begin(), text.end(), [](char c) { return IsLetter(c) || IsDigit(c); });
+}
+
+bool IsNamespace(std::string_view rest) {
+    for (;;) {
+        const std::size_t slash = rest.find('/');
+        if (!IsName(rest.substr(0, slash))) return false;
+        if (slash == std::string_view::npos) return true;
+        rest.remove_prefix(slash + 1);
     }
-    return true;
 }
 
 }  // namespace
@@ -34,42 +42,22 @@ CIMName::CIMName(const String& name) : m_name(name) {
     if (!legal(name)) throw InvalidNameException(name);
 }
 
-CIMName::CIMName(const char* name) : CIMName(String(name)) {}
-
-Boolean CIMName::equal(const CIMName& other) const {
-    return String::equalNoCase(m_name, other.m_name);
-}
-
-Boolean CIMName::legal(const String& name) { return IsName(StringUnits::Of(name)); }
+Boolean CIMName::legal(const String& name) { return IsName(StringBytes::Of(name)); }
 
 CIMNamespaceName::CIMNamespaceName(const String& name) {
-    if (!legal(name)) throw InvalidNamespaceNameException(name);
-    m_name = StringUnits::Of(name)[0] == u'/' ? name.subString(1) : name;
-}
-
-CIMNamespaceName::CIMNamespaceName(const char* name) : CIMNamespaceName(String(name)) {}
-
-Boolean CIMNamespaceName::equal(const CIMNamespaceName& other) const {
-    return String::equalNoCase(m_name, other.m_name);
-}
-
-Boolean CIMNamespaceName::legal(const String& name) {
-    std::u16string_view rest = StringUnits::Of(name);
-    if (!rest.empty() && rest[0] == u'/') rest.remove_prefix(1);
-    for (;;) {
-        const std::size_t slash = rest.find(u'/');
-        if (!IsName(rest.substr(0, slash))) return false;
-        if (slash == std::u16string_view::npos) return true;
-        rest.remove_prefix(slash + 1);
+    const std::string& text = StringBytes::Of(name);
+    const std::size_t first = text.empty() || text[0] != '/' ? 0 : 1;
+    if (!IsNamespace(std::string_view(text).substr(first))) {
+        throw InvalidNamespaceNameException(name);
     }
+    m_name = StringBytes::Make(text.substr(first));
 }
 
 const char* cimTypeToString(CIMType type) {
-    static constexpr std::array<const char*, 17> kNames = {
-        "boolean", "uint8",    "sint8",     "uint16", "sint16",  "uint32",
-        "sint32",  "uint64",   "sint64",    "real32", "real64",  "char16",
-        "string",  "datetime", "reference", "object", "instance"};
-    return type < kNames.size() ? kNames[type] : "unknown";
+    static constexpr std::array<const char*, 15> kNames = {
+        "boolean", "uint8",  "sint8",  "uint16", "sint16", "uint32",   "sint32",   "uint64",
+        "sint64",  "real32", "real64", "char16", "string", "datetime", "reference"};
+    return kNames[type];
 }
 
 String cimStatusCodeToString(CIMStatusCode code) {

@@ -6,15 +6,17 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace Pegasus {
 
-// The one way for the library's own code to the units of a text.
-struct StringUnits {
-    static const std::u16string& Of(const String& text) { return text.m_units; }
-    static String Make(std::u16string units) {
+// The one way for the library's own code to the bytes of a text.
+struct StringBytes {
+    static const std::string& Of(const String& text) { return text.m_bytes; }
+    // `utf8` is known to be that.
+    static String Make(std::string utf8) {
         String text;
-        text.m_units.swap(units);
+        text.m_bytes = std::move(utf8);
         return text;
     }
 };
@@ -25,15 +27,11 @@ namespace Internal {
 String FromUtf8(std::string_view bytes);
 // For texts of a peer that must not fail again: UTF-8, or else Latin-1.
 String FromPeer(std::string_view bytes);
-// Half a surrogate pair becomes U+FFFD.
-std::string ToUtf8(const String& text);
-// One byte per unit, its lower half.
+inline const std::string& ToUtf8(const String& text) { return StringBytes::Of(text); }
+// One byte per UTF-16 unit, its lower half.
 std::string ToLatin1(const String& text);
 
-inline char16_t FoldCase(char16_t unit) {
-    return unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit + 32) : unit;
-}
-// Below, at or above 0, by units without the case of A to Z.
+// Below, at or above 0, without the case of A to Z.
 int CompareNoCase(const String& a, const String& b);
 
 // Without blanks, tabs and line ends at both ends.

@@ -15,7 +15,6 @@
 #include <boost/asio/ssl.hpp>
 #include <boost/asio/write.hpp>
 #include <cerrno>
-#include <filesystem>
 
 #include "Text.h"
 
@@ -152,8 +151,7 @@ private:
 
 class TlsTransport final : public Transport {
 public:
-    explicit TlsTransport(const SSLContext& settings)
-        : m_tls(Context(settings)), m_stream(m_context, m_tls) {}
+    TlsTransport() : m_tls(Context()), m_stream(m_context, m_tls) {}
     TlsTransport(const TlsTransport&) = delete;
     TlsTransport& operator=(const TlsTransport&) = delete;
 
@@ -186,47 +184,15 @@ public:
     }
 
 private:
-    static asio::ssl::context Context(const SSLContext& settings) {
+    static asio::ssl::context Context() {
         try {
             asio::ssl::context context(asio::ssl::context::tls_client);
             // As the peers of this interface expect it: they take 1.2 and know no later one.
             SSL_CTX_set_max_proto_version(context.native_handle(), TLS1_2_VERSION);
-            if (settings.isPeerVerificationEnabled()) Verify(context, settings);
             return context;
         } catch (const boost::system::system_error& failure) {
             throw SSLException(FromPeer(failure.what()));
         }
-    }
-
-    static void Verify(asio::ssl::context& context, const SSLContext& settings) {
-        context.set_verify_mode(asio::ssl::verify_peer);
-        const std::string store = ToUtf8(settings.getTrustStore());
-        error_code missing;  // then nobody is trusted, unless the callback says so
-        std::error_code unreadable;
-        if (std::filesystem::is_directory(store, unreadable)) {
-            context.add_verify_path(store, missing);
-        } else if (!store.empty()) {
-            context.load_verify_file(store, missing);
-        }
-        if (auto* callback = settings.getSSLCertificateVerifyFunction()) {
-            context.set_verify_callback([callback](bool, asio::ssl::verify_context& chain) {
-                SSLCertificateInfo info = Describe(chain.native_handle());
-                return callback(info);
-            });
-        }
-    }
-
-    static SSLCertificateInfo Describe(X509_STORE_CTX* chain) {
-        const X509* certificate = X509_STORE_CTX_get_current_cert(chain);
-        const auto name = [](const X509_NAME* from) {
-            std::array<char, 1024> text{};
-            X509_NAME_oneline(from, text.data(), static_cast<int>(text.size()));
-            return FromPeer(text.data());
-        };
-        const int error = X509_STORE_CTX_get_error(chain);
-        return {name(X509_get_subject_name(certificate)), name(X509_get_issuer_name(certificate)),
-                X509_STORE_CTX_get_error_depth(chain), error,
-                FromPeer(X509_verify_cert_error_string(error))};
     }
 
     asio::io_context m_context;
@@ -269,9 +235,9 @@ std::unique_ptr<Transport> OpenPlain(const std::string& host, Uint32 port,
     return transport;
 }
 
-std::unique_ptr<Transport> OpenTls(const std::string& host, Uint32 port, const SSLContext& tls,
+std::unique_ptr<Transport> OpenTls(const std::string& host, Uint32 port,
                                    std::chrono::milliseconds timeout) {
-    auto transport = std::make_unique<TlsTransport>(tls);
+    auto transport = std::make_unique<TlsTransport>();
     transport->SetDeadline(Transport::Clock::now() + timeout);
     ConnectTcp(transport->Socket(), host, port);
     transport->SetDeadline(Transport::Clock::now() + timeout);
@@ -283,12 +249,10 @@ std::unique_ptr<Transport> OpenTls(const std::string& host, Uint32 port, const S
 
 }  // namespace
 
-std::unique_ptr<Transport> Transport::Open(const std::string& host, Uint32 port,
-                                           const SSLContext* tls,
+std::unique_ptr<Transport> Transport::Open(const std::string& host, Uint32 port, bool tls,
                                            std::chrono::milliseconds timeout) {
     try {
-        if (tls == nullptr) return OpenPlain(host, port, timeout);
-        return OpenTls(host, port, *tls, timeout);
+        return tls ? OpenTls(host, port, timeout) : OpenPlain(host, port, timeout);
     } catch (const boost::system::system_error&) {  // no more file descriptors, for example
         throw CannotCreateSocketException();
     }

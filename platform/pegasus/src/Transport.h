@@ -2,7 +2,7 @@
 #ifndef VARNEX_PEGASUS_TRANSPORT_H
 #define VARNEX_PEGASUS_TRANSPORT_H
 
-#include <Pegasus/Common/SSLContext.h>
+#include <Pegasus/Common/Config.h>
 
 #include <boost/system/error_code.hpp>
 #include <chrono>
@@ -20,9 +20,7 @@ public:
 
     // Connects; up to `timeout` for TCP and again for the TLS handshake. Throws
     // InvalidLocatorException, CannotConnectException, CannotCreateSocketException, SSLException.
-    // Without `tls`: plain.
-    static std::unique_ptr<Transport> Open(const std::string& host, Uint32 port,
-                                           const SSLContext* tls,
+    static std::unique_ptr<Transport> Open(const std::string& host, Uint32 port, bool tls,
                                            std::chrono::milliseconds timeout);
 
     Transport() = default;

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "Text.h"
+#include "shared/Utf8.h"
 
 namespace Pegasus::Internal {
 
@@ -86,14 +87,7 @@ bool AppendCharacter(std::string& bytes, std::string_view number) {
     if (read.ec != std::errc() || read.ptr != end || code == 0 || code > 0x10FFFF || surrogate) {
         return false;
     }
-    std::u16string units;
-    if (code >= 0x10000) {
-        units += static_cast<char16_t>(0xD800 + ((code - 0x10000) >> 10U));
-        units += static_cast<char16_t>(0xDC00 + ((code - 0x10000) & 0x3FFU));
-    } else {
-        units += static_cast<char16_t>(code);
-    }
-    bytes += ToUtf8(StringUnits::Make(std::move(units)));
+    shared::AppendUtf8(bytes, static_cast<char32_t>(code));
     return true;
 }
 

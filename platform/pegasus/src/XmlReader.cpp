@@ -4,13 +4,12 @@
 #include <Pegasus/Client/CIMClientException.h>
 
 #include <algorithm>
-#include <charconv>
-#include <limits>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
 #include "Text.h"
+#include "ValueContent.h"
+#include "ValueText.h"
 #include "XmlDocument.h"
 
 namespace Pegasus::Internal {
@@ -23,65 +22,17 @@ using pugi::xml_node;
 // times as much, and for the memory that it takes (README.md has the figures).
 constexpr Uint32 kMaxInstances = 16384;
 constexpr Uint32 kMaxItems = 262144;  // properties, qualifiers, keys, array elements, parameters
-// In UTF-16 units.
-constexpr Uint32 kMaxValue = 1024 * 1024;
-constexpr Uint32 kMaxPath = 256 * 1024;
+// In bytes.
+constexpr std::size_t kMaxValue = 1024 * 1024;
+constexpr std::size_t kMaxPath = 256 * 1024;
 // References as keys of references: real ones have one level. Each level escapes the one below,
 // which can double it, so that all of them together are bounded too.
 constexpr int kMaxReferenceDepth = 16;
-constexpr Uint32 kMaxReferenceKeys = 4 * 1024 * 1024;
+constexpr std::size_t kMaxReferenceKeys = 4 * 1024 * 1024;
 
-// Decimal or hexadecimal ("0x1F"), with blanks around; false when it is no such number or does not
-// fit. Unsigned ones have no sign; leading zeros are no decimal number.
-template <class T>
-bool ReadInteger(std::string_view text, T& number) {
-    text = Trimmed(text);
-    const bool negative = !text.empty() && text[0] == '-';
-    if (negative || (!text.empty() && text[0] == '+')) {
-        if (!std::is_signed_v<T>) return false;
-        text.remove_prefix(1);
-    }
-    const bool hexadecimal =
-        text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
-    if (hexadecimal) text.remove_prefix(2);
-    if (!hexadecimal && text.size() > 1 && text[0] == '0') return false;
-    Uint64 magnitude = 0;
-    const char* end = text.data() + text.size();
-    const auto read = std::from_chars(text.data(), end, magnitude, hexadecimal ? 16 : 10);
-    if (read.ec != std::errc() || read.ptr != end) return false;
-    constexpr auto kMax = static_cast<Uint64>(std::numeric_limits<T>::max());
-    const Uint64 limit = negative ? kMax + 1 : kMax;
-    if (magnitude > limit) return false;
-    number = static_cast<T>(negative ? Uint64{0} - magnitude : magnitude);
-    return true;
-}
-
-template <class T>
-bool ReadReal(std::string_view text, T& number) {
-    text = Trimmed(text);
-    if (!text.empty() && text[0] == '+') text.remove_prefix(1);
-    if (text.find_first_not_of("0123456789+-.eE") != std::string_view::npos) return false;
-    const char* end = text.data() + text.size();
-    const auto read = std::from_chars(text.data(), end, number);
-    return read.ec == std::errc() && read.ptr == end;
-}
-
-// What a value adds to its property's text, about.
-Uint32 SizeOf(const String& text) { return text.size() + 1; }
-
-Uint32 SizeOf(const CIMObjectPath& path) {
-    Uint32 size = path.getHost().size() + path.getNameSpace().getString().size() +
-                  path.getClassName().getString().size();
-    for (Uint32 i = 0; i < path.getKeyBindings().size(); ++i) {
-        const CIMKeyBinding& key = path.getKeyBindings()[i];
-        size += key.getName().getString().size() + key.getValue().size() + 4;
-    }
-    return size;
-}
-
-template <class T>
-Uint32 SizeOf(const T&) {
-    return 0;  // a few: the count of elements bounds them
+const char* KindOf(CIMType type) {
+    if (type == CIMTYPE_REAL32 || type == CIMTYPE_REAL64) return "real";
+    return type >= CIMTYPE_UINT8 && type <= CIMTYPE_SINT64 ? "integer" : cimTypeToString(type);
 }
 
 // Reads one answer's document from top to bottom.
@@ -184,10 +135,10 @@ private:
 
     // Code 0 is success all the same.
     std::optional<CimError> Error(xml_node element) const {
-        Uint32 code = 0;
-        if (!ReadInteger(WithoutZeros(m_document.Attribute(element, "CODE")), code)) {
-            m_document.Fail(element, "Illegal value for ERROR.CODE attribute");
-        }
+        const auto number =
+            ValueText(CIMTYPE_UINT32, WithoutZeros(m_document.Attribute(element, "CODE")));
+        if (!number) m_document.Fail(element, "Illegal value for ERROR.CODE attribute");
+        const auto code = static_cast<Uint32>(std::stoul(*number));
         if (code == CIM_ERR_SUCCESS) return {};
         String description;
         if (m_document.Has(element, "DESCRIPTION")) {
@@ -335,112 +286,43 @@ private:
 
     // `element` is one of the VALUE family.
     CIMValue Value(xml_node element, CIMType type) {
-        switch (type) {
-            case CIMTYPE_BOOLEAN:
-                return Typed<Boolean>(element);
-            case CIMTYPE_UINT8:
-                return Typed<Uint8>(element);
-            case CIMTYPE_SINT8:
-                return Typed<Sint8>(element);
-            case CIMTYPE_UINT16:
-                return Typed<Uint16>(element);
-            case CIMTYPE_SINT16:
-                return Typed<Sint16>(element);
-            case CIMTYPE_UINT32:
-                return Typed<Uint32>(element);
-            case CIMTYPE_SINT32:
-                return Typed<Sint32>(element);
-            case CIMTYPE_UINT64:
-                return Typed<Uint64>(element);
-            case CIMTYPE_SINT64:
-                return Typed<Sint64>(element);
-            case CIMTYPE_REAL32:
-                return Typed<Real32>(element);
-            case CIMTYPE_REAL64:
-                return Typed<Real64>(element);
-            case CIMTYPE_CHAR16:
-                return Typed<Char16>(element);
-            case CIMTYPE_STRING:
-                return Typed<String>(element);
-            case CIMTYPE_DATETIME:
-                return Typed<CIMDateTime>(element);
-            default:
-                return Typed<CIMObjectPath>(element);
-        }
-    }
-
-    template <class T>
-    CIMValue Typed(xml_node element) {
-        constexpr bool kReference = std::is_same_v<T, CIMObjectPath>;
+        const bool reference = type == CIMTYPE_REFERENCE;
         const std::string_view name = element.name();
-        T item{};
-        if (name == (kReference ? "VALUE.REFERENCE" : "VALUE")) {
-            Read(element, item);
-            return {item};
+        if (name == (reference ? "VALUE.REFERENCE" : "VALUE")) {
+            if (reference) return {Reference(element, 0)};
+            return ValueContent::Make(type, Simple(element, type));
         }
-        if (name != (kReference ? "VALUE.REFARRAY" : "VALUE.ARRAY")) {
+        if (name != (reference ? "VALUE.REFARRAY" : "VALUE.ARRAY")) {
             m_document.Fail(element, "The value does not have its type");
         }
-        Array<T> items;
-        Uint32 size = 0;
+        return ValueContent::Make(type, Elements(element, type));
+    }
+
+    Array<String> Elements(xml_node element, CIMType type) {
+        const bool reference = type == CIMTYPE_REFERENCE;
+        Array<String> texts;
+        std::size_t size = 0;
         XmlChildren children(m_document, element);
         while (!children.AtEnd()) {
             CountItem(element);
-            T each{};
-            Read(children.Expect(kReference ? "VALUE.REFERENCE" : "VALUE"), each);
-            size += SizeOf(each);
+            const xml_node each = children.Expect(reference ? "VALUE.REFERENCE" : "VALUE");
+            texts.append(reference ? Reference(each, 0).toString() : Simple(each, type));
+            // The others are short: their number bounds them.
+            const bool counts = reference || type == CIMTYPE_STRING;
+            if (counts) size += ToUtf8(texts[texts.size() - 1]).size() + 1;
             if (size > kMaxValue) m_document.Fail(element, "The array holds more than 1 MiB");
-            items.append(each);
         }
-        return {items};
+        return texts;
     }
 
-    [[noreturn]] void FailValue(xml_node element, const char* type, const std::string& text) const {
-        m_document.Fail(element,
-                        std::string("Invalid ") + type + " value \"" + text.substr(0, 80) + "\"");
-    }
-
-    void Read(xml_node element, Boolean& value) const {
+    // VALUE
+    String Simple(xml_node element, CIMType type) const {
         const std::string text = m_document.Text(element);
-        const String word = m_document.ToString(element, Trimmed(text));
-        value = String::equalNoCase(word, "TRUE");
-        if (!value && !String::equalNoCase(word, "FALSE")) FailValue(element, "boolean", text);
+        const auto value = ValueText(type, text);
+        if (value) return m_document.ToString(element, *value);
+        m_document.Fail(element, std::string("Invalid ") + KindOf(type) + " value \"" +
+                                     text.substr(0, 80) + "\"");
     }
-
-    template <class T>
-    std::enable_if_t<std::is_integral_v<T>> Read(xml_node element, T& value) const {
-        const std::string text = m_document.Text(element);
-        if (!ReadInteger(text, value)) FailValue(element, "integer", text);
-    }
-
-    template <class T>
-    std::enable_if_t<std::is_floating_point_v<T>> Read(xml_node element, T& value) const {
-        const std::string text = m_document.Text(element);
-        if (!ReadReal(text, value)) FailValue(element, "real", text);
-    }
-
-    void Read(xml_node element, Char16& value) const {
-        const std::string text = m_document.Text(element);
-        const String character = m_document.ToString(element, text);
-        if (character.size() != 1) FailValue(element, "char16", text);
-        value = Char16(StringUnits::Of(character)[0]);
-    }
-
-    void Read(xml_node element, String& value) const {
-        value = m_document.ToString(element, m_document.Text(element));
-    }
-
-    void Read(xml_node element, CIMDateTime& value) const {
-        const std::string text = m_document.Text(element);
-        if (text.empty()) return;  // none: stays the default one
-        try {
-            value = CIMDateTime(m_document.ToString(element, text));
-        } catch (const InvalidDateTimeFormatException&) {
-            FailValue(element, "datetime", text);
-        }
-    }
-
-    void Read(xml_node element, CIMObjectPath& value) { value = Reference(element, 0); }
 
     // VALUE.REFERENCE
     CIMObjectPath Reference(xml_node element, int depth) {
@@ -493,14 +375,15 @@ private:
     }
 
     CIMNamespaceName NameSpace(xml_node element) const {
-        String text;
+        std::string text;
         XmlChildren children(m_document, element);
         do {
-            if (text.size() != 0) text.append("/");
-            text.append(m_document.NameAttribute(children.Expect("NAMESPACE"), "NAME").getString());
+            if (!text.empty()) text += '/';
+            const xml_node part = children.Expect("NAMESPACE");
+            text += ToUtf8(m_document.NameAttribute(part, "NAME").getString());
             if (text.size() > kMaxPath) FailPath(element);
         } while (!children.AtEnd());
-        return {text};
+        return {StringBytes::Make(std::move(text))};
     }
 
     CIMObjectPath InstanceName(xml_node element, int depth) {
@@ -519,7 +402,7 @@ private:
         }
         children.End();
         CIMObjectPath path(String(), CIMNamespaceName(), className, keys);
-        if (SizeOf(path) > kMaxPath) FailPath(element);
+        if (ToUtf8(path.toString()).size() > kMaxPath) FailPath(element);
         return path;
     }
 
@@ -550,19 +433,19 @@ private:
     }
 
     CIMKeyBinding ReferenceKey(const CIMName& name, xml_node element, int depth) {
-        const String value = Reference(element, depth + 1).toString();
-        m_referenceKeys += value.size();
+        const CIMObjectPath reference = Reference(element, depth + 1);
+        m_referenceKeys += ToUtf8(reference.toString()).size();
         if (m_referenceKeys > kMaxReferenceKeys) {
             m_document.Fail(element, "The references in keys are longer than 4 MiB together");
         }
-        return {name, value, CIMKeyBinding::REFERENCE};
+        return {name, reference};
     }
 
     XmlDocument m_document;
     std::string m_expectedId;
     std::string m_id;
     Uint32 m_items = 0;
-    Uint32 m_referenceKeys = 0;  // units of all of them
+    std::size_t m_referenceKeys = 0;  // bytes of all of them
 };
 
 }  // namespace

@@ -3,10 +3,9 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
-#include <type_traits>
 
 #include "Text.h"
+#include "ValueContent.h"
 
 namespace Pegasus::Internal {
 
@@ -29,6 +28,28 @@ const char* NamedEntity(char c) {
     }
 }
 
+// & < > " ' by name, controls by number; a blank by number where a reader would drop it: first,
+// last, or after a blank that is written plainly.
+void AppendEscaped(std::string& xml, const String& text) {
+    const std::string bytes = ToUtf8(text);
+    bool afterBlank = true;  // the first one counts as if after a blank
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        const char c = bytes[i];
+        const auto code = static_cast<unsigned char>(c);
+        const char* named = NamedEntity(c);
+        const bool last = i + 1 == bytes.size();
+        const bool byNumber = code < 32 || code == 127 || (c == ' ' && (afterBlank || last));
+        if (named != nullptr) {
+            xml += named;
+        } else if (byNumber && code != 0) {  // no number is allowed for NUL
+            xml += "&#" + std::to_string(code) + ";";
+        } else {
+            xml += c;
+        }
+        afterBlank = c == ' ' && !byNumber;
+    }
+}
+
 std::string Escaped(const String& text) {
     std::string xml;
     AppendEscaped(xml, text);
@@ -37,51 +58,26 @@ std::string Escaped(const String& text) {
 
 std::string Escaped(const CIMName& name) { return Escaped(name.getString()); }
 
-// `digits` behind the point: as many as the type holds.
-template <class T>
-std::string RealText(T value, int digits) {
-    std::array<char, 40> text{};
-    const auto end = std::to_chars(text.data(), text.data() + text.size(), value,
-                                   std::chars_format::scientific, digits);
-    return {text.data(), end.ptr};
-}
-
 void AppendReference(std::string& xml, const CIMObjectPath& path);
 
-template <class T>
-String WireString(const T& value) {
-    if constexpr (std::is_same_v<T, Real32>) {
-        return FromUtf8(RealText(value, 7));
-    } else {
-        return CIMValue(value).toString();
-    }
+void AppendElement(std::string& xml, const String& text) {
+    xml += "<VALUE>";
+    AppendEscaped(xml, text);
+    xml += "</VALUE>\n";
 }
 
-template <class T>
-void AppendElement(std::string& xml, const T& value) {
-    if constexpr (std::is_same_v<T, CIMObjectPath>) {
-        AppendReference(xml, value);
-    } else {
-        xml += "<VALUE>";
-        AppendEscaped(xml, WireString(value));
-        xml += "</VALUE>\n";
-    }
+void AppendArray(std::string& xml, const Array<String>& texts) {
+    xml += "<VALUE.ARRAY>\n";
+    for (Uint32 i = 0; i < texts.size(); ++i) AppendElement(xml, texts[i]);
+    xml += "</VALUE.ARRAY>\n";
 }
 
-template <class T>
-void AppendTyped(std::string& xml, const CIMValue& value) {
-    if (!value.isArray()) {
-        T item{};
-        value.get(item);
-        AppendElement(xml, item);
-        return;
-    }
-    Array<T> items;
-    value.get(items);
-    const char* element = std::is_same_v<T, CIMObjectPath> ? "VALUE.REFARRAY>\n" : "VALUE.ARRAY>\n";
-    xml.append("<").append(element);
-    for (Uint32 i = 0; i < items.size(); ++i) AppendElement(xml, items[i]);
-    xml.append("</").append(element);
+void AppendValue(std::string& xml, const CIMValue& value) {
+    if (value.isNull()) return;
+    const auto& content = ValueContent::Of(value);
+    if (const auto* text = std::get_if<String>(&content)) return AppendElement(xml, *text);
+    if (const auto* texts = std::get_if<Array<String>>(&content)) return AppendArray(xml, *texts);
+    AppendReference(xml, *std::get<std::shared_ptr<const CIMObjectPath>>(content));
 }
 
 void AppendNameSpace(std::string& xml, const CIMNamespaceName& nameSpace) {
@@ -98,7 +94,7 @@ void AppendNameSpace(std::string& xml, const CIMNamespaceName& nameSpace) {
 void AppendKeyValue(std::string& xml, const CIMKeyBinding& key) {
     static constexpr std::array<const char*, 3> kTypes = {"boolean", "string", "numeric"};
     if (key.getType() == CIMKeyBinding::REFERENCE) {
-        AppendReference(xml, CIMObjectPath(key.getValue()));
+        AppendReference(xml, *key.Reference());
         return;
     }
     xml.append("<KEYVALUE VALUETYPE=\"").append(kTypes[key.getType()]).append("\">");
@@ -131,7 +127,7 @@ void AppendLocalInstancePath(std::string& xml, const CIMNamespaceName& nameSpace
 
 void AppendReference(std::string& xml, const CIMObjectPath& path) {
     xml += "<VALUE.REFERENCE>\n";
-    if (path.getHost().size() != 0) {
+    if (path.getHost() != String::EMPTY) {
         xml += "<INSTANCEPATH>\n<NAMESPACEPATH>\n<HOST>" + Escaped(path.getHost()) + "</HOST>\n";
         AppendNameSpace(xml, path.getNameSpace());
         xml += "</NAMESPACEPATH>\n";
@@ -173,9 +169,13 @@ void AppendFlag(std::string& xml, const char* name, bool value, bool byDefault) 
 
 void AppendPropertyList(std::string& xml, const CIMPropertyList& list) {
     if (list.isNull()) return;
-    xml += "<IPARAMVALUE NAME=\"PropertyList\">\n<VALUE.ARRAY>\n";
-    for (Uint32 i = 0; i < list.size(); ++i) AppendElement(xml, list[i].getString());
-    xml += "</VALUE.ARRAY>\n</IPARAMVALUE>\n";
+    Array<String> names;
+    for (Uint32 i = 0; i < list.getPropertyNameArray().size(); ++i) {
+        names.append(list.getPropertyNameArray()[i].getString());
+    }
+    xml += "<IPARAMVALUE NAME=\"PropertyList\">\n";
+    AppendArray(xml, names);
+    xml += "</IPARAMVALUE>\n";
 }
 
 // A class's own method is invoked on its name.
@@ -191,62 +191,6 @@ void AppendTarget(std::string& xml, const CIMNamespaceName& nameSpace,
 }
 
 }  // namespace
-
-void AppendEscaped(std::string& xml, const String& text) {
-    const std::string bytes = ToUtf8(text);
-    bool afterBlank = true;  // the first one counts as if after a blank
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        const char c = bytes[i];
-        const auto code = static_cast<unsigned char>(c);
-        const char* named = NamedEntity(c);
-        const bool last = i + 1 == bytes.size();
-        const bool byNumber = code < 32 || code == 127 || (c == ' ' && (afterBlank || last));
-        if (named != nullptr) {
-            xml += named;
-        } else if (byNumber && code != 0) {  // no number is allowed for NUL
-            xml += "&#" + std::to_string(code) + ";";
-        } else {
-            xml += c;
-        }
-        afterBlank = c == ' ' && !byNumber;
-    }
-}
-
-void AppendValue(std::string& xml, const CIMValue& value) {
-    if (value.isNull()) return;
-    switch (value.getType()) {
-        case CIMTYPE_BOOLEAN:
-            return AppendTyped<Boolean>(xml, value);
-        case CIMTYPE_UINT8:
-            return AppendTyped<Uint8>(xml, value);
-        case CIMTYPE_SINT8:
-            return AppendTyped<Sint8>(xml, value);
-        case CIMTYPE_UINT16:
-            return AppendTyped<Uint16>(xml, value);
-        case CIMTYPE_SINT16:
-            return AppendTyped<Sint16>(xml, value);
-        case CIMTYPE_UINT32:
-            return AppendTyped<Uint32>(xml, value);
-        case CIMTYPE_SINT32:
-            return AppendTyped<Sint32>(xml, value);
-        case CIMTYPE_UINT64:
-            return AppendTyped<Uint64>(xml, value);
-        case CIMTYPE_SINT64:
-            return AppendTyped<Sint64>(xml, value);
-        case CIMTYPE_REAL32:
-            return AppendTyped<Real32>(xml, value);
-        case CIMTYPE_REAL64:
-            return AppendTyped<Real64>(xml, value);
-        case CIMTYPE_CHAR16:
-            return AppendTyped<Char16>(xml, value);
-        case CIMTYPE_STRING:
-            return AppendTyped<String>(xml, value);
-        case CIMTYPE_DATETIME:
-            return AppendTyped<CIMDateTime>(xml, value);
-        default:  // no value is an object or an instance
-            return AppendTyped<CIMObjectPath>(xml, value);
-    }
-}
 
 std::string WriteEnumerateInstances(Uint32 messageId, const EnumerateInstancesRequest& request) {
     std::string xml = Opening(messageId);

@@ -11,13 +11,6 @@
 // CIM-XML (DSP0201) as it goes out: a line end after each element, values escaped.
 namespace Pegasus::Internal {
 
-// & < > " ' by name, controls by number; a blank by number where a reader would drop it: first,
-// last, or after a blank that is written plainly.
-void AppendEscaped(std::string& xml, const String& text);
-
-// <VALUE>, <VALUE.ARRAY>, <VALUE.REFERENCE>, <VALUE.REFARRAY>; nothing for a null.
-void AppendValue(std::string& xml, const CIMValue& value);
-
 struct EnumerateInstancesRequest {
     CIMNamespaceName nameSpace;
     CIMName className;

@@ -446,12 +446,11 @@ TEST_F(CimProperties, MapsOfUnequalLengthAreWalkedAsFarAsBothReach) {
 TEST_F(CimProperties, QualifiersThatAreNoArraysOfTextsLeaveTheStrippedText) {
     const CIMValue text(String("1"));
     const CIMValue null(Pegasus::CIMTYPE_STRING, true);
-    Pegasus::Array<Pegasus::Uint32> numbers;
-    numbers.append(1);
+    const CIMValue numbers(Pegasus::CIMTYPE_UINT32, true);
 
     EXPECT_EQ("1", Varnex::GetPropertyValueText(Mapped(text, text, text)));
     EXPECT_EQ("1", Varnex::GetPropertyValueText(Mapped(text, null, null)));
-    EXPECT_EQ("1", Varnex::GetPropertyValueText(Mapped(text, CIMValue(numbers), Texts({"one"}))));
+    EXPECT_EQ("1", Varnex::GetPropertyValueText(Mapped(text, numbers, Texts({"one"}))));
 }
 
 TEST_F(CimProperties, FillsTheKeysOfTheMapInAscendingOrder) {

@@ -4,7 +4,6 @@
 
 #include <Pegasus/Client/CIMClientException.h>
 #include <Pegasus/Common/Array.h>
-#include <Pegasus/Common/CIMDateTime.h>
 #include <Pegasus/Common/CIMInstance.h>
 #include <Pegasus/Common/CIMName.h>
 #include <Pegasus/Common/CIMObjectPath.h>
@@ -15,7 +14,6 @@
 #include <Pegasus/Common/CIMStatusCode.h>
 #include <Pegasus/Common/CIMType.h>
 #include <Pegasus/Common/CIMValue.h>
-#include <Pegasus/Common/Char16.h>
 #include <Pegasus/Common/Exception.h>
 #include <Pegasus/Common/SSLContext.h>
 #include <Pegasus/Common/String.h>

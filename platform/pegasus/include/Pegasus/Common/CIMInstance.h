@@ -2,24 +2,21 @@
 #ifndef PEGASUS_CIMINSTANCE_H
 #define PEGASUS_CIMINSTANCE_H
 
-#include <Pegasus/Common/Array.h>
 #include <Pegasus/Common/CIMName.h>
 #include <Pegasus/Common/CIMObjectPath.h>
 #include <Pegasus/Common/CIMProperty.h>
-#include <Pegasus/Common/CIMQualifier.h>
 
 #include <memory>
 
 namespace Pegasus {
 
-// A handle: copies share the instance, clone() makes another. Default-constructed ones throw
-// UninitializedObjectException when used. Properties keep the order in which they were added.
+// A handle: copies share the instance. Default-constructed ones throw UninitializedObjectException
+// when used. Properties keep the order in which they were added.
 class CIMInstance {
 public:
     CIMInstance() = default;
     CIMInstance(const CIMName& className);
 
-    const CIMName& getClassName() const;
     // What an enumeration returned has neither host nor namespace in its path.
     const CIMObjectPath& getPath() const;
     void setPath(const CIMObjectPath& path);
@@ -28,9 +25,8 @@ public:
     CIMInstance& addProperty(const CIMProperty& property);
     // The position, or PEG_NOT_FOUND; ignores case.
     Uint32 findProperty(const CIMName& name) const;
-    // Throw IndexOutOfBoundsException.
+    // Throws IndexOutOfBoundsException.
     CIMProperty getProperty(Uint32 index);
-    CIMConstProperty getProperty(Uint32 index) const;
     Uint32 getPropertyCount() const;
 
     Boolean isUninitialized() const { return !m_rep; }

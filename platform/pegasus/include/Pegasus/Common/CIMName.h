@@ -7,18 +7,17 @@
 namespace Pegasus {
 
 // The name of a class, property, method and so on: letters, digits, "_" and characters from U+0080
-// on, not beginning with a digit. Comparison ignores case.
+// on, not beginning with a digit.
 class CIMName {
 public:
     // Null: the name of nothing.
     CIMName() = default;
     // Throws InvalidNameException.
     CIMName(const String& name);
-    CIMName(const char* name);
+    CIMName(const char* name) : CIMName(String(name)) {}
 
     const String& getString() const { return m_name; }
-    Boolean isNull() const { return m_name.size() == 0; }
-    Boolean equal(const CIMName& other) const;
+    Boolean isNull() const { return m_name == String::EMPTY; }
     // Whether a name could be made of it.
     static Boolean legal(const String& name);
 
@@ -26,28 +25,20 @@ private:
     String m_name;
 };
 
-inline bool operator==(const CIMName& a, const CIMName& b) { return a.equal(b); }
-inline bool operator!=(const CIMName& a, const CIMName& b) { return !a.equal(b); }
-
 // Names with "/" between; one leading "/" is dropped.
 class CIMNamespaceName {
 public:
     CIMNamespaceName() = default;
     // Throws InvalidNamespaceNameException.
     CIMNamespaceName(const String& name);
-    CIMNamespaceName(const char* name);
+    CIMNamespaceName(const char* name) : CIMNamespaceName(String(name)) {}
 
     const String& getString() const { return m_name; }
-    Boolean isNull() const { return m_name.size() == 0; }
-    Boolean equal(const CIMNamespaceName& other) const;
-    static Boolean legal(const String& name);
+    Boolean isNull() const { return m_name == String::EMPTY; }
 
 private:
     String m_name;
 };
-
-inline bool operator==(const CIMNamespaceName& a, const CIMNamespaceName& b) { return a.equal(b); }
-inline bool operator!=(const CIMNamespaceName& a, const CIMNamespaceName& b) { return !a.equal(b); }
 
 }  // namespace Pegasus
 

@@ -5,46 +5,45 @@
 #include <Pegasus/Common/Array.h>
 #include <Pegasus/Common/CIMName.h>
 
+#include <memory>
+
 namespace Pegasus {
 
-class CIMValue;
+class CIMObjectPath;
 
-// One key of an instance's path: the value is kept as the text that it came as.
+// One key of an instance's path.
 class CIMKeyBinding {
 public:
     enum Type { BOOLEAN, STRING, NUMERIC, REFERENCE };
 
-    CIMKeyBinding() = default;
+    // The value is kept as the text that it came as. Throws TypeMismatchException for a REFERENCE.
     CIMKeyBinding(const CIMName& name, const String& value, Type type);
-    // Throws TypeMismatchException for arrays and values that no key can have.
-    CIMKeyBinding(const CIMName& name, const CIMValue& value);
+    // A REFERENCE.
+    CIMKeyBinding(const CIMName& name, const CIMObjectPath& reference);
 
     const CIMName& getName() const { return m_name; }
-    const String& getValue() const { return m_value; }
     Type getType() const { return m_type; }
+    // Of a reference: its text.
+    String getValue() const;
+    // Null unless it is a REFERENCE.
+    const CIMObjectPath* Reference() const { return m_reference.get(); }
 
 private:
     CIMName m_name;
     String m_value;
-    Type m_type = STRING;
+    Type m_type;
+    std::shared_ptr<const CIMObjectPath> m_reference;
 };
-
-// Names compare without case; the rest as text.
-bool operator==(const CIMKeyBinding& a, const CIMKeyBinding& b);
-inline bool operator!=(const CIMKeyBinding& a, const CIMKeyBinding& b) { return !(a == b); }
 
 // The path of a class or an instance:
 //
 //   [//HOST/]NAMESPACE:CLASS[.KEY=VALUE[,KEY=VALUE]...]
 //
-// Keys are sorted by their names, without regard to case, as soon as they enter. A path without
-// host and namespace has no ":" either.
+// Keys are sorted by their names, without regard to case. A path without host and namespace has no
+// ":" either.
 class CIMObjectPath {
 public:
     CIMObjectPath() = default;
-    // Throws MalformedObjectNameException, for a bad namespace InvalidNamespaceNameException.
-    CIMObjectPath(const String& text);
-    CIMObjectPath(const char* text);
     CIMObjectPath(const String& host, const CIMNamespaceName& nameSpace, const CIMName& className,
                   const Array<CIMKeyBinding>& keyBindings = Array<CIMKeyBinding>());
 
@@ -54,11 +53,8 @@ public:
     const Array<CIMKeyBinding>& getKeyBindings() const { return m_keys; }
     void setHost(const String& host) { m_host = host; }
     void setNameSpace(const CIMNamespaceName& nameSpace) { m_nameSpace = nameSpace; }
-    void setClassName(const CIMName& className) { m_className = className; }
-    void setKeyBindings(const Array<CIMKeyBinding>& keyBindings);
 
     String toString() const;
-    Boolean identical(const CIMObjectPath& other) const;
 
 private:
     String m_host;
@@ -66,9 +62,6 @@ private:
     CIMName m_className;
     Array<CIMKeyBinding> m_keys;
 };
-
-inline bool operator==(const CIMObjectPath& a, const CIMObjectPath& b) { return a.identical(b); }
-inline bool operator!=(const CIMObjectPath& a, const CIMObjectPath& b) { return !a.identical(b); }
 
 }  // namespace Pegasus
 

@@ -6,10 +6,10 @@
 
 namespace Pegasus {
 
-// One parameter of a method: untyped ones go out without their type.
+// One parameter of a method.
 class CIMParamValue {
 public:
-    CIMParamValue() = default;
+    // Untyped ones go out without their type.
     CIMParamValue(const String& parameterName, const CIMValue& value, Boolean isTyped = true)
         : m_name(parameterName), m_value(value), m_isTyped(isTyped) {}
 
@@ -20,7 +20,7 @@ public:
 private:
     String m_name;
     CIMValue m_value;
-    Boolean m_isTyped = true;
+    Boolean m_isTyped;
 };
 
 }  // namespace Pegasus

@@ -15,8 +15,6 @@ public:
         : m_isNull(false), m_names(propertyNames) {}
 
     Boolean isNull() const { return m_isNull; }
-    Uint32 size() const { return m_names.size(); }
-    const CIMName& operator[](Uint32 index) const { return m_names[index]; }
     const Array<CIMName>& getPropertyNameArray() const { return m_names; }
 
 private:

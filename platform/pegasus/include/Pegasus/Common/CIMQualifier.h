@@ -9,41 +9,27 @@
 
 namespace Pegasus {
 
-// A handle: copies share the qualifier. Default-constructed ones throw
-// UninitializedObjectException when used.
+// A handle: copies share the qualifier, which never changes.
 class CIMQualifier {
 public:
-    CIMQualifier() = default;
-    CIMQualifier(const CIMName& name, const CIMValue& value);
+    CIMQualifier(const CIMName& name, const CIMValue& value)
+        : m_rep(std::make_shared<const Rep>(Rep{name, value})) {}
 
-    const CIMName& getName() const;
-    const CIMValue& getValue() const;
+    const CIMName& getName() const { return m_rep->name; }
+    const CIMValue& getValue() const { return m_rep->value; }
     CIMType getType() const { return getValue().getType(); }
     Boolean isArray() const { return getValue().isArray(); }
-    Boolean isUninitialized() const { return !m_rep; }
 
 private:
-    struct Rep;
-    const Rep& Held() const;
+    struct Rep {
+        CIMName name;
+        CIMValue value;
+    };
 
     std::shared_ptr<const Rep> m_rep;
 };
 
-// The same, for reading.
-class CIMConstQualifier {
-public:
-    CIMConstQualifier() = default;
-    CIMConstQualifier(const CIMQualifier& qualifier) : m_qualifier(qualifier) {}
-
-    const CIMName& getName() const { return m_qualifier.getName(); }
-    const CIMValue& getValue() const { return m_qualifier.getValue(); }
-    CIMType getType() const { return m_qualifier.getType(); }
-    Boolean isArray() const { return m_qualifier.isArray(); }
-    Boolean isUninitialized() const { return m_qualifier.isUninitialized(); }
-
-private:
-    CIMQualifier m_qualifier;
-};
+using CIMConstQualifier = CIMQualifier;
 
 }  // namespace Pegasus
 

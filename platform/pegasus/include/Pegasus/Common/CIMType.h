@@ -21,12 +21,10 @@ enum CIMType : Uint32 {
     CIMTYPE_CHAR16,
     CIMTYPE_STRING,
     CIMTYPE_DATETIME,
-    CIMTYPE_REFERENCE,
-    CIMTYPE_OBJECT,
-    CIMTYPE_INSTANCE
+    CIMTYPE_REFERENCE
 };
 
-// "boolean", "uint8" ... "instance"; "unknown" for a number that is no type.
+// "boolean", "uint8" ... "reference"
 const char* cimTypeToString(CIMType type);
 
 }  // namespace Pegasus

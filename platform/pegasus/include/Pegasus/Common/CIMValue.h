@@ -3,13 +3,12 @@
 #define PEGASUS_CIMVALUE_H
 
 #include <Pegasus/Common/Array.h>
-#include <Pegasus/Common/CIMDateTime.h>
 #include <Pegasus/Common/CIMObjectPath.h>
 #include <Pegasus/Common/CIMType.h>
-#include <Pegasus/Common/Char16.h>
 #include <Pegasus/Common/String.h>
 
 #include <memory>
+#include <variant>
 
 namespace Pegasus {
 
@@ -17,52 +16,29 @@ namespace Pegasus {
 // which never changes.
 //
 // Mind literals: CIMValue("text") is the BOOLEAN true, and CIMValue(0) is a sint32. Write
-// CIMValue(String("text")) and CIMValue(Uint32(0)).
+// CIMValue(String("text")) and CIMValue(Uint32(0)). Values of all types come with answers; these
+// constructors are of those that a program makes.
 class CIMValue {
 public:
     // A null boolean.
-    CIMValue();
-    // A null of the type; `arraySize` is of no importance.
-    CIMValue(CIMType type, Boolean isArray, Uint32 arraySize = 0);
+    CIMValue() = default;
+    // A null of the type.
+    CIMValue(CIMType type, Boolean isArray) : m_type(type), m_isArray(isArray) {}
     CIMValue(Boolean value);
-    CIMValue(Uint8 value);
-    CIMValue(Sint8 value);
     CIMValue(Uint16 value);
-    CIMValue(Sint16 value);
     CIMValue(Uint32 value);
     CIMValue(Sint32 value);
-    CIMValue(Uint64 value);
-    CIMValue(Sint64 value);
-    CIMValue(Real32 value);
-    CIMValue(Real64 value);
-    CIMValue(const Char16& value);
     CIMValue(const String& value);
-    CIMValue(const CIMDateTime& value);
     CIMValue(const CIMObjectPath& value);
-    CIMValue(const Array<Boolean>& value);
-    CIMValue(const Array<Uint8>& value);
-    CIMValue(const Array<Sint8>& value);
-    CIMValue(const Array<Uint16>& value);
-    CIMValue(const Array<Sint16>& value);
-    CIMValue(const Array<Uint32>& value);
-    CIMValue(const Array<Sint32>& value);
-    CIMValue(const Array<Uint64>& value);
-    CIMValue(const Array<Sint64>& value);
-    CIMValue(const Array<Real32>& value);
-    CIMValue(const Array<Real64>& value);
-    CIMValue(const Array<Char16>& value);
     CIMValue(const Array<String>& value);
-    CIMValue(const Array<CIMDateTime>& value);
-    CIMValue(const Array<CIMObjectPath>& value);
 
     CIMType getType() const { return m_type; }
     Boolean isArray() const { return m_isArray; }
     Boolean isNull() const { return !m_content; }
 
-    // T: the types above, Array<> of each included. Throws TypeMismatchException for another type;
-    // a null leaves `value` as it was.
-    template <class T>
-    void get(T& value) const;
+    // Throws TypeMismatchException for anything but an array of strings; a null leaves `value` as
+    // it was.
+    void get(Array<String>& value) const;
 
     // Type, being an array, being null and content must all agree.
     Boolean equal(const CIMValue& other) const;
@@ -72,11 +48,11 @@ public:
     String toString() const;
 
 private:
-    struct Content;
-    template <class T>
-    struct ContentOf;
-    template <class T>
-    void Set(const T& value);
+    friend struct ValueContent;
+    // The text that toString() gives, of each element for an array; a path that can be sent on.
+    using Content = std::variant<String, Array<String>, std::shared_ptr<const CIMObjectPath>>;
+
+    CIMValue(CIMType type, Boolean isArray, Content content);
 
     CIMType m_type = CIMTYPE_BOOLEAN;
     Boolean m_isArray = false;

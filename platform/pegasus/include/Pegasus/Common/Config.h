@@ -9,21 +9,15 @@
     "Define the platform, for example PEGASUS_PLATFORM_LINUX_X86_64_GNU, before the first include"
 #endif
 
-// The names and behaviour of the OpenPegasus C++ client interface, as far as a client needs them
-// that enumerates instances and invokes methods. Code written against these headers compiles
-// against an installed OpenPegasus unchanged.
+// The names and behaviour of the OpenPegasus C++ client interface, as far as the CIM channel needs
+// them. Code written against these headers compiles against an installed OpenPegasus unchanged.
 namespace Pegasus {
 
 using Boolean = bool;
 using Uint8 = std::uint8_t;
-using Sint8 = std::int8_t;
 using Uint16 = std::uint16_t;
-using Sint16 = std::int16_t;
 using Uint32 = std::uint32_t;
 using Sint32 = std::int32_t;
-using Uint64 = std::uint64_t;
-using Sint64 = std::int64_t;
-using Real32 = float;
 using Real64 = double;
 
 // What searches return that found nothing.

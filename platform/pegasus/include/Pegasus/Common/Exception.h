@@ -11,7 +11,7 @@ namespace Pegasus {
 // std::exception.
 class Exception {
 public:
-    explicit Exception(const String& message);
+    explicit Exception(const String& message) : m_message(message) {}
     Exception(const Exception&) = default;
     Exception& operator=(const Exception&) = default;
     virtual ~Exception();
@@ -26,8 +26,7 @@ private:
 // text, untouched; a trailer without one gives the code's name.
 class CIMException : public Exception {
 public:
-    explicit CIMException(CIMStatusCode code = CIM_ERR_SUCCESS, const String& message = String());
-    ~CIMException() override;
+    CIMException(CIMStatusCode code, const String& message) : Exception(message), m_code(code) {}
 
     CIMStatusCode getCode() const { return m_code; }
 
@@ -35,115 +34,91 @@ private:
     CIMStatusCode m_code;
 };
 
-// "null pointer"
+// A text that is to be made of no bytes at all.
 class NullPointer : public Exception {
 public:
-    NullPointer();
-    ~NullPointer() override;
+    NullPointer() : Exception("null pointer") {}
 };
 
-// "index out of bounds"
+// An element that a list does not have.
 class IndexOutOfBoundsException : public Exception {
 public:
-    IndexOutOfBoundsException();
-    ~IndexOutOfBoundsException() override;
+    IndexOutOfBoundsException() : Exception("index out of bounds") {}
 };
 
-// "already exists: " + what
+// A second property or qualifier of one name.
 class AlreadyExistsException : public Exception {
 public:
-    explicit AlreadyExistsException(const String& what);
-    ~AlreadyExistsException() override;
+    explicit AlreadyExistsException(const String& what) : Exception("already exists: " + what) {}
 };
 
-// "The CIM name is not valid: " + name
+// A text that is no CIM name.
 class InvalidNameException : public Exception {
 public:
-    explicit InvalidNameException(const String& name);
-    ~InvalidNameException() override;
+    explicit InvalidNameException(const String& name)
+        : Exception("The CIM name is not valid: " + name) {}
 };
 
-// "invalid CIM namespace name: " + name
+// The same for a namespace.
 class InvalidNamespaceNameException : public Exception {
 public:
-    explicit InvalidNamespaceNameException(const String& name);
-    ~InvalidNamespaceNameException() override;
+    explicit InvalidNamespaceNameException(const String& name)
+        : Exception("invalid CIM namespace name: " + name) {}
 };
 
-// "malformed object name: " + text
-class MalformedObjectNameException : public Exception {
-public:
-    explicit MalformedObjectNameException(const String& text);
-    ~MalformedObjectNameException() override;
-};
-
-// "type mismatch"
+// A value of another type than was asked for.
 class TypeMismatchException : public Exception {
 public:
-    TypeMismatchException();
-    ~TypeMismatchException() override;
+    TypeMismatchException() : Exception("type mismatch") {}
 };
 
-// "uninitialized object": use of a default-constructed instance, property or qualifier.
+// Use of a default-constructed instance, property or qualifier.
 class UninitializedObjectException : public Exception {
 public:
-    UninitializedObjectException();
-    ~UninitializedObjectException() override;
+    UninitializedObjectException() : Exception("uninitialized object") {}
 };
 
-// "invalid datetime format: " + text
-class InvalidDateTimeFormatException : public Exception {
-public:
-    explicit InvalidDateTimeFormatException(const String& text);
-    ~InvalidDateTimeFormatException() override;
-};
-
-// "already connected"
+// A second connect without a disconnect.
 class AlreadyConnectedException : public Exception {
 public:
-    AlreadyConnectedException();
-    ~AlreadyConnectedException() override;
+    AlreadyConnectedException() : Exception("already connected") {}
 };
 
-// "not connected"
+// A request without a connection.
 class NotConnectedException : public Exception {
 public:
-    NotConnectedException();
-    ~NotConnectedException() override;
+    NotConnectedException() : Exception("not connected") {}
 };
 
 // "Cannot connect to HOST:PORT. Connection failed."
 class CannotConnectException : public Exception {
 public:
-    explicit CannotConnectException(const String& message);
-    ~CannotConnectException() override;
+    explicit CannotConnectException(const String& message) : Exception(message) {}
 };
 
+// This side has no more sockets.
 class CannotCreateSocketException : public Exception {
 public:
-    CannotCreateSocketException();
-    ~CannotCreateSocketException() override;
+    CannotCreateSocketException() : Exception("cannot create socket") {}
 };
 
 // "Invalid locator: HOST:PORT": the host's name is unknown.
 class InvalidLocatorException : public Exception {
 public:
-    explicit InvalidLocatorException(const String& locator);
-    ~InvalidLocatorException() override;
+    explicit InvalidLocatorException(const String& locator)
+        : Exception("Invalid locator: " + locator) {}
 };
 
-// "connection timed out": the complete answer was not there in time.
+// The complete answer was not there in time.
 class ConnectionTimeoutException : public Exception {
 public:
-    ConnectionTimeoutException();
-    ~ConnectionTimeoutException() override;
+    ConnectionTimeoutException() : Exception("connection timed out") {}
 };
 
 // TLS cannot be set up on this side.
 class SSLException : public Exception {
 public:
-    explicit SSLException(const String& message);
-    ~SSLException() override;
+    explicit SSLException(const String& message) : Exception(message) {}
 };
 
 }  // namespace Pegasus
