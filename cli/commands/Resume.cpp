@@ -88,7 +88,7 @@ Outcome RecallRun(Line& line, Options& options) {
         const Store store(folder);
         const auto run = store.FindRun(options.resumes);
         if (!run) return Usage(unknown);
-        const Outcome outcome = CannotGoOn(store, *run);
+        Outcome outcome = CannotGoOn(store, *run);
         if (outcome.Ok()) PutOnLine(*run, line);
         return outcome;
     } catch (const History::StoreError& error) {

@@ -236,9 +236,9 @@ private:
     Outcome MeasureAll(const fs::path& folder, RunEvents& events, std::uint64_t& total) {
         for (RemoteFile& file : events.files) {
             if (file.state != RemoteFile::State::kFetched) continue;
-            const Outcome outcome = m_run.arrivals.Measure(
-                (folder / file.name).string(), [this] { return m_run.interrupt.Raised(); },
-                file.size, file.sha256);
+            Outcome outcome = m_run.arrivals.Measure((folder / file.name).string(),
+                                                     [this] { return m_run.interrupt.Raised(); },
+                                                     file.size, file.sha256);
             if (outcome.code == kInterrupted) return outcome;
             if (!outcome.Ok()) {
                 file.state = RemoteFile::State::kFailed;

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/terminal/Text.h"
 
-#include <locale.h>
-
 #include <algorithm>
+#include <clocale>
 #include <cstdio>
 #include <cwchar>
 #include <string_view>

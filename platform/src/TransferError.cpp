@@ -119,17 +119,24 @@ public:
     }
 };
 
+// Is never destroyed: the categories outlive every code.
+template <typename T>
+union Lasting {
+    Lasting() : value() {}
+    ~Lasting() {}  // NOLINT(modernize-use-equals-default): that one would be deleted
+    T value;
+};
+
 }  // namespace
 
-// Both outlive every code.
 const std::error_category& Varnex::TransferCategory() noexcept {
-    static const Category& category = *new Category;
-    return category;
+    static const Lasting<Category> lasting;
+    return lasting.value;
 }
 
 std::error_condition Varnex::make_error_condition(TransferFault fault) noexcept {
-    static const FaultCategory& category = *new FaultCategory;
-    return {static_cast<int>(fault), category};
+    static const Lasting<FaultCategory> lasting;
+    return {static_cast<int>(fault), lasting.value};
 }
 
 int Varnex::HttpStatusOf(const std::error_code& error) noexcept {

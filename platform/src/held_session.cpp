@@ -93,7 +93,7 @@ private:
 };
 
 Holder*& TheHolder() {
-    static Holder* holder = new Holder;  // never destroyed: a thread may still download
+    static auto* holder = new Holder;  // never destroyed: a thread may still download
     return holder;
 }
 
