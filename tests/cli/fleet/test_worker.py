@@ -191,7 +191,7 @@ def test_no_secret_in_any_place(fleet, start_bmc):
 # --- its conductor's death ------------------------------------------------------------------------
 
 
-SECOND = 1.0 * max(1.0, tool.SLOWNESS / 2)
+SECOND = 1.0 * tool.SLOWNESS
 
 
 @pytest.mark.parametrize("gate, at", [(False, "gathering"), (True, "waiting")])
