@@ -4,6 +4,7 @@
 #include <pthread.h>
 
 #include <ctime>
+#include <functional>
 
 #include "XmlReader.h"
 #include "support.h"
@@ -21,18 +22,28 @@ std::string Repeated(const std::string& text, std::size_t times) {
     return all;
 }
 
-// The number of instances, or the exception without its line.
-std::string Outcome(const std::string& inside) {
-    std::string xml = EnumerationXml(inside);
+// Of a document: what `read` says of it, or the exception without its line.
+std::string OutcomeOf(std::string xml, const std::function<std::string(std::string&)>& read) {
     xml.replace(xml.find("@ID@"), 4, "1");
     std::string outcome;
-    const std::string thrown = Thrown([&] {
-        const auto answer = Internal::ReadEnumerateInstances(xml, 1);
-        outcome = std::to_string(answer.instances.size()) + " instances";
-    });
+    const std::string thrown = Thrown([&] { outcome = read(xml); });
     const std::size_t line = thrown.find("line ");
     if (line == std::string::npos) return outcome + thrown;
     return kXmlFailure + thrown.substr(thrown.find(' ', line + 5) + 1);
+}
+
+std::string Outcome(const std::string& instances) {
+    return OutcomeOf(EnumerationXml(instances), [](std::string& xml) {
+        const auto answer = Internal::ReadEnumerateInstances(xml, 1);
+        return std::to_string(answer.instances.size()) + " instances";
+    });
+}
+
+std::string OutcomeOfMethod(const std::string& parameters) {
+    return OutcomeOf(MethodXml(parameters), [](std::string& xml) {
+        const auto answer = Internal::ReadInvokeMethod(xml, 1);
+        return std::to_string(answer.outParameters.size()) + " parameters";
+    });
 }
 
 std::string Failure(const std::string& text) { return kXmlFailure + text; }
@@ -138,6 +149,18 @@ TEST(PegasusBounds, TextsHaveABound) {
     EXPECT_EQ("1 instances", Outcome(Instance(ArrayProperty(half + half))));
     EXPECT_EQ(Failure("The array holds more than 1 MiB"),
               Outcome(Instance(ArrayProperty(half + half + "<VALUE/>"))));
+}
+
+TEST(PegasusBounds, ArraysOfReferencesHaveTheBoundOfTheirTexts) {
+    const auto references = [](std::size_t count) {
+        return "<PARAMVALUE NAME=\"a\"><VALUE.REFARRAY>" +
+               Repeated("<VALUE.REFERENCE><CLASSNAME NAME=\"" + std::string(1023, 'A') +
+                            "\"/></VALUE.REFERENCE>",
+                        count) +
+               "</VALUE.REFARRAY></PARAMVALUE>";
+    };
+    EXPECT_EQ("1 parameters", OutcomeOfMethod(references(1024)));
+    EXPECT_EQ(Failure("The array holds more than 1 MiB"), OutcomeOfMethod(references(1025)));
 }
 
 TEST(PegasusBounds, PathsHaveABound) {
