@@ -67,8 +67,7 @@ Reference Resolve(const std::string& reference, const std::string& base, const E
         return {"", "",
                 Clean(to.Part(CURLUPART_SCHEME) + "://" + host + ":" + to.Part(CURLUPART_PORT))};
     }
-    const std::string query = to.Part(CURLUPART_QUERY);
-    return {to.Part(CURLUPART_PATH) + (query.empty() ? "" : "?" + query), query, ""};
+    return {to.Part(CURLUPART_PATH), to.Part(CURLUPART_QUERY), ""};
 }
 
 }  // namespace Kemffdc::Redfish

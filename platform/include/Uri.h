@@ -12,7 +12,7 @@
 inline namespace varnex_platform {
 #endif
 
-// Where a file lies: what RFC 3986 calls scheme, authority and path. A value, copyable.
+// Where a file lies: what RFC 3986 calls scheme, authority, path and query. A value, copyable.
 //
 // An implementer guarantees that user and password are kept apart from the text of the address, so
 // that no log and no error text shows them by accident, and that each may hold any bytes but NUL.
@@ -38,12 +38,17 @@ public:
     // Throws like the constructor.
     void set_path(const std::string& path);
 
+    // What follows the "?" of an address of HTTPS, as the server names it; encoded as a path is,
+    // but that "?" stays. Empty, as at first: there is no "?". Throws for a NUL byte.
+    void set_query(const std::string& query);
+
     const std::string& scheme() const;
     const std::string& host() const;  // without brackets
     std::uint16_t port() const;
     const std::string& user() const;
     const std::string& password() const;
-    const std::string& path() const;  // as given
+    const std::string& path() const;   // as given
+    const std::string& query() const;  // as given
 
     // The whole address, encoded, IPv6 in brackets, without user and password.
     std::string str() const;

@@ -16,19 +16,20 @@ bool IsLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 bool IsOneOf(char c, const char* set) { return c != '\0' && std::strchr(set, c) != nullptr; }
 
-// RFC 3986: unreserved, and what may stand in a path besides.
+// RFC 3986: unreserved, and what may stand in a path and in a query besides.
 bool IsUnreserved(char c) { return IsLetter(c) || IsDigit(c) || IsOneOf(c, "-._~"); }
 bool StaysInPath(char c) { return IsUnreserved(c) || IsOneOf(c, "!$&'()*+,;=:@/"); }
+bool StaysInQuery(char c) { return StaysInPath(c) || c == '?'; }
 
-std::string EncodedPath(const std::string& path) {
+// What is encoded already stays so.
+std::string Encoded(const std::string& text, bool (&stays)(char)) {
     std::string out;
-    out.reserve(path.size() + 1);
-    if (path.empty() || path[0] != '/') out += '/';
-    for (std::size_t i = 0; i < path.size(); ++i) {
-        if (StaysInPath(path[i]) || shared::IsPercentEncoded(path, i)) {
-            out += path[i];
+    out.reserve(text.size() + 1);
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (stays(text[i]) || shared::IsPercentEncoded(text, i)) {
+            out += text[i];
         } else {
-            shared::AppendPercentEncoded(out, path[i]);
+            shared::AppendPercentEncoded(out, text[i]);
         }
     }
     return out;
@@ -43,9 +44,9 @@ const std::string& CheckedScheme(const std::string& scheme) {
     return scheme;
 }
 
-const std::string& CheckedPath(const std::string& path) {
-    if (path.find('\0') != std::string::npos) throw std::invalid_argument("NUL byte in the path");
-    return path;
+const std::string& WithoutNul(const std::string& text, const char* part) {
+    if (text.find('\0') == std::string::npos) return text;
+    throw std::invalid_argument(std::string("NUL byte in the ") + part);
 }
 
 // Bytes from 0x80 on may belong to a name in its own script.
@@ -90,12 +91,13 @@ struct Uri::Impl {
     std::string user;
     std::string password;
     std::string path;
+    std::string query;
 };
 
 Uri::Uri(const std::string& scheme, const std::string& host, std::uint16_t port,
          const std::string& user, const std::string& password, const std::string& path)
     : m_impl(new Impl{CheckedScheme(scheme), CheckedHost(host), port, user, password,
-                      CheckedPath(path)}) {}
+                      WithoutNul(path, "path"), ""}) {}
 Uri::Uri(const Uri& other) : m_impl(new Impl(*other.m_impl)) {}
 Uri::Uri(Uri&& other) noexcept = default;
 Uri& Uri::operator=(const Uri& other) {
@@ -110,7 +112,8 @@ void Uri::set_auth(const std::string& user, const std::string& password) {
     m_impl->password = password;
 }
 
-void Uri::set_path(const std::string& path) { m_impl->path = CheckedPath(path); }
+void Uri::set_path(const std::string& path) { m_impl->path = WithoutNul(path, "path"); }
+void Uri::set_query(const std::string& query) { m_impl->query = WithoutNul(query, "query"); }
 
 const std::string& Uri::scheme() const { return m_impl->scheme; }
 const std::string& Uri::host() const { return m_impl->host; }
@@ -118,10 +121,13 @@ std::uint16_t Uri::port() const { return m_impl->port; }
 const std::string& Uri::user() const { return m_impl->user; }
 const std::string& Uri::password() const { return m_impl->password; }
 const std::string& Uri::path() const { return m_impl->path; }
+const std::string& Uri::query() const { return m_impl->query; }
 
 std::string Uri::str() const {
+    const bool rooted = m_impl->path.rfind('/', 0) == 0;
     return m_impl->scheme + "://" + HostInUrl(m_impl->host) + ":" + std::to_string(m_impl->port) +
-           EncodedPath(m_impl->path);
+           (rooted ? "" : "/") + Encoded(m_impl->path, StaysInPath) +
+           (m_impl->query.empty() ? "" : "?" + Encoded(m_impl->query, StaysInQuery));
 }
 
 std::string Uri::join_path(const std::string& folder, const std::string& name) {

@@ -125,6 +125,36 @@ TEST(UriSetPath, RefusesANulByteAndKeepsThePath) {
     EXPECT_EQ("/old", uri.path());
 }
 
+TEST(UriSetQuery, StandsBehindThePathAndIsEncodedWhereItMustBe) {
+    const struct {
+        const char* query;
+        const char* expected;
+        const char* why;
+    } rows[] = {
+        {"", "https://h:443/a%3Fb", "none: the one of the path is no query's"},
+        {"id=7&part=core.bin", "https://h:443/a%3Fb?id=7&part=core.bin", "plain"},
+        {"$filter=a/b?c", "https://h:443/a%3Fb?$filter=a/b?c", "what a query may hold"},
+        {"x=%20 #", "https://h:443/a%3Fb?x=%20%20%23", "encoded, a blank, no fragment"},
+    };
+    for (const auto& row : rows) {
+        Uri uri("https", "h", 443, "", "", "/a?b");
+        uri.set_query(row.query);
+        EXPECT_EQ(row.expected, uri.str()) << row.why;
+        EXPECT_EQ(row.query, uri.query()) << row.why;
+        EXPECT_EQ("/a?b", uri.path()) << row.why;
+        EXPECT_EQ(uri.str(), Uri(uri).str()) << row.why;
+    }
+}
+
+TEST(UriSetQuery, RefusesANulByteAndKeepsTheQuery) {
+    Uri uri("https", "h", 443, "", "", "/");
+    uri.set_query("old");
+
+    EXPECT_THROW(uri.set_query(std::string("\0", 1)), std::invalid_argument);
+
+    EXPECT_EQ("old", uri.query());
+}
+
 TEST(UriCopy, IsAValueOfItsOwn) {
     Uri original("sftp", "h", 115, "a", "b", "/1");
     Uri copy(original);

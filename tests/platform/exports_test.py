@@ -14,7 +14,7 @@ import sys
 VERSION = 'VARNEXPLATFORM_1.0'
 OURS = 'varnex_platform::'  # no class of a host's own has these names
 EXPECTED = [OURS + name for name in (
-    'Log::Log', 'Uri::Uri', 'file_client::download', 'Clock::Now', 'Ipmanip::is_ipv6',
+    'Log::Log', 'Uri::Uri', 'Uri::set_query', 'file_client::download', 'Clock::Now', 'Ipmanip::is_ipv6',
     'GetGlobalConfigValue', 'XM_WIDGETS::GetKEMAccountViaKCS')] + [
     'Varnex::AddLogSink', 'Varnex::AddTransferWatcher', 'Varnex::MaskedForDisplay', 'Varnex::HideInLog',
             'Varnex::WithoutHiddenSecrets', 'Varnex::AddIpmiWatcher', 'Varnex::IpmiCategory',

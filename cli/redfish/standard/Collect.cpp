@@ -165,9 +165,9 @@ private:
         m_bmcPath = Varnex::WithoutHiddenSecrets(place.path);
         m_run.recorder.SetBmcPath(m_bmcPath);
         m_run.Begin("download");
-        const DataHead head = ReadHead(m_session.Head(place.path));
+        const DataHead head = ReadHead(m_session.Head(place.Target()));
         const std::string name = folder + NameOf(entry, head, one, !folder.empty());
-        outcome = Download(place.path, name);
+        outcome = Download(place, name);
         outcome = m_run.End(outcome.code, outcome);
         if (outcome.Ok()) outcome = m_guard.CheckAfterwards();
         return outcome.Ok() ? Verify(entry, head, name, one.file) : outcome;
@@ -187,11 +187,12 @@ private:
         return ArchiveName("{name}", {"", "", "", number + "_" + type + "_" + name});
     }
 
-    Outcome Download(const std::string& path, const std::string& name) {
+    Outcome Download(const Reference& place, const std::string& name) {
         const Options& options = m_run.options;
         try {
-            const Uri uri("https", options.host, options.port, options.user,
-                          m_run.password.Reveal(), path);
+            Uri uri("https", options.host, options.port, options.user, m_run.password.Reveal(),
+                    place.path);
+            uri.set_query(place.query);
             Downloaded downloaded = DownloadOnce(uri, name);
             if (downloaded.error == Varnex::TransferFault::kLoginRefused && m_session.Renew()) {
                 downloaded = DownloadOnce(uri, name);

@@ -104,10 +104,7 @@ Outcome DiagnosePlace(const LogEntry& entry, const Reference& place) {
             kDownloadFailed, Cause::kBmcFault,
             "The data's place on the BMC cannot be used (" + Clean(entry.dataUri) + ").");
     }
-    if (place.query.empty()) return {};
-    return Failure(kDownloadFailed, Cause::kUnsupported,
-                   "The data's place on the BMC has a query (" + Clean(entry.dataUri) +
-                       "), which the tool cannot ask for.");
+    return {};
 }
 
 std::string Difference(const LogEntry& entry, const std::string& digest, std::uint64_t size,

@@ -45,6 +45,7 @@ class DataSettings:
     content_type: str = "application/octet-stream"
     name: str | None = None  # of the file, in Content-Disposition; None: it is not told
     digest: bool = False  # the answer tells the SHA-256 (RFC 9530)
+    query: str = ""  # the address has this one, and leads nowhere without it
 
 
 @dataclass(frozen=True)
@@ -108,6 +109,7 @@ def _read_data(check: Checker, value: Any) -> DataSettings:
         content_type=check.text(entry.get("content_type", usual.content_type), place + ("content_type",)),
         name=None if name is None else check.text(name, place + ("name",)),
         digest=check.flag(entry.get("digest", usual.digest), place + ("digest",)),
+        query=check.text(entry["query"], place + ("query",)) if "query" in entry else "",
     )
 
 

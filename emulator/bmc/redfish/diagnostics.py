@@ -203,12 +203,14 @@ class Diagnostics:
         path = f"{log.entries}/{number}"
         archive = _make(self._folder, f"{log.settings.id}-{number}", self.settings.data)
         self.archives[path] = archive
-        self._downloads.announce(path + "/attachment", archive)
+        query = self.settings.data.query
+        self._downloads.announce(path + "/attachment", archive, query)
         created = datetime.datetime.now(datetime.timezone.utc)
         document = resource(
             path, "LogEntry", "1_11_0", f"Collected data {number}",
             EntryType="Event", Created=iso(created), **log_message("DiagnosticDataCollected"),
-            DiagnosticDataType=asked.get("DiagnosticDataType"), AdditionalDataURI=path + "/attachment",
+            DiagnosticDataType=asked.get("DiagnosticDataType"),
+            AdditionalDataURI=path + "/attachment" + (f"?{query}" if query else ""),
             AdditionalDataSizeBytes=archive.size,
         )
         if "OEMDiagnosticDataType" in asked:

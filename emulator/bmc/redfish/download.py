@@ -25,14 +25,17 @@ class Downloads:
         self._later = later
         self._settings = settings
         self._by_path = {normal(a.remote_path): a for a in archives.values()}
+        self._queries: dict[str, str] = {}
         self._served = 0
 
-    def announce(self, path: str, archive: Archive) -> None:
-        """Whatever path a client was told, the archive is found there."""
+    def announce(self, path: str, archive: Archive, query: str = "") -> None:
+        """Whatever path a client was told, the archive is found there, and with this query alone if there is one."""
         self._by_path[normal(path)] = archive
+        self._queries[normal(path)] = query
 
-    def find(self, path: str) -> Archive | None:
-        return self._by_path.get(normal(path))
+    def find(self, path: str, query: str) -> Archive | None:
+        wanted = self._queries.get(normal(path), "")
+        return self._by_path.get(normal(path)) if wanted in ("", query) else None
 
     def reply(self, archive: Archive, request: Request) -> Reply:
         archive = self._present(archive, request.method)

@@ -107,7 +107,7 @@ class RedfishService:
             raise RedfishError("AuthenticationRequired")
 
     def _dispatch(self, request: Request, path: str, wishes: Mapping[str, Any]) -> Reply:
-        archive = self._downloads.find(request.path)
+        archive = self._downloads.find(request.path, request.query)
         if archive is not None:
             return self._only(request, {"GET": lambda *_: self._downloads.reply(archive, request)}, wishes)
         handlers = self._handlers(path)

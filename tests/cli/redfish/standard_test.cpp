@@ -99,7 +99,7 @@ TEST(StandardReference, LeadsToThisServiceOrIsToldAsAnotherPlace) {
     const Endpoint service{"bmc7.example", false, 443, true};
     const struct {
         const char* reference;
-        const char* path;
+        const char* target;
         const char* other;
     } rows[] = {
         {"/redfish/v1/E/1/attachment", "/redfish/v1/E/1/attachment", ""},
@@ -113,11 +113,14 @@ TEST(StandardReference, LeadsToThisServiceOrIsToldAsAnotherPlace) {
         {"//evil.example/dump", "", "https://evil.example:443"},
         {"/a/../../dump", "/dump", ""},
         {"/dump?id=7", "/dump?id=7", ""},
+        {"?id=7&file=/a/b.bin", "/redfish/v1/E/1?id=7&file=/a/b.bin", ""},
+        {"https://evil.example/dump?id=7", "", "https://evil.example:443"},
         {"", "", ""},
     };
     for (const auto& row : rows) {
         const Reference found = Resolve(row.reference, "/redfish/v1/E/1", service, "192.0.2.7");
-        EXPECT_EQ(found.path, row.path) << row.reference;
+        EXPECT_EQ(found.Target(), row.target) << row.reference;
+        EXPECT_EQ(found.path.find('?'), std::string::npos) << row.reference;
         EXPECT_EQ(found.other, row.other) << row.reference;
     }
     const Endpoint six{"2001:db8::7", true, 443, true};

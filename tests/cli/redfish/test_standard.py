@@ -223,6 +223,24 @@ def test_a_data_uri_may_be_absolute(start_bmc, tmp_path):
     assert arrived(ended) == data_of(bmc)
 
 
+QUERY = "id=7&file=/dumps/core.bin&ticket=tear-here"
+
+
+def test_data_at_an_address_with_a_query_is_asked_for_with_it_and_the_query_is_told_nowhere(start_bmc, tmp_path):
+    bmc = start_bmc(scenario(data={"query": QUERY}))
+    log = tmp_path / "log"
+    ended = collect(bmc, tmp_path / "out", "--log-file", str(log))
+    assert ended.code == 0, ended.err
+    assert arrived(ended) == data_of(bmc)
+    assert pathlib.Path(ended.json["path"]).name.endswith("_Dump_1.tar.gz")
+    assert ended.json["remote_path"] == DUMP + "/Entries/1/attachment"
+    fetched = [r for r in bmc.requests() if r["path"].endswith("/attachment")]
+    assert {r["method"] for r in fetched} == {"HEAD", "GET"}
+    assert {r["query"] for r in fetched} == {QUERY}
+    for text in (ended.out, ended.err, log.read_text(encoding="utf-8"), ended.command_line):
+        assert "tear-here" not in text
+
+
 def test_a_wrong_digest_of_the_answer_is_told(start_bmc, tmp_path):
     bmc = start_bmc(scenario(answers={"HEAD */attachment": [
         {"headers": {"Repr-Digest": "sha-256=:" + "A" * 43 + "=:"}}]}))
@@ -261,8 +279,9 @@ def test_an_unfinished_task_is_gone_on_with(start_bmc, tmp_path, state):
     assert len(asked(bmc)) == 1
 
 
-def test_of_a_download_that_was_cut_the_rest_is_fetched(start_bmc, tmp_path, state):
-    bmc = start_bmc(scenario(data={"kind": "bin", "size": 3000000}, download={"ranges": True}, answers={
+@pytest.mark.parametrize("query", ["", QUERY])
+def test_of_a_download_that_was_cut_the_rest_is_fetched(start_bmc, tmp_path, state, query):
+    bmc = start_bmc(scenario(data={"kind": "bin", "size": 3000000, **({"query": query} if query else {})}, download={"ranges": True}, answers={
         "GET */attachment": [{"cut_after": 1000000}]}))
     first = collect(bmc, tmp_path / "out")
     assert first.code == 7 and "kemffdc resume 1" in first.json["reason"], first.err

@@ -75,7 +75,6 @@ TROUBLES = {
         "AdditionalDataURI": None, "Oem": {"Tavrin": {"Dump": "/dumps/7"}}, "Message": "Dump 7 is ready."}),
     "Data of 0 bytes": Trouble(data={"kind": "empty"}),
     "Data on another host": Trouble(entry={"AdditionalDataURI": "https://192.0.2.9/dumps/7"}),
-    "Data at a place with a query": Trouble(entry={"AdditionalDataURI": "/redfish/v1/dump?id=7"}),
     "Data at no place": Trouble(entry={"AdditionalDataURI": "https://[7"}),
     "Data of another size": Trouble(entry={"AdditionalDataSizeBytes": 7}),
     "Data with another hash": Trouble(entry={"Oem": {"Tavrin": {"SHA256": "0" * 64}}}),
