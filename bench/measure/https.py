@@ -55,7 +55,7 @@ def fetch(options, at, name, mebibytes):
 
 def download(options):
     """A large archive over HTTPS, and the tool's whole collect."""
-    size, rounds = (64, 3) if options.quick else (512, 7)
+    size, rounds = (32, 2) if options.quick else (512, 7)
     with serving(options, {"largest": size}) as at:
         target = at.folder / "fetched"
 
@@ -75,7 +75,7 @@ def download(options):
 
 def collect(options):
     """The tool's whole collect, of a file that it cannot look into and of an archive that it reads."""
-    size, rounds = (64, 3) if options.quick else (512, 7)
+    size, rounds = (32, 2) if options.quick else (512, 7)
     work = f"the tool's whole collect of {size} MiB over Redfish"
     with serving(options, {}, ("ffdc.bin", size)) as at:
         ours, hand, at_once = collected(options, at, size, rounds, BY_HAND, BY_HAND_AT_ONCE)

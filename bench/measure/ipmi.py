@@ -17,7 +17,7 @@ def polls(options):
     if not program.exists():
         yield NotMeasured("polls", "polls over IPMI", "built without IPMI")
         return
-    count, rounds = (1000, 6) if options.quick else (5000, 8)  # even: they take turns
+    count, rounds = (1000, 2) if options.quick else (5000, 8)  # even: they take turns
     with tempfile.TemporaryDirectory(prefix="bench-") as name, \
             emulated_bmc(pathlib.Path(name), SCENARIO) as bmc:
         for suite in (3, 17):

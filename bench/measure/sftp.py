@@ -91,7 +91,7 @@ def serving(options, prepare):
 
 def large(options):
     """A large file by SFTP, near and far."""
-    size, rounds = (64, 3) if options.quick else (256, 7)
+    size, rounds = (32, 2) if options.quick else (256, 7)
     with serving(options, lambda served: noise(served / "archive", size * MIB)) as (port, by):
 
         def compared(at, *clients):
