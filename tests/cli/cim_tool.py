@@ -14,6 +14,8 @@ import pytest
 
 import tool
 
+import warm_bmc
+
 STORE_PASSWORD = 'a store\'s "wörd" \\ &<'
 
 
@@ -77,10 +79,9 @@ class Store:
 
     def __init__(self, folder):
         self.folder = folder
-        self.process = subprocess.Popen(
-            [str(tool.ROOT / "emulator" / "sftp-store"), "--user", self.user, str(folder)],
-            stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
-            env={**tool.clean_environment(), "SFTP_STORE_PASSWORD": self.password})
+        self.process = warm_bmc.start(
+            ["--user", self.user, folder], {**tool.clean_environment(), "SFTP_STORE_PASSWORD": self.password},
+            program=warm_bmc.STORE)
         line = self.process.stdout.readline()
         assert line, "the file store did not start"
         self.port = json.loads(line)["port"]

@@ -1,9 +1,9 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Emulated BMCs that start at once: forked off a process that has loaded the emulator already.
+"""Emulated BMCs, fleets of them and file stores that start at once: forked off a process that has loaded the emulator already.
 
 Most of what an emulated BMC costs is Python loading its modules, and tests start hundreds of them. The
 first start() of a test program starts a nursery, which loads emulator/bmc once and forks a process for
-each BMC. That one runs emulated-bmc's own main() with its own arguments, environment, working folder and
+each BMC. That one runs the program's own main() with its own arguments, environment, working folder and
 standard streams, in the caller's process group and network, and ends as the program itself does. What it
 is not is a child of the caller, and its command line in the process list is the nursery's.
 
@@ -28,21 +28,24 @@ import traceback
 
 EMULATOR = pathlib.Path(__file__).resolve().parents[2] / "emulator"
 PROGRAM = EMULATOR / "emulated-bmc"
+FLEET = EMULATOR / "emulated-fleet"
+STORE = EMULATOR / "sftp-store"
+_MODULES = {PROGRAM.name: "bmc.main", FLEET.name: "bmc.fleet", STORE.name: "bmc.store"}
 LONGEST_REQUEST = 1 << 18
 
 
 # ---- in the test program --------------------------------------------------------------------------
 
-def start(arguments, environment, stderr=None):
-    """A BMC with these arguments of emulated-bmc. `stderr`: subprocess.PIPE, or that of the test program."""
+def start(arguments, environment, stderr=None, program=PROGRAM):
+    """The program with these arguments. `stderr`: subprocess.PIPE, or that of the test program."""
     with _Nursery.guard:
         if _Nursery.running is None:
             _Nursery.running = _Nursery()
-        return _Nursery.running.start([str(argument) for argument in arguments], environment, stderr)
+        return _Nursery.running.start(program.name, [str(argument) for argument in arguments], environment, stderr)
 
 
 class Process:
-    """A BMC's process, with those members of subprocess.Popen that tests use. Texts, not bytes."""
+    """The program's process, with those members of subprocess.Popen that tests use. Texts, not bytes."""
 
     def __init__(self, stdin, stdout, stderr, report):
         self.stdin, self.stdout, self.stderr = stdin, stdout, stderr
@@ -58,7 +61,7 @@ class Process:
 
     def wait(self, timeout=None):
         if self.returncode is None and not select.select([self._report], [], [], timeout)[0]:
-            raise subprocess.TimeoutExpired(str(PROGRAM), timeout)
+            raise subprocess.TimeoutExpired("an emulated BMC", timeout)
         return self.poll()
 
     def send_signal(self, number):
@@ -88,10 +91,10 @@ class _Nursery:
         self._control.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, LONGEST_REQUEST)
         atexit.register(self._end)
 
-    def start(self, arguments, environment, stderr):
+    def start(self, program, arguments, environment, stderr):
         stdin, stdout, report = os.pipe(), os.pipe(), os.pipe()
         errors = os.pipe() if stderr == subprocess.PIPE else (None, os.dup(2))
-        request = {"arguments": arguments, "environment": environment, "folder": os.getcwd()}
+        request = {"program": program, "arguments": arguments, "environment": environment, "folder": os.getcwd()}
         theirs = [stdin[0], stdout[1], errors[1], report[1]]
         socket.send_fds(self._control, [json.dumps(request).encode()], theirs)
         for descriptor in theirs:
@@ -109,7 +112,7 @@ class _Nursery:
 def _serve(control):
     """Until the test program closes its end. Its BMCs end by themselves, with their standard input."""
     sys.path.insert(0, str(EMULATOR))
-    for module in ("bmc.main", "bmc.sftp.service"):  # the second one is loaded where it is asked for
+    for module in (*_MODULES.values(), "bmc.sftp.service"):  # the last one is loaded where it is asked for
         importlib.import_module(module)
     gc.freeze()
     woken, wake = os.pipe()
@@ -134,7 +137,7 @@ def _start_one(control, reports):
     *streams, report = descriptors
     pid = os.fork()
     if pid == 0:
-        _be_a_bmc(request, streams)
+        _be_the_program(request, streams)
     os.write(report, f"{pid}\n".encode())
     reports[pid] = report
     for stream in streams:
@@ -155,8 +158,8 @@ def _tell_ends(reports):
         os.close(report)
 
 
-def _be_a_bmc(request, streams):
-    """As /usr/bin/python3 runs the program; does not return."""
+def _be_the_program(request, streams):
+    """As /usr/bin/python3 runs it; does not return."""
     code = 1
     try:
         signal.set_wakeup_fd(-1)
@@ -167,8 +170,8 @@ def _be_a_bmc(request, streams):
         os.chdir(request["folder"])
         os.environ.clear()
         os.environ.update(request["environment"])
-        sys.argv = [str(PROGRAM), *request["arguments"]]
-        code = importlib.import_module("bmc.main").main(sys.argv[1:])
+        sys.argv = [str(EMULATOR / request["program"]), *request["arguments"]]
+        code = importlib.import_module(_MODULES[request["program"]]).main(sys.argv[1:])
     except SystemExit as end:
         code = end.code
     except BaseException:  # whatever it was: this process is no second nursery

@@ -19,8 +19,8 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1]))
 import tool  # noqa: E402
 
 import json_contract  # noqa: E402
+import warm_bmc  # noqa: E402
 
-PROGRAM = tool.ROOT / "emulator" / "emulated-fleet"
 LONG_SECONDS = 120
 
 
@@ -29,9 +29,8 @@ class EmulatedFleet:
 
     def __init__(self, folder, *arguments):
         self.inventory = folder / "rack.csv"
-        self.process = subprocess.Popen(
-            [PROGRAM, "--inventory", self.inventory, *arguments],
-            stdin=subprocess.PIPE, stdout=subprocess.PIPE, env=tool.clean_environment(), text=True)
+        self.process = warm_bmc.start(
+            ["--inventory", self.inventory, *arguments], tool.clean_environment(), program=warm_bmc.FLEET)
         ready = self.process.stdout.readline()
         assert ready, "the emulated fleet did not start"
         ready = json.loads(ready)

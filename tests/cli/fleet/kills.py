@@ -20,6 +20,8 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1]))
 
 import tool  # noqa: E402
 
+import warm_bmc  # noqa: E402
+
 GATHERING = 1.0  # seconds, of a BMC
 SIZE = 400000  # bytes, of an archive
 
@@ -29,10 +31,9 @@ class EmulatedFleet:
 
     def __init__(self, folder, count, *arguments):
         self.inventory = folder / "fleet.csv"
-        self.process = subprocess.Popen(
-            [str(tool.ROOT / "emulator" / "emulated-fleet"), "--count", str(count), "--inventory", str(self.inventory),
-             "--gathering", str(GATHERING), "--archive-size", str(SIZE), *arguments],
-            stdin=subprocess.PIPE, stdout=subprocess.PIPE, env=tool.clean_environment(), text=True)
+        self.process = warm_bmc.start(
+            ["--count", count, "--inventory", self.inventory, "--gathering", GATHERING, "--archive-size", SIZE,
+             *arguments], tool.clean_environment(), program=warm_bmc.FLEET)
         line = self.process.stdout.readline()
         assert line, "the emulated fleet did not start"
         self.ready = json.loads(line)

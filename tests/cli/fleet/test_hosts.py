@@ -14,6 +14,8 @@ from ClusterShell.NodeSet import NodeSet
 
 import tool
 
+import warm_bmc
+
 TABLE = """name,address,via,group,credential,port
 bmc[001-003],10.0.0.[1-3],redfish,rack3,lab,8443
 old7.example,,ipmi,,,
@@ -125,9 +127,8 @@ def test_a_user_s_file_counts_behind_the_inventory(folder):
 @pytest.mark.parametrize("kind", ["csv", "yaml"])
 def test_the_inventory_of_a_fleet_that_others_have_written(folder, kind):
     """That of the emulated fleet: a spreadsheet's own dialect, or groups; accounts beside it."""
-    fleet = subprocess.Popen([tool.ROOT / "emulator" / "emulated-fleet", "--count", "9", "--mix", "redfish=50,cim=50",
-                              "--inventory", folder / f"fleet.{kind}"],
-                             stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+    fleet = warm_bmc.start(["--count", "9", "--mix", "redfish=50,cim=50", "--inventory", folder / f"fleet.{kind}"],
+                           tool.clean_environment(), program=warm_bmc.FLEET)
     try:
         ready = json.loads(fleet.stdout.readline())
         ended = hosts(folder, f"F/fleet.{kind}", "--credentials", ready["credentials"], "--json")
