@@ -8,6 +8,7 @@ the gzip header takes up the last few hundred bytes.
 
 from __future__ import annotations
 
+import functools
 import hashlib
 import json
 import os
@@ -28,6 +29,7 @@ REMOTE_FOLDER = "/download/ffdc/"
 LARGEST = 4 * 1024**3 - 1  # above it a gzip trailer no longer tells the length
 
 _PIECE = 4 * 1024 * 1024
+_LEVEL = 1  # of deflate: a BMC's start waits for it, and nobody for the last third of the size
 _BLOCK = 65535  # the largest stored block of deflate
 _BLOCK_LENGTHS = 4  # bytes: a stored block's length, twice
 _TAR_END = bytes(1024)
@@ -137,26 +139,28 @@ def _members(machine: Machine, kind: str) -> Iterator[tuple[str, bytes]]:
         "SerialNumber": machine.serial,
         "UUID": machine.uuid,
     })
-    events = machine.events if full else machine.recent_events
-    yield "event_log/events.txt", _lines(
-        f"{event.number:5d}  {iso(event.time)}  {event.severity:8s}  {event.text}" for event in events
-    )
+    yield "event_log/events.txt", _lines(machine.event_lines if full else machine.recent_event_lines)
     yield "sensors/readings.json", _json(
         {"TemperaturesCelsius": machine.temperatures, "FansRPM": machine.fans, "PowerWatts": machine.watts}
     )
     yield "inventory/system.json", _json({"Processors": machine.processors, "Memory": machine.memory})
     if not full:
         return
-    yield "event_log/events.json", _json([
-        {"Id": event.number, "Created": iso(event.time), "Severity": event.severity, "Message": event.text}
-        for event in events
-    ])
+    yield "event_log/events.json", _event_objects(machine)
     yield "network/interfaces.txt", _lines(
         [f"eth0  {machine.mac}  up  1000 full", "usb0  02:00:5e:00:53:01  up  host interface"]
     )
     yield "console/host_console.log", _lines(machine.console_lines(600))
     for processor in range(len(machine.processors)):
         yield f"dumps/processor{processor + 1}_registers.txt", _lines(machine.registers(processor, 400))
+
+
+@functools.lru_cache(maxsize=1)  # a BMC makes its archives one after the other
+def _event_objects(machine: Machine) -> bytes:
+    return _json([
+        {"Id": event.number, "Created": iso(event.time), "Severity": event.severity, "Message": event.text}
+        for event in machine.events
+    ])
 
 
 def _json(value: object) -> bytes:
@@ -182,11 +186,10 @@ class _Layout:
     def fit(cls, members: list[tuple[str, bytes]], time: int, size: int | None) -> "_Layout | None":
         """A layout of exactly `size` bytes; None where the members alone are larger."""
         text, deflated, flushes = b"", b"", []
-        packer = zlib.compressobj(9, zlib.DEFLATED, -15)
         for name, data in members:
-            member = _tar_member(name, len(data), time) + _filled(data)
+            member, packed = _packed(name, data, time)
             text += member
-            deflated += packer.compress(member) + packer.flush(zlib.Z_FULL_FLUSH)
+            deflated += packed
             flushes.append(len(deflated) - _BLOCK_LENGTHS)
         layout = cls(text, deflated, flushes, time, 0, 0)
         if size is None or layout.size() == size:
@@ -297,6 +300,14 @@ def _stored(data: bytes, last: bool) -> bytes:
         final = last and start + _BLOCK >= len(data)
         parts += [struct.pack("<BHH", final, len(block), len(block) ^ 0xFFFF), block]
     return b"".join(parts)
+
+
+@functools.lru_cache(maxsize=16)  # archives of one BMC have most members in common
+def _packed(name: str, data: bytes, time: int) -> tuple[bytes, bytes]:
+    """A file in tar, as it is and deflated, with an empty block behind it: what follows knows nothing of it."""
+    packer = zlib.compressobj(_LEVEL, zlib.DEFLATED, -15)
+    member = _tar_member(name, len(data), time) + _filled(data)
+    return member, packer.compress(member) + packer.flush(zlib.Z_FULL_FLUSH)
 
 
 def _tar_member(name: str, size: int, time: int) -> bytes:

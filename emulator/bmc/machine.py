@@ -7,6 +7,7 @@ The Redfish service shows it and the archive contains it, so both tell the same 
 from __future__ import annotations
 
 import datetime
+import functools
 import random
 import re
 import uuid
@@ -73,6 +74,15 @@ class Machine:
     def recent_events(self) -> Sequence[Event]:
         """Those that the logs of the BMC still hold."""
         return self.events[-_KEPT_EVENTS:]
+
+    @functools.cached_property
+    def event_lines(self) -> Sequence[str]:
+        """The events as a file of text shows them."""
+        return [f"{e.number:5d}  {iso(e.time)}  {e.severity:8s}  {e.text}" for e in self.events]
+
+    @property
+    def recent_event_lines(self) -> Sequence[str]:
+        return self.event_lines[-_KEPT_EVENTS:]
 
     def facts(self) -> dict[str, str | None]:
         return {"serial": self.serial, "uuid": self.uuid, "model": self.model, "firmware": self.firmware}
