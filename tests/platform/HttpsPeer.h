@@ -2,6 +2,7 @@
 #ifndef VARNEX_TESTS_PLATFORM_HTTPSPEER_H
 #define VARNEX_TESTS_PLATFORM_HTTPSPEER_H
 
+#include <algorithm>
 #include <boost/property_tree/json_parser.hpp>
 #include <sstream>
 #include <string>
@@ -48,11 +49,14 @@ public:
 
     // The file that all its paths serve.
     static std::string FileContent(std::size_t size) {
-        std::string content(size, '\0');
-        for (std::size_t i = 0; i < size; ++i) {
-            const std::size_t at = i % (1U << 20);
-            content[i] = static_cast<char>((at * 31 + (at >> 8)) & 0xFF);
+        constexpr std::size_t period = 1U << 16;
+        std::string content;
+        content.reserve(size + period);
+        for (std::size_t i = 0; i < std::min(size, period); ++i) {
+            content += static_cast<char>((i * 31 + (i >> 8)) & 0xFF);
         }
+        while (content.size() < size) content.append(content, 0, period);
+        content.resize(size);
         return content;
     }
 

@@ -172,8 +172,9 @@ TEST(HideInLogTest, HoldsForRecordsOfManyMegabytes) {
 
     Log(4, "source", 1).Stream() << filler << " opensesame\n" << filler;
 
-    std::string expected;
-    while (expected.size() < 4 * filler.size()) expected += "\\x01";
+    std::string expected = "\\x01";
+    while (expected.size() < 4 * filler.size()) expected += expected;
+    expected.resize(4 * filler.size());
     const std::string line = Content(folder / "log");
     const std::string text = "source:1 " + expected + " " M "\\x0A" + expected + "\n";
     EXPECT_TRUE(line.size() > text.size() &&

@@ -37,7 +37,7 @@ from cryptography import x509
 from cryptography.hazmat.primitives import hashes, serialization
 from cryptography.hazmat.primitives.asymmetric import ec
 
-BLOCK = bytes(((i * 31 + (i >> 8)) & 0xFF) for i in range(1 << 20))
+BLOCK = 16 * bytes(((i * 31 + (i >> 8)) & 0xFF) for i in range(1 << 16))  # 1 MiB
 
 
 def content(start, size):
