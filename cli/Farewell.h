@@ -8,6 +8,8 @@
 #include <new>
 #include <utility>
 
+#include "cli/terminal/LockSoon.h"
+
 namespace Kemffdc {
 
 // What a channel has to put in order on the BMC before the process ends, also where the run itself
@@ -24,7 +26,7 @@ public:
 
     // Says what is owed. Whoever comes while another thread is at it waits at most `limit` for it.
     void Pay(std::chrono::seconds limit) {
-        const std::unique_lock<std::timed_mutex> alone(m_saying, limit);
+        const std::unique_lock<std::mutex> alone = LockSoon(m_saying, limit);
         if (!alone.owns_lock()) return;
         Say say;
         {
@@ -39,7 +41,7 @@ public:
     }
 
 private:
-    std::timed_mutex m_saying;
+    std::mutex m_saying;
     std::mutex m_lock;
     Say m_say;
 };
