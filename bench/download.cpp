@@ -6,23 +6,10 @@
 
 #include <cstdint>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
 #include <string>
 
-namespace {
-
-// Of this program alone. What getrusage(2) tells includes the program that started it.
-std::string PeakKibibytes() {
-    std::ifstream status("/proc/self/status");
-    std::string word;
-    while (status >> word) {
-        if (word == "VmHWM:" && status >> word) return word;
-    }
-    return "0";
-}
-
-}  // namespace
+#include "bench/PeakMemory.h"
 
 int main(int argc, char** argv) {
     if (argc != 6) return 2;

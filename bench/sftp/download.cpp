@@ -6,28 +6,18 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
 #include <list>
 #include <string>
 #include <system_error>
 
 #include "Uri.h"
+#include "bench/PeakMemory.h"
 #include "file_client.h"
 
 namespace {
 
 using NoOption = curlcpp::option_traits<void*, static_cast<CURLoption>(0)>;
-
-// Of this program alone. What getrusage(2) tells includes the program that started it.
-std::string PeakKibibytes() {
-    std::ifstream status("/proc/self/status");
-    std::string word;
-    while (status >> word) {
-        if (word == "VmHWM:" && status >> word) return word;
-    }
-    return "0";
-}
 
 std::error_code FetchFolder(Uri folder, const std::string& target) {
     std::list<std::string> names;
