@@ -98,11 +98,7 @@ class Store:
 
     def stop(self):
         self.process.stdin.close()
-        try:
-            self.process.wait(10)
-        except subprocess.TimeoutExpired:
-            self.process.kill()
-            self.process.wait()
+        tool.await_end(self.process)
         self.process.stdout.close()
 
 
@@ -131,8 +127,4 @@ def tftp_store(folder):
         yield port
     finally:
         process.terminate()
-        try:
-            process.wait(10)
-        except subprocess.TimeoutExpired:
-            process.kill()
-            process.wait()
+        tool.await_end(process)

@@ -5,9 +5,11 @@ The table says what comes out; the scenarios here say only how the fault is made
 """
 
 import contextlib
+import dataclasses
 import re
 import socket
 import threading
+from typing import Callable
 
 import pytest
 
@@ -28,22 +30,21 @@ TWO_SECONDS = {"VARNEX_REST_ACTION_TIMEOUT": "2"}
 LONG_PASSWORD = ('quote " apostrophe \' backslash \\ amp & less < newline \n tab \t percent % Grüße ' * 20)[:1000]
 
 
+@dataclasses.dataclass
 class Trouble:
     """A fault: a scenario of the emulated BMC, or a server of its own, and how the tool is run."""
 
-    def __init__(self, cim=None, plain=False, arguments=(), environment=None, server=None, uri=None,
-                 password=None, store_password=None, bmc_password=None, port=None, seconds=20.0):
-        self.cim = cim or {}
-        self.plain = plain
-        self.arguments = list(arguments)
-        self.environment = environment or {}
-        self.server = server
-        self.uri = uri
-        self.password = password
-        self.store_password = store_password
-        self.bmc_password = bmc_password
-        self.port = port
-        self.seconds = seconds
+    cim: dict = dataclasses.field(default_factory=dict)
+    plain: bool = False
+    arguments: list = dataclasses.field(default_factory=list)
+    environment: dict = dataclasses.field(default_factory=dict)
+    server: Callable = None
+    uri: str = None
+    password: str = None
+    store_password: str = None
+    bmc_password: str = None
+    port: str = None  # "redfish", or one of the emulated BMC's for CIM
+    seconds: float = 20.0
 
 
 def always(key, **answer):

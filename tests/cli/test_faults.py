@@ -5,9 +5,11 @@ The table says what comes out; the scenarios here say only how the fault is made
 """
 
 import contextlib
+import dataclasses
 import pathlib
 import re
 import ssl
+from typing import Callable
 
 import pytest
 
@@ -53,18 +55,17 @@ def archive_path(path):
     return answers(export={"path": path})
 
 
+@dataclasses.dataclass
 class Trouble:
     """A fault: a scenario of the emulated BMC, or a server of its own, and how the tool is run."""
 
-    def __init__(self, scenario=None, arguments=(), environment=None, bmc_arguments=(), server=None,
-                 folder=None, seconds=20.0):
-        self.scenario = scenario
-        self.arguments = list(arguments)
-        self.environment = environment or {}
-        self.bmc_arguments = bmc_arguments
-        self.server = server
-        self.folder = folder
-        self.seconds = seconds
+    scenario: dict = None
+    arguments: list = dataclasses.field(default_factory=list)
+    environment: dict = dataclasses.field(default_factory=dict)
+    bmc_arguments: list = dataclasses.field(default_factory=list)
+    server: Callable = None
+    folder: str = None
+    seconds: float = 20.0
 
 
 def odd(respond=None, prepare=None, trusted=None):

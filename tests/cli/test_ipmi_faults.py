@@ -7,6 +7,7 @@ BMC of its own.
 """
 
 import concurrent.futures
+import dataclasses
 import pathlib
 import re
 
@@ -28,26 +29,24 @@ CODES = {"C1": 0xC1, "D4": 0xD4, "FF": 0xFF}
 CUT = {"cut_after": 1000, "repeat": True}
 
 
+@dataclasses.dataclass
 class Trouble:
     """A fault: the BMC, and how the tool is run against it."""
 
-    def __init__(self, bmc=None, arguments=(), environment=None, host=None, port=None, user=None,
-                 password=None, mode=2, kcs=False, output=None, folder=None, known_key=False, named=False,
-                 seconds=30.0):
-        self.bmc = bmc or scenario()
-        self.arguments = [*arguments, *(["--mode", str(mode)] if mode != 2 else [])]
-        self.environment = environment or {}
-        self.host = host
-        self.port = port
-        self.user = user
-        self.password = password
-        self.mode = mode
-        self.kcs = kcs
-        self.output = output
-        self.folder = folder
-        self.known_key = known_key
-        self.named = named  # in band: HOST is given
-        self.seconds = seconds
+    bmc: dict = dataclasses.field(default_factory=scenario)
+    arguments: list = dataclasses.field(default_factory=list)
+    environment: dict = dataclasses.field(default_factory=dict)
+    host: str = None
+    port: int = None
+    user: str = None
+    password: str = None
+    mode: int = None
+    kcs: bool = False
+    output: str = None
+    folder: str = None
+    known_key: bool = False
+    named: bool = False  # in band: HOST is given
+    seconds: float = 30.0
 
 
 def ipmi(**members):
@@ -181,15 +180,15 @@ def test_every_row_has_a_scenario_and_every_scenario_a_row():
     assert sorted(ROWS) == sorted(SCENARIOS)
 
 
+@dataclasses.dataclass
 class Played:
     """A row that was played: how the tool ended, and what is left."""
 
-    def __init__(self, ended, place, log, left, secrets):
-        self.ended = ended
-        self.place = place
-        self.log = log
-        self.left = left
-        self.secrets = secrets
+    ended: tool.Ended
+    place: tuple  # host and port
+    log: str
+    left: list
+    secrets: set
 
 
 def play(what, folder):
@@ -219,7 +218,7 @@ def play(what, folder):
             prefix += ["env", f"LD_PRELOAD={environment.pop('LD_PRELOAD')}"]
         ended = tool.run(
             ["collect", *way, "--output", str(output), "--json", "--log-file", str(folder / "log"),
-             *trouble.arguments],
+             *trouble.arguments, *(["--mode", str(trouble.mode)] if trouble.mode else [])],
             password=None if trouble.kcs else password, seconds=trouble.seconds,
             prefix=prefix, environment=environment)
         log = folder / "log"

@@ -37,6 +37,15 @@ SESSIONS = "POST /redfish/v1/SessionService/Sessions"
 _FOREIGN = ("REQUESTS_CA_BUNDLE", "CURL_CA_BUNDLE", "SSL_CERT_FILE", "SSL_CERT_DIR")
 
 
+def await_end(process, seconds=10):
+    """Of a process that was told to end; one that does not is killed."""
+    try:
+        process.wait(seconds)
+    except subprocess.TimeoutExpired:
+        process.kill()
+        process.wait()
+
+
 def clean_environment():
     """This process's environment without what would send requests elsewhere, or configure the tool."""
     return {
@@ -123,11 +132,7 @@ class Bmc:
 
     def stop(self):
         self.process.stdin.close()
-        try:
-            self.process.wait(10)
-        except subprocess.TimeoutExpired:
-            self.process.kill()
-            self.process.wait()
+        await_end(self.process)
         self.process.stdout.close()
         shutil.rmtree(self.folder, ignore_errors=True)
 

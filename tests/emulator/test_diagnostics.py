@@ -64,6 +64,16 @@ def test_the_monitor_ends_with_the_operations_own_answer(start):
         assert packed.getnames() == ["dump/core.bin"]
 
 
+def test_an_address_with_a_query_leads_nowhere_without_it(start):
+    bmc = start(diagnostics(answer="entry", data={"query": "id=7&part=1"}))
+    entry = bmc.post(COLLECT, WANTED).json()
+    address = entry["AdditionalDataURI"]
+    assert address == entry["@odata.id"] + "/attachment?id=7&part=1"
+    assert data_of(bmc, entry["@odata.id"]).status == 200
+    for other in ("", "?", "?id=7", "?id=7&part=2"):
+        assert bmc.get(address.partition("?")[0] + other).status == 404
+
+
 @pytest.mark.parametrize("named_by, find", [
     ("created-resources", lambda task: task["Links"]["CreatedResources"][0]["@odata.id"]),
     ("header", lambda task: task["Payload"]["HttpHeaders"][1].partition(": ")[2]),

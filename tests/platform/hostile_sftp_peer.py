@@ -9,15 +9,14 @@ its standard input closes. Appends a JSON line for each read to READS.
 import argparse
 import asyncio
 import json
-import os
 import struct
-import sys
-import threading
 import warnings
 
 warnings.simplefilter('ignore')  # about ciphers that nobody here uses
 
 import asyncssh  # noqa: E402
+
+from peer_life import end_with_input  # noqa: E402
 
 SIZE = 300000
 CONTENT = (bytes(range(97, 123)) * (SIZE // 26 + 1))[:SIZE]
@@ -201,17 +200,12 @@ async def serve(options):
     await asyncio.Event().wait()
 
 
-def end_with_input():
-    sys.stdin.read()
-    os._exit(0)
-
-
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument('--reads', required=True)
     parser.add_argument('--greeting', default='right')
     options = parser.parse_args()
-    threading.Thread(target=end_with_input, daemon=True).start()
+    end_with_input()
     asyncio.run(serve(options))
 
 

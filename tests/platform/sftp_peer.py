@@ -21,13 +21,13 @@ import argparse
 import asyncio
 import json
 import os
-import sys
-import threading
 import warnings
 
 warnings.simplefilter('ignore')  # about ciphers that nobody here uses
 
 import asyncssh  # noqa: E402
+
+from peer_life import end_with_input  # noqa: E402
 
 
 class Files(asyncssh.SFTPServer):
@@ -125,11 +125,6 @@ async def serve(options):
     await asyncio.Event().wait()
 
 
-def end_with_input():
-    sys.stdin.read()
-    os._exit(0)
-
-
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument('--root', required=True)
@@ -144,7 +139,7 @@ def main():
     parser.add_argument('--names', help='file of the names in /hostile/')
     options = parser.parse_args()
     Files.options = Login.options = options
-    threading.Thread(target=end_with_input, daemon=True).start()
+    end_with_input()
     asyncio.run(serve(options))
 
 

@@ -9,11 +9,10 @@ standard input closes.
 import argparse
 import asyncio
 import json
-import os
 import ssl
 import subprocess
-import sys
-import threading
+
+from peer_life import end_with_input
 
 
 async def carry(reader, writer):
@@ -51,10 +50,5 @@ async def main():
     await asyncio.Event().wait()
 
 
-def end_with_input():
-    sys.stdin.read()
-    os._exit(0)
-
-
-threading.Thread(target=end_with_input, daemon=True).start()
+end_with_input()
 asyncio.run(main())

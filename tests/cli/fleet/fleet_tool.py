@@ -56,11 +56,7 @@ class EmulatedFleet:
 
     def stop(self):
         self.process.stdin.close()
-        try:
-            self.process.wait(20)
-        except subprocess.TimeoutExpired:
-            self.process.kill()
-            self.process.wait()
+        tool.await_end(self.process, 20)
         self.process.stdout.close()
 
 

@@ -2,15 +2,14 @@
 #include "cli/history/FleetJournal.h"
 
 #include <gmock/gmock.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "LogSink.h"
+#include "cli/history/Processes.h"
 #include "support/TempFolder.h"
 
 namespace {
@@ -69,25 +68,6 @@ RunRow Attempt(Id fleet, int number) {
 auto StateLine(int number, HostState state, const std::string& detail = "") {
     return AllOf(Field(&FleetStateRow::number, number), Field(&FleetStateRow::state, state),
                  Field(&FleetStateRow::detail, detail));
-}
-
-// Runs `work` in a process of its own.
-pid_t Process(const std::function<void()>& work) {
-    const pid_t process = fork();
-    if (process != 0) return process;
-    try {
-        work();
-    } catch (const std::exception& failure) {
-        (void)std::fprintf(stderr, "%s\n", failure.what());
-        _exit(1);
-    }
-    _exit(0);
-}
-
-int Ended(pid_t process) {
-    int status = -1;
-    waitpid(process, &status, 0);
-    return status;
 }
 
 class FleetJournalTest : public testing::Test {
@@ -231,6 +211,7 @@ TEST_F(FleetJournalTest, AKilledConductorLivesNoMore) {
         journal.BeginFleet(Collect(), {HostNamed("a")});
         (void)!write(ready[1], "+", 1);
         while (true) pause();
+        return true;
     });
     char word = 0;
     ASSERT_EQ(read(ready[0], &word, 1), 1);
@@ -263,6 +244,7 @@ TEST_F(FleetJournalTest, ManyWorkersWriteAtTheSameTime) {
                 own.SetState(fleet, number, state);
             }
             own.EndHost(fleet, number, HostState::kDone, 0, "downloaded", "");
+            return true;
         }));
     }
     close(start[0]);

@@ -3,7 +3,6 @@
 
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <gmock/gmock.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -16,6 +15,7 @@
 #include <vector>
 
 #include "LogSink.h"
+#include "cli/history/Processes.h"
 #include "cli/history/Schema.h"
 #include "support/DiskFaults.h"
 #include "support/TempFolder.h"
@@ -53,27 +53,6 @@ std::string Error(const std::function<void()>& work) {
         return error.what();
     }
     return "no error";
-}
-
-// Runs `work` in a process of its own.
-pid_t Process(const std::function<bool()>& work) {
-    const pid_t process = fork();
-    if (process == 0) {
-        bool well = false;
-        try {
-            well = work();
-        } catch (const std::exception& failure) {
-            (void)std::fprintf(stderr, "%s\n", failure.what());
-        }
-        _exit(well ? 0 : 1);
-    }
-    return process;
-}
-
-int Ended(pid_t process) {
-    int status = -1;
-    waitpid(process, &status, 0);
-    return status;
 }
 
 class StoreTest : public testing::Test {
