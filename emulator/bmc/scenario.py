@@ -19,6 +19,9 @@ SectionReader = Callable[["Checker", Any], Any]
 
 ROLES = ("Administrator", "Operator", "ReadOnly")
 
+_LOADER = getattr(yaml, "CSafeLoader", yaml.SafeLoader)  # some scenarios hold megabytes
+_DEEPEST = 100
+
 
 class ScenarioError(Exception):
     """A scenario that cannot be used; the text is the whole explanation."""
@@ -148,14 +151,30 @@ def parse(file: Path) -> tuple[Any, dict[MemberPath, int]]:
         raise ScenarioError(f"{file}: cannot be read: {getattr(error, 'strerror', error)}") from error
     lines: dict[MemberPath, int] = {}
     try:
-        node = yaml.compose(text, Loader=yaml.SafeLoader)
-        _note_lines(node, (), lines, file)
-        return yaml.safe_load(text), lines
+        _check_depth(text)
+        loader = _LOADER(text)
+        try:
+            node = loader.get_single_node()
+            _note_lines(node, (), lines, file)
+            return None if node is None else loader.construct_document(node), lines
+        finally:
+            loader.dispose()
     except yaml.MarkedYAMLError as error:
-        line = error.problem_mark.line + 1 if error.problem_mark else 1
+        last = max(1, len(text.splitlines()))  # the end that a parser did not expect may lie behind it
+        line = min(error.problem_mark.line + 1, last) if error.problem_mark else 1
         raise ScenarioError(f"{file}:{line}: not YAML: {error.problem}") from error
     except (yaml.YAMLError, RecursionError, ValueError) as error:
         raise ScenarioError(f"{file}: not YAML: {' '.join(str(error).split())}") from error
+
+
+def _check_depth(text: str) -> None:
+    """libyaml's own parser takes any depth, what makes nodes of it would run out of stack."""
+    depth = 0
+    for event in yaml.parse(text, Loader=_LOADER):
+        depth += isinstance(event, yaml.CollectionStartEvent)
+        depth -= isinstance(event, yaml.CollectionEndEvent)
+        if depth > _DEEPEST:
+            raise ValueError(f"more than {_DEEPEST} levels")
 
 
 def _note_lines(node: Any, path: MemberPath, lines: dict[MemberPath, int], file: Path) -> None:

@@ -29,6 +29,8 @@ TOOL = os.environ.get("KEMFFDC", "")
 # Instrumented builds are slower; bounds of time stretch, nothing else.
 SLOWNESS = float(os.environ.get("KEMFFDC_SLOWNESS", "1"))
 
+DUMPER = getattr(yaml, "CSafeDumper", yaml.SafeDumper)  # for the scenarios that hold megabytes
+
 SERVICE_ROOT = "GET /redfish/v1/"
 EXPORT = "POST */TavrinServiceData.ExportFFDCData"
 TASK = "GET */Tasks/1"
@@ -91,7 +93,7 @@ class Bmc:
         (self.folder / "state").mkdir()
         if scenario is not None:
             file = self.folder / "scenario.yaml"
-            file.write_text(yaml.safe_dump(scenario, allow_unicode=True), encoding="utf-8")
+            file.write_text(yaml.dump(scenario, Dumper=DUMPER, allow_unicode=True), encoding="utf-8")
             words += ["--scenario", file]
         self.process = warm_bmc.start([*words, *arguments], clean_environment())
         line = self.process.stdout.readline()

@@ -329,6 +329,7 @@ def test_an_archive_size_that_cannot_be_met_ends_the_start_with_one_line(start: 
     ("role: Boss", ":1: role: unknown value 'Boss'; allowed: Administrator, Operator, ReadOnly"),
     ("- a", ":1: must be a mapping, not a list"),
     ("redfish: [", ":1: not YAML: "),
+    ("redfish: " + 100000 * "[", ": not YAML: more than 100 levels"),
     ("user: a\nuser: b", ":2: user: given twice"),
     ("user: \"\x01\"", ": not YAML: "),
     ("redfish:\n  version: 1.5", ":2: redfish.version: must be text, not the float 1.5 (put it in quotes)"),
