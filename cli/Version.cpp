@@ -43,7 +43,7 @@ std::string Libraries() {
     for (const Varnex::LoadedLibrary& library : Varnex::LoadedLibraries()) {
         libraries.push_back(library.name + " " + library.version);
     }
-    libraries.push_back(archive_version_string());
+    libraries.emplace_back(archive_version_string());
     libraries.push_back(std::string("SQLite ") + SQLite::getLibVersion());
     libraries.push_back("Boost " + VersionOfBoost());
     return Joined(libraries);

@@ -37,14 +37,14 @@ public:
     Outcome Run(Work work) {
         m_run.Begin("search");
         const std::vector<Candidate> candidates = FindCandidates(m_run.options);
-        const Outcome interrupted = m_run.End(0, {});
+        Outcome interrupted = m_run.End(0, {});
         if (!interrupted.Ok()) return interrupted;
         for (const Candidate& candidate : candidates) {
             if (!candidate.outcome.Ok()) {
                 Note(candidate, candidate.outcome, candidate.seconds);
                 continue;
             }
-            const Outcome outcome = Try(candidate, work);
+            Outcome outcome = Try(candidate, work);
             if (!IsWorthAnother(outcome, m_run)) return outcome;
         }
         return Nothing();
@@ -61,7 +61,7 @@ private:
                        m_run.progress,    m_run.report,   m_run.folder,   m_run.interrupt,
                        m_run.limits,      m_run.arrivals, m_run.recorder, m_run.bmcGathers,
                        m_run.farewell,    m_run.turns};
-        const Outcome outcome = (candidate.channel->*work)(chosen);
+        Outcome outcome = (candidate.channel->*work)(chosen);
         Note(candidate, outcome, std::chrono::duration<double>(Clock::now() - begin).count(),
              m_run.report.Now().operation);
         return outcome;

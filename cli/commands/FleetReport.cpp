@@ -85,7 +85,7 @@ Outcome ReadRun(const Options& options, Results& results) {
     if (!History::Store::Exists(folder)) return Failure(kLocalFile, "No fleet run is known.");
     const History::FleetJournal journal(folder);
     History::FleetRunRow run;
-    const Outcome found = FindFleetRun(options, journal, run);
+    Outcome found = FindFleetRun(options, journal, run);
     if (found.Ok()) results = Fleet::ReadResults(journal, run);
     return found;
 }
@@ -96,8 +96,7 @@ Outcome ReadAll(const Options& options, Results& results) {
         Options one = options;
         one.subject = run;
         Results read;
-        const Outcome outcome =
-            RunNumber(run) > 0 ? ReadRun(one, read) : Fleet::ReadReport(run, read);
+        Outcome outcome = RunNumber(run) > 0 ? ReadRun(one, read) : Fleet::ReadReport(run, read);
         if (!outcome.Ok()) return outcome;
         all.push_back(std::move(read));
     }

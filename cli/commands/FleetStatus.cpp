@@ -88,7 +88,7 @@ Outcome Tell(const Options& options, std::ostream& out, std::ostream& err, int& 
     const History::FleetJournal journal(store);
     const Source source{store, journal};
     History::FleetRunRow run;
-    const Outcome found = FindFleetRun(options, journal, run);
+    Outcome found = FindFleetRun(options, journal, run);
     if (!found.Ok()) return found;
     if (Part<FleetStatusOptions>(options).watch) {
         code = Watch(options, source, run, out, err);

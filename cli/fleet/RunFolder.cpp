@@ -33,7 +33,7 @@ Outcome RunFolder::Make(const std::string& output) {
     std::error_code ignored;
     const std::string parent =
         std::filesystem::absolute(output, ignored).lexically_normal().string();
-    const Outcome made = MakeIfMissing(parent);
+    Outcome made = MakeIfMissing(parent);
     if (!made.Ok()) return made;
     const std::string name =
         (std::filesystem::path(parent) / ("fleet_" + UtcForNames(std::time(nullptr)))).string();

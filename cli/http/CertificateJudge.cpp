@@ -56,7 +56,7 @@ std::string CertificateJudge::JudgeByFingerprint(std::uint16_t port, const Certi
 
 std::string CertificateJudge::JudgeByFirstUse(std::uint16_t port, const Certificate& shown) {
     Place& place = m_places[port];
-    const std::string unreadable = Read(port, place);
+    std::string unreadable = Read(port, place);
     if (!unreadable.empty()) return unreadable;
     if (place.known.empty()) Remember(port, shown, place);
     if (Holds(place.known, shown.sha256)) {

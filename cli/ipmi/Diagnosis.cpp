@@ -258,7 +258,7 @@ Outcome LocalTrouble(const Ending& run) {
 }
 
 Outcome Fetched(const Ending& run) {
-    const Outcome fetch = DiagnoseFetch(run.events, run.options);
+    Outcome fetch = DiagnoseFetch(run.events, run.options);
     if (!fetch.Ok() || !run.events.seen.Has(EventKind::kFailed)) return fetch;
     return Failure(kDownloadFailed, "The run ended with the library's code " +
                                         std::to_string(run.code) + ", for a reason not known.");

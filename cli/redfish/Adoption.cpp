@@ -143,7 +143,7 @@ std::optional<std::time_t> ReadHttpTime(const std::string& text) {
 
 FoundTask FindTask(Transport& transport, const Login& login, const Intent& intent) {
     for (;;) {
-        const FoundTask found = LookOnce(transport, login, intent);
+        FoundTask found = LookOnce(transport, login, intent);
         const bool late = std::time(nullptr) >= intent.at + kLatest;
         if (!found.answered || !found.uri.empty() || late) return found;
         Clock::SleepFor(kPause);

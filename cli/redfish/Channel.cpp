@@ -21,7 +21,7 @@ OptionGroups Groups() {
 
 // What is said of the standard's action asks for it.
 void ImplyOperation(Options& options) {
-    ChannelOptions& own = options.own.Of<ChannelOptions>();
+    auto& own = options.own.Of<ChannelOptions>();
     const bool standard = !own.diagnosticType.empty() || !own.oemType.empty() ||
                           !own.logService.empty() || own.allTypes;
     if (standard && own.operation == Operation::kAuto) own.operation = Operation::kStandard;
@@ -42,7 +42,7 @@ std::string CheckStandard(const Options& options) {
 
 // A file says it for all BMCs, and this one is asked for another operation.
 void ForgetStandard(Options& options) {
-    ChannelOptions& own = options.own.Of<ChannelOptions>();
+    auto& own = options.own.Of<ChannelOptions>();
     if (own.operation != Operation::kOem && own.operation != Operation::kTree) return;
     own.diagnosticType.clear();
     own.oemType.clear();

@@ -224,8 +224,8 @@ private:
     std::optional<Task> LookAtTask() {
         Transport transport(EndpointOf(m_run.options), m_run.trust, kRedfishService,
                             std::min(RequestSeconds(), kLookSeconds));
-        const auto task = AskForTask(
-            transport, BasicLogin(m_run.options.user, m_run.password.Reveal()), m_taskUri);
+        auto task = AskForTask(transport, BasicLogin(m_run.options.user, m_run.password.Reveal()),
+                               m_taskUri);
         if (task) m_run.report.SetTask(*task);
         return task;
     }
@@ -266,7 +266,7 @@ Outcome Collect(Context& run) {
     Preflight found;
     {
         BmcRun redfish(run);
-        const Outcome outcome = redfish.Find();
+        Outcome outcome = redfish.Find();
         if (!outcome.Ok()) return outcome;
         found = redfish.Found();
         if (found.chosen.operation == Operation::kOem) return CollectOem(redfish, run);

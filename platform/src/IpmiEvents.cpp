@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "IpmiEvents.h"
 
+#include "Lasting.h"
 #include "Listeners.h"
 #include "ipmi_watchers.h"
 
@@ -74,8 +75,8 @@ Listeners<IpmiWatcher>& Watchers() {
 }  // namespace
 
 const std::error_category& Varnex::IpmiCategory() noexcept {
-    static const Category& category = *new Category;  // outlives every code
-    return category;
+    static const Lasting<Category> lasting;  // a code holds a pointer to it
+    return lasting.value;
 }
 
 void Varnex::AddIpmiWatcher(IpmiWatcher* watcher) { Watchers().Add(watcher); }

@@ -248,7 +248,7 @@ void SshSession::WaitForBytes(SftpPatience& patience) const {
 // libssh's "again", in whatever call, is the same number for all.
 template <class Call>
 int SshSession::Repeat(Call call, SftpPatience& patience) {
-    static_assert(static_cast<int>(SSH_AUTH_AGAIN) != static_cast<int>(SSH_AGAIN), "");
+    static_assert(static_cast<int>(SSH_AUTH_AGAIN) != static_cast<int>(SSH_AGAIN));
     while (true) {
         const int result = call();
         if (result != SSH_AGAIN && result != SSH_AUTH_AGAIN) return result;

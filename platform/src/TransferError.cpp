@@ -3,6 +3,7 @@
 
 #include <curl/curl.h>
 
+#include "Lasting.h"
 #include "masking.h"
 
 namespace {
@@ -119,18 +120,10 @@ public:
     }
 };
 
-// Is never destroyed: the categories outlive every code.
-template <typename T>
-union Lasting {
-    Lasting() : value() {}
-    ~Lasting() {}  // NOLINT(modernize-use-equals-default): that one would be deleted
-    T value;
-};
-
 }  // namespace
 
 const std::error_category& Varnex::TransferCategory() noexcept {
-    static const Lasting<Category> lasting;
+    static const Lasting<Category> lasting;  // a code holds a pointer to it
     return lasting.value;
 }
 
