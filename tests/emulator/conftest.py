@@ -141,6 +141,11 @@ class Bmc:
             raise
 
 
+def outcome(*arguments: str, program: Path = PROGRAM) -> subprocess.CompletedProcess:
+    """Of a program that does not come to serve."""
+    return warm_bmc.run(arguments, clean_environment(), program)
+
+
 def first_line(process: subprocess.Popen | warm_bmc.Process) -> str:
     """The ready line, or a failure that says what the program complained about."""
     assert process.stdout and process.stderr
@@ -194,8 +199,16 @@ class Starter:
 
 
 @pytest.fixture
-def start(tmp_path: Path, request: pytest.FixtureRequest) -> Iterator[Starter]:
-    starter = Starter(tmp_path, getattr(request.module, "BY_PROGRAM", False))
+def start(tmp_path: Path) -> Iterator[Starter]:
+    starter = Starter(tmp_path)
+    yield starter
+    starter.stop_all()
+
+
+@pytest.fixture
+def start_program(tmp_path: Path) -> Iterator[Starter]:
+    """For what forking a process that has loaded the program could change."""
+    starter = Starter(tmp_path, by_program=True)
     yield starter
     starter.stop_all()
 

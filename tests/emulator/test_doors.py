@@ -4,11 +4,10 @@
 from __future__ import annotations
 
 import socket
-import subprocess
 
 import pytest
 
-from conftest import PROGRAM, ROOT, Bmc, Starter
+from conftest import ROOT, Bmc, Starter, outcome
 
 
 def ports(bmc: Bmc) -> dict[str, int]:
@@ -90,8 +89,7 @@ def test_closed_ports_stay_taken(start: Starter) -> None:
 
 def test_an_unknown_service_is_an_error(start: Starter) -> None:
     file = start.scenario_file("closed: [redfsh]\n")
-    done = subprocess.run([str(PROGRAM), "--scenario", str(file)], stdin=subprocess.DEVNULL,
-                          capture_output=True, text=True, timeout=20)
+    done = outcome("--scenario", str(file))
 
     assert done.returncode == 2
     assert done.stderr == (f"emulated-bmc: {file}:1: closed[0]: unknown value 'redfsh'; "

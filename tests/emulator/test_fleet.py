@@ -16,9 +16,9 @@ from typing import Any, Callable, Iterator
 import pytest
 import yaml
 
-from conftest import EMULATOR, START_SECONDS
+import warm_bmc
+from conftest import EMULATOR, START_SECONDS, clean_environment, outcome
 
-PROGRAM = EMULATOR / "emulated-fleet"
 Start = Callable[..., dict[str, Any]]
 
 
@@ -27,8 +27,7 @@ def fleet_fixture() -> Iterator[Start]:
     processes = []
 
     def start(*arguments: str) -> dict[str, Any]:
-        process = subprocess.Popen(
-            [PROGRAM, *arguments], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        process = warm_bmc.start(arguments, clean_environment(), program=warm_bmc.FLEET)
         processes.append(process)
         assert select.select([process.stdout], [], [], START_SECONDS)[0], "not ready in time"
         return json.loads(process.stdout.readline())
@@ -41,9 +40,7 @@ def fleet_fixture() -> Iterator[Start]:
 
 
 def refusal(*arguments: str) -> tuple[int, str]:
-    result = subprocess.run(
-        [PROGRAM, *arguments], stdin=subprocess.DEVNULL, capture_output=True, text=True,
-        timeout=START_SECONDS, check=False)
+    result = outcome(*arguments, program=warm_bmc.FLEET)
     assert result.stdout == ""
     return result.returncode, result.stderr
 
@@ -184,7 +181,7 @@ def test_ports_are_the_usual_ones_if_asked_for(tmp_path: Path) -> None:
         "fleet.stdin.close()\n"
         "print(sorted((b['kind'], b['port']) for b in told['bmcs']), fleet.wait())\n")
     result = subprocess.run(
-        [EMULATOR.parent / "tools/private-net", "/usr/bin/python3", "-c", script, PROGRAM],
+        [EMULATOR.parent / "tools/private-net", "/usr/bin/python3", "-c", script, warm_bmc.FLEET],
         capture_output=True, text=True, timeout=60, check=False, cwd=tmp_path)
     if result.returncode == 77:
         pytest.skip("no network of one's own")

@@ -16,9 +16,7 @@ import pytest
 from cryptography import x509
 from cryptography.hazmat.primitives.asymmetric import ec
 
-from conftest import EXPORT, FULL_EXPORT, PROGRAM, ROOT, Bmc, Starter, clean_environment
-
-BY_PROGRAM = True  # its own start and end are what is tested here
+from conftest import EXPORT, FULL_EXPORT, PROGRAM, ROOT, Bmc, Starter, clean_environment, outcome
 
 
 def test_the_ready_line_tells_everything(bmc: Bmc) -> None:
@@ -98,10 +96,9 @@ def test_a_certificate_of_ones_own_is_shown(start: Starter, tmp_path: Path) -> N
     assert shown_by(bmc, bmc.ready["cim"]["https_port"]) == other.ready["redfish"]["sha256"]
 
 
-def test_a_file_without_a_key_is_no_certificate(start: Starter, bmc: Bmc) -> None:
+def test_a_file_without_a_key_is_no_certificate(bmc: Bmc) -> None:
     file = bmc.ready["redfish"]["certificate"]
-    done = subprocess.run([str(PROGRAM), "--certificate", file], stdin=subprocess.PIPE,
-                          capture_output=True, text=True, timeout=20)
+    done = outcome("--certificate", file)
 
     assert done.returncode == 2 and len(done.stderr.splitlines()) == 1
     assert done.stderr.startswith(f"emulated-bmc: {file}: no certificate with its key in PEM: ")
@@ -137,10 +134,7 @@ def test_it_takes_the_port_that_it_is_told(start: Starter) -> None:
 
 
 def test_a_port_that_is_taken_is_said(bmc: Bmc) -> None:
-    done = subprocess.run(
-        [str(PROGRAM), "--redfish-port", str(bmc.port)], stdin=subprocess.PIPE,
-        capture_output=True, text=True, timeout=20,
-    )
+    done = outcome("--redfish-port", str(bmc.port))
 
     assert done.returncode == 1 and done.stdout == ""
     assert len(done.stderr.splitlines()) == 1 and "already in use" in done.stderr
@@ -156,25 +150,28 @@ def test_plain_http_on_the_port(start: Starter) -> None:
     assert bmc.get(ROOT).status == 200
 
 
+SOON = 5  # seconds, on a busy machine; what it must not wait for takes a minute or for ever
+
+
 def wait_for_end(bmc: Bmc) -> float:
     began = time.monotonic()
     assert bmc.process.wait(timeout=10) == 0
     return time.monotonic() - began
 
 
-def test_it_ends_when_its_input_closes(start: Starter) -> None:
-    bmc = start()
+def test_it_ends_when_its_input_closes(start_program: Starter) -> None:
+    bmc = start_program()
     bmc.close_input()
 
-    assert wait_for_end(bmc) < 1
+    assert wait_for_end(bmc) < SOON
 
 
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT])
-def test_it_ends_at_a_signal_and_leaves_nothing(start: Starter, number: int) -> None:
-    bmc = start()
+def test_it_ends_at_a_signal_and_leaves_nothing(start_program: Starter, number: int) -> None:
+    bmc = start_program()
     bmc.process.send_signal(number)
 
-    assert wait_for_end(bmc) < 1
+    assert wait_for_end(bmc) < SOON
     assert not Path(bmc.ready["requests"]).parent.exists()
 
 
@@ -189,7 +186,7 @@ def test_it_ends_in_the_middle_of_an_answer(start: Starter, answer: dict) -> Non
         time.sleep(0.01)
     bmc.close_input()
 
-    assert wait_for_end(bmc) < 1
+    assert wait_for_end(bmc) < SOON
     connection.close()
 
 
@@ -200,7 +197,7 @@ def test_it_ends_in_the_middle_of_a_download_that_nobody_reads(start: Starter) -
     connection.getresponse().read(1000)
     bmc.process.send_signal(signal.SIGTERM)
 
-    assert wait_for_end(bmc) < 1
+    assert wait_for_end(bmc) < SOON
     connection.close()
 
 
@@ -220,7 +217,7 @@ def test_it_ends_while_it_still_makes_its_archive(start: Starter, tmp_path: Path
     began = time.monotonic()
 
     assert process.wait(timeout=10) == 0
-    assert time.monotonic() - began < 1
+    assert time.monotonic() - began < SOON
     assert (process.stdout.read(), process.stderr.read()) == (b"", b"")
     assert list(folder.iterdir()) == []
 
@@ -241,8 +238,7 @@ def test_it_ends_whenever_its_input_closes_while_it_starts(tmp_path: Path) -> No
 
 def test_a_state_folder_that_cannot_be_made_is_said(tmp_path: Path) -> None:
     (tmp_path / "file").write_text("")
-    done = subprocess.run([str(PROGRAM), "--state-dir", str(tmp_path / "file" / "x")], stdin=subprocess.PIPE,
-                          capture_output=True, text=True, timeout=20)
+    done = outcome("--state-dir", str(tmp_path / "file" / "x"))
 
     assert done.returncode == 1 and "Not a directory" in done.stderr and len(done.stderr.splitlines()) == 1
 
@@ -258,7 +254,7 @@ def test_its_uploads_end_with_it(start: Starter) -> None:
         peer, _ = silent.accept()
         bmc.close_input()
 
-        assert wait_for_end(bmc) < 1
+        assert wait_for_end(bmc) < SOON
         peer.settimeout(5)
         try:
             while peer.recv(4096):
@@ -274,7 +270,6 @@ def test_its_uploads_end_with_it(start: Starter) -> None:
     (["--nonsense"], "unrecognized arguments: --nonsense"),
 ])
 def test_wrong_options_are_refused(arguments: list[str], expected: str) -> None:
-    done = subprocess.run([str(PROGRAM), *arguments], stdin=subprocess.DEVNULL,
-                          capture_output=True, text=True, timeout=20)
+    done = outcome(*arguments)
 
     assert done.returncode == 2 and expected in done.stderr

@@ -16,8 +16,7 @@ from typing import Any
 import pytest
 
 from conftest import (
-    EMULATOR, EXPORT, FULL_EXPORT, NO_USER, PROGRAM, ROOT, SESSIONS, TASKS, Bmc, Starter,
-    clean_environment,
+    EMULATOR, EXPORT, FULL_EXPORT, NO_USER, PROGRAM, ROOT, SESSIONS, TASKS, Bmc, Starter, outcome,
 )
 
 sys.path.insert(0, str(EMULATOR))
@@ -291,10 +290,7 @@ def test_the_scenarios_that_come_along_can_be_used(start: Starter, file: Path) -
 
 def complaint(arguments: list[str]) -> str:
     """The one line that a bad start ends with."""
-    done = subprocess.run(
-        [str(PROGRAM), *arguments], stdin=subprocess.PIPE, capture_output=True, timeout=20,
-        env=clean_environment(), text=True,
-    )
+    done = outcome(*arguments)
     assert (done.returncode, done.stdout) == (2, "")
     lines = done.stderr.splitlines()
     assert len(lines) == 1, done.stderr

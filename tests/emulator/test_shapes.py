@@ -3,15 +3,13 @@
 
 from __future__ import annotations
 
-import pathlib
-import subprocess
-import sys
 import urllib.parse
 
 import pytest
 import yaml
 
-EMULATOR = pathlib.Path(__file__).resolve().parents[2] / "emulator"
+from conftest import EMULATOR, outcome
+
 SHAPES = EMULATOR / "shapes"
 SMALL = {
     "expand": {"NoLinks": True},
@@ -128,7 +126,6 @@ def test_each_shape_that_comes_along_can_be_walked(start, name):
 def test_a_shape_is_checked_member_by_member(tmp_path, shape, said):
     (tmp_path / "shape.yaml").write_text(yaml.safe_dump(shape), encoding="utf-8")
     (tmp_path / "scenario.yaml").write_text("redfish: {shape: shape.yaml}\n", encoding="utf-8")
-    ended = subprocess.run([sys.executable, str(EMULATOR / "emulated-bmc"), "--scenario", str(tmp_path / "scenario.yaml")],
-                           stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=20, check=False)
+    ended = outcome("--scenario", str(tmp_path / "scenario.yaml"))
     assert ended.returncode == 2
     assert f"{tmp_path}/shape.yaml:" in ended.stderr and said in ended.stderr

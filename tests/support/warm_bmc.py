@@ -44,6 +44,18 @@ def start(arguments, environment, stderr=None, program=PROGRAM):
         return _Nursery.running.start(program.name, [str(argument) for argument in arguments], environment, stderr)
 
 
+def run(arguments, environment, program=PROGRAM, timeout=20):
+    """A program that ends by itself, as subprocess.run() has it. Its input stays open until then."""
+    process = start(arguments, environment, subprocess.PIPE, program)
+    with process.stdin, process.stdout, process.stderr:
+        try:
+            code = process.wait(timeout)
+        except subprocess.TimeoutExpired:
+            process.kill()
+            raise
+        return subprocess.CompletedProcess([program, *arguments], code, process.stdout.read(), process.stderr.read())
+
+
 class Process:
     """The program's process, with those members of subprocess.Popen that tests use. Texts, not bytes."""
 

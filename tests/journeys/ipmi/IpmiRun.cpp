@@ -5,7 +5,7 @@
 #include <boost/json/parse.hpp>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 
 namespace fs = boost::filesystem;
 namespace json = boost::json;
@@ -112,7 +112,9 @@ std::vector<std::string> IpmiRun::PlatformComplaints() const {
 
 std::string ContentOf(const std::string& file) {
     std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+    std::ostringstream content;
+    content << stream.rdbuf();
+    return content.str();
 }
 
 Files FilesIn(const std::string& folder) {
