@@ -3,16 +3,16 @@
 
 from __future__ import annotations
 
+import os
 import random
 import socket
-import subprocess
 import time
 from pathlib import Path
 from typing import Any
 
 import pytest
 
-from warm_bmc import PROGRAM
+import warm_bmc
 
 GET_CAPABILITIES = bytes.fromhex("0600ff07" "00" "00000000" "00000000" "09" "2018c88100388e04b5")
 OPEN_SESSION_17 = bytes.fromhex(
@@ -203,8 +203,7 @@ def test_scenario_that_is_wrong_is_refused_with_its_place(tmp_path: Path, text: 
     scenario = tmp_path / "scenario.yaml"
     scenario.write_text(f"ipmi: {text}\n")
 
-    run = subprocess.run([PROGRAM, "--scenario", scenario], stdin=subprocess.DEVNULL,
-                         capture_output=True, text=True, timeout=60)
+    run = warm_bmc.run(["--scenario", scenario], dict(os.environ))
 
     assert run.returncode == 2
     assert place in run.stderr
