@@ -12,11 +12,7 @@ import pytest
 import controller
 import stations
 import tool
-
-
-def pytest_configure():
-    if not tool.TOOL or not os.access(tool.TOOL, os.X_OK):
-        raise pytest.UsageError("the environment variable KEMFFDC must name the tool to test")
+from tool_fixtures import pytest_configure, start_bmc  # noqa: F401
 
 
 @pytest.fixture(scope="session")
@@ -43,20 +39,6 @@ def ansible(tmp_path, collections):
     (tmp_path / "controller").mkdir()
     with tempfile.TemporaryDirectory(prefix="ansible-") as sockets:
         yield controller.Controller(tmp_path / "controller", collections, sockets)
-
-
-@pytest.fixture
-def start_bmc():
-    """Starts emulated BMCs that end with the test."""
-    started = []
-
-    def start(scenario=None, *arguments):
-        started.append(tool.Bmc(scenario, arguments))
-        return started[-1]
-
-    yield start
-    for bmc in started:
-        bmc.stop()
 
 
 @pytest.fixture
