@@ -16,6 +16,7 @@ function(varnex_test name)
   target_include_directories(${name} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/tests)
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} varnex_test_process GTest::gmock
                         GTest::gtest_main varnex_warnings)
+  varnex_precompiled_tests(${name})
   set(properties LABELS "${arg_LABEL}" ${arg_PROPERTIES})
   set(environment)
   if(VARNEX_PEERS)
