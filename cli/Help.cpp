@@ -163,7 +163,7 @@ std::string ChannelEntries() {
 }  // namespace
 
 std::string Synopsis(const CommandEntry& command) {
-    const std::string line = std::string("kemffdc ") + command.name;
+    std::string line = std::string("kemffdc ") + command.name;
     if (*command.argument == '\0') return line;
     const std::string argument = command.argument;
     switch (command.takesArgument) {

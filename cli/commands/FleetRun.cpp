@@ -267,7 +267,7 @@ Outcome FindUnfinished(const Options& options, const FleetJournal& journal, Flee
 Outcome Recall(const Options& options, const FleetJournal& journal, Preparation& run) {
     try {
         FleetRunRow row;
-        const Outcome found = FindUnfinished(options, journal, row);
+        Outcome found = FindUnfinished(options, journal, row);
         if (!found.Ok()) return found;
         run.run = row;
         if (journal.IsLive(row.id)) return StillAtWork(row.id);

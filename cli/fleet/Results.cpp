@@ -19,6 +19,7 @@ bool IsBusy(HostState state) { return state != HostState::kQueued && !History::H
 // The sentences by how many hosts have them.
 std::vector<std::string> MostFrequentFirst(const std::map<std::string, std::size_t>& counts) {
     std::vector<std::string> reasons;
+    reasons.reserve(counts.size());
     for (const auto& entry : counts) reasons.push_back(entry.first);
     std::stable_sort(reasons.begin(), reasons.end(),
                      [&counts](const std::string& a, const std::string& b) {

@@ -2,7 +2,9 @@
 #include "cli/fleet/RunSettings.h"
 
 #include <boost/json.hpp>
+#include <charconv>
 #include <chrono>
+#include <system_error>
 #include <utility>
 
 #include "cli/report/Json.h"
@@ -38,7 +40,11 @@ std::map<int, std::string> FilesIn(const json::object& settings, const char* mem
     const json::value* value = settings.if_contains(member);
     if (value == nullptr || !value->is_object()) return files;
     for (const auto& [number, path] : value->get_object()) {
-        if (path.is_string()) files[std::atoi(number.data())] = std::string(path.get_string());
+        int line = 0;
+        const auto read = std::from_chars(number.data(), number.data() + number.size(), line);
+        if (read.ec == std::errc() && path.is_string()) {
+            files[line] = std::string(path.get_string());
+        }
     }
     return files;
 }

@@ -10,42 +10,42 @@ namespace {
 
 struct Row {
     std::uint8_t code;
-    const char* meaning;
     Cause cause;
+    const char* meaning;
 };
 
 constexpr Row kRows[] = {
-    {0x00, "done", Cause::kUnnamed},
-    {0xC0, "it is busy", Cause::kBusy},
-    {0xC1, "it does not know the command", Cause::kUnsupported},
-    {0xC2, "it does not know the command for this unit", Cause::kUnsupported},
-    {0xC3, "it ran out of time over the command", Cause::kBmcFault},
-    {0xC4, "it has no room left for it", Cause::kBmcFault},
-    {0xC5, "a reservation has ended or is none", Cause::kBmcFault},
-    {0xC6, "the request is cut", Cause::kBmcFault},
-    {0xC7, "the length of the request is wrong", Cause::kUnsupported},
-    {0xC8, "a field of the request is too long", Cause::kUnsupported},
-    {0xC9, "a parameter is out of range", Cause::kUnsupported},
-    {0xCA, "it cannot return that many bytes", Cause::kBmcFault},
-    {0xCB, "what was asked for is not there", Cause::kUnsupported},
-    {0xCC, "a field of the request is invalid", Cause::kUnsupported},
-    {0xCD, "the command is not allowed for this kind of record", Cause::kUnsupported},
-    {0xCE, "it cannot give an answer", Cause::kBmcFault},
-    {0xCF, "the request is a repetition", Cause::kBmcFault},
-    {0xD0, "its repository of sensors is being updated", Cause::kStarting},
-    {0xD1, "its firmware is being updated", Cause::kStarting},
-    {0xD2, "it is still starting", Cause::kStarting},
-    {0xD3, "what the request is for cannot be reached", Cause::kBmcFault},
-    {0xD4, "the privilege of the user is too low", Cause::kNotPermitted},
-    {0xD5, "it cannot do that in its present state", Cause::kBmcFault},
-    {0xD6, "that part of the command is switched off", Cause::kUnsupported},
-    {0xFF, "an error without a name", Cause::kBmcFault},
+    {0x00, Cause::kUnnamed, "done"},
+    {0xC0, Cause::kBusy, "it is busy"},
+    {0xC1, Cause::kUnsupported, "it does not know the command"},
+    {0xC2, Cause::kUnsupported, "it does not know the command for this unit"},
+    {0xC3, Cause::kBmcFault, "it ran out of time over the command"},
+    {0xC4, Cause::kBmcFault, "it has no room left for it"},
+    {0xC5, Cause::kBmcFault, "a reservation has ended or is none"},
+    {0xC6, Cause::kBmcFault, "the request is cut"},
+    {0xC7, Cause::kUnsupported, "the length of the request is wrong"},
+    {0xC8, Cause::kUnsupported, "a field of the request is too long"},
+    {0xC9, Cause::kUnsupported, "a parameter is out of range"},
+    {0xCA, Cause::kBmcFault, "it cannot return that many bytes"},
+    {0xCB, Cause::kUnsupported, "what was asked for is not there"},
+    {0xCC, Cause::kUnsupported, "a field of the request is invalid"},
+    {0xCD, Cause::kUnsupported, "the command is not allowed for this kind of record"},
+    {0xCE, Cause::kBmcFault, "it cannot give an answer"},
+    {0xCF, Cause::kBmcFault, "the request is a repetition"},
+    {0xD0, Cause::kStarting, "its repository of sensors is being updated"},
+    {0xD1, Cause::kStarting, "its firmware is being updated"},
+    {0xD2, Cause::kStarting, "it is still starting"},
+    {0xD3, Cause::kBmcFault, "what the request is for cannot be reached"},
+    {0xD4, Cause::kNotPermitted, "the privilege of the user is too low"},
+    {0xD5, Cause::kBmcFault, "it cannot do that in its present state"},
+    {0xD6, Cause::kUnsupported, "that part of the command is switched off"},
+    {0xFF, Cause::kBmcFault, "an error without a name"},
 };
 
 // Of the ranges that manufacturers and single commands fill.
-constexpr Row kOfManufacturer = {0x01, "a code of its manufacturer's own", Cause::kBmcFault};
-constexpr Row kOfCommand = {0x80, "a code that belongs to this command", Cause::kBmcFault};
-constexpr Row kReserved = {0xD7, "a code without a meaning", Cause::kBmcFault};
+constexpr Row kOfManufacturer = {0x01, Cause::kBmcFault, "a code of its manufacturer's own"};
+constexpr Row kOfCommand = {0x80, Cause::kBmcFault, "a code that belongs to this command"};
+constexpr Row kReserved = {0xD7, Cause::kBmcFault, "a code without a meaning"};
 
 const Row& RowOf(std::uint8_t code) {
     const Row* found = std::find_if(std::begin(kRows), std::end(kRows),

@@ -13,7 +13,7 @@ SftpPatience::SftpPatience(std::function<bool()> goOn)
 
 void SftpPatience::Check() {
     constexpr std::chrono::milliseconds kOften(50);
-    constexpr std::uint64_t kMuch = std::uint64_t{256} * 1024;  // bytes
+    constexpr std::uint64_t kMuch = 256UL << 10;  // bytes
     const auto now = std::chrono::steady_clock::now();
     if (now - m_asked < kOften && m_bytes - m_askedAt < kMuch) return;
     m_asked = now;

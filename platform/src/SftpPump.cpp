@@ -17,8 +17,8 @@ constexpr std::uint32_t kPiece = 128 * 1024;
 
 // A slow server would seem to stall while it prepares a long answer: it is asked for less.
 constexpr std::uint32_t kSmallPiece = 32 * 1024;
-constexpr std::uint64_t kProof = 512 * 1024;  // bytes that show how quick it is
-constexpr std::uint64_t kQuick = 256 * 1024;  // bytes per second
+constexpr std::uint64_t kProof = 512UL << 10;  // bytes that show how quick it is
+constexpr std::uint64_t kQuick = 256UL << 10;  // bytes per second
 constexpr std::uint32_t kLeastRead = 1024;
 constexpr std::size_t kMostPieces = 40;           // between the first and the last
 constexpr std::uint64_t kWorthALane = 4UL << 20;  // bytes
@@ -175,9 +175,9 @@ void SftpPump::Ends(const SftpPacket& packet) {
     const bool atEnd =
         packet.type == sftp::kStatus && SftpReader(packet.body).Number() == sftp::kEof;
     if (!atEnd) {
-        SftpFailure failure = SftpStatusFailure(packet, "Could not read the remote file");
-        failure.lost = true;  // other reads are under way
-        throw failure;
+        const SftpFailure found = SftpStatusFailure(packet, "Could not read the remote file");
+        constexpr bool kLost = true;  // other reads are under way
+        throw SftpFailure{found.number, found.text, kLost, found.folder};
     }
     if (m_sizeKnown) {
         throw SftpFailure{CURLE_PARTIAL_FILE,

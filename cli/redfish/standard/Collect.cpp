@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <filesystem>
 #include <memory>
 #include <stdexcept>
 #include <utility>
@@ -32,8 +31,6 @@
 
 namespace Kemffdc::Redfish {
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr char kFolder[] = "diagnostics";  // of several collections
 
@@ -65,7 +62,7 @@ public:
             return Failure(kLimited, Cause::kUnsupported, selection.fault);
         }
         if (!selection.note.empty()) Note(selection.note);
-        const Outcome outcome = m_session.Open();
+        Outcome outcome = m_session.Open();
         if (!outcome.Ok()) return outcome;
         return selection.collections.size() == 1 ? CollectOne(selection.collections.front())
                                                  : CollectAll(selection.collections);

@@ -23,12 +23,12 @@ using pugi::xml_node;
 constexpr Uint32 kMaxInstances = 16384;
 constexpr Uint32 kMaxItems = 262144;  // properties, qualifiers, keys, array elements, parameters
 // In bytes.
-constexpr std::size_t kMaxValue = 1024 * 1024;
-constexpr std::size_t kMaxPath = 256 * 1024;
+constexpr std::size_t kMaxValue = 1UL << 20;
+constexpr std::size_t kMaxPath = 256UL << 10;
 // References as keys of references: real ones have one level. Each level escapes the one below,
 // which can double it, so that all of them together are bounded too.
 constexpr int kMaxReferenceDepth = 16;
-constexpr std::size_t kMaxReferenceKeys = 4 * 1024 * 1024;
+constexpr std::size_t kMaxReferenceKeys = 4UL << 20;
 
 const char* KindOf(CIMType type) {
     if (type == CIMTYPE_REAL32 || type == CIMTYPE_REAL64) return "real";
