@@ -37,7 +37,7 @@ EXPORT = (
 FULL_EXPORT = {"InitializationNeeded": True, "DataCollectionType": "ProcessorDump"}
 MINI_EXPORT = {"InitializationNeeded": True, "DataCollectionType": "Mini-log"}
 NO_USER = "The request requires user authentication which has not yet been provided or invalid."
-START_SECONDS = 30.0
+START_SECONDS = 60.0
 
 
 def clean_environment() -> dict[str, str]:

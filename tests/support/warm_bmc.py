@@ -44,7 +44,7 @@ def start(arguments, environment, stderr=None, program=PROGRAM):
         return _Nursery.running.start(program.name, [str(argument) for argument in arguments], environment, stderr)
 
 
-def run(arguments, environment, program=PROGRAM, timeout=20):
+def run(arguments, environment, program=PROGRAM, timeout=60):
     """A program that ends by itself, as subprocess.run() has it. Its input stays open until then."""
     process = start(arguments, environment, subprocess.PIPE, program)
     with process.stdin, process.stdout, process.stderr:
