@@ -127,7 +127,7 @@ Outcome Gathering::Step(std::optional<LogEntry>& entry) {
 // Where the entry cannot be read at the place that the BMC names, its log may still have it.
 Outcome Gathering::ReadNamed(std::optional<LogEntry>& entry) {
     const std::string path =
-        Resolve(m_reply.entryUri, "/", EndpointOf(m_run.options), m_session.Address()).path;
+        Resolve(m_reply.entryUri, "/", EndpointOf(m_run.options), m_session.Address()).Target();
     const Answer answer = path.empty() ? Answer{} : m_session.Get(path);
     const auto object = answer.IsSuccess() ? ReadObject(answer.body) : std::nullopt;
     if (object) entry = ReadEntry(*object);
@@ -161,7 +161,7 @@ void Gathering::TakeAnswer(const Answer& answer) {
     m_reply = ReadReply(answer);
     const Endpoint service = EndpointOf(m_run.options);
     if (!m_reply.monitor.empty()) {
-        m_poll = Resolve(m_reply.monitor, "/", service, m_session.Address()).path;
+        m_poll = Resolve(m_reply.monitor, "/", service, m_session.Address()).Target();
     }
     if (!m_reply.taskUri.empty()) m_task.uri = m_reply.taskUri;
     if (m_poll.empty()) m_poll = m_task.uri;

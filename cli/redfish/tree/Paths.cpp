@@ -110,7 +110,7 @@ Target TargetOf(const std::string& link, const Service& service, bool query) {
     if (path.find("//") != std::string::npos && path.compare(0, sizeof kBelow - 1, kBelow) != 0) {
         const Reference leads = Resolve(path, "/", service.endpoint, service.address);
         if (!leads.other.empty()) return {"", "leads to another host"};
-        path = leads.path;
+        path = leads.Target();
     }
     while (path.size() > 1 && path.back() == '/') path.pop_back();
     if (path == "/redfish/v1") path += "/";  // the one whose slash is part of its name
