@@ -71,18 +71,13 @@ SSLContext::SSLContext(const String& trustStore, SSLCertificateVerifyFunction* v
     }
 }
 
-struct CIMClient::Impl {
-    Uint32 timeout = 20000;
-};
+struct CIMClient::Impl {};
 
 CIMClient::CIMClient() : m_impl(new Impl) { fakes::Journal::Append("client"); }
 CIMClient::~CIMClient() { fakes::Journal::Append("client destroyed"); }
 
-Uint32 CIMClient::getTimeout() const { return m_impl->timeout; }
-
 void CIMClient::setTimeout(Uint32 milliseconds) {
     fakes::Journal::Append("timeout " + std::to_string(milliseconds));
-    m_impl->timeout = milliseconds;
 }
 
 void CIMClient::connect(const String& host, Uint32 port, const String& user,

@@ -249,7 +249,6 @@ struct CIMClient::Impl {
 CIMClient::CIMClient() : m_impl(std::make_unique<Impl>()) {}
 CIMClient::~CIMClient() = default;
 
-Uint32 CIMClient::getTimeout() const { return m_impl->timeout; }
 void CIMClient::setTimeout(Uint32 milliseconds) { m_impl->timeout = milliseconds; }
 
 void CIMClient::connect(const String& host, Uint32 port, const String& userName,

@@ -41,7 +41,6 @@ public:
 
     // Milliseconds, 20000 unless set: from sending a request to having its complete answer, however
     // slowly it trickles; for `connect`, TCP and the TLS handshake each.
-    Uint32 getTimeout() const;
     void setTimeout(Uint32 milliseconds);
 
     // Opens the connection and sends nothing: wrong credentials, and a peer that is no CIM server,

@@ -14,11 +14,9 @@
 namespace Pegasus {
 
 using Boolean = bool;
-using Uint8 = std::uint8_t;
 using Uint16 = std::uint16_t;
 using Uint32 = std::uint32_t;
 using Sint32 = std::int32_t;
-using Real64 = double;
 
 // What searches return that found nothing.
 constexpr Uint32 PEG_NOT_FOUND = 0xFFFFFFFFU;
