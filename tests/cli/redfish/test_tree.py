@@ -53,17 +53,43 @@ def paths(bmc, method="GET"):
     return [r["path"] + ("?" + r["query"] if r["query"] else "") for r in bmc.requests(method)]
 
 
+class Reading:
+    """A run that has ended, and the BMC it read, which nobody asks any more."""
+
+    def __init__(self, bmc, ended):
+        self.bmc = bmc
+        self.ended = ended
+        self.result = ended.json
+        self.files = contents(self.result["path"])
+
+
+@pytest.fixture(name="reading", scope="module")
+def _reading(tmp_path_factory):
+    """The tree of a shape, read once for all who look at it."""
+    known = {}
+
+    def of(name):
+        if name not in known:
+            bmc = tool.Bmc(shaped(name))
+            ended = tool.run(tree(bmc, tmp_path_factory.mktemp(name), "--json"), password=bmc.password, seconds=120)
+            known[name] = Reading(bmc, ended)
+        return known[name]
+
+    yield of
+    for one in known.values():
+        one.bmc.stop()
+
+
 # --- what is read --------------------------------------------------------------------------------
 
 
-def test_every_resource_lies_at_its_own_path(start_bmc, tmp_path):
-    bmc = start_bmc(shaped("harrow"))
-    result = collect(bmc, tmp_path)
-    files = contents(result["path"])
+def test_every_resource_lies_at_its_own_path(reading):
+    result, files = reading("harrow").result, reading("harrow").files
 
     for name, resource in resources_of(files).items():
         if "/page-" not in name:
             assert name == resource["@odata.id"].strip("/") + "/index.json"
+    assert reading("harrow").ended.code == 0
     assert result["tree"]["resources"] == 3195 and result["tree"]["log_entries"] == 3120
     assert result["tree"]["limits"] == [] and result["tree"]["unread"] == 0
     assert json.loads(files["errors.json"]) == []
@@ -71,10 +97,9 @@ def test_every_resource_lies_at_its_own_path(start_bmc, tmp_path):
     assert pathlib.Path(result["path"]).name.endswith("_tree.tar.gz")
 
 
-def test_the_manifest_tells_what_it_is_and_of_whom(start_bmc, tmp_path):
-    bmc = start_bmc(shaped("harrow"))
-    result = collect(bmc, tmp_path)
-    manifest = json.loads(contents(result["path"])["manifest.json"])
+def test_the_manifest_tells_what_it_is_and_of_whom(reading):
+    bmc, result = reading("harrow").bmc, reading("harrow").result
+    manifest = json.loads(reading("harrow").files["manifest.json"])
 
     assert manifest["kind"] == "redfish-tree" and "no archive of the BMC's own making" in manifest["note"]
     assert manifest["version"] == result["version"] and manifest["host"] == bmc.address
@@ -84,9 +109,8 @@ def test_the_manifest_tells_what_it_is_and_of_whom(start_bmc, tmp_path):
 
 
 @pytest.mark.parametrize("name", ["harrow", "orlan", "quillon"])
-def test_all_that_a_service_shows_is_read_once_and_nothing_else_is_done(start_bmc, tmp_path, name):
-    bmc = start_bmc(shaped(name))
-    tool.run(tree(bmc, tmp_path), password=bmc.password)
+def test_all_that_a_service_shows_is_read_once_and_nothing_else_is_done(reading, name):
+    bmc = reading(name).bmc
     asked = paths(bmc)
     read = asked[asked.index("/redfish/v1/", 1):]  # behind the preflight
 
@@ -96,18 +120,16 @@ def test_all_that_a_service_shows_is_read_once_and_nothing_else_is_done(start_bm
     assert len(paths(bmc, "DELETE")) == 1
 
 
-def test_entries_of_a_log_are_all_there_and_in_order(start_bmc, tmp_path):
-    files = resources_of(contents(collect(start_bmc(shaped("harrow")), tmp_path)["path"]))
+def test_entries_of_a_log_are_all_there_and_in_order(reading):
+    files = resources_of(reading("harrow").files)
     folder = "redfish/v1/Managers/Self/LogServices/SEL/Entries/"
     pages = [files[folder + name] for name in ["index.json"] + [f"page-{n:05}.json" for n in range(2, 31)]]
 
     assert [entry["Id"] for page in pages for entry in page["Members"]] == [str(n) for n in range(1, 3001)]
 
 
-def test_members_come_with_their_collection_and_lie_at_their_own_paths(start_bmc, tmp_path):
-    bmc = start_bmc(shaped("orlan"))
-    result = collect(bmc, tmp_path)
-    files = resources_of(contents(result["path"]))
+def test_members_come_with_their_collection_and_lie_at_their_own_paths(reading):
+    bmc, result, files = reading("orlan").bmc, reading("orlan").result, resources_of(reading("orlan").files)
 
     for number in (1, 40):
         assert files[f"redfish/v1/Chassis/node-1/Sensors/t{number}/index.json"]["Reading"] == 31.5
@@ -127,14 +149,12 @@ def test_without_the_offer_each_is_asked_for(start_bmc, tmp_path):
     assert "/redfish/v1/Chassis/node-1/Sensors/t40" in paths(bmc)
 
 
-def test_circles_pages_without_end_and_links_that_lead_away_end(start_bmc, tmp_path):
-    bmc = start_bmc(shaped("quillon"))
-    ended = tool.run(tree(bmc, tmp_path, "--json"), password=bmc.password, seconds=120)
+def test_circles_pages_without_end_and_links_that_lead_away_end(reading):
+    ended, files = reading("quillon").ended, reading("quillon").files
 
     assert ended.code == 9 and ended.json["outcome"] == "files-missing"
     assert ended.json["tree"]["limits"] == [
         "Of /redfish/v1/Managers/Frame/LogServices/River/Entries no more than 1000 pages were read."]
-    files = contents(ended.json["path"])
     told = {one["path"].partition("?")[0]: (one["status"], one["reason"]) for one in json.loads(files["errors.json"])}
     assert told["https://192.0.2.99/redfish/v1/Managers/Frame"] == (
         None, "The link in /redfish/v1/Managers/Frame leads to another host.")
@@ -152,10 +172,9 @@ def test_circles_pages_without_end_and_links_that_lead_away_end(start_bmc, tmp_p
     ("harrow", ["harrow-community", "alert-word", "harrow-token", "bios-setup-word", "drive-7-lock"]),
     ("quillon", ["quentin", "quentins-word", "radius-word"]),
 ])
-def test_secrets_do_not_leave_the_bmc(start_bmc, tmp_path, name, secrets):
-    bmc = start_bmc(shaped(name))
-    ended = tool.run(tree(bmc, tmp_path, "--json"), password=bmc.password, seconds=120)
-    everything = "".join(contents(ended.json["path"]).values()) + ended.out + ended.err
+def test_secrets_do_not_leave_the_bmc(reading, name, secrets):
+    bmc, ended = reading(name).bmc, reading(name).ended
+    everything = "".join(reading(name).files.values()) + ended.out + ended.err
 
     for secret in [*secrets, bmc.password, *bmc.tokens()]:
         assert secret not in everything
@@ -183,21 +202,18 @@ def test_every_word_that_the_page_names_makes_a_secret(start_bmc, tmp_path):
     assert "hush-" not in "".join(contents(result["path"]).values())
 
 
-def test_accounts_sessions_certificates_and_keys_are_not_asked_for(start_bmc, tmp_path):
-    bmc = start_bmc(shaped("harrow"))
-    result = collect(bmc, tmp_path)
-    for path in paths(bmc):
+def test_accounts_sessions_certificates_and_keys_are_not_asked_for(reading):
+    for path in paths(reading("harrow").bmc):
         for left_out in ("Account", "Session", "Certificate", "Registries", "Roles"):
             assert left_out not in path
-    assert result["tree"]["left_out"] >= 5
+    assert reading("harrow").result["tree"]["left_out"] >= 5
 
 
 # --- show, history -------------------------------------------------------------------------------
 
 
-def test_show_knows_such_an_archive(start_bmc, tmp_path, state):
-    bmc = start_bmc(shaped("harrow"))
-    result = collect(bmc, tmp_path)
+def test_show_knows_such_an_archive(reading):
+    result = reading("harrow").result
     shown = tool.run(["show", result["path"], "--json"])
     words = tool.run(["show", result["path"]]).out
 
