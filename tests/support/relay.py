@@ -335,7 +335,12 @@ def parse(arguments: list[str]) -> argparse.Namespace:
     return options
 
 
-async def main(options: argparse.Namespace) -> None:
+def main(arguments: list[str]) -> int:
+    asyncio.run(serve(parse(arguments)))
+    return 0
+
+
+async def serve(options: argparse.Namespace) -> None:
     kind = UdpRelay if options.protocol == "udp" else TcpRelay
     relay = kind(options, Record(options.record))
     address, port = await relay.start()
@@ -345,4 +350,4 @@ async def main(options: argparse.Namespace) -> None:
 
 
 if __name__ == "__main__":
-    asyncio.run(main(parse(sys.argv[1:])))
+    sys.exit(main(sys.argv[1:]))

@@ -9,6 +9,7 @@ import time
 
 import pytest
 
+import warm_bmc
 import weather
 
 PATIENCE = 20
@@ -237,7 +238,7 @@ def test_lost_blocks_come_late():
     ["icmp", "--to", "1"],
 ])
 def test_options_without_sense_are_refused(options):
-    ended = subprocess.run([weather.HERE / "relay.py", *options], stdin=subprocess.DEVNULL,
+    ended = subprocess.run([warm_bmc.RELAY, *options], stdin=subprocess.DEVNULL,
                            capture_output=True, text=True, timeout=60, check=False)
     assert ended.returncode == 2
     assert "relay.py: error: " in ended.stderr

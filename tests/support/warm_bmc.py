@@ -1,9 +1,9 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Emulated BMCs, fleets of them and file stores that start at once: forked off a process that has loaded the emulator already.
+"""Emulated BMCs, and what stands around them, that start at once: forked off a process that has loaded them already.
 
 Most of what an emulated BMC costs is Python loading its modules, and tests start hundreds of them. The
 first start() of a test program starts a nursery, which loads emulator/bmc once and forks a process for
-each BMC. That one runs the program's own main() with its own arguments, environment, working folder and
+each program. That one runs its own main() with its own arguments, environment, working folder and
 standard streams, in the caller's process group and network, and ends as the program itself does. What it
 is not is a child of the caller, and its command line in the process list is the nursery's.
 
@@ -30,7 +30,8 @@ EMULATOR = pathlib.Path(__file__).resolve().parents[2] / "emulator"
 PROGRAM = EMULATOR / "emulated-bmc"
 FLEET = EMULATOR / "emulated-fleet"
 STORE = EMULATOR / "sftp-store"
-_MODULES = {PROGRAM.name: "bmc.main", FLEET.name: "bmc.fleet", STORE.name: "bmc.store"}
+RELAY = pathlib.Path(__file__).resolve().with_name("relay.py")
+_MODULES = {str(PROGRAM): "bmc.main", str(FLEET): "bmc.fleet", str(STORE): "bmc.store", str(RELAY): "relay"}
 LONGEST_REQUEST = 1 << 18
 
 
@@ -41,7 +42,7 @@ def start(arguments, environment, stderr=None, program=PROGRAM):
     with _Nursery.guard:
         if _Nursery.running is None:
             _Nursery.running = _Nursery()
-        return _Nursery.running.start(program.name, [str(argument) for argument in arguments], environment, stderr)
+        return _Nursery.running.start(str(program), [str(argument) for argument in arguments], environment, stderr)
 
 
 def run(arguments, environment, program=PROGRAM, timeout=60):
@@ -182,7 +183,7 @@ def _be_the_program(request, streams):
         os.chdir(request["folder"])
         os.environ.clear()
         os.environ.update(request["environment"])
-        sys.argv = [str(EMULATOR / request["program"]), *request["arguments"]]
+        sys.argv = [request["program"], *request["arguments"]]
         code = importlib.import_module(_MODULES[request["program"]]).main(sys.argv[1:])
     except SystemExit as end:
         code = end.code

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """Bad weather for tests in Python: a relay before a server, a disk that fails."""
 
+import functools
 import json
 import os
 import pathlib
@@ -8,7 +9,7 @@ import re
 import subprocess
 import tempfile
 
-HERE = pathlib.Path(__file__).resolve().parent
+import warm_bmc
 
 
 class Relay:
@@ -17,10 +18,9 @@ class Relay:
     def __init__(self, protocol, port, *weather, target="127.0.0.1"):
         handle, self._record = tempfile.mkstemp(prefix="relay-")
         os.close(handle)
-        self._process = subprocess.Popen(
-            [HERE / "relay.py", protocol, "--to", f"{target}:{port}", "--record", self._record,
-             *map(str, weather)],
-            stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        self._process = warm_bmc.start(
+            [protocol, "--to", f"{target}:{port}", "--record", self._record, *weather], dict(os.environ),
+            program=warm_bmc.RELAY)
         line = self._process.stdout.readline()
         assert line, "the relay did not start"
         ready = json.loads(line)
@@ -43,6 +43,13 @@ class Relay:
         self.stop()
 
 
+@functools.lru_cache(maxsize=None)
+def sanitizers_of(program):
+    """The runtimes that it is linked to."""
+    needed = subprocess.run(["ldd", program], capture_output=True, text=True, check=False).stdout
+    return re.findall(r"=> (\S*/lib[atu]+san\.so\.\d+)", needed)
+
+
 def disk_faults(program, rules, record=None):
     """The environment in which `program` finds such a disk; DiskFaults.h tells of rules.
 
@@ -50,8 +57,7 @@ def disk_faults(program, rules, record=None):
     runtime loaded before any other library.
     """
     preload = [os.environ["VARNEX_DISK_FAULTS_LIBRARY"]]
-    needed = subprocess.run(["ldd", program], capture_output=True, text=True, check=False).stdout
-    preload[:0] = re.findall(r"=> (\S*/lib[atu]+san\.so\.\d+)", needed)
+    preload[:0] = sanitizers_of(program)
     environment = {"LD_PRELOAD": " ".join(preload), "VARNEX_DISK_FAULTS": rules}
     if record:
         environment["VARNEX_DISK_FAULTS_RECORD"] = str(record)
