@@ -40,10 +40,10 @@ std::map<int, std::string> FilesIn(const json::object& settings, const char* mem
     const json::value* value = settings.if_contains(member);
     if (value == nullptr || !value->is_object()) return files;
     for (const auto& [number, path] : value->get_object()) {
-        int line = 0;
-        const auto read = std::from_chars(number.data(), number.data() + number.size(), line);
+        int host = 0;
+        const auto read = std::from_chars(number.data(), number.data() + number.size(), host);
         if (read.ec == std::errc() && path.is_string()) {
-            files[line] = std::string(path.get_string());
+            files[host] = std::string(path.get_string());
         }
     }
     return files;
