@@ -164,3 +164,11 @@ class AtOnce:
         self._stop.set()
         self._thread.join()
         return self
+
+
+def folder_of(ended):
+    return pathlib.Path(ended.result["folder"])
+
+
+def archives(folder, name):
+    return [file for file in (folder / name).iterdir() if not file.name.endswith(".json")]

@@ -14,7 +14,7 @@ import pytest
 
 import json_contract
 import tool
-from fleet_tool import EmulatedFleet, FleetRun
+from fleet_tool import EmulatedFleet, FleetRun, folder_of
 
 UNITS = tool.ROOT / "packaging" / "systemd"
 DONE, LOCAL, SOME, NONE = 0, 8, 20, 21
@@ -34,10 +34,6 @@ def _collect(tmp_path, fleet):
                           tmp_path / "runs", "--json", *arguments]).end()
         return ended
     return run
-
-
-def folder_of(ended):
-    return pathlib.Path(ended.result["folder"])
 
 
 def kemffdc(*arguments):

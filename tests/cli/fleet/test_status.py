@@ -9,7 +9,7 @@ import pytest
 import tool
 from fleet_tool import EmulatedFleet, FleetRun, Journal, is_alive, wait_until
 
-GATHERING = 6
+GATHERING = 10
 
 
 @pytest.fixture(name="fleet")
