@@ -96,13 +96,13 @@ stage_sanitized_build() { build asan; }
 # than there are processors.
 stage_sanitized_tests() {
     probe_leak_sanitizer
-    at_once=$((3 * jobs)) run_tests asan asan -LE '^(tree|package|hostile)$'
+    at_once=$((4 * jobs)) run_tests asan asan -LE '^(tree|package|hostile)$'
 }
 
 # Whole runs that take a minute each are left out.
 stage_quick_tests() {
     probe_leak_sanitizer
-    at_once=$((3 * jobs)) run_tests asan asan -LE '^(tree|package|hostile|long)$'
+    at_once=$((4 * jobs)) run_tests asan asan -LE '^(tree|package|hostile|long)$'
     left_out="$(ctest --preset asan -N -L '^long$' | sed -n 's/^Total Tests: //p')"
 }
 
@@ -156,7 +156,7 @@ stage_thread_sanitizer() {
 # How much of the sources all tests together reach. Whole runs of the tool count; what is killed on purpose does not.
 stage_coverage() {
     build coverage
-    at_once=$((3 * jobs)) run_tests coverage coverage -LE '^(tree|package|hostile|ansible)$'
+    at_once=$((4 * jobs)) run_tests coverage coverage -LE '^(tree|package|hostile|ansible)$'
     mkdir -p "$root/build/coverage/report"
     gcovr --root "$root" --object-directory "$root/build/coverage" -j "$jobs" --print-summary \
         --filter "$root/(src|include|platform|cli)/" --exclude-throw-branches --exclude-directories '.*/CompilerIdCXX' \
