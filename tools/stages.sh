@@ -64,6 +64,7 @@ build() {
 # run_tests PRESET NAME ARGUMENT...: ctest, keeping what it found for the closing line.
 run_tests() {
     local found="$root/build/$2.xml"
+    rm -f "$found"  # of an earlier run: this one may be broken off before it leaves its own
     results+=("$found")
     "${launcher[@]}" ctest --preset "$1" -j "$at_once" --no-tests=error --output-junit "$found" "${@:3}"
 }
